@@ -1,0 +1,27 @@
+# SPDX-License-Identifier: BSD-2-Clause
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+include_directories(${CMAKE_SOURCE_DIR})
+add_compile_definitions(_FILE_OFFSET_BITS=64 _LARGEFILE64_SOURCE)
+
+# Everything is built with these; they are errors under GCC and Clang alike.
+add_compile_options(-Wall -Wextra -Wshadow -Wcast-qual -Werror)
+
+# keystill_library(NAME SOURCES...): a static library of shipping code, which uses neither
+# exceptions nor RTTI.
+function(keystill_library name)
+    add_library(${name} STATIC ${ARGN})
+    target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti -ffunction-sections -fdata-sections)
+endfunction()
+
+# keystill_test(NAME SOURCES... LIBS ...): one GoogleTest program per module, run as one CTest entry.
+function(keystill_test name)
+    cmake_parse_arguments(T "" "" "LIBS" ${ARGN})
+    add_executable(${name} ${T_UNPARSED_ARGUMENTS})
+    target_link_libraries(${name} PRIVATE ${T_LIBS} keystill_test_support GTest::gtest_main)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    add_test(NAME ${name} COMMAND ${name})
+endfunction()
