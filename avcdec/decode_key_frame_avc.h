@@ -7,13 +7,16 @@
 #include "avcdec/decoded_picture.h"
 
 struct AvcFrameRequest {
-    const uint8_t* parameter_sets;  // SPS and PPS NAL units, each behind its 16-bit length
+    uint8_t*
+        parameter_sets;  // SPS and PPS NAL units, each behind its 16-bit length; unescaped in place
     uint32_t parameter_sets_length;
     uint8_t* sample;         // NAL units, each behind a big-endian length field; unescaped in place
     uint32_t sample_length;  // bytes
     int32_t nal_length_size;  // width of the sample's length fields: 1, 2 or 4 bytes
 };
 
-// Decodes one picture. Returns 0 and fills *picture, whose planes the caller releases, or 1 on any
-// failure; a block that is in *picture then is released by the caller too.
+// Decodes one picture; the bytes of the request are changed by that (emulation prevention is
+// removed in place), so decode a copy to decode twice. Returns 0 and fills *picture, whose planes
+// the caller releases, or 1 on any failure; a block that is in *picture then is released by the
+// caller too.
 int DecodeKeyFrameAvc(const AvcFrameRequest* request, DecodedPicture* picture);

@@ -5,9 +5,7 @@
 #include <stdint.h>
 #include <string.h>
 
-inline uint16_t load_be16(const uint8_t* p) {
-    return static_cast<uint16_t>(p[0] << 8 | p[1]);
-}
+inline uint16_t load_be16(const uint8_t* p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
 
 inline uint32_t load_be32(const uint8_t* p) {
     uint32_t v;
@@ -28,6 +26,4 @@ inline uint8_t clip_u8(int v) {
     return static_cast<uint8_t>(v);
 }
 
-inline int clip3(int low, int high, int v) {
-    return v < low ? low : v > high ? high : v;
-}
+inline int clip3(int low, int high, int v) { return v < low ? low : v > high ? high : v; }

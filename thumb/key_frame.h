@@ -5,10 +5,10 @@
 #include <stdint.h>
 
 // Codec kinds, as the sample description names them.
-constexpr int32_t kCodecNone = -1;   // no supported sample entry, or a protected one
-constexpr int32_t kCodecMpeg4 = 1;   // MPEG-4 Part 2, "mp4v" with "esds"
-constexpr int32_t kCodecH263 = 2;    // H.263, "s263" with "d263"
-constexpr int32_t kCodecAvc = 3;     // H.264, "avc1" with "avcC"
+constexpr int32_t kCodecNone = -1;  // no supported sample entry, or a protected one
+constexpr int32_t kCodecMpeg4 = 1;  // MPEG-4 Part 2, "mp4v" with "esds"
+constexpr int32_t kCodecH263 = 2;   // H.263, "s263" with "d263"
+constexpr int32_t kCodecAvc = 3;    // H.264, "avc1" with "avcC"
 
 // Both blocks are owned by whoever owns the record and released with upnp_free.
 struct KeyFrame {
