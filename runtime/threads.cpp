@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "runtime/threads.h"
+
+#include <errno.h>
+#include <sched.h>
+
+#include "runtime/clock_text.h"
+#include "runtime/message_log.h"
+
+uint32_t g_threadStackSetting = 0;
+uint32_t g_threadsStarted = 0;
+static pthread_mutex_t g_registry_lock = PTHREAD_MUTEX_INITIALIZER;
+
+constexpr uint32_t kSmallestSetStack = 0x30000;
+constexpr int32_t kRetryWaitMs = 20;
+
+int upnp_thread_priority(uint32_t priority_class) {
+    switch (priority_class) {
+        case 3:
+            return 10;
+        case 4:
+            return 30;
+        case 6:
+            return 70;
+        case 7:
+            return 90;
+        default:
+            return 50;
+    }
+}
+
+size_t upnp_thread_stack_size(uint32_t setting) {
+    return setting != 0 && setting < kSmallestSetStack ? kSmallestSetStack : setting;
+}
+
+// The system may refuse a single attribute; the thread is then asked for without it.
+static void fill_attributes(pthread_attr_t* attributes, uint32_t priority_class) {
+    pthread_attr_init(attributes);
+    pthread_attr_setschedpolicy(attributes, SCHED_OTHER);
+    sched_param priority = {};
+    priority.sched_priority = upnp_thread_priority(priority_class);
+    pthread_attr_setschedparam(attributes, &priority);
+    const size_t stack_size = upnp_thread_stack_size(g_threadStackSetting);
+    if (stack_size != 0) pthread_attr_setstacksize(attributes, stack_size);
+}
+
+static void log_start(int32_t level, const char* message) {
+    upnp_log_message(level, kLogSystem, "upnp_start_joinable_thread_impl", 0, "%s", message);
+}
+
+// Creates a thread and stores its id; an id that is there already survives a failure.
+static int create(pthread_t* id, const pthread_attr_t* attributes, ThreadRoutine routine,
+                  void* argument) {
+    pthread_t fresh = 0;
+    const int error = pthread_create(&fresh, attributes, routine, argument);
+    if (error == 0) *id = fresh;
+    return error;
+}
+
+static pthread_t start_or_fall_back(const pthread_attr_t* attributes, ThreadRoutine routine,
+                                    void* argument) {
+    pthread_t id = 0;
+    const int error = create(&id, attributes, routine, argument);
+    if (error == 0) return id;
+    if (error == EAGAIN) {
+        log_start(kLogWarning, "Not enough resources to start thread - retrying");
+        upnp_sleep_ms(kRetryWaitMs);
+        if (create(&id, attributes, routine, argument) == EAGAIN) {
+            log_start(kLogError, "Second try to start thread failed - giving up");
+            return id;
+        }
+    }
+    log_start(kLogWarning,
+              "Failed to start thread with requested priority and scheduler - trying default");
+    if (create(&id, nullptr, routine, argument) != 0) {
+        log_start(kLogError, "Failed to start thread with defaults - giving up");
+    }
+    return id;
+}
+
+pthread_t upnp_start_joinable_thread_impl(ThreadRoutine routine, void* argument,
+                                          uint32_t priority_class) {
+    pthread_mutex_lock(&g_registry_lock);
+    pthread_attr_t attributes;
+    fill_attributes(&attributes, priority_class);
+    const pthread_t id = start_or_fall_back(&attributes, routine, argument);
+    pthread_attr_destroy(&attributes);
+    if (id != 0) ++g_threadsStarted;
+    pthread_mutex_unlock(&g_registry_lock);
+    return id;
+}
+
+pthread_t upnp_start_detached_thread(ThreadRoutine routine, void* argument,
+                                     uint32_t priority_class) {
+    const pthread_t id = upnp_start_joinable_thread_impl(routine, argument, priority_class);
+    if (id != 0) pthread_detach(id);
+    return id;
+}
+
+int upnp_start_thread(ThreadRoutine routine, void* argument, uint32_t priority_class) {
+    return upnp_start_detached_thread(routine, argument, priority_class) != 0 ? 0 : 14;
+}
