@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Fragmented movies: the random access table of their key frames, and the fragments that it leads
+// to, which are parsed on demand.
+#pragma once
+
+#include <stdint.h>
+
+#include "mp4/buffered_file.h"
+#include "mp4/parse_context.h"
+#include "mp4/video_state.h"
+
+// Movie extends header: the duration of the whole fragmented movie.
+void mp4_parse_mehd(BufferedFile* file, const BoxHeader* header, int64_t end,
+                    ParseContext* context);
+
+// Track extends: the default sample size.
+void mp4_parse_trex(BufferedFile* file, const BoxHeader* header, int64_t end,
+                    ParseContext* context);
+
+// Fragment random access table. It is read only while the content of an earlier box is held, as
+// track runs leave it.
+void mp4_parse_tfra(BufferedFile* file, const BoxHeader* header, int64_t end,
+                    ParseContext* context);
+
+// Track fragment header and track run: they place the key frame that is being located.
+void mp4_parse_tfhd(BufferedFile* file, const BoxHeader* header, int64_t end,
+                    ParseContext* context);
+void mp4_parse_trun(BufferedFile* file, const BoxHeader* header, int64_t end,
+                    ParseContext* context);
+
+// Locates the sample of a key frame by parsing its fragment. Calls for the same key frame may
+// follow each other; what an earlier one found and a later one does not stays. Returns 0, with
+// size 0 when there is no sample, or 1 after releasing the video state when the collection cannot
+// go on.
+int mp4_locate_fragment_sample(BufferedFile* file, uint32_t key_index, SamplePlace* place);

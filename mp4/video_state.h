@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// The one process-wide record of what a walk has found. It makes the container reader not
+// re-entrant.
+#pragma once
+
+#include <stdint.h>
+
+#include "mp4/file_table.h"
+#include "mp4/parse_context.h"
+#include "runtime/owned.h"
+
+struct ConfigBlock {
+    Owned<uint8_t> bytes;  // null when nothing was found; a found block may be empty
+    uint32_t length;
+};
+
+// Where the coded bytes of a sample lie in the file. Size 0: there is no such sample.
+struct SamplePlace {
+    uint32_t offset;
+    uint32_t size;
+};
+
+// Where the look-up of the last sample ended. Samples are mostly asked for in rising order, so the
+// next one goes on from there.
+struct SampleCursor {
+    uint32_t run;               // entry of the sample-to-chunk table
+    uint32_t run_first_sample;  // all sample numbers in here are 0-based
+    uint64_t chunk;             // that next_offset is for; 0 for none
+    uint32_t next_sample;
+    uint32_t next_offset;  // of next_sample within the chunk
+};
+
+struct FragmentEntry {
+    uint64_t time;    // in the video track's time scale
+    uint64_t offset;  // of the fragment in the file
+};
+
+struct FragmentState {
+    bool has_table;  // a fragment random access table was read
+    bool is_collecting;
+    Owned<FragmentEntry> entries;
+    uint32_t stored_entries;  // that the file holds; the others are 0
+    uint32_t first_run_number;
+    uint32_t default_sample_size;  // of the track extends box
+    uint32_t run_counter;
+    uint32_t wanted_run;
+    uint32_t current_key;        // index of the key frame that is being located
+    uint32_t current_offset;     // of its data in the fragment
+    uint32_t current_size;       // in bytes
+    ParseContext parse_context;  // as the random access table found it
+};
+
+struct VideoState {
+    uint32_t media_time_scale;
+    uint64_t media_duration;
+    int64_t duration_s;
+    uint32_t movie_time_scale;
+    uint32_t sync_sample_count;  // of "stss", or entries of the fragment random access table
+    FileTable time_to_sample;    // sample count, sample delta
+    FileTable sync_samples;      // 1-based sample numbers
+    FileTable sample_to_chunk;   // first chunk, samples per chunk, description
+    FileTable sample_sizes;
+    FileTable chunk_offsets;
+    SampleCursor cursor;
+    int32_t codec_kind;         // -1 none or protected, 1 MPEG-4 Part 2, 2 H.263, 3 H.264
+    ConfigBlock sequence_sets;  // H.264, each behind its 16-bit length
+    ConfigBlock picture_sets;
+    ConfigBlock mpeg4_config;
+    ConfigBlock h263_config;
+    FragmentState fragments;
+    // Both outlive a reset.
+    int32_t length_prefix_size;  // of the NAL units in an H.264 sample
+    int64_t work_left;           // bytes of parsing before the reader gives up
+};
+extern VideoState g_video_state;
+
+// Releases everything in the state and presets it for a walk.
+void mp4_release_video_state();
+
+// Grants the work that a file of that size can be worth. Honest files take little more than their
+// boxes and tables once; the grant ends those that send the reader over the same bytes for ever.
+void mp4_grant_work(int64_t file_size);
+
+// Takes so many bytes' work off the grant. Returns false when it is used up.
+bool mp4_spend_work(uint64_t bytes);
