@@ -90,6 +90,7 @@ static void write_system_error(int32_t level, uint32_t section, int error) {
 __attribute__((format(printf, 1, 0))) static char* format_text(const char* format, va_list args) {
     va_list measured;
     va_copy(measured, args);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started args
     const int length = vsnprintf(nullptr, 0, format, measured);
     va_end(measured);
     if (length < 0) return nullptr;

@@ -12,6 +12,7 @@ static int64_t whole_chroma(int64_t position) { return (position + kHalf) >> 17;
 static int64_t step_of(int32_t from, int32_t to) {
     if (to < 2) return 0;
     const float ratio = static_cast<float>(from - 1) / static_cast<float>(to - 1);
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): the sum is never negative
     return static_cast<int64_t>(static_cast<double>(ratio * 65536.0f) + 0.5);
 }
 

@@ -5,7 +5,7 @@
 
 #include "runtime/owned.h"
 
-// The frames of one size, as a circular list through their candidate numbers.
+// The frames of one size, as a circular list of record numbers.
 struct EqualFrames {
     Owned<int32_t> next;
     int32_t front = -1;
@@ -14,10 +14,11 @@ struct EqualFrames {
 
 static bool is_decodable(const KeyFrame& record) { return record.config && record.sample; }
 
-static int32_t gather(const KeyFrame* records, int32_t count, const KeyFrame** candidates) {
+// Collects the sizes of the frames that can be chosen; returns how many there are.
+static int32_t gather_sizes(const KeyFrame* records, int32_t count, int32_t* sizes) {
     int32_t gathered = 0;
     for (int32_t i = 0; i < count; ++i) {
-        if (is_decodable(records[i])) candidates[gathered++] = &records[i];
+        if (is_decodable(records[i])) sizes[gathered++] = records[i].bytes_read;
     }
     return gathered;
 }
@@ -30,11 +31,11 @@ static int32_t percentile_index(int32_t count, int32_t percentile) {
     return index < count ? std::max(index, 0) : count - 1;
 }
 
-static void append(EqualFrames* equal, int32_t candidate) {
-    if (equal->front < 0) equal->front = candidate;
-    if (equal->back >= 0) equal->next[equal->back] = candidate;
-    equal->next[candidate] = equal->front;
-    equal->back = candidate;
+static void append(EqualFrames* equal, int32_t record) {
+    if (equal->front < 0) equal->front = record;
+    if (equal->back >= 0) equal->next[equal->back] = record;
+    equal->next[record] = equal->front;
+    equal->back = record;
 }
 
 static void move_front_to_back(EqualFrames* equal) {
@@ -47,36 +48,29 @@ static void move_front_to_back(EqualFrames* equal) {
 // that arrives goes past all that are not greater, takes the place of the first greater one, and
 // that one moves on in the same way. So an arriving frame goes to the back of its equals, and sends
 // the front of every group of greater ones to the back of that group. Only one group matters here.
-static const KeyFrame* pick_among_equals(const KeyFrame* const* candidates, int32_t count,
-                                         int32_t size, int32_t rank, EqualFrames* equal) {
+static const KeyFrame* pick_among_equals(const KeyFrame* records, int32_t count, int32_t size,
+                                         int32_t rank, EqualFrames* equal) {
     for (int32_t i = 0; i < count; ++i) {
-        if (candidates[i]->bytes_read == size) append(equal, i);
-        if (candidates[i]->bytes_read < size) move_front_to_back(equal);
+        if (!is_decodable(records[i])) continue;
+        if (records[i].bytes_read == size) append(equal, i);
+        if (records[i].bytes_read < size) move_front_to_back(equal);
     }
     int32_t chosen = equal->front;
     while (rank-- > 0) chosen = equal->next[chosen];
-    return candidates[chosen];
-}
-
-static const KeyFrame* pick_sorted(const KeyFrame* const* candidates, int32_t count,
-                                   int32_t index) {
-    const Owned<int32_t> sizes = owned_malloc<int32_t>(count);
-    EqualFrames equal;
-    equal.next = owned_malloc<int32_t>(count);
-    if (!sizes || !equal.next) return nullptr;
-    for (int32_t i = 0; i < count; ++i) sizes[i] = candidates[i]->bytes_read;
-    std::sort(sizes.get(), sizes.get() + count);
-    const int32_t size = sizes[index];
-    const int32_t* const first = std::lower_bound(sizes.get(), sizes.get() + count, size);
-    return pick_among_equals(candidates, count, size, static_cast<int32_t>(&sizes[index] - first),
-                             &equal);
+    return &records[chosen];
 }
 
 const KeyFrame* selection_pick(const KeyFrame* records, int32_t count, int32_t percentile) {
-    const Owned<const KeyFrame*> candidates =
-        owned_calloc<const KeyFrame*>(static_cast<uint64_t>(count));
-    if (!candidates) return nullptr;
-    const int32_t gathered = gather(records, count, candidates.get());
+    const Owned<int32_t> sizes = owned_malloc<int32_t>(static_cast<uint64_t>(count));
+    EqualFrames equal;
+    equal.next = owned_malloc<int32_t>(static_cast<uint64_t>(count));
+    if (!sizes || !equal.next) return nullptr;
+    const int32_t gathered = gather_sizes(records, count, sizes.get());
     if (gathered == 0) return nullptr;
-    return pick_sorted(candidates.get(), gathered, percentile_index(gathered, percentile));
+    std::sort(sizes.get(), sizes.get() + gathered);
+    const int32_t index = percentile_index(gathered, percentile);
+    const int32_t* const first_equal =
+        std::lower_bound(sizes.get(), sizes.get() + gathered, sizes[index]);
+    const int32_t rank = static_cast<int32_t>(&sizes[index] - first_equal);
+    return pick_among_equals(records, count, sizes[index], rank, &equal);
 }
