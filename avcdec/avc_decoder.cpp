@@ -1,0 +1,240 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/avc_decoder.h"
+
+#include <string.h>
+
+#include "avcdec/reconstruct.h"
+#include "runtime/owned.h"
+
+// Option bits that ask for another way to end a picture in progress.
+static constexpr uint8_t kPictureOptions = 8 | 16 | 32 | 64;
+
+void avcdec_create(const AvcDecoderOptions* options, AvcCreateResult* result) {
+    *result = {kAvcOk, nullptr};
+    const bool has_table = options->flags & kAvcOptionTable;
+    if (has_table &&
+        (!options->table || options->table_length > sizeof(AvcDecoder::option_table))) {
+        result->error = kAvcBadOptionTable;
+        return;
+    }
+    auto* const d = static_cast<AvcDecoder*>(upnp_calloc(1, sizeof(AvcDecoder)));
+    if (!d) {
+        result->error = kAvcNoInstanceMemory;
+        return;
+    }
+    d->option_flags = options->flags;
+    if (has_table) memcpy(d->option_table, options->table, options->table_length);
+    d->kernels = recon_kernels_best();
+    result->decoder = d;
+}
+
+void avcdec_destroy(AvcDecoder* d) {
+    if (!d) return;
+    avc_release_work(d);
+    for (AvcSps* const sps : d->sps_table) {
+        if (sps) upnp_free(sps);
+    }
+    for (AvcPps* const pps : d->pps_table) {
+        if (pps && pps->raw) upnp_free(pps->raw);
+        if (pps) upnp_free(pps);
+    }
+    upnp_free(d);
+}
+
+int avc_allocate_work(AvcDecoder* d, const AvcSps* sps) {
+    Owned<MbNeighbour> columns = owned_calloc<MbNeighbour>(sps->width_mbs);
+    Owned<DeblockRecord> deblock = owned_calloc<DeblockRecord>(kDeblockRows * sps->width_mbs);
+    if (!columns || !deblock) return 1;
+    d->columns = columns.release();
+    d->deblock = deblock.release();
+    d->picture.width_mbs = sps->width_mbs;
+    d->picture.height_mbs = sps->height_mbs;
+    return 0;
+}
+
+void avc_release_work(AvcDecoder* d) {
+    if (d->columns) upnp_free(d->columns);
+    if (d->deblock) upnp_free(d->deblock);
+    d->columns = nullptr;
+    d->deblock = nullptr;
+}
+
+void avcdec_get_stream_info(const AvcDecoder* d, AvcStreamInfo* info, uint32_t sps_id) {
+    *info = {};
+    if (!d) {
+        info->error = kAvcInfoNoDecoder;
+        return;
+    }
+    const AvcSps* sps = nullptr;
+    if (sps_id == kAvcLastSps) sps = d->last_sps;
+    if (sps_id < kMaxSps) sps = d->sps_table[sps_id];
+    if (!sps) {
+        info->error = kAvcInfoNoSps;
+        return;
+    }
+    info->sps_id = sps->seq_parameter_set_id;
+    info->width = sps->width;
+    info->height = sps->height;
+    info->planes = 1;
+    info->chroma_format = sps->chroma_format_idc;
+    info->cropped = sps->frame_cropping_flag;
+    info->crop_left = sps->frame_crop_left_offset;
+    info->crop_right = sps->frame_crop_right_offset;
+    info->crop_top = sps->frame_crop_top_offset;
+    info->crop_bottom = sps->frame_crop_bottom_offset;
+}
+
+static void count_picture(AvcDecoder* d, AvcDecodeOutput* out) {
+    out->events |= kAvcEventPictureComplete;
+    ++d->picture_count;
+}
+
+static bool is_target_of_active_sps(const AvcDecodeInput* in) {
+    const AvcSps* const sps = in->decoder->active_sps;
+    return sps && sps->seq_parameter_set_id == in->target_sps_id;
+}
+
+// A parameter set may have been replaced by one of another size after the target was made for it.
+static bool is_target_large_enough(const AvcDecodeInput* in) {
+    const AvcSps* const sps = in->decoder->active_sps;
+    const uint64_t size = uint64_t{in->stride} * sps->height * 3 / 2;
+    return in->stride >= sps->width && in->stride % 2 == 0 && size <= in->target_size;
+}
+
+static void set_target(AvcDecoder* d, const AvcDecodeInput* in) {
+    const size_t luma_size = static_cast<size_t>(in->stride) * d->active_sps->height;
+    d->stride = in->stride;
+    d->time_stamp = in->time_stamp;
+    d->picture.stride = in->stride;
+    d->picture.plane[0] = in->target;
+    d->picture.plane[1] = in->target + luma_size;
+    d->picture.plane[2] = in->target + luma_size + luma_size / 4;
+}
+
+static void reject_slice_header(const AvcDecodeInput* in, AvcDecodeOutput* out) {
+    out->error = kAvcBadSliceHeader;
+    if (in->decoder->active_sps && !is_target_of_active_sps(in)) {
+        out->consumed = 0;
+    } else if (in->decoder->nal_unit_type == kNalIdrSlice && is_target_of_active_sps(in)) {
+        out->events |= kAvcEventIdrRejected;
+    }
+}
+
+// A slice of the next picture while this one is not complete.
+static void end_partial_picture(AvcDecoder* d, AvcDecodeOutput* out) {
+    out->consumed = 0;
+    count_picture(d, out);
+    if (d->picture_flags == 0) {
+        out->error = kAvcSliceOfNextPicture;
+    } else {
+        picture_finish(d);
+        d->next_mb = 0;
+    }
+}
+
+static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
+    AvcDecoder* const d = in->decoder;
+    if (!in->target) {
+        out->error = kAvcNoTarget;
+        return;
+    }
+    const AvcSliceHeader saved = d->slice;
+    if (avc_parse_slice_header(&d->bits, d)) {
+        reject_slice_header(in, out);
+        return;
+    }
+    if (!is_target_of_active_sps(in)) {
+        out->error = kAvcBadSliceHeader;
+        out->consumed = 0;
+        return;
+    }
+    if (!is_target_large_enough(in)) {
+        out->error = kAvcBadSliceHeader;
+        return;
+    }
+    if (d->slice.first_mb_in_slice < d->next_mb) {
+        d->slice = saved;
+        end_partial_picture(d, out);
+        return;
+    }
+    set_target(d, in);
+    d->picture_flags |= d->option_byte & kPictureOptions;
+    if (avc_decode_slice_data(d)) {
+        out->error = kAvcBadSliceData;
+        return;
+    }
+    if (d->next_mb == d->active_sps->pic_size_in_mbs) {
+        d->next_mb = 0;
+        d->picture_flags = 0;
+        count_picture(d, out);
+    }
+}
+
+// End of sequence, end of stream and type 14: a picture in progress counts as complete.
+static void decode_end(AvcDecoder* d, AvcDecodeOutput* out) {
+    out->events |= kAvcEventEnd;
+    if (d->next_mb == 0) return;
+    picture_finish(d);
+    d->next_mb = 0;
+    d->picture_flags = 0;
+    count_picture(d, out);
+}
+
+static void dispatch(const AvcDecodeInput* in, AvcDecodeOutput* out) {
+    AvcDecoder* const d = in->decoder;
+    out->consumed = in->nal_length;
+    switch (d->nal_unit_type) {
+        case kNalIdrSlice:
+            out->events |= kAvcEventIdr;
+            [[fallthrough]];
+        case kNalSlice:
+            decode_slice(in, out);
+            break;
+        case kNalSps:
+            if (avc_parse_sps(&d->bits, d)) {
+                out->error = kAvcBadSps;
+            } else {
+                out->events |= kAvcEventSps;
+            }
+            break;
+        case kNalPps:
+            if (avc_parse_pps(&d->bits, d)) out->error = kAvcBadPps;
+            break;
+        case kNalEndOfSequence:
+        case kNalEndOfStream:
+        case kNalPrefix:
+            decode_end(d, out);
+            break;
+        default:
+            break;  // access unit delimiters, SEI, filler and what is not known: ignored
+    }
+}
+
+static void flush(AvcDecoder* d, AvcDecodeOutput* out) {
+    if (!d->active_sps) return;
+    out->picture = d->picture.plane[0];
+    out->target = d->picture.plane[0];
+    out->time_stamp = d->time_stamp;
+    ++d->picture_count;
+}
+
+void avcdec_decode_nal(const AvcDecodeInput* in, AvcDecodeOutput* out) {
+    *out = {kAvcOk, 0, nullptr, nullptr, kAvcNoTimeStamp, -1, -1, 0};
+    AvcDecoder* const d = in->decoder;
+    if (!d) {
+        out->error = kAvcNoDecoder;
+        return;
+    }
+    if (in->call_flags & kAvcFlush) {
+        flush(d, out);
+    } else {
+        d->option_byte = d->option_table[in->option_index % sizeof d->option_table];
+        if (in->call_flags & kAvcOption64) d->option_byte |= 64;
+        bits_init(&d->bits, in->nal, in->nal_length);
+        d->nal_unit_type = nal_read_header(&d->bits, in->nal_length, &d->nal_ref_idc,
+                                           d->option_flags & kAvcStartCodes);
+        dispatch(in, out);
+    }
+    out->picture_count = d->picture_count;
+    if (d->active_sps) out->sps_id = d->active_sps->seq_parameter_set_id;
+}

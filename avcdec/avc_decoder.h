@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// One decoder instance: created, fed NAL units in stream order, destroyed. Decodes I slices of
+// progressive 8-bit 4:2:0 and monochrome streams straight into the caller's picture.
+#pragma once
+
+#include <stdint.h>
+
+#include "avcdec/bit_reader.h"
+#include "avcdec/cabac_engine.h"
+#include "avcdec/deblock.h"
+#include "avcdec/macroblock.h"
+#include "avcdec/nal_unit.h"
+#include "avcdec/parameter_sets.h"
+#include "avcdec/quantiser.h"
+#include "avcdec/recon_kernels.h"
+#include "avcdec/slice_header.h"
+
+enum AvcError : uint32_t {
+    kAvcOk = 0,
+    kAvcNoInstanceMemory = 120,    // create: the instance could not be allocated
+    kAvcNoDecoder = 127,           // decode: no instance
+    kAvcBadOptionTable = 128,      // create: option table flagged but null, or longer than 32 bytes
+    kAvcInfoNoDecoder = 130,       // stream info: no instance
+    kAvcInfoNoSps = 131,           // stream info: id out of range, or no SPS stored under it
+    kAvcNoTarget = 132,            // slice without a target picture
+    kAvcBadSliceHeader = 133,      // slice header rejected, or the target is sized for another SPS
+    kAvcSliceOfNextPicture = 134,  // slice starts before the next macroblock of a partial picture
+    kAvcBadSliceData = 135,
+    kAvcBadSps = 137,
+    kAvcBadPps = 138,
+};
+
+enum AvcOptionFlags : uint32_t { kAvcStartCodes = 1, kAvcOptionTable = 4 };
+enum AvcCallFlags : uint32_t { kAvcFlush = 1, kAvcOption64 = 2 };
+enum AvcEvents : uint32_t {
+    kAvcEventSps = 1,
+    kAvcEventPictureComplete = 2,
+    kAvcEventIdr = 4,
+    kAvcEventIdrRejected = 8,
+    kAvcEventEnd = 16,
+};
+
+constexpr uint64_t kAvcNoTimeStamp = ~uint64_t{0};
+constexpr uint32_t kAvcLastSps = ~uint32_t{0};  // avcdec_get_stream_info: the SPS parsed last
+
+struct AvcDecoderOptions {
+    uint32_t flags;  // AvcOptionFlags
+    const uint8_t* table;
+    uint32_t table_length;  // 0 to 32
+};
+
+struct AvcCreateResult {
+    uint32_t error;
+    AvcDecoder* decoder;  // null on failure
+};
+
+struct AvcDecodeInput {
+    AvcDecoder* decoder;
+    uint8_t* nal;     // first byte of the NAL unit, or of its start code; unescaped in place
+    uint8_t* target;  // the picture to decode into, null until the first SPS is known
+    uint32_t nal_length;
+    uint64_t time_stamp;
+    uint32_t stride;        // luma pitch of the target; U follows after height rows, then V
+    uint32_t target_size;   // bytes at target: no sample is written beyond them
+    int32_t target_sps_id;  // the SPS for which the target was sized, -1 = none yet
+    uint32_t option_index;
+    uint32_t call_flags;  // AvcCallFlags
+};
+
+struct AvcDecodeOutput {
+    uint32_t error;     // AvcError
+    uint32_t consumed;  // bytes of the NAL unit used; 0: hand the same unit in again
+    uint8_t* picture;   // flush only
+    uint8_t* target;
+    uint64_t time_stamp;
+    int32_t picture_count;
+    int32_t sps_id;   // of the active SPS, -1 when none is active
+    uint32_t events;  // AvcEvents
+};
+
+struct AvcStreamInfo {
+    uint32_t error;
+    uint32_t sps_id;
+    uint32_t width;  // luma samples of the macroblock grid
+    uint32_t height;
+    uint32_t planes;  // always 1
+    uint32_t chroma_format;
+    uint32_t cropped;
+    uint32_t crop_left;  // as coded
+    uint32_t crop_right;
+    uint32_t crop_top;
+    uint32_t crop_bottom;
+};
+
+struct AvcDecoder {
+    AvcBitReader bits;
+    AvcSliceHeader slice;
+    int32_t slice_qp;  // as coded, not brought into 0 to 51
+    uint8_t is_cabac;
+    uint8_t transform_8x8_mode;
+    uint8_t monochrome;  // of the last parsed SPS that coded a chroma format
+    AvcQuantiser quantiser;
+    CabacEngine cabac;
+    uint8_t contexts[kCabacContexts];
+    AvcMacroblock mb;
+    MbNeighbour left;
+    MbNeighbour* columns;    // owned: what the row above left behind, one entry per column
+    DeblockRecord* deblock;  // owned: kDeblockRows rows of one entry per column
+    ReconKernels kernels;
+    AvcPicture picture;
+
+    AvcSps* active_sps;   // into sps_table
+    AvcPps* active_pps;   // into pps_table
+    uint32_t next_mb;     // next macroblock address expected in the picture in progress
+    uint32_t stride;      // the stride last seen
+    uint64_t time_stamp;  // of the target
+    int32_t picture_count;
+    uint8_t picture_flags;  // of the picture in progress, set by option bytes only
+    uint8_t option_byte;    // of the current call
+    uint8_t nal_ref_idc;
+    uint8_t nal_unit_type;
+    uint32_t option_flags;
+    uint8_t option_table[32];
+    AvcSps* last_sps;            // into sps_table
+    AvcSps* sps_table[kMaxSps];  // owned records, by id
+    AvcPps* pps_table[kMaxPps];
+};
+
+// The table is copied. The new instance is the caller's, who ends it with avcdec_destroy.
+void avcdec_create(const AvcDecoderOptions* options, AvcCreateResult* result);
+
+// Decodes one NAL unit and reports in *out, which is reset first.
+void avcdec_decode_nal(const AvcDecodeInput* in, AvcDecodeOutput* out);
+
+// sps_id is 0 to 31, or kAvcLastSps.
+void avcdec_get_stream_info(const AvcDecoder* decoder, AvcStreamInfo* info, uint32_t sps_id);
+
+// Null is allowed.
+void avcdec_destroy(AvcDecoder* decoder);
+
+// The working arrays of one SPS, sized by the picture width alone. Allocation returns 0, or 1
+// without memory; release forgets the arrays, the parameter sets stay.
+int avc_allocate_work(AvcDecoder* decoder, const AvcSps* sps);
+void avc_release_work(AvcDecoder* decoder);

@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/cavlc_tables.h"
+
+// The code words as the standard prints them; the tables are made from them at compile time.
+
+// Rows by trailing ones, columns by total_coeff from the number of trailing ones on.
+struct CoeffTokenCodes {
+    const char* codes[4][17];
+};
+
+// clang-format off
+static constexpr CoeffTokenCodes kCodes0 = {{
+    {"1", "000101", "00000111", "000000111", "0000000111", "00000000111", "0000000001111",
+     "0000000001011", "0000000001000", "00000000001111", "00000000001011", "000000000001111",
+     "000000000001011", "0000000000001111", "0000000000001011", "0000000000000111",
+     "0000000000000100"},
+    {"", "01", "000100", "00000110", "000000110", "0000000110", "00000000110", "0000000001110",
+     "0000000001010", "00000000001110", "00000000001010", "000000000001110", "000000000001010",
+     "000000000000001", "0000000000001110", "0000000000001010", "0000000000000110"},
+    {"", "", "001", "0000101", "00000101", "000000101", "0000000101", "00000000101",
+     "0000000001101", "0000000001001", "00000000001101", "00000000001001", "000000000001101",
+     "000000000001001", "0000000000001101", "0000000000001001", "0000000000000101"},
+    {"", "", "", "00011", "000011", "0000100", "00000100", "000000100", "0000000100",
+     "00000000100", "0000000001100", "00000000001100", "00000000001000", "000000000001100",
+     "000000000001000", "0000000000001100", "0000000000001000"},
+}};
+
+static constexpr CoeffTokenCodes kCodes2 = {{
+    {"11", "001011", "000111", "0000111", "00000111", "00000100", "000000111", "00000001111",
+     "00000001011", "000000001111", "000000001011", "000000001000", "0000000001111",
+     "0000000001011", "0000000000111", "00000000001001", "00000000000111"},
+    {"", "10", "00111", "001010", "000110", "0000110", "00000110", "000000110", "00000001110",
+     "00000001010", "000000001110", "000000001010", "0000000001110", "0000000001010",
+     "00000000001011", "00000000001000", "00000000000110"},
+    {"", "", "011", "001001", "000101", "0000101", "00000101", "000000101", "00000001101",
+     "00000001001", "000000001101", "000000001001", "0000000001101", "0000000001001",
+     "0000000000110", "00000000001010", "00000000000101"},
+    {"", "", "", "0101", "0100", "00110", "001000", "000100", "0000100", "000000100",
+     "00000001100", "00000001000", "000000001100", "0000000001100", "0000000001000",
+     "0000000000001", "00000000000100"},
+}};
+
+static constexpr CoeffTokenCodes kCodes4 = {{
+    {"1111", "001111", "001011", "001000", "0001111", "0001011", "0001001", "0001000", "00001111",
+     "00001011", "000001111", "000001011", "000001000", "0000001101", "0000001001", "0000000101",
+     "0000000001"},
+    {"", "1110", "01111", "01100", "01010", "01000", "001110", "001010", "0001110", "00001110",
+     "00001010", "000001110", "000001010", "000000111", "0000001100", "0000001000", "0000000100"},
+    {"", "", "1101", "01110", "01011", "01001", "001101", "001001", "0001101", "0001010",
+     "00001101", "00001001", "000001101", "000001001", "0000001011", "0000000111", "0000000011"},
+    {"", "", "", "1100", "1011", "1010", "1001", "1000", "01101", "001100", "0001100", "00001100",
+     "00001000", "000001100", "0000001010", "0000000110", "0000000010"},
+}};
+
+static constexpr CoeffTokenCodes kCodesChromaDc = {{
+    {"01", "000111", "000100", "000011", "000010"},
+    {"", "1", "000110", "0000011", "00000011"},
+    {"", "", "001", "0000010", "00000010"},
+    {"", "", "", "000101", "0000000"},
+}};
+
+// By total_coeff - 1 and total_zeros.
+static constexpr const char* kTotalZerosCodes[15][16] = {
+    {"1", "011", "010", "0011", "0010", "00011", "00010", "000011", "000010", "0000011",
+     "0000010", "00000011", "00000010", "000000011", "000000010", "000000001"},
+    {"111", "110", "101", "100", "011", "0101", "0100", "0011", "0010", "00011", "00010",
+     "000011", "000010", "000001", "000000"},
+    {"0101", "111", "110", "101", "0100", "0011", "100", "011", "0010", "00011", "00010",
+     "000001", "00001", "000000"},
+    {"00011", "111", "0101", "0100", "110", "101", "100", "0011", "011", "0010", "00010", "00001",
+     "00000"},
+    {"0101", "0100", "0011", "111", "110", "101", "100", "011", "0010", "00001", "0001", "00000"},
+    {"000001", "00001", "111", "110", "101", "100", "011", "010", "0001", "001", "000000"},
+    {"000001", "00001", "101", "100", "011", "11", "010", "0001", "001", "000000"},
+    {"000001", "0001", "00001", "011", "11", "10", "010", "001", "000000"},
+    {"000001", "000000", "0001", "11", "10", "001", "01", "00001"},
+    {"00001", "00000", "001", "11", "10", "01", "0001"},
+    {"0000", "0001", "001", "010", "1", "011"},
+    {"0000", "0001", "01", "1", "001"},
+    {"000", "001", "1", "01"},
+    {"00", "01", "1"},
+    {"0", "1"},
+};
+
+static constexpr const char* kTotalZerosChromaCodes[3][16] = {
+    {"1", "01", "001", "000"},
+    {"1", "01", "00"},
+    {"1", "0"},
+};
+
+// By zerosLeft - 1 and run_before; more than 6 zeros left share the last row.
+static constexpr const char* kRunBeforeCodes[7][16] = {
+    {"1", "0"},
+    {"1", "01", "00"},
+    {"11", "10", "01", "00"},
+    {"11", "10", "01", "001", "000"},
+    {"11", "10", "011", "010", "001", "000"},
+    {"11", "000", "001", "011", "010", "101", "100"},
+    {"111", "110", "101", "100", "011", "010", "001"},
+};
+// clang-format on
+
+static constexpr int code_length(const char* code) {
+    int n = 0;
+    while (code[n]) ++n;
+    return n;
+}
+
+static constexpr uint32_t code_bits(const char* code) {
+    uint32_t bits = 0;
+    for (; *code; ++code) bits = bits << 1 | (*code == '1');
+    return bits;
+}
+
+// Puts one code word into a table of entries that the next bits (width of them) index.
+template <typename Entry>
+static constexpr void put_code(Entry* table, int width, const char* code, Entry entry) {
+    const int spare = width - code_length(code);
+    const uint32_t first = code_bits(code) << spare;
+    for (uint32_t i = 0; i < 1U << spare; ++i) table[first + i] = entry;
+}
+
+template <int kRows, int kWidth>
+static constexpr CodeTable<kRows, kWidth> code_table(const char* const (*codes)[16], int count) {
+    CodeTable<kRows, kWidth> table{};
+    for (int row = 0; row < count; ++row) {
+        for (int value = 0; value < 16 && codes[row][value]; ++value) {
+            const char* const code = codes[row][value];
+            put_code(table.entry[row + 1], kWidth, code,
+                     static_cast<uint8_t>(code_length(code) << 4 | value));
+        }
+    }
+    return table;
+}
+
+// A code word without a 1 (chroma DC has one) counts as if a 1 followed its zeros.
+static constexpr void put_coeff_token(CoeffToken* table, const char* code, CoeffToken entry) {
+    int zeros = 0;
+    while (code[zeros] == '0') ++zeros;
+    if (!code[zeros]) {
+        put_code(table + zeros * 8, 3, "", entry);
+    } else {
+        put_code(table + zeros * 8, 3, code + zeros + 1, entry);
+    }
+}
+
+static constexpr CoeffTokenTables coeff_token_tables() {
+    CoeffTokenTables t{};
+    const CoeffTokenCodes* const sources[4] = {&kCodes0, &kCodes2, &kCodes4, &kCodesChromaDc};
+    for (int nc = 0; nc < 4; ++nc) {
+        for (int ones = 0; ones < 4; ++ones) {
+            for (int total = ones; total < 17 && sources[nc]->codes[ones][total]; ++total) {
+                const char* const code = sources[nc]->codes[ones][total];
+                put_coeff_token(t.row[nc], code,
+                                {static_cast<uint8_t>(code_length(code)),
+                                 static_cast<uint8_t>(ones), static_cast<uint8_t>(total)});
+            }
+        }
+    }
+    // "0000000" of chroma DC: whatever the number of zeros behind it.
+    for (int zeros = 8; zeros < 16; ++zeros) {
+        for (int i = 0; i < 8; ++i) t.row[3][zeros * 8 + i] = t.row[3][7 * 8];
+    }
+    return t;
+}
+
+constexpr CoeffTokenTables kCoeffTokens = coeff_token_tables();
+constexpr CodeTable<16, kTotalZerosBits> kTotalZeros =
+    code_table<16, kTotalZerosBits>(kTotalZerosCodes, 15);
+constexpr CodeTable<4, kTotalZerosChromaBits> kTotalZerosChroma =
+    code_table<4, kTotalZerosChromaBits>(kTotalZerosChromaCodes, 3);
+constexpr CodeTable<8, kRunBeforeBits> kRunBefore =
+    code_table<8, kRunBeforeBits>(kRunBeforeCodes, 7);

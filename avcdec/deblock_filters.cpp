@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// The edge filters of deblocking (H.264 8.7.2.3, 8.7.2.4), scalar.
+#include <stdlib.h>
+
+#include "avcdec/recon_kernels.h"
+#include "runtime/byte_order.h"
+
+// p0 and q0 are the samples at the edge, across is the distance from one to the next across it.
+static bool is_filtered(const uint8_t* q0, ptrdiff_t across, int alpha, int beta) {
+    const int p1 = q0[-2 * across];
+    const int p0 = q0[-across];
+    const int q1 = q0[across];
+    return abs(p0 - q0[0]) < alpha && abs(p1 - p0) < beta && abs(q1 - q0[0]) < beta;
+}
+
+static void luma_normal(uint8_t* q, ptrdiff_t across, int beta, int tc0) {
+    const int p2 = q[-3 * across];
+    const int p1 = q[-2 * across];
+    const int p0 = q[-across];
+    const int q0 = q[0];
+    const int q1 = q[across];
+    const int q2 = q[2 * across];
+    int tc = tc0;
+    if (abs(p2 - p0) < beta) {
+        q[-2 * across] =
+            static_cast<uint8_t>(p1 + clip3(-tc0, tc0, (p2 + ((p0 + q0 + 1) >> 1) - 2 * p1) >> 1));
+        ++tc;
+    }
+    if (abs(q2 - q0) < beta) {
+        q[across] =
+            static_cast<uint8_t>(q1 + clip3(-tc0, tc0, (q2 + ((p0 + q0 + 1) >> 1) - 2 * q1) >> 1));
+        ++tc;
+    }
+    const int delta = clip3(-tc, tc, ((q0 - p0) * 4 + (p1 - q1) + 4) >> 3);
+    q[-across] = clip_u8(p0 + delta);
+    q[0] = clip_u8(q0 - delta);
+}
+
+// One side of the strong filter: a is the side's sample at the edge, b the one on the other side.
+static void luma_strong_side(uint8_t* a0, ptrdiff_t away, int b0, int b1, bool is_flat) {
+    const int s0 = a0[0];
+    const int s1 = a0[away];
+    const int s2 = a0[2 * away];
+    if (!is_flat) {
+        a0[0] = static_cast<uint8_t>((2 * s1 + s0 + b1 + 2) >> 2);
+        return;
+    }
+    const int s3 = a0[3 * away];
+    a0[0] = static_cast<uint8_t>((s2 + 2 * s1 + 2 * s0 + 2 * b0 + b1 + 4) >> 3);
+    a0[away] = static_cast<uint8_t>((s2 + s1 + s0 + b0 + 2) >> 2);
+    a0[2 * away] = static_cast<uint8_t>((2 * s3 + 3 * s2 + s1 + s0 + b0 + 4) >> 3);
+}
+
+static void luma_strong(uint8_t* q, ptrdiff_t across, int alpha, int beta) {
+    const int p2 = q[-3 * across];
+    const int p1 = q[-2 * across];
+    const int p0 = q[-across];
+    const int q0 = q[0];
+    const int q1 = q[across];
+    const int q2 = q[2 * across];
+    const bool is_small = abs(p0 - q0) < (alpha >> 2) + 2;
+    luma_strong_side(q - across, -across, q0, q1, is_small && abs(p2 - p0) < beta);
+    luma_strong_side(q, across, p0, p1, is_small && abs(q2 - q0) < beta);
+}
+
+static void chroma_normal(uint8_t* q, ptrdiff_t across, int tc0) {
+    const int p0 = q[-across];
+    const int q0 = q[0];
+    const int tc = tc0 + 1;
+    const int delta = clip3(-tc, tc, ((q0 - p0) * 4 + (q[-2 * across] - q[across]) + 4) >> 3);
+    q[-across] = clip_u8(p0 + delta);
+    q[0] = clip_u8(q0 - delta);
+}
+
+static void chroma_strong(uint8_t* q, ptrdiff_t across) {
+    const int p1 = q[-2 * across];
+    const int p0 = q[-across];
+    const int q0 = q[0];
+    const int q1 = q[across];
+    q[-across] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
+    q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
+}
+
+enum FilterKind { kLumaNormal, kLumaStrong, kChromaNormal, kChromaStrong };
+
+template <FilterKind kKind, DeblockDirection kDirection>
+static void filter_edge(uint8_t* q0, ptrdiff_t pitch, int alpha, int beta, int tc0) {
+    const ptrdiff_t across = kDirection == kVerticalEdge ? 1 : pitch;
+    const ptrdiff_t along = kDirection == kVerticalEdge ? pitch : 1;
+    constexpr int kCount = kKind == kLumaNormal || kKind == kLumaStrong ? 16 : 8;
+    for (int i = 0; i < kCount; ++i) {
+        uint8_t* const q = q0 + i * along;
+        if (!is_filtered(q, across, alpha, beta)) continue;
+        if constexpr (kKind == kLumaNormal) luma_normal(q, across, beta, tc0);
+        if constexpr (kKind == kLumaStrong) luma_strong(q, across, alpha, beta);
+        if constexpr (kKind == kChromaNormal) chroma_normal(q, across, tc0);
+        if constexpr (kKind == kChromaStrong) chroma_strong(q, across);
+    }
+}
+
+void deblock_use_scalar(ReconKernels* k) {
+    k->luma_normal[kVerticalEdge] = filter_edge<kLumaNormal, kVerticalEdge>;
+    k->luma_normal[kHorizontalEdge] = filter_edge<kLumaNormal, kHorizontalEdge>;
+    k->luma_strong[kVerticalEdge] = filter_edge<kLumaStrong, kVerticalEdge>;
+    k->luma_strong[kHorizontalEdge] = filter_edge<kLumaStrong, kHorizontalEdge>;
+    k->chroma_normal[kVerticalEdge] = filter_edge<kChromaNormal, kVerticalEdge>;
+    k->chroma_normal[kHorizontalEdge] = filter_edge<kChromaNormal, kHorizontalEdge>;
+    k->chroma_strong[kVerticalEdge] = filter_edge<kChromaStrong, kVerticalEdge>;
+    k->chroma_strong[kHorizontalEdge] = filter_edge<kChromaStrong, kHorizontalEdge>;
+}

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/decode_key_frame_avc.h"
+
+#include "avcdec/avc_decoder.h"
+#include "runtime/owned.h"
+
+// A run of NAL units, each behind its length.
+struct NalRun {
+    uint8_t* next;
+    uint8_t* end;
+    uint32_t length_size;  // 1, 2 or 4 bytes
+};
+
+static uint32_t left_in(const NalRun& run) { return static_cast<uint32_t>(run.end - run.next); }
+
+// Takes the length field of the next NAL unit. Returns 1 when the unit does not fit in the run or
+// has fewer than 2 bytes.
+static int read_nal_length(NalRun* run, uint32_t* length) {
+    if (left_in(*run) < run->length_size) return 1;
+    *length = 0;
+    for (uint32_t i = 0; i < run->length_size; ++i) *length = *length << 8 | *run->next++;
+    return *length < 2 || *length > left_in(*run);
+}
+
+// Makes the picture for an SPS and the target of the decoder of it.
+static int make_picture(const AvcStreamInfo& info, DecodedPicture* picture, AvcDecodeInput* in) {
+    if (picture->planes) upnp_free(picture->planes);
+    *picture = {};
+    const uint64_t luma_size = uint64_t{info.width} * info.height;
+    picture->planes = owned_malloc<uint8_t>(luma_size * 3 / 2).release();
+    if (!picture->planes) return 1;
+    picture->width = info.width;
+    picture->height = info.height;
+    picture->stride = info.width;
+    picture->u_offset = static_cast<uint32_t>(luma_size);
+    picture->v_offset = static_cast<uint32_t>(luma_size + luma_size / 4);
+    picture->cropped = info.cropped;
+    const uint32_t shift = info.chroma_format == 1 ? 1 : 0;
+    picture->crop_left = info.crop_left << shift;
+    picture->crop_right = info.crop_right << shift;
+    picture->crop_top = info.crop_top << shift;
+    picture->crop_bottom = info.crop_bottom << shift;
+    in->target = picture->planes;
+    in->target_size = static_cast<uint32_t>(luma_size * 3 / 2);
+    in->stride = info.width;
+    in->target_sps_id = static_cast<int32_t>(info.sps_id);
+    return 0;
+}
+
+// Sizes the picture when the first SPS has come, or another one has become active.
+static int update_picture(const AvcDecodeOutput& out, DecodedPicture* picture, AvcDecodeInput* in) {
+    uint32_t id = 0;
+    if (out.events & kAvcEventSps && in->target_sps_id == -1) {
+        id = kAvcLastSps;
+    } else if (out.sps_id != in->target_sps_id && out.sps_id != -1) {
+        id = static_cast<uint32_t>(out.sps_id);
+    } else {
+        return 0;
+    }
+    AvcStreamInfo info;
+    avcdec_get_stream_info(in->decoder, &info, id);
+    return info.error ? 1 : make_picture(info, picture, in);
+}
+
+static int decode(AvcDecoder* decoder, const AvcFrameRequest* request, DecodedPicture* picture) {
+    AvcDecodeInput in = {};
+    in.decoder = decoder;
+    in.time_stamp = kAvcNoTimeStamp;
+    in.target_sps_id = -1;
+    const NalRun sample = {request->sample, request->sample + request->sample_length,
+                           static_cast<uint32_t>(request->nal_length_size)};
+    NalRun run = {request->parameter_sets, request->parameter_sets + request->parameter_sets_length,
+                  2};
+    bool is_sample = false;
+    for (;;) {
+        // Also the end of a sample without a complete picture, and stray bytes behind the
+        // parameter sets.
+        if (read_nal_length(&run, &in.nal_length)) return 1;
+        in.nal = run.next;
+        AvcDecodeOutput out;
+        avcdec_decode_nal(&in, &out);
+        if (out.error || out.consumed == 0 || out.consumed > in.nal_length) return 1;
+        run.next += out.consumed;
+        if (update_picture(out, picture, &in)) return 1;
+        if (out.events & kAvcEventPictureComplete) return 0;
+        if (!is_sample && run.next == run.end) {
+            run = sample;
+            is_sample = true;
+        }
+    }
+}
+
+int DecodeKeyFrameAvc(const AvcFrameRequest* request, DecodedPicture* picture) {
+    const AvcDecoderOptions options = {};
+    AvcCreateResult created;
+    avcdec_create(&options, &created);
+    if (created.error || !created.decoder) return 1;
+    const int result = decode(created.decoder, request, picture);
+    avcdec_destroy(created.decoder);
+    return result;
+}

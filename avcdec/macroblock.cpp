@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/macroblock.h"
+
+#include <string.h>
+
+#include <initializer_list>
+
+#include "avcdec/avc_decoder.h"
+#include "avcdec/intra_modes.h"
+#include "avcdec/reconstruct.h"
+#include "avcdec/transform.h"
+
+// What blocks see of a macroblock that is not there. For CABAC its blocks count as coded, its luma
+// pattern as full and everything else as 0 (H.264 9.3.3.1.1).
+static constexpr MbNeighbour kMissingCavlc = {
+    {-1, -1, -1, -1},
+    {kCountMissing, kCountMissing, kCountMissing, kCountMissing},
+    {{kCountMissing, kCountMissing}, {kCountMissing, kCountMissing}},
+    0x0f,
+    0,
+};
+static constexpr MbNeighbour kMissingCabac = {
+    {-1, -1, -1, -1}, {1, 1, 1, 1}, {{1, 1}, {1, 1}}, 0x0f, kLumaDcCoded | kCbDcCoded | kCrDcCoded,
+};
+
+void mb_set_intra16(AvcDecoder* d, uint32_t mb_type) {
+    AvcMacroblock* const mb = &d->mb;
+    const uint32_t t = mb_type - 1;
+    mb->kind = kMbIntra16x16;
+    mb->intra16_mode = intra16_table_mode(t & 3, mb->available);
+    const uint32_t chroma = d->monochrome ? 0 : (t >> 2) % 3 << 4;
+    mb->cbp = static_cast<uint8_t>(chroma | (t < 12 ? 0 : 15));
+    memset(d->columns[mb->x].modes, kIntraDc, 4);
+    memset(d->left.modes, kIntraDc, 4);
+}
+
+void mb_set_luma_dc(AvcDecoder* d, const int16_t* levels) {
+    AvcMacroblock* const mb = &d->mb;
+    int32_t dc[16];
+    transform_luma_dc(levels, dc);
+    const AvcScale& scale = d->quantiser.luma_dc;
+    for (int b = 0; b < 16; ++b) {
+        const int32_t value = dc[block_y(b) * 4 + block_x(b)];
+        mb->coefficients[b * 16] = scale_level(value, scale.factors[0], scale);
+    }
+    mb->coded_mask |= kLumaMask;
+}
+
+void mb_set_chroma_dc(AvcDecoder* d, int c, const int16_t* levels) {
+    AvcMacroblock* const mb = &d->mb;
+    int32_t dc[4];
+    transform_chroma_dc(levels, dc);
+    const AvcScale& scale = d->quantiser.chroma_dc[c];
+    for (int b = 0; b < 4; ++b) {
+        mb->coefficients[(16 + 4 * c + b) * 16] = scale_level(dc[b], scale.factors[0], scale);
+        mb->coded_mask |= chroma_bit(c, b);
+    }
+}
+
+void mb_clear_quadrant(AvcDecoder* d, int quadrant) {
+    uint8_t* const top = &d->columns[d->mb.x].luma[(quadrant & 1) * 2];
+    uint8_t* const left = &d->left.luma[quadrant & 2];
+    top[0] = top[1] = left[0] = left[1] = 0;
+}
+
+static void set_counts(AvcDecoder* d, uint8_t count) {
+    for (MbNeighbour* const n : {&d->columns[d->mb.x], &d->left}) {
+        memset(n->luma, count, sizeof n->luma);
+        memset(n->chroma, count, sizeof n->chroma);
+    }
+}
+
+void mb_clear_chroma(AvcDecoder* d) {
+    memset(d->columns[d->mb.x].chroma, 0, sizeof d->left.chroma);
+    memset(d->left.chroma, 0, sizeof d->left.chroma);
+}
+
+// Copies the samples of an I_PCM macroblock from the stream and starts the entropy coder behind
+// them. A monochrome macroblock has luma samples only.
+static void read_pcm(AvcDecoder* d) {
+    AvcMacroblock* const mb = &d->mb;
+    const size_t position =
+        d->is_cabac ? cabac_position(&d->cabac, d->bits.start) : bits_position(&d->bits);
+    const size_t from = (position + 7) / 8;
+    const size_t length = static_cast<size_t>(d->bits.end - d->bits.start);
+    const size_t size = d->monochrome ? 256 : 384;
+    mb->kind = kMbPcm;
+    if (from > length || length - from < size) {
+        mb->has_error = 1;
+        return;
+    }
+    reconstruct_pcm(d, d->bits.start + from);
+    bits_seek(&d->bits, (from + size) * 8);
+    if (d->is_cabac) cabac_init_engine(d);
+    memset(d->columns[mb->x].modes, kIntraDc, 4);
+    memset(d->left.modes, kIntraDc, 4);
+    set_counts(d, 16);
+    mb->cbp = 0x2f;
+    mb->flags = kLumaDcCoded | kCbDcCoded | kCrDcCoded;
+    mb->qp_delta_coded = 0;
+}
+
+static void read_coded_macroblock(AvcDecoder* d, uint32_t mb_type) {
+    AvcMacroblock* const mb = &d->mb;
+    (d->is_cabac ? cabac_read_prediction : cavlc_read_prediction)(d, mb_type);
+    if (mb->cbp == 0 && mb->kind != kMbIntra16x16) {
+        set_counts(d, 0);
+        mb->qp_delta_coded = 0;
+    } else {
+        (d->is_cabac ? cabac_read_residual : cavlc_read_residual)(d);
+    }
+    reconstruct_macroblock(d);
+}
+
+static void read_macroblock(AvcDecoder* d) {
+    AvcMacroblock* const mb = &d->mb;
+    const uint32_t mb_type = (d->is_cabac ? cabac_read_mb_type : cavlc_read_mb_type)(d);
+    if (mb_type == 25) {
+        read_pcm(d);
+    } else {
+        read_coded_macroblock(d, mb_type);
+    }
+    if (mb->kind == kMbIntra16x16 || mb->kind == kMbPcm) mb->flags |= kNotINxN;
+    if (mb->kind == kMbIntra8x8) mb->flags |= kTransform8x8;
+    for (MbNeighbour* const n : {&d->columns[mb->x], &d->left}) {
+        n->cbp = mb->cbp;
+        n->flags = mb->flags;
+    }
+}
+
+// Slices are runs of consecutive addresses, so a neighbour is in the slice when its address is.
+static uint8_t find_available(const AvcDecoder* d, uint32_t address, uint32_t first) {
+    const uint32_t width = d->picture.width_mbs;
+    const uint32_t x = d->mb.x;
+    const uint32_t since = address - first;  // macroblocks of the slice before this one
+    uint8_t available = 0;
+    if (x > 0 && since >= 1) available |= kHasLeft;
+    if (since >= width) available |= kHasTop;
+    if (x + 1 < width && since + 1 >= width) available |= kHasTopRight;
+    if (x > 0 && since >= width + 1) available |= kHasTopLeft;
+    return available;
+}
+
+static void begin_macroblock(AvcDecoder* d, uint32_t address) {
+    AvcMacroblock* const mb = &d->mb;
+    const uint32_t width = d->picture.width_mbs;
+    mb->x = static_cast<uint16_t>(address % width);
+    mb->y = static_cast<uint16_t>(address / width);
+    mb->available = find_available(d, address, d->slice.first_mb_in_slice);
+    mb->cbp = 0;
+    mb->flags = 0;
+    mb->coded_mask = 0;
+    mb->ac_mask = 0;
+    const MbNeighbour& missing = d->is_cabac ? kMissingCabac : kMissingCavlc;
+    if (!(mb->available & kHasLeft)) d->left = missing;
+    if (!(mb->available & kHasTop)) d->columns[mb->x] = missing;
+}
+
+static DeblockRecord deblock_record(const AvcDecoder* d) {
+    const AvcSliceHeader& slice = d->slice;
+    DeblockRecord record = {};
+    record.qp = d->mb.kind == kMbPcm ? 0 : d->quantiser.qp;
+    record.offset_a = static_cast<int8_t>(slice.slice_alpha_c0_offset_div2 * 2);
+    record.offset_b = static_cast<int8_t>(slice.slice_beta_offset_div2 * 2);
+    record.chroma_offset[0] = d->quantiser.chroma_offset[0];
+    record.chroma_offset[1] = d->quantiser.chroma_offset[1];
+    record.flags = kDeblockDecoded;
+    if (d->mb.kind == kMbIntra8x8) record.flags |= kDeblockTransform8x8;
+    if (d->monochrome) record.flags |= kDeblockMonochrome;
+    if (slice.disable_deblocking_filter_idc == 1) return record;
+    record.flags |= kDeblockInner;
+    const bool is_any_slice = slice.disable_deblocking_filter_idc == 0;
+    if (is_any_slice || d->mb.available & kHasLeft) record.flags |= kDeblockLeft;
+    if (is_any_slice || d->mb.available & kHasTop) record.flags |= kDeblockTop;
+    return record;
+}
+
+// True when the reader has used bits that the slice does not have.
+static bool is_overrun(const AvcDecoder* d) {
+    if (!d->is_cabac) return bits_overrun(&d->bits);
+    const size_t length = static_cast<size_t>(d->bits.end - d->bits.start);
+    return cabac_position(&d->cabac, d->bits.start) > length * 8;
+}
+
+// Whether another macroblock follows in the slice.
+static bool has_more_macroblocks(AvcDecoder* d, int* overrun) {
+    if (d->is_cabac) return cabac_decode_terminate(&d->cabac);
+    return bits_more_rbsp_data(&d->bits, overrun);
+}
+
+int avc_decode_slice_data(AvcDecoder* d) {
+    const uint32_t size = d->active_sps->pic_size_in_mbs;
+    picture_skip_to(d, d->slice.first_mb_in_slice);
+    if (d->is_cabac) {
+        bits_align(&d->bits);
+        cabac_init_slice(d);
+    }
+    d->mb.has_error = 0;
+    d->mb.qp_delta_coded = 0;
+    for (;;) {
+        begin_macroblock(d, d->next_mb);
+        read_macroblock(d);
+        if (d->mb.has_error || is_overrun(d)) return 1;
+        picture_macroblock_done(d, deblock_record(d));
+        if (d->next_mb == size) return 0;
+        int overrun = 0;
+        if (!has_more_macroblocks(d, &overrun)) return overrun;
+    }
+}

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// The macroblock layer of I slices (H.264 7.3.4, 7.3.5): what one macroblock is made of, what its
+// neighbours need to know of it, and the loop over the macroblocks of a slice.
+#pragma once
+
+#include <stdint.h>
+
+struct AvcDecoder;
+
+enum MbKind : uint8_t {
+    kMbIntra4x4 = 12,
+    kMbIntra8x8 = 13,  // I_NxN with transform_size_8x8_flag
+    kMbIntra16x16 = 14,
+    kMbPcm = 15,
+};
+
+// Which neighbouring macroblocks belong to the same slice.
+enum MbAvailability : uint8_t {
+    kHasLeft = 1,
+    kHasTop = 2,
+    kHasTopRight = 4,
+    kHasTopLeft = 8,
+};
+
+// MbNeighbour.nonzero of a neighbour that is not available, in a CAVLC slice.
+constexpr uint8_t kCountMissing = 0x40;
+
+enum MbNeighbourFlags : uint8_t {
+    kNotINxN = 1,            // Intra 16x16 or I_PCM
+    kChromaModeNonzero = 2,  // intra_chroma_pred_mode is not DC
+    kTransform8x8 = 4,
+    kLumaDcCoded = 8,  // coded_block_flag of the DC blocks
+    kCbDcCoded = 16,
+    kCrDcCoded = 32,
+};
+
+// One macroblock as seen from below (its bottom 4x4 row) or from the right (its right column).
+// Written while the macroblock is read, so that the blocks inside it see each other the same way.
+struct MbNeighbour {
+    int8_t modes[4];       // intra modes 0 to 8, -1 when not available
+    uint8_t luma[4];       // CAVLC: coefficients of the 4x4 blocks, or kCountMissing. CABAC: the
+    uint8_t chroma[2][2];  // blocks' coded_block_flag, as zero or not zero
+    uint8_t cbp;           // luma bits 0 to 3, chroma pattern in bits 4 and 5
+    uint8_t flags;         // MbNeighbourFlags
+};
+
+struct AvcMacroblock {
+    uint8_t kind;          // MbKind
+    uint8_t available;     // MbAvailability
+    uint8_t intra16_mode;  // table index of the 16x16 predictor
+    uint8_t chroma_mode;   // table index of the chroma predictor
+    uint8_t cbp;
+    uint8_t flags;           // MbNeighbourFlags
+    uint8_t has_error;       // the syntax cannot be decoded any further
+    uint8_t qp_delta_coded;  // mb_qp_delta of the previous macroblock was not 0 (CABAC)
+    uint16_t x;              // in macroblocks
+    uint16_t y;
+    uint8_t modes[16];  // table indices of the 4x4 (8x8: 4 of them) predictors
+    // Blocks with coefficients: bits 31 to 16 luma in decoding order, 15 to 12 Cb, 11 to 8 Cr.
+    // Of these, the ones in ac_mask have more than a DC coefficient.
+    uint32_t coded_mask;
+    uint32_t ac_mask;
+    // 16 luma, 4 Cb and 4 Cr blocks of 16 in decoding order, each stored column by column; an 8x8
+    // block takes the place of four. All zero between macroblocks: the kernels clear what they use.
+    alignas(32) int16_t coefficients[24 * 16];
+};
+
+constexpr uint32_t kLumaMask = 0xffff0000;
+
+// The bit of luma block b (0 to 15), and of block b of Cb (c = 0) or Cr (c = 1), in the masks.
+constexpr uint32_t luma_bit(int b) { return 0x80000000U >> b; }
+constexpr uint32_t chroma_bit(int c, int b) { return 0x8000U >> (4 * c + b); }
+
+// Column and row of luma 4x4 block b, in 4x4 blocks (H.264 6.4.3).
+constexpr int block_x(int b) { return (b & 1) + (b >> 1 & 2); }
+constexpr int block_y(int b) { return (b >> 1 & 1) + (b >> 2 & 2); }
+
+// Decodes the slice whose header was just parsed into the picture. Returns 0, or 1 on an error in
+// the slice data; decoder->next_mb is the address behind the last macroblock then and afterwards.
+int avc_decode_slice_data(AvcDecoder* decoder);
+
+// The syntax readers of the two entropy coders. mb_type is 0 to 25. The prediction readers fill
+// kind, modes and coded block pattern; the residual readers fill masks and coefficients.
+uint32_t cavlc_read_mb_type(AvcDecoder* decoder);
+void cavlc_read_prediction(AvcDecoder* decoder, uint32_t mb_type);
+void cavlc_read_residual(AvcDecoder* decoder);
+uint32_t cabac_read_mb_type(AvcDecoder* decoder);
+void cabac_read_prediction(AvcDecoder* decoder, uint32_t mb_type);
+void cabac_read_residual(AvcDecoder* decoder);
+
+// What both readers do with what they have read.
+
+// mb_type 1 to 24: prediction mode and coded block pattern of an Intra 16x16 macroblock.
+void mb_set_intra16(AvcDecoder* decoder, uint32_t mb_type);
+// Transforms and scales the DC levels (16 in raster order, 4 in raster order) and puts each into
+// its block. c is 0 for Cb, 1 for Cr.
+void mb_set_luma_dc(AvcDecoder* decoder, const int16_t* levels);
+void mb_set_chroma_dc(AvcDecoder* decoder, int c, const int16_t* levels);
+// Notes that the blocks of a luma quadrant, or the chroma AC blocks, are not coded.
+void mb_clear_quadrant(AvcDecoder* decoder, int quadrant);
+void mb_clear_chroma(AvcDecoder* decoder);

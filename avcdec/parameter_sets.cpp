@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/parameter_sets.h"
+
+#include <string.h>
+
+#include "avcdec/avc_decoder.h"
+#include "runtime/owned.h"
+
+int avc_parse_scaling_list(AvcBitReader* r, uint8_t* list, int size) {
+    int last_scale = 8;
+    int next_scale = 8;
+    for (int i = 0; i < size; ++i) {
+        if (next_scale != 0) next_scale = (last_scale + bits_se(r)) & 255;
+        if (i == 0 && next_scale == 0) return 1;
+        if (next_scale != 0) last_scale = next_scale;
+        list[i] = static_cast<uint8_t>(last_scale);
+    }
+    return 0;
+}
+
+static void parse_scaling_lists(AvcBitReader* r, ScalingLists* lists, int count) {
+    for (int i = 0; i < count; ++i) {
+        if (!bits_read_1(r)) continue;
+        const int use_default = i < 6 ? avc_parse_scaling_list(r, lists->list4x4[i], 16)
+                                      : avc_parse_scaling_list(r, lists->list8x8[i - 6], 64);
+        lists->state |=
+            static_cast<uint16_t>((use_default ? kListDefault : kListExplicit) << 2 * i);
+    }
+}
+
+static bool has_high_profile_syntax(uint32_t profile_idc) {
+    static constexpr uint8_t kProfiles[] = {100, 110, 122, 244, 44, 83, 86, 118, 144};
+    return memchr(kProfiles, static_cast<int>(profile_idc), sizeof kProfiles) != nullptr;
+}
+
+// chroma_format_idc to the scaling matrix.
+static int parse_high_profile_fields(AvcBitReader* r, AvcSps* sps) {
+    const uint32_t chroma_format_idc = bits_ue(r);
+    if (chroma_format_idc > 1) return 1;
+    sps->chroma_format_idc = static_cast<uint8_t>(chroma_format_idc);
+    const uint32_t bit_depth_luma_minus8 = bits_ue(r);
+    const uint32_t bit_depth_chroma_minus8 = bits_ue(r);
+    if (bit_depth_luma_minus8 != 0 || bit_depth_chroma_minus8 != 0) return 1;
+    const uint32_t qpprime_y_zero_transform_bypass_flag = bits_read_1(r);
+    if (qpprime_y_zero_transform_bypass_flag) return 1;
+    sps->seq_scaling_matrix_present_flag = static_cast<uint8_t>(bits_read_1(r));
+    if (sps->seq_scaling_matrix_present_flag) parse_scaling_lists(r, &sps->scaling, 8);
+    return 0;
+}
+
+static int parse_pic_order_cnt(AvcBitReader* r, AvcSps* sps) {
+    const uint32_t type = bits_ue(r);
+    if (type > 2) return 1;
+    sps->pic_order_cnt_type = static_cast<uint8_t>(type);
+    if (type == 0) {
+        const uint32_t bits = bits_ue(r) + 4;
+        if (bits > 16) return 1;  // H.264 7.4.2.1.1: 4 to 16
+        sps->log2_max_pic_order_cnt_lsb = static_cast<uint8_t>(bits);
+    } else if (type == 1) {
+        sps->delta_pic_order_always_zero_flag = static_cast<uint8_t>(bits_read_1(r));
+        sps->offset_for_non_ref_pic = bits_se_long(r);
+        sps->offset_for_top_to_bottom_field = bits_se_long(r);
+        sps->num_ref_frames_in_pic_order_cnt_cycle = bits_ue(r);
+        if (sps->num_ref_frames_in_pic_order_cnt_cycle > 255) return 1;
+        for (uint32_t i = 0; i < sps->num_ref_frames_in_pic_order_cnt_cycle; ++i) bits_se_long(r);
+    }
+    return 0;
+}
+
+// The sizes are kept in 16 bits. A picture whose samples or macroblocks they cannot count is
+// refused: 4096x4096 is 65536 macroblocks, hence 0.
+static int parse_picture_size(AvcBitReader* r, AvcSps* sps) {
+    const uint32_t width_mbs = bits_ue(r) + 1;
+    const uint32_t height_mbs = bits_ue(r) + 1;
+    if (width_mbs > 0xffff / 16 || height_mbs > 0xffff / 16) return 1;
+    if (width_mbs * height_mbs > 0xffff) return 1;
+    sps->width_mbs = static_cast<uint16_t>(width_mbs);
+    sps->height_mbs = static_cast<uint16_t>(height_mbs);
+    sps->width = static_cast<uint16_t>(width_mbs * 16);
+    sps->height = static_cast<uint16_t>(height_mbs * 16);
+    sps->pic_size_in_mbs = static_cast<uint16_t>(width_mbs * height_mbs);
+    return 0;
+}
+
+static void parse_cropping(AvcBitReader* r, AvcSps* sps) {
+    sps->frame_cropping_flag = static_cast<uint8_t>(bits_read_1(r));
+    if (!sps->frame_cropping_flag) return;
+    sps->frame_crop_left_offset = static_cast<uint16_t>(bits_ue(r));
+    sps->frame_crop_right_offset = static_cast<uint16_t>(bits_ue(r));
+    sps->frame_crop_top_offset = static_cast<uint16_t>(bits_ue(r));
+    sps->frame_crop_bottom_offset = static_cast<uint16_t>(bits_ue(r));
+}
+
+// Passes one ue(v) of up to 32 leading zeros without computing its value.
+static void skip_long_ue(AvcBitReader* r) {
+    uint32_t zeros = 0;
+    while (zeros < 32 && !bits_read_1(r)) ++zeros;
+    bits_skip(r, zeros);
+}
+
+// H.264 E.1.2.
+static void skip_hrd_parameters(AvcBitReader* r) {
+    const uint32_t cpb_cnt = bits_ue(r) + 1;
+    bits_skip(r, 8);  // bit_rate_scale, cpb_size_scale
+    for (uint32_t i = 0; i < cpb_cnt && !bits_overrun(r); ++i) {
+        skip_long_ue(r);
+        skip_long_ue(r);
+        bits_skip(r, 1);
+    }
+    bits_skip(r, 10);
+    bits_skip(r, 10);
+}
+
+// H.264 E.1.1, read over: nothing in it changes the decoding of one picture.
+static void skip_vui(AvcBitReader* r) {
+    if (bits_read_1(r) && bits_read(r, 8) == 255) bits_skip(r, 32);  // aspect ratio
+    if (bits_read_1(r)) bits_skip(r, 1);                             // overscan
+    if (bits_read_1(r) && bits_read(r, 5) & 1) bits_skip(r, 24);     // video signal type
+    if (bits_read_1(r)) {                                            // chroma sample location
+        bits_ue(r);
+        bits_ue(r);
+    }
+    if (bits_read_1(r)) bits_skip(r, 65);  // timing
+    const uint32_t nal_hrd = bits_read_1(r);
+    if (nal_hrd) skip_hrd_parameters(r);
+    const uint32_t vcl_hrd = bits_read_1(r);
+    if (vcl_hrd) skip_hrd_parameters(r);
+    if (nal_hrd || vcl_hrd) bits_skip(r, 1);  // low_delay_hrd_flag
+    if (bits_read(r, 2) & 1) {                // pic_struct_present_flag, bitstream restriction
+        bits_skip(r, 1);
+        for (int i = 0; i < 6; ++i) bits_ue(r);
+    }
+}
+
+static int parse_sps_fields(AvcBitReader* r, AvcSps* sps) {
+    sps->profile_idc = static_cast<uint8_t>(bits_read(r, 8));
+    sps->constraint_set_flags = static_cast<uint8_t>(bits_read(r, 4));
+    bits_skip(r, 4);
+    sps->level_idc = static_cast<uint8_t>(bits_read(r, 8));
+    const uint32_t id = bits_ue(r);
+    if (id >= kMaxSps) return 1;
+    sps->seq_parameter_set_id = static_cast<uint16_t>(id);
+    sps->chroma_format_idc = 1;
+    if (has_high_profile_syntax(sps->profile_idc)) {
+        sps->high_profile_syntax = 1;
+        if (parse_high_profile_fields(r, sps)) return 1;
+    }
+    sps->log2_max_frame_num = bits_ue(r) + 4;
+    if (sps->log2_max_frame_num > 16) return 1;  // H.264 7.4.2.1.1: 4 to 16
+    if (parse_pic_order_cnt(r, sps)) return 1;
+    sps->max_num_ref_frames = bits_ue(r);
+    sps->gaps_in_frame_num_value_allowed_flag = static_cast<uint8_t>(bits_read_1(r));
+    if (parse_picture_size(r, sps)) return 1;
+    const uint32_t frame_mbs_only_flag = bits_read_1(r);
+    if (!frame_mbs_only_flag) return 1;
+    sps->direct_8x8_inference_flag = static_cast<uint8_t>(bits_read_1(r));
+    parse_cropping(r, sps);
+    sps->vui_parameters_present_flag = static_cast<uint8_t>(bits_read_1(r));
+    if (sps->vui_parameters_present_flag) skip_vui(r);
+    bits_skip_trailing(r);
+    return 0;
+}
+
+int avc_parse_sps(AvcBitReader* r, AvcDecoder* d) {
+    AvcSps sps = {};
+    if (parse_sps_fields(r, &sps)) return 1;
+    // The last parsed set of a profile that codes the chroma format decides, active or not.
+    if (sps.high_profile_syntax) d->monochrome = sps.chroma_format_idc == 0;
+
+    AvcSps** const slot = &d->sps_table[sps.seq_parameter_set_id];
+    if (!*slot) {
+        *slot = static_cast<AvcSps*>(upnp_calloc(1, sizeof(AvcSps)));
+        if (!*slot) return 1;
+    }
+    const bool is_active = *slot == d->active_sps;
+    if (is_active && (sps.width != (*slot)->width || sps.height != (*slot)->height)) return 1;
+    // Its scaling lists may be new.
+    if (is_active && d->active_pps) d->active_pps->changed = 1;
+    **slot = sps;
+    d->last_sps = *slot;
+    return 0;
+}
+
+static int parse_pps_extension(AvcBitReader* r, AvcPps* pps) {
+    int overrun = 0;
+    const int more = bits_more_rbsp_data(r, &overrun);
+    if (overrun) return 1;
+    AvcBitReader ahead = *r;
+    if (!more || bits_trailing_check(&ahead)) return 0;
+
+    pps->transform_8x8_mode_flag = static_cast<uint8_t>(bits_read_1(r));
+    pps->pic_scaling_matrix_present_flag = static_cast<uint8_t>(bits_read_1(r));
+    if (pps->pic_scaling_matrix_present_flag) {
+        parse_scaling_lists(r, &pps->scaling, 6 + 2 * pps->transform_8x8_mode_flag);
+    }
+    const int32_t second_chroma_qp_index_offset = bits_se(r);
+    if (second_chroma_qp_index_offset < -12 || second_chroma_qp_index_offset > 12) return 1;
+    pps->second_chroma_qp_index_offset = static_cast<int8_t>(second_chroma_qp_index_offset);
+    return 0;
+}
+
+static int parse_pps_fields(AvcBitReader* r, const AvcDecoder* d, AvcPps* pps) {
+    const uint32_t id = bits_ue(r);
+    const uint32_t sps_id = bits_ue(r);
+    if (id >= kMaxPps || sps_id >= kMaxSps) return 1;
+    pps->pic_parameter_set_id = static_cast<uint16_t>(id);
+    pps->seq_parameter_set_id = static_cast<uint16_t>(sps_id);
+    pps->entropy_coding_mode_flag = static_cast<uint8_t>(bits_read_1(r));
+    pps->bottom_field_pic_order_in_frame_present_flag = static_cast<uint8_t>(bits_read_1(r));
+    const uint32_t num_slice_groups_minus1 = bits_ue(r);
+    if (num_slice_groups_minus1 > 0) return 1;
+    const uint32_t refs_l0 = bits_ue(r);
+    const uint32_t refs_l1 = bits_ue(r);
+    if (refs_l0 > 15 || refs_l1 > 15) return 1;
+    pps->num_ref_idx_l0_default_active_minus1 = static_cast<uint8_t>(refs_l0);
+    pps->num_ref_idx_l1_default_active_minus1 = static_cast<uint8_t>(refs_l1);
+    pps->weighted_pred_flag = static_cast<uint8_t>(bits_read_1(r));
+    pps->weighted_bipred_idc = static_cast<uint8_t>(bits_read(r, 2));
+    if (pps->weighted_bipred_idc > 2) return 1;
+    const int32_t pic_init_qp = bits_se(r) + 26;
+    if (pic_init_qp < 0 || pic_init_qp > 51) return 1;
+    pps->pic_init_qp = static_cast<uint8_t>(pic_init_qp);
+    bits_se(r);  // pic_init_qs_minus26
+    const int32_t chroma_qp_index_offset = bits_se(r);
+    if (chroma_qp_index_offset < -12 || chroma_qp_index_offset > 12) return 1;
+    pps->chroma_qp_index_offset = static_cast<int8_t>(chroma_qp_index_offset);
+    pps->second_chroma_qp_index_offset = pps->chroma_qp_index_offset;
+    pps->deblocking_filter_control_present_flag = static_cast<uint8_t>(bits_read_1(r));
+    pps->constrained_intra_pred_flag = static_cast<uint8_t>(bits_read_1(r));
+    pps->redundant_pic_cnt_present_flag = static_cast<uint8_t>(bits_read_1(r));
+
+    const AvcSps* const sps = d->sps_table[sps_id];
+    if ((!sps || sps->high_profile_syntax) && parse_pps_extension(r, pps)) return 1;
+    bits_skip_trailing(r);
+    return 0;
+}
+
+static bool has_same_bytes(const AvcPps* pps, const uint8_t* bytes, uint32_t length) {
+    return pps->raw && pps->raw_length == length && memcmp(pps->raw, bytes, length) == 0;
+}
+
+// True when tables derived from the stored record do not serve the new one. Keeps the new NAL
+// unit's bytes, by which a repeated set with matrices is recognised, in *fresh.
+static bool is_pps_changed(const AvcPps* stored, AvcPps* fresh, const uint8_t* bytes,
+                           uint32_t length) {
+    if (!stored->pic_scaling_matrix_present_flag && !fresh->pic_scaling_matrix_present_flag) {
+        return stored->transform_8x8_mode_flag != fresh->transform_8x8_mode_flag ||
+               stored->chroma_qp_index_offset != fresh->chroma_qp_index_offset ||
+               stored->second_chroma_qp_index_offset != fresh->second_chroma_qp_index_offset;
+    }
+    if (has_same_bytes(stored, bytes, length)) {
+        fresh->raw = stored->raw;
+        fresh->raw_length = stored->raw_length;
+        return false;
+    }
+    fresh->raw = static_cast<uint8_t*>(upnp_malloc(length));
+    if (fresh->raw) {
+        memcpy(fresh->raw, bytes, length);
+        fresh->raw_length = length;
+    }
+    return true;
+}
+
+int avc_parse_pps(AvcBitReader* r, AvcDecoder* d) {
+    AvcPps pps = {};
+    if (parse_pps_fields(r, d, &pps)) return 1;
+    AvcPps** const slot = &d->pps_table[pps.pic_parameter_set_id];
+    const bool is_new = !*slot;
+    if (is_new) {
+        *slot = static_cast<AvcPps*>(upnp_calloc(1, sizeof(AvcPps)));
+        if (!*slot) return 1;
+    }
+    const bool is_changed =
+        is_pps_changed(*slot, &pps, r->start, static_cast<uint32_t>(r->end - r->start));
+    if ((*slot)->raw && (*slot)->raw != pps.raw) upnp_free((*slot)->raw);
+    pps.changed = is_new || is_changed || (*slot)->changed;
+    **slot = pps;
+    return 0;
+}

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Sequence and picture parameter sets (H.264 7.3.2.1, 7.3.2.2): what the decoder keeps of them.
+//
+// Accepted are frames of progressive, 8-bit, 4:2:0 or monochrome streams without slice groups;
+// everything else is refused here, before any memory for pictures is taken.
+#pragma once
+
+#include <stdint.h>
+
+#include "avcdec/bit_reader.h"
+
+struct AvcDecoder;
+
+constexpr int kMaxSps = 32;
+constexpr int kMaxPps = 256;
+
+enum ScalingListState : uint16_t { kListNotSent = 0, kListExplicit = 1, kListDefault = 2 };
+
+// The lists that one parameter set sends, in coded (zig-zag) order: 4x4 intra Y, Cb, Cr, inter Y,
+// Cb, Cr, then 8x8 intra Y, inter Y.
+struct ScalingLists {
+    uint16_t state;  // a ScalingListState per list i in bits 2i + 1 to 2i
+    uint8_t list4x4[6][16];
+    uint8_t list8x8[2][64];
+};
+
+struct AvcSps {
+    uint8_t profile_idc;
+    uint8_t constraint_set_flags;  // set0 to set3 from bit 3 down
+    uint8_t level_idc;
+    uint16_t seq_parameter_set_id;
+    uint8_t chroma_format_idc;  // 0 or 1
+    uint8_t seq_scaling_matrix_present_flag;
+    ScalingLists scaling;
+    uint32_t log2_max_frame_num;
+    uint8_t pic_order_cnt_type;
+    uint8_t log2_max_pic_order_cnt_lsb;        // type 0
+    uint8_t delta_pic_order_always_zero_flag;  // type 1
+    int32_t offset_for_non_ref_pic;
+    int32_t offset_for_top_to_bottom_field;
+    uint32_t num_ref_frames_in_pic_order_cnt_cycle;
+    uint32_t max_num_ref_frames;
+    uint8_t gaps_in_frame_num_value_allowed_flag;
+    uint8_t direct_8x8_inference_flag;
+    uint8_t frame_cropping_flag;
+    uint16_t frame_crop_left_offset;  // as coded
+    uint16_t frame_crop_right_offset;
+    uint16_t frame_crop_top_offset;
+    uint16_t frame_crop_bottom_offset;
+    uint8_t vui_parameters_present_flag;
+    uint16_t width;  // luma samples of the macroblock grid
+    uint16_t height;
+    uint16_t width_mbs;
+    uint16_t height_mbs;
+    uint16_t pic_size_in_mbs;     // kept in 16 bits
+    uint8_t high_profile_syntax;  // 1 when the chroma format to scaling matrix fields were coded
+};
+
+struct AvcPps {
+    uint16_t pic_parameter_set_id;
+    uint16_t seq_parameter_set_id;
+    uint8_t entropy_coding_mode_flag;  // 0 CAVLC, 1 CABAC
+    uint8_t bottom_field_pic_order_in_frame_present_flag;
+    uint8_t num_ref_idx_l0_default_active_minus1;
+    uint8_t num_ref_idx_l1_default_active_minus1;
+    uint8_t weighted_pred_flag;
+    uint8_t weighted_bipred_idc;
+    uint8_t pic_init_qp;  // 0 to 51
+    int8_t chroma_qp_index_offset;
+    uint8_t deblocking_filter_control_present_flag;
+    uint8_t constrained_intra_pred_flag;
+    uint8_t redundant_pic_cnt_present_flag;
+    uint8_t transform_8x8_mode_flag;
+    uint8_t pic_scaling_matrix_present_flag;
+    ScalingLists scaling;
+    int8_t second_chroma_qp_index_offset;
+    uint8_t changed;  // 1 when the tables derived from this record must be rebuilt
+    uint8_t* raw;     // owned copy of the unescaped NAL unit, kept with scaling matrices only
+    uint32_t raw_length;
+};
+
+// Parse the parameter set behind the NAL header that the reader stands on, and store it in the
+// decoder's table; a record with the same id is replaced in place. Return 0, or 1 when the set is
+// malformed, not supported or cannot be stored: the stored record then stays as it was.
+int avc_parse_sps(AvcBitReader* r, AvcDecoder* decoder);
+int avc_parse_pps(AvcBitReader* r, AvcDecoder* decoder);
+
+// H.264 7.3.2.1.1.1. Reads a list of 16 or 64 entries in coded order. Returns 1 when the list
+// signals use-default, and leaves the list alone then, else 0.
+int avc_parse_scaling_list(AvcBitReader* r, uint8_t* list, int size);

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Constant tables of scaling and scanning (H.264 8.5.6 to 8.5.9, 7.4.2.1.1.1), laid out in the
+// order in which the inner loops consume them.
+#pragma once
+
+#include <stdint.h>
+
+#include <array>
+
+using Table16 = std::array<uint8_t, 16>;
+using Table64 = std::array<uint8_t, 64>;
+
+// Where the coefficient at a scan position lands in its block. Blocks are stored column by column:
+// element x * 4 + y (x * 8 + y) is the coefficient of horizontal frequency x and vertical y.
+extern const Table16 kScan4x4;
+extern const Table64 kScan8x8;
+// The same for 8x8 blocks coded as four interleaved 4x4 lists: entry k * 16 + i is scan position
+// 4 * i + k.
+extern const Table64 kScan8x8Interleaved;
+
+// Luma DC list position to 4x4 block in raster order.
+extern const Table16 kZigzag4x4;
+
+// normAdjust (H.264 8.5.9) per QP % 6, in scan order.
+extern const std::array<Table16, 6> kNormAdjust4x4;
+extern const std::array<Table64, 6> kNormAdjust8x8;
+
+// Default scaling lists of intra blocks (H.264 Tables 7-3, 7-4), in scan order.
+extern const Table16 kDefaultIntra4x4;
+extern const Table64 kDefaultIntra8x8;
+
+// QPc by qPI + 12 (H.264 Table 8-15), where qPI = QPY + chroma_qp_index_offset is not clamped.
+extern const uint8_t kChromaQp[12 + 52 + 12];

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/quantiser.h"
+
+#include <string.h>
+
+#include "avcdec/parameter_sets.h"
+#include "avcdec/quant_tables.h"
+
+static ScalingListState list_state(const ScalingLists& lists, int i) {
+    return static_cast<ScalingListState>(lists.state >> 2 * i & 3);
+}
+
+// One list by the fall-back rules of H.264 Table 7-2: what a set does not send comes from fallback.
+static const uint8_t* pick_list(const ScalingLists& lists, int i, const uint8_t* sent,
+                                const uint8_t* fallback, const uint8_t* standard) {
+    switch (list_state(lists, i)) {
+        case kListExplicit:
+            return sent;
+        case kListDefault:
+            return standard;
+        default:
+            return fallback;
+    }
+}
+
+// The weights of intra Y, Cb, Cr 4x4 and of intra Y 8x8 blocks, in scan order.
+struct IntraWeights {
+    const uint8_t* list4x4[3];
+    const uint8_t* list8x8;
+};
+
+static IntraWeights pick_lists(const ScalingLists& lists, const uint8_t* fallback4x4,
+                               const uint8_t* fallback8x8) {
+    IntraWeights w;
+    for (int i = 0; i < 3; ++i) {
+        const uint8_t* const fallback = i == 0 ? fallback4x4 : w.list4x4[i - 1];
+        w.list4x4[i] = pick_list(lists, i, lists.list4x4[i], fallback, kDefaultIntra4x4.data());
+    }
+    w.list8x8 = pick_list(lists, 6, lists.list8x8[0], fallback8x8, kDefaultIntra8x8.data());
+    return w;
+}
+
+// Fall-back rule A (the defaults) for an SPS and for a PPS above an SPS without matrices, else
+// rule B (the lists of the SPS).
+static IntraWeights intra_weights(const AvcSps* sps, const AvcPps* pps) {
+    IntraWeights w = {{}, kDefaultIntra8x8.data()};
+    w.list4x4[0] = kDefaultIntra4x4.data();
+    if (sps->seq_scaling_matrix_present_flag) {
+        w = pick_lists(sps->scaling, kDefaultIntra4x4.data(), kDefaultIntra8x8.data());
+    }
+    if (pps->pic_scaling_matrix_present_flag) w = pick_lists(pps->scaling, w.list4x4[0], w.list8x8);
+    return w;
+}
+
+static void fill_level_scale(AvcQuantiser* q, const IntraWeights& w) {
+    for (int m = 0; m < 6; ++m) {
+        for (int c = 0; c < 3; ++c) {
+            for (int i = 0; i < 16; ++i) {
+                const int weight = q->is_flat ? 1 : w.list4x4[c][i];
+                q->level_scale4x4[c][m][i] = static_cast<uint16_t>(kNormAdjust4x4[m][i] * weight);
+            }
+        }
+        for (int i = 0; i < 64; ++i) {
+            const int weight = q->is_flat ? 1 : w.list8x8[i];
+            q->level_scale8x8[m][i] = static_cast<uint16_t>(kNormAdjust8x8[m][i] * weight);
+        }
+    }
+}
+
+void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const AvcPps* pps) {
+    q->is_flat = !sps->seq_scaling_matrix_present_flag && !pps->pic_scaling_matrix_present_flag;
+    q->chroma_offset[0] = pps->chroma_qp_index_offset;
+    q->chroma_offset[1] = pps->second_chroma_qp_index_offset;
+    // Flat matrices with unequal offsets take the rounded product over factors without the weight
+    // of 16, and come out at a sixteenth of the standard's value. This is meant so.
+    q->is_rounded = !q->is_flat || q->chroma_offset[0] != q->chroma_offset[1];
+    q->has_8x8 = pps->transform_8x8_mode_flag;
+    q->is_interleaved = !pps->entropy_coding_mode_flag;
+    fill_level_scale(q, intra_weights(sps, pps));
+    memset(q->built4x4, 0, sizeof q->built4x4);
+    q->built8x8 = 0;
+}
+
+static AvcScale make_scale4x4(AvcQuantiser* q, int component, int qp) {
+    int32_t* const factors = q->factors4x4[component][qp];
+    const uint64_t bit = uint64_t{1} << qp;
+    if (!(q->built4x4[component] & bit)) {
+        q->built4x4[component] |= bit;
+        for (int i = 0; i < 16; ++i) {
+            factors[i] = q->level_scale4x4[component][qp % 6][i] << qp / 6;
+        }
+    }
+    return q->is_rounded ? AvcScale{factors, 8, 4} : AvcScale{factors, 0, 0};
+}
+
+static AvcScale make_scale8x8(AvcQuantiser* q, int qp) {
+    int32_t* const factors = q->factors8x8[qp];
+    // The weight of 16 that flat tables leave out is four more shifts; six are the standard's
+    // rounding shift, taken out of the factor where it covers them.
+    const int shift = q->is_flat ? qp / 6 + 4 : qp / 6;
+    const bool is_rounded = shift < 6;
+    const uint64_t bit = uint64_t{1} << qp;
+    if (!(q->built8x8 & bit)) {
+        q->built8x8 |= bit;
+        for (int i = 0; i < 64; ++i) {
+            const int entry = q->is_interleaved ? i % 4 * 16 + i / 4 : i;
+            factors[entry] = q->level_scale8x8[qp % 6][i] << (is_rounded ? shift : shift - 6);
+        }
+    }
+    return is_rounded ? AvcScale{factors, 32, 6} : AvcScale{factors, 0, 0};
+}
+
+static void set_dc_scales(AvcQuantiser* q, const int* chroma_qp) {
+    const int luma_shift = q->is_flat ? q->qp / 6 + 4 : q->qp / 6;
+    const bool is_rounded = luma_shift < 6;
+    q->dc_factors[kCompY] = q->level_scale4x4[kCompY][q->qp % 6][0]
+                            << (is_rounded ? luma_shift : luma_shift - 6);
+    q->luma_dc = {&q->dc_factors[kCompY], is_rounded ? 32 : 0, is_rounded ? 6 : 0};
+    for (int c = 0; c < 2; ++c) {
+        const int shift = chroma_qp[c] / 6 + (q->is_flat ? 4 : 0);
+        q->dc_factors[1 + c] = q->level_scale4x4[1 + c][chroma_qp[c] % 6][0] << shift;
+        q->chroma_dc[c] = {&q->dc_factors[1 + c], 0, 5};
+    }
+}
+
+uint8_t quantiser_chroma_qp(const AvcQuantiser* q, int qp, int cr) {
+    return kChromaQp[12 + qp + q->chroma_offset[cr]];
+}
+
+void quantiser_set_qp(AvcQuantiser* q, int32_t qp) {
+    if (qp < 0) qp += 52;
+    if (qp > 51) qp -= 52;
+    q->qp = static_cast<uint8_t>(qp < 0 ? 0 : qp > 51 ? 51 : qp);
+    const int chroma_qp[2] = {quantiser_chroma_qp(q, q->qp, 0), quantiser_chroma_qp(q, q->qp, 1)};
+    q->scale4x4[kCompY] = make_scale4x4(q, kCompY, q->qp);
+    q->scale4x4[kCompCb] = make_scale4x4(q, kCompCb, chroma_qp[0]);
+    q->scale4x4[kCompCr] = make_scale4x4(q, kCompCr, chroma_qp[1]);
+    if (q->has_8x8) q->scale8x8 = make_scale8x8(q, q->qp);
+    set_dc_scales(q, chroma_qp);
+}
+
+void quantiser_update(AvcQuantiser* q, int32_t mb_qp_delta) {
+    quantiser_set_qp(q, q->qp + mb_qp_delta);
+}

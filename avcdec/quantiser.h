@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Inverse quantisation (H.264 8.5.9 to 8.5.13): from a level to a scaled coefficient with one
+// multiply. Factors are kept per QP, already shifted and in scan order, and made when a QP is first
+// met, so that a changing QP costs nothing.
+#pragma once
+
+#include <stdint.h>
+
+struct AvcSps;
+struct AvcPps;
+
+enum AvcComponent { kCompY = 0, kCompCb = 1, kCompCr = 2 };
+
+// How the levels of one block become coefficients: (level * factors[scan index] + add) >> shift.
+struct AvcScale {
+    const int32_t* factors;
+    int32_t add;
+    int32_t shift;
+};
+
+// The result is kept in 16 bits, as the transforms take it; products wrap.
+inline int16_t scale_level(int32_t level, int32_t factor, const AvcScale& scale) {
+    const uint32_t product = static_cast<uint32_t>(level) * static_cast<uint32_t>(factor);
+    return static_cast<int16_t>(static_cast<int32_t>(product + static_cast<uint32_t>(scale.add)) >>
+                                scale.shift);
+}
+
+struct AvcQuantiser {
+    uint8_t qp;          // luma, 0 to 51
+    uint8_t is_flat;     // no scaling matrix is in force
+    uint8_t is_rounded;  // 4x4 blocks take the rounded product
+    uint8_t has_8x8;
+    uint8_t is_interleaved;  // 8x8 factors in the order of four interleaved lists (CAVLC)
+    int8_t chroma_offset[2];
+    AvcScale scale4x4[3];   // by component, at the current QP
+    AvcScale scale8x8;      // luma
+    AvcScale luma_dc;       // one factor
+    AvcScale chroma_dc[2];  // one factor each, for Cb and Cr
+
+    uint16_t level_scale4x4[3][6][16];  // LevelScale; normAdjust alone when flat
+    uint16_t level_scale8x8[6][64];
+    uint64_t built4x4[3];  // bit q: the factors of QP q are made
+    uint64_t built8x8;
+    int32_t dc_factors[3];
+    int32_t factors4x4[3][52][16];
+    int32_t factors8x8[52][64];
+};
+
+// Takes over the matrices and offsets of the active parameter sets and drops all factors; the next
+// quantiser_set_qp makes new ones.
+void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const AvcPps* pps);
+
+// Sets the luma QP. Outside 0 to 51 it wraps by 52 once, then saturates.
+void quantiser_set_qp(AvcQuantiser* q, int32_t qp);
+
+// mb_qp_delta: moves on from the current QP, with the same wrap.
+void quantiser_update(AvcQuantiser* q, int32_t mb_qp_delta);
+
+// QPc of a luma QP for Cb (0) or Cr (1).
+uint8_t quantiser_chroma_qp(const AvcQuantiser* q, int qp, int cr);

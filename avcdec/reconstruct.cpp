@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/reconstruct.h"
+
+#include <string.h>
+
+#include "avcdec/avc_decoder.h"
+#include "avcdec/intra_modes.h"
+
+// The value of samples that are missing: neighbours outside the slice, and macroblocks that never
+// came.
+static constexpr uint8_t kMissingSample = 128;
+
+// Where the samples of one macroblock go, with their neighbours around them.
+struct MbSamples {
+    uint8_t* plane[3];
+    ptrdiff_t luma_pitch;
+    ptrdiff_t chroma_pitch;
+};
+
+static MbSamples samples_in_picture(const AvcDecoder* d) {
+    const AvcPicture& p = d->picture;
+    const ptrdiff_t luma_pitch = p.stride;
+    const ptrdiff_t chroma_pitch = p.stride / 2;
+    const ptrdiff_t x = d->mb.x;
+    const ptrdiff_t y = d->mb.y;
+    return {{p.plane[0] + (y * luma_pitch + x) * 16, p.plane[1] + (y * chroma_pitch + x) * 8,
+             p.plane[2] + (y * chroma_pitch + x) * 8},
+            luma_pitch,
+            chroma_pitch};
+}
+
+static void predict_add_4x4(AvcDecoder* d, uint8_t* dst, ptrdiff_t pitch) {
+    const ReconKernels& k = d->kernels;
+    AvcMacroblock* const mb = &d->mb;
+    for (int b = 0; b < 16; ++b) {
+        uint8_t* const block = dst + block_y(b) * 4 * pitch + block_x(b) * 4;
+        k.pred4x4[mb->modes[b]](block, pitch);
+        const uint32_t bit = luma_bit(b);
+        if (!(mb->coded_mask & bit)) continue;
+        (mb->ac_mask & bit ? k.add_4x4 : k.add_4x4_dc)(block, pitch, mb->coefficients + b * 16);
+    }
+}
+
+// Which corner samples each 8x8 block has.
+static unsigned corners8x8(const AvcMacroblock* mb, int b) {
+    const auto flags = [](bool top_left, bool top_right) {
+        return (top_left ? kPred8x8TopLeft : 0U) | (top_right ? kPred8x8TopRight : 0U);
+    };
+    switch (b) {
+        case 0:
+            return flags(mb->available & kHasTopLeft, mb->available & kHasTop);
+        case 1:
+            return flags(mb->available & kHasTop, mb->available & kHasTopRight);
+        case 2:
+            return flags(mb->available & kHasLeft, true);
+        default:
+            return flags(true, false);
+    }
+}
+
+static void predict_add_8x8(AvcDecoder* d, uint8_t* dst, ptrdiff_t pitch) {
+    const ReconKernels& k = d->kernels;
+    AvcMacroblock* const mb = &d->mb;
+    for (int b = 0; b < 4; ++b) {
+        uint8_t* const block = dst + (b >> 1) * 8 * pitch + (b & 1) * 8;
+        k.pred8x8[mb->modes[b]](block, pitch, corners8x8(mb, b));
+        const uint32_t bit = luma_bit(4 * b);
+        if (!(mb->coded_mask & bit)) continue;
+        (mb->ac_mask & bit ? k.add_8x8 : k.add_8x8_dc)(block, pitch, mb->coefficients + b * 64);
+    }
+}
+
+static void predict_add_16x16(AvcDecoder* d, uint8_t* dst, ptrdiff_t pitch) {
+    const ReconKernels& k = d->kernels;
+    AvcMacroblock* const mb = &d->mb;
+    k.pred16x16[mb->intra16_mode](dst, pitch);
+    for (uint32_t left = mb->coded_mask & kLumaMask; left != 0;) {
+        const int b = __builtin_clz(left);
+        left &= ~luma_bit(b);
+        uint8_t* const block = dst + block_y(b) * 4 * pitch + block_x(b) * 4;
+        (mb->ac_mask & luma_bit(b) ? k.add_4x4 : k.add_4x4_dc)(block, pitch,
+                                                               mb->coefficients + b * 16);
+    }
+}
+
+static void predict_add_chroma(AvcDecoder* d, int c, uint8_t* dst, ptrdiff_t pitch) {
+    const ReconKernels& k = d->kernels;
+    AvcMacroblock* const mb = &d->mb;
+    k.pred_chroma[mb->chroma_mode](dst, pitch);
+    for (int b = 0; b < 4; ++b) {
+        const uint32_t bit = chroma_bit(c, b);
+        if (!(mb->coded_mask & bit)) continue;
+        uint8_t* const block = dst + (b >> 1) * 4 * pitch + (b & 1) * 4;
+        (mb->ac_mask & bit ? k.add_4x4 : k.add_4x4_dc)(block, pitch,
+                                                       mb->coefficients + (16 + 4 * c + b) * 16);
+    }
+}
+
+static void fill_block(uint8_t* dst, ptrdiff_t pitch, int size, uint8_t value) {
+    for (int y = 0; y < size; ++y) memset(dst + y * pitch, value, static_cast<size_t>(size));
+}
+
+static void predict_add(AvcDecoder* d, const MbSamples& to) {
+    switch (d->mb.kind) {
+        case kMbIntra4x4:
+            predict_add_4x4(d, to.plane[0], to.luma_pitch);
+            break;
+        case kMbIntra8x8:
+            predict_add_8x8(d, to.plane[0], to.luma_pitch);
+            break;
+        default:
+            predict_add_16x16(d, to.plane[0], to.luma_pitch);
+            break;
+    }
+    for (int c = 0; c < 2; ++c) {
+        if (d->monochrome) {
+            fill_block(to.plane[1 + c], to.chroma_pitch, 8, kMissingSample);
+        } else {
+            predict_add_chroma(d, c, to.plane[1 + c], to.chroma_pitch);
+        }
+    }
+}
+
+// A macroblock at the border of its slice is made here, among neighbours of which the missing ones
+// read as 128, so that no predictor has to ask. Each plane has a row above, 16 bytes before it for
+// the left column, and room for the samples above and to the right.
+struct BorderArea {
+    static constexpr ptrdiff_t kPitch = 48;
+    alignas(16) uint8_t luma[17 * kPitch];
+    alignas(16) uint8_t chroma[2][9 * kPitch];
+
+    uint8_t* block(int plane) { return (plane == 0 ? luma : chroma[plane - 1]) + kPitch + 16; }
+};
+
+// Copies the neighbours of one plane that are there.
+static void copy_neighbours(const uint8_t* from, ptrdiff_t pitch, int size, uint8_t available,
+                            uint8_t* to) {
+    const ptrdiff_t to_pitch = BorderArea::kPitch;
+    const auto n = static_cast<size_t>(size);
+    memset(to - to_pitch - 1, kMissingSample, 2 * n + 1);
+    if (available & kHasTop) memcpy(to - to_pitch, from - pitch, n);
+    if (available & kHasTopRight) memcpy(to - to_pitch + size, from - pitch + size, n);
+    if (available & kHasTopLeft) to[-to_pitch - 1] = from[-pitch - 1];
+    for (int y = 0; y < size; ++y) {
+        to[y * to_pitch - 1] = available & kHasLeft ? from[y * pitch - 1] : kMissingSample;
+    }
+}
+
+static void copy_block(const uint8_t* from, ptrdiff_t from_pitch, int size, uint8_t* to,
+                       ptrdiff_t to_pitch) {
+    for (int y = 0; y < size; ++y) {
+        memcpy(to + y * to_pitch, from + y * from_pitch, static_cast<size_t>(size));
+    }
+}
+
+static void reconstruct_at_border(AvcDecoder* d, const MbSamples& to) {
+    BorderArea area;
+    const MbSamples inside = {
+        {area.block(0), area.block(1), area.block(2)}, BorderArea::kPitch, BorderArea::kPitch};
+    for (int i = 0; i < 3; ++i) {
+        copy_neighbours(to.plane[i], i == 0 ? to.luma_pitch : to.chroma_pitch, i == 0 ? 16 : 8,
+                        d->mb.available, inside.plane[i]);
+    }
+    predict_add(d, inside);
+    for (int i = 0; i < 3; ++i) {
+        copy_block(inside.plane[i], BorderArea::kPitch, i == 0 ? 16 : 8, to.plane[i],
+                   i == 0 ? to.luma_pitch : to.chroma_pitch);
+    }
+}
+
+void reconstruct_macroblock(AvcDecoder* d) {
+    static constexpr uint8_t kInside = kHasLeft | kHasTop | kHasTopLeft;
+    const MbSamples to = samples_in_picture(d);
+    if ((d->mb.available & kInside) == kInside) {
+        predict_add(d, to);
+    } else {
+        reconstruct_at_border(d, to);
+    }
+}
+
+void reconstruct_pcm(AvcDecoder* d, const uint8_t* samples) {
+    const MbSamples to = samples_in_picture(d);
+    copy_block(samples, 16, 16, to.plane[0], to.luma_pitch);
+    for (int c = 0; c < 2; ++c) {
+        if (d->monochrome) {
+            fill_block(to.plane[1 + c], to.chroma_pitch, 8, kMissingSample);
+        } else {
+            copy_block(samples + 256 + 64 * c, 8, 8, to.plane[1 + c], to.chroma_pitch);
+        }
+    }
+}
+
+static DeblockRecord* deblock_ring(const AvcDecoder* d, uint32_t row) {
+    return d->deblock + static_cast<size_t>(row % kDeblockRows) * d->picture.width_mbs;
+}
+
+static void deblock_picture_row(const AvcDecoder* d, uint32_t row) {
+    deblock_row(d->kernels, d->picture, row, row == 0 ? nullptr : deblock_ring(d, row - 1),
+                deblock_ring(d, row));
+}
+
+void picture_macroblock_done(AvcDecoder* d, const DeblockRecord& record) {
+    const uint32_t width = d->picture.width_mbs;
+    const uint32_t x = d->next_mb % width;
+    const uint32_t y = d->next_mb / width;
+    deblock_ring(d, y)[x] = record;
+    ++d->next_mb;
+    if (x + 1 < width) return;
+    if (y > 0) deblock_picture_row(d, y - 1);
+    if (y + 1 == d->picture.height_mbs) deblock_picture_row(d, y);
+}
+
+void picture_skip_to(AvcDecoder* d, uint32_t address) {
+    while (d->next_mb < address) {
+        d->mb.x = static_cast<uint16_t>(d->next_mb % d->picture.width_mbs);
+        d->mb.y = static_cast<uint16_t>(d->next_mb / d->picture.width_mbs);
+        const MbSamples to = samples_in_picture(d);
+        fill_block(to.plane[0], to.luma_pitch, 16, kMissingSample);
+        fill_block(to.plane[1], to.chroma_pitch, 8, kMissingSample);
+        fill_block(to.plane[2], to.chroma_pitch, 8, kMissingSample);
+        picture_macroblock_done(d, DeblockRecord{});
+    }
+}
+
+void picture_finish(AvcDecoder* d) { picture_skip_to(d, d->active_sps->pic_size_in_mbs); }

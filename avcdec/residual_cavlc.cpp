@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/residual_cavlc.h"
+
+#include "avcdec/cavlc_tables.h"
+
+static constexpr ResidualCount kNoCode = {-1, 0};
+
+// Zeros in front of the next 1, at most limit. The cache holds more than limit bits.
+static int leading_zeros(const AvcBitReader* r, int limit) {
+    const BitWord guard = BitWord{1} << (kBitWordSize - 1 - limit);
+    if constexpr (kBitWordSize == 64) return __builtin_clzll(r->cache | guard);
+    return __builtin_clz(static_cast<uint32_t>(r->cache | guard));
+}
+
+static CoeffToken read_coeff_token(AvcBitReader* r, int nc) {
+    if (nc >= 8) {  // fixed length: total_coeff - 1 and trailing ones; 000011 stands for none
+        const uint32_t code = bits_cached(r, 6);
+        bits_drop(r, 6);
+        if (code == 3) return {6, 0, 0};
+        return {6, static_cast<uint8_t>(code & 3), static_cast<uint8_t>((code >> 2) + 1)};
+    }
+    // By nC + 2: chroma DC, a value that does not occur, 0 to 7.
+    static constexpr uint8_t kRows[10] = {
+        kCoeffTokenChromaDc, kCoeffToken0, kCoeffToken0, kCoeffToken0, kCoeffToken2,
+        kCoeffToken2,        kCoeffToken4, kCoeffToken4, kCoeffToken4, kCoeffToken4,
+    };
+    const CoeffToken* const row = kCoeffTokens.row[kRows[nc + 2]];
+    const int zeros = leading_zeros(r, 15);
+    const uint32_t further = static_cast<uint32_t>(r->cache << zeros << 1 >> (kBitWordSize - 3));
+    const CoeffToken token = row[zeros * 8 + static_cast<int>(further)];
+    bits_drop(r, token.length);
+    return token;
+}
+
+// level_prefix and level_suffix (H.264 9.2.2.1). Prefixes above 15 carry longer suffixes; more than
+// 24 zeros are no code word of any profile and read as 24.
+static int32_t read_level_code(AvcBitReader* r, int suffix_length) {
+    bits_refill(r);
+    const int prefix = leading_zeros(r, 24);
+    bits_drop(r, prefix);
+    bits_need(r, 1);
+    bits_drop(r, 1);
+    if (prefix < 14 || (prefix == 14 && suffix_length > 0)) {
+        int32_t code = prefix << suffix_length;
+        if (suffix_length > 0) {
+            bits_need(r, suffix_length);
+            code += static_cast<int32_t>(bits_cached(r, suffix_length));
+            bits_drop(r, suffix_length);
+        }
+        return code;
+    }
+    if (prefix == 14) return 14 + static_cast<int32_t>(bits_read(r, 4));
+    int32_t code = 15 << suffix_length;
+    if (suffix_length == 0) code += 15;
+    if (prefix > 15) code += (1 << (prefix - 3)) - 4096;
+    bits_need(r, 25);
+    const int size = prefix - 3;
+    code += static_cast<int32_t>(bits_cached(r, size));
+    bits_drop(r, size);
+    return code;
+}
+
+// Fills levels from the highest frequency down: the trailing ones, then the coded levels.
+static void read_levels(AvcBitReader* r, const CoeffToken& token, int32_t* levels) {
+    const int ones = token.trailing_ones;
+    const int total = token.total_coeff;
+    const uint32_t signs = static_cast<uint32_t>(r->cache >> (kBitWordSize - 3));
+    bits_drop(r, ones);
+    levels[0] = 1 - static_cast<int32_t>(signs >> 1 & 2);
+    levels[1] = 1 - static_cast<int32_t>(signs & 2);
+    levels[2] = 1 - static_cast<int32_t>(signs << 1 & 2);
+    int suffix_length = total > 10 && ones < 3 ? 1 : 0;
+    for (int i = ones; i < total; ++i) {
+        int32_t code = read_level_code(r, suffix_length);
+        if (i == ones && ones < 3) code += 2;  // a level of 1 would have been a trailing one
+        const int32_t magnitude = (code + 2) >> 1;
+        levels[i] = code & 1 ? -magnitude : magnitude;
+        if (suffix_length == 0) suffix_length = 1;
+        if (magnitude > 3 << (suffix_length - 1) && suffix_length < 6) ++suffix_length;
+    }
+}
+
+// For what is no code word: more zeros than any block has room for.
+static constexpr int kNoTotalZeros = 16;
+
+static int read_total_zeros(AvcBitReader* r, int total, int max_coefficients) {
+    bits_refill(r);
+    const uint32_t entry =
+        max_coefficients == 4
+            ? kTotalZerosChroma.entry[total][bits_cached(r, kTotalZerosChromaBits)]
+            : kTotalZeros.entry[total][bits_cached(r, kTotalZerosBits)];
+    bits_drop(r, static_cast<int>(entry >> 4));
+    return entry == 0 ? kNoTotalZeros : static_cast<int>(entry & 15);
+}
+
+static int read_run_before(AvcBitReader* r, int zeros_left) {
+    bits_need(r, 11);
+    const uint32_t entry =
+        kRunBefore.entry[zeros_left < 7 ? zeros_left : 7][bits_cached(r, kRunBeforeBits)];
+    if (entry != 0) {
+        bits_drop(r, static_cast<int>(entry >> 4));
+        return static_cast<int>(entry & 15);
+    }
+    const int zeros = leading_zeros(r, 10);  // 0001 is 7, each further zero one more
+    bits_drop(r, zeros + 1);
+    return zeros + 4;
+}
+
+ResidualCount cavlc_read_block(AvcBitReader* reader, int nc, int max_coefficients,
+                               const ResidualTarget& target) {
+    AvcBitReader r = *reader;  // in registers for the whole block
+    bits_refill(&r);
+    const CoeffToken token = read_coeff_token(&r, nc);
+    const int total = token.total_coeff;
+    if (total == 0 || total > max_coefficients) {
+        *reader = r;
+        return token.length == 0 || total != 0 ? kNoCode : ResidualCount{0, 0};
+    }
+    int32_t levels[16];
+    read_levels(&r, token, levels);
+    int zeros_left = total < max_coefficients ? read_total_zeros(&r, total, max_coefficients) : 0;
+    if (total + zeros_left > max_coefficients) return kNoCode;
+
+    int index = total + zeros_left - 1;
+    const int end = index + 1;
+    for (int i = 0; i < total; ++i) {
+        target.coefficients[target.scan[index]] =
+            scale_level(levels[i], target.scale.factors[index], target.scale);
+        if (zeros_left > 0 && i + 1 < total) {
+            const int run = read_run_before(&r, zeros_left);
+            if (run > zeros_left) return kNoCode;
+            zeros_left -= run;
+            index -= run;
+        }
+        --index;
+    }
+    *reader = r;
+    return {total, end};
+}

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// The slice header (H.264 7.3.3) and the activation of the parameter sets that it names.
+#pragma once
+
+#include <stdint.h>
+
+#include "avcdec/bit_reader.h"
+
+struct AvcDecoder;
+
+// One memory_management_control_operation and its operands. Kept, without effect: no picture is
+// decoded after this one.
+struct AvcMarkingOperation {
+    uint8_t operation;
+    uint32_t operands[2];
+};
+
+constexpr int kMaxMarkingOperations = 33;
+
+struct AvcSliceHeader {
+    uint32_t first_mb_in_slice;
+    uint8_t slice_type;
+    uint8_t all_slices_same_type;
+    uint16_t pic_parameter_set_id;
+    uint32_t frame_num;
+    uint32_t idr_pic_id;
+    uint32_t pic_order_cnt_lsb;
+    int32_t delta_pic_order_cnt_bottom;
+    int32_t delta_pic_order_cnt[2];
+    uint32_t redundant_pic_cnt;
+    uint8_t num_ref_idx_l0_active_minus1;
+    uint8_t num_ref_idx_l1_active_minus1;
+    uint8_t no_output_of_prior_pics_flag;
+    uint8_t long_term_reference_flag;
+    uint8_t adaptive_ref_pic_marking_mode_flag;
+    uint8_t marking_count;
+    AvcMarkingOperation marking[kMaxMarkingOperations];
+    uint8_t cabac_table_index;  // 3, the I slice column, when CABAC is on
+    uint8_t disable_deblocking_filter_idc;
+    int8_t slice_alpha_c0_offset_div2;
+    int8_t slice_beta_offset_div2;
+};
+
+// Parses the header of the slice that the reader stands on and makes its parameter sets active.
+// Returns 0, or 1 when the slice is refused: not an I slice, unknown parameter sets, values out of
+// range, or no memory.
+int avc_parse_slice_header(AvcBitReader* r, AvcDecoder* decoder);
+
+// Makes a picture parameter set and the sequence parameter set that it names the active ones.
+// Returns 1 when one of them is not stored or the working arrays cannot be obtained.
+int avc_activate_pps(AvcDecoder* decoder, uint32_t pic_parameter_set_id);
