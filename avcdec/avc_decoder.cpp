@@ -9,6 +9,18 @@
 // Option bits that ask for another way to end a picture in progress.
 static constexpr uint8_t kPictureOptions = 8 | 16 | 32 | 64;
 
+// The allocator aligns to 8 bytes; the kernels ask for more. The block's address is kept for the
+// release.
+static AvcDecoder* allocate_instance() {
+    constexpr uintptr_t kAlign = alignof(AvcDecoder);
+    void* const block = upnp_calloc(1, sizeof(AvcDecoder) + kAlign);
+    if (!block) return nullptr;
+    const uintptr_t address = (reinterpret_cast<uintptr_t>(block) + kAlign - 1) & ~(kAlign - 1);
+    auto* const d = reinterpret_cast<AvcDecoder*>(address);
+    d->block = block;
+    return d;
+}
+
 void avcdec_create(const AvcDecoderOptions* options, AvcCreateResult* result) {
     *result = {kAvcOk, nullptr};
     const bool has_table = options->flags & kAvcOptionTable;
@@ -17,7 +29,7 @@ void avcdec_create(const AvcDecoderOptions* options, AvcCreateResult* result) {
         result->error = kAvcBadOptionTable;
         return;
     }
-    auto* const d = static_cast<AvcDecoder*>(upnp_calloc(1, sizeof(AvcDecoder)));
+    AvcDecoder* const d = allocate_instance();
     if (!d) {
         result->error = kAvcNoInstanceMemory;
         return;
@@ -38,7 +50,7 @@ void avcdec_destroy(AvcDecoder* d) {
         if (pps && pps->raw) upnp_free(pps->raw);
         if (pps) upnp_free(pps);
     }
-    upnp_free(d);
+    upnp_free(d->block);
 }
 
 int avc_allocate_work(AvcDecoder* d, const AvcSps* sps) {

@@ -93,6 +93,7 @@ struct AvcStreamInfo {
 };
 
 struct AvcDecoder {
+    void* block;  // the allocation that holds the instance
     AvcBitReader bits;
     AvcSliceHeader slice;
     int32_t slice_qp;  // as coded, not brought into 0 to 51
