@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// The built program as its users run it, and the same run within this process to watch its memory.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "runtime/accounted_memory.h"
+#include "tests/support/failing_malloc.h"
+#include "tests/support/jpeg_reader.h"
+#include "tests/support/temp_folder.h"
+#include "tool/run_keystill.h"
+
+static const std::string kProgram = KEYSTILL_PROGRAM;
+static const std::string kSample = KEYSTILL_SAMPLE;  // 640x360
+static constexpr int kSignalled = 1000;
+
+struct RunResult {
+    int status;  // exit status, or kSignalled and above
+    std::string out;
+    std::string err;
+};
+
+static std::vector<const char*> pointers(const std::vector<std::string>& args) {
+    std::vector<const char*> argv;
+    for (const std::string& arg : args) argv.push_back(arg.c_str());
+    argv.push_back(nullptr);
+    return argv;
+}
+
+class Cli : public testing::Test {
+ protected:
+    RunResult run(const std::vector<std::string>& args, const std::string& name = "keystill") {
+        std::vector<std::string> all = {name};
+        all.insert(all.end(), args.begin(), args.end());
+        const std::vector<const char*> argv = pointers(all);
+        const std::string out = folder_.path("out.txt");
+        const std::string err = folder_.path("err.txt");
+        const pid_t child = fork();
+        if (child == 0) {
+            dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+            dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+            execv(kProgram.c_str(), const_cast<char* const*>(argv.data()));
+            _exit(127);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status),
+                read_file(out), read_file(err)};
+    }
+
+    // Arguments that work, with the given ones in place of theirs.
+    std::vector<std::string> arguments(std::vector<std::pair<int, std::string>> changes = {}) {
+        std::vector<std::string> args = {kSample, output_, "320", "240", "85", "5", "10", "70"};
+        for (const auto& [position, text] : changes) args[position - 1] = text;
+        return args;
+    }
+
+    // The exit status of a run that has to be silent.
+    int run_silently(const std::vector<std::string>& args) {
+        const RunResult result = run(args);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "");
+        return result.status;
+    }
+
+    int run_here(const std::string& input) {
+        std::vector<std::string> args = arguments({{1, input}});
+        args.insert(args.begin(), "keystill");
+        const std::vector<const char*> argv = pointers(args);
+        const int status = run_keystill(static_cast<int>(args.size()), argv.data());
+        EXPECT_EQ(g_memUsed, 0);
+        return status;
+    }
+
+    TempFolder folder_;
+    std::string output_ = folder_.path("thumb.jpg");
+};
+
+TEST_F(Cli, PrintsTheUsageWhenArgumentsAreMissing) {
+    const std::string want =
+        "\nUsage:  ./some/keystill  filenameIn  jpgFilenameOut  thumbWidth thumbHeight  "
+        "jpegQuality (0-100)  #keyFramesRequested  clipOfstPercent  sizePercentile (0-100)\n"
+        "\n"
+        "where\n"
+        "  clipOfstPercent is percent of clip duration at which keyframes are collected\n"
+        "  sizePercentile of the keyframe bitstream sizes is the selected key frame\n"
+        "  width=0 or height=0 sets the thumbnail size to be same as the picture size\n"
+        "\n";
+    std::vector<std::string> args = arguments();
+    while (!args.empty()) {
+        args.pop_back();
+        const RunResult result = run(args, "./some/keystill");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, want);
+    }
+    EXPECT_FALSE(file_exists(output_));
+}
+
+TEST_F(Cli, WritesAThumbnailOfTheFittedSize) {
+    static const struct {
+        const char* width;
+        const char* height;
+        int want_width, want_height;
+    } kCases[] = {{"320", "240", 320, 180}, {"0", "0", 640, 360},    {"320", "0", 640, 360},
+                  {"100", "100", 100, 56},  {"1280", "90", 160, 90}, {"1280", "720", 1280, 720},
+                  {"2", "2", 2, 1}};
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(testing::Message() << c.width << "x" << c.height);
+        ASSERT_EQ(run_silently(arguments({{3, c.width}, {4, c.height}})), 0);
+        const JpegImage image = read_jpeg(read_file(output_));
+        EXPECT_EQ(image.width, c.want_width);
+        EXPECT_EQ(image.height, c.want_height);
+        EXPECT_TRUE(image.is_baseline_420_jfif);
+    }
+}
+
+TEST_F(Cli, WritesTheSameBytesEveryTimeOverAnythingThatWasThere) {
+    write_file(output_, std::string(1'000'000, 'x'));
+    ASSERT_EQ(run_silently(arguments()), 0);
+    const std::string first = read_file(output_);
+    EXPECT_EQ(read_jpeg(first).width, 320);
+    std::vector<std::string> with_more = arguments();
+    with_more.push_back("ignored");
+    ASSERT_EQ(run_silently(with_more), 0);
+    EXPECT_EQ(read_file(output_), first);
+
+    const std::string clip = folder_.path("Clip.MP4");
+    write_file(clip, read_file(kSample));
+    ASSERT_EQ(run_silently(arguments({{1, clip}, {2, clip}})), 0);
+    EXPECT_EQ(read_file(clip), first);
+}
+
+TEST_F(Cli, ChoosesByPercentileAndOffset) {
+    const auto thumbnail = [&](const char* count, const char* offset, const char* percentile) {
+        const int status = run_silently(arguments({{6, count}, {7, offset}, {8, percentile}}));
+        EXPECT_EQ(status, 0);
+        return status == 0 ? read_file(output_) : std::string();
+    };
+    const std::string smallest = thumbnail("1000000", "0", "0");
+    const std::string largest = thumbnail("1000000", "0", "100");
+    EXPECT_LT(smallest.size(), largest.size());
+    EXPECT_NE(thumbnail("1", "0", "0"), thumbnail("1", "100", "0"));
+    EXPECT_EQ(thumbnail("1", "50", "0"), thumbnail("1", "50", "100"));
+}
+
+TEST_F(Cli, FailsSilentlyAndLeavesTheOutputAlone) {
+    write_file(folder_.path("empty.mp4"), "");
+    write_file(folder_.path("text.mp4"), "this is not a video file, whatever its name says");
+    write_file(folder_.path("clip.avi"), read_file(kSample));
+    write_file(output_, "old");
+    const std::pair<int, std::string> kChanges[] = {
+        {1, folder_.path("none.mp4")},
+        {1, folder_.path("empty.mp4")},
+        {1, folder_.path("text.mp4")},
+        {1, folder_.path("clip.avi")},
+        {1, folder_.path("")},
+        {1, ""},
+        {3, "161"},
+        {3, "-2"},
+        {4, "1"},
+        {4, "-2"},
+        {4, "99999999999"},
+        {5, "101"},
+        {5, "-1"},
+        {6, "0"},
+        {6, "-7"},
+        {6, "2147483647"},
+        {7, "101"},
+        {7, "-5"},
+        {8, "101"},
+        {8, "-1"},
+    };
+    for (const auto& change : kChanges) {
+        EXPECT_EQ(run_silently(arguments({change})), 1) << change.first << " " << change.second;
+        EXPECT_EQ(read_file(output_), "old") << change.first << " " << change.second;
+    }
+}
+
+TEST_F(Cli, FailsSilentlyWhenTheOutputCannotBeWritten) {
+    EXPECT_EQ(run_silently(arguments({{2, folder_.path("none/thumb.jpg")}})), 1);
+    EXPECT_EQ(run_silently(arguments({{2, folder_.path("")}})), 1);
+    EXPECT_EQ(run_silently(arguments({{2, ""}})), 1);
+    if (file_exists("/dev/full")) {
+        EXPECT_EQ(run_silently(arguments({{2, "/dev/full"}})), 1);
+    }
+    EXPECT_EQ(run_silently(arguments({{3, "65534"}, {4, "2"}})), 0);  // fitted to 3x2
+}
+
+TEST_F(Cli, ReleasesItsMemoryOnDamagedFiles) {
+    const std::string whole = read_file(kSample);
+    const std::string clip = folder_.path("clip.mp4");
+    const auto run_and_check = [&](const std::string& bytes) {
+        write_file(clip, bytes);
+        unlink(output_.c_str());
+        const int status = run_here(clip);
+        EXPECT_EQ(file_exists(output_), status == 0);
+    };
+    for (size_t i = 1; i < 60; ++i) {
+        SCOPED_TRACE(i);
+        run_and_check(whole.substr(0, whole.size() * i / 60));
+        std::string damaged = whole;
+        for (size_t at = i * 7; at < damaged.size(); at += 211 + 97 * i) damaged[at] ^= 1 << i % 8;
+        run_and_check(damaged);
+    }
+    EXPECT_EQ(run_here(kSample), 0);
+}
+
+TEST_F(Cli, FailsCleanlyWhenAnyAllocationFails) {
+    int failures = 0;
+    for (int n = 1;; ++n, ++failures) {
+        SCOPED_TRACE(n);
+        ASSERT_LT(n, 2000);
+        unlink(output_.c_str());
+        fail_allocation(n);
+        const int status = run_here(kSample);
+        const bool has_failed = has_allocation_failed();
+        fail_allocation(0);
+        if (status == 0) {
+            EXPECT_TRUE(file_exists(output_));
+            if (!has_failed) break;
+        } else {
+            EXPECT_EQ(status, 1);
+            EXPECT_TRUE(has_failed);
+        }
+    }
+    EXPECT_GT(failures, 10);
+}
