@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "bench/sync_samples.h"
+
+#include <string.h>
+
+#include <algorithm>
+
+#include "mp4/box_reader.h"
+#include "mp4/fragments.h"
+#include "mp4/sample_tables.h"
+#include "mp4/video_state.h"
+
+constexpr uint32_t kFileBuffer = 4096;
+
+int sync_samples_open(const char* path, SyncSamples* samples) {
+    VideoState* const state = &g_video_state;
+    mp4_release_video_state();
+    samples->file.reset(upnp_file_open_b(path, kFileBuffer));
+    if (!samples->file) return 1;
+    ParseContext context = {};
+    context.info.file_size = samples->file->handle->size;
+    mp4_grant_work(context.info.file_size);
+    mp4_atom_get_metadata(samples->file.get(), context.info.file_size, &context);
+    samples->every_one = !state->sync_samples.is_present && !state->fragments.has_table;
+    samples->count = samples->every_one ? state->sample_sizes.count : state->sync_sample_count;
+    samples->next = 0;
+    return state->codec_kind == kCodecNone || samples->count == 0;
+}
+
+int32_t sync_samples_codec_kind() { return g_video_state.codec_kind; }
+
+void sync_samples_rewind(SyncSamples* samples) {
+    samples->next = 0;
+    mp4_grant_work(samples->file->handle->size);
+}
+
+static SamplePlace locate(const SyncSamples* samples, uint32_t index) {
+    BufferedFile* const file = samples->file.get();
+    SamplePlace place = {};
+    if (g_video_state.fragments.has_table) {
+        if (mp4_locate_fragment_sample(file, index, &place) != 0) return {};
+        return place;
+    }
+    const uint32_t number =
+        samples->every_one ? index + 1 : file_table_word(file, &g_video_state.sync_samples, index);
+    return mp4_locate_sample(file, number);
+}
+
+// The blocks that precede a sample in decoding, one behind the other.
+static Owned<uint8_t> copy_configuration(int32_t* length) {
+    const VideoState* const state = &g_video_state;
+    const ConfigBlock none = {};
+    const bool is_avc = state->codec_kind == kCodecAvc;
+    const ConfigBlock* const first = is_avc                             ? &state->sequence_sets
+                                     : state->codec_kind == kCodecMpeg4 ? &state->mpeg4_config
+                                                                        : &state->h263_config;
+    const ConfigBlock* const second = is_avc ? &state->picture_sets : &none;
+    Owned<uint8_t> block = owned_malloc<uint8_t>(uint64_t{first->length} + second->length);
+    if (!block) return block;
+    if (first->length != 0) memcpy(block.get(), first->bytes.get(), first->length);
+    if (second->length != 0) {
+        memcpy(block.get() + first->length, second->bytes.get(), second->length);
+    }
+    *length = static_cast<int32_t>(first->length + second->length);
+    return block;
+}
+
+static int read_sample(const SyncSamples* samples, SamplePlace place, KeyFrame* record) {
+    BufferedFile* const file = samples->file.get();
+    upnp_file_seek_b(file, place.offset, 0);
+    const int64_t size = std::min<int64_t>(place.size, upnp_file_bytes_ahead_b(file));
+    Owned<uint8_t> config = copy_configuration(&record->config_length);
+    Owned<uint8_t> sample = owned_malloc<uint8_t>(static_cast<uint64_t>(size));
+    if (!config || !sample) return 1;
+    record->bytes_read = upnp_file_read_b(file, sample.get(), static_cast<int32_t>(size));
+    record->length_prefix_size = g_video_state.length_prefix_size;
+    record->sample_capacity = static_cast<int32_t>(size);
+    record->config = config.release();
+    record->sample = sample.release();
+    return 0;
+}
+
+int sync_samples_read(SyncSamples* samples, KeyFrame* record) {
+    while (samples->next < samples->count) {
+        const SamplePlace place = locate(samples, samples->next++);
+        if (place.size != 0) return read_sample(samples, place, record);
+    }
+    return 1;
+}
+
+void sync_samples_close(SyncSamples* samples) {
+    samples->file.reset();
+    mp4_release_video_state();
+}
