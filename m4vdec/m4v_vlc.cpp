@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "m4vdec/m4v_vlc.h"
+
+static int sign_extend(unsigned value, unsigned bits) {
+    const unsigned sign = 1u << (bits - 1);
+    return static_cast<int>(value ^ sign) - static_cast<int>(sign);
+}
+
+static TcoefEntry lookup_event(M4vBits* bits, const TcoefTable& table) {
+    bits->refill();
+    TcoefEntry entry = table.primary[bits->peek(kTcoefPrimaryBits)];
+    if (entry.step == kTcoefLong) {
+        const unsigned group_size = 1u << (table.max_bits - kTcoefPrimaryBits);
+        const unsigned low = bits->peek(table.max_bits) & (group_size - 1);
+        entry = table.secondary[static_cast<unsigned>(entry.level) + low];
+    }
+    bits->skip(entry.length);
+    return entry;
+}
+
+static int make_event(bool last, unsigned run, int level, TcoefEvent* event) {
+    *event = {level, run + 1, last};
+    return level == 0 || run > 63;
+}
+
+// ISO/IEC 14496-2 7.4.1.3: a code of the table follows, whose level or run is to be raised above
+// what the table has, or all three with fixed lengths.
+static int read_mpeg4_escape(M4vBits* bits, const TcoefTable& table, TcoefEvent* event) {
+    const bool is_not_level_offset = bits->flag();
+    const bool is_fixed_length = is_not_level_offset && bits->flag();
+    if (is_fixed_length) {
+        const unsigned fields = bits->read(21);  // last 1, run 6, marker 1, level 12, marker 1
+        if ((fields & 0x2001) != 0x2001) return 1;
+        return make_event(fields >> 20, fields >> 14 & 63, sign_extend(fields >> 1 & 0xfff, 12),
+                          event);
+    }
+    const TcoefEntry entry = lookup_event(bits, table);
+    if (entry.step >= kTcoefLong) return 1;
+    const bool last = entry.step >= kTcoefLast;
+    unsigned run = (entry.step & (kTcoefLast - 1)) - 1;
+    int level = entry.level < 0 ? -entry.level : entry.level;
+    if (is_not_level_offset) {
+        run += table.max_run[last][level] + 1u;
+    } else {
+        level += table.max_level[last][run];
+    }
+    return make_event(last, run, entry.level < 0 ? -level : level, event);
+}
+
+// ISO/IEC 14496-2 tables B-24, B-25: last 1, run 6, marker 1, level 11, marker 1, 0000, sign.
+static int read_reversible_escape(M4vBits* bits, TcoefEvent* event) {
+    const unsigned head = bits->read(8);
+    const unsigned tail = bits->read(17);
+    if ((head & 1) == 0 || (tail >> 1 & 31) != 16) return 1;
+    const int level = static_cast<int>(tail >> 6);
+    return make_event(head >> 7, head >> 1 & 63, tail & 1 ? -level : level, event);
+}
+
+// H.263 5.4.2: last 1, run 6, level 8. T.4: level -128 announces one of 11 bits that are rotated by
+// five positions.
+static int read_h263_escape(M4vBits* bits, bool is_extended, TcoefEvent* event) {
+    const unsigned fields = bits->read(15);
+    int level = sign_extend(fields & 255, 8);
+    if (level == -128) {
+        if (!is_extended) return 1;
+        const unsigned rotated = bits->read(11);
+        level = sign_extend((rotated & 63) << 5 | rotated >> 6, 11);
+    }
+    return make_event(fields >> 14, fields >> 8 & 63, level, event);
+}
+
+int m4v_read_rare_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry,
+                        TcoefEvent* event) {
+    if (entry.step == kTcoefLong) {
+        entry = lookup_event(bits, table);
+        if (entry.step >= kTcoefLong) return 1;
+        *event = {entry.level, entry.step & (kTcoefLast - 1), entry.step >= kTcoefLast};
+        return 0;
+    }
+    if (entry.step == kTcoefInvalid) return 1;
+    bits->skip(entry.length);
+    switch (table.escapes) {
+        case TcoefEscapes::kMpeg4:
+            return read_mpeg4_escape(bits, table, event);
+        case TcoefEscapes::kReversible:
+            return read_reversible_escape(bits, event);
+        case TcoefEscapes::kH263:
+        case TcoefEscapes::kH263Extended:
+            return read_h263_escape(bits, table.escapes == TcoefEscapes::kH263Extended, event);
+    }
+    return 1;
+}
+
+namespace {
+
+// The size, 0 to 12, behind `zeros` zero bits and a one, whose next bit is `bit`; *length is that
+// of the code. 13 when there is none.
+constexpr unsigned dc_size(bool is_chroma, unsigned zeros, unsigned bit, unsigned* length) {
+    if (is_chroma) {
+        *length = zeros == 0 ? 2 : zeros + 1;
+        return zeros == 0 ? 1 - bit : zeros + 1;
+    }
+    *length = zeros == 0 ? 2 : zeros == 1 ? 3 : zeros + 1;
+    return zeros == 0 ? 2 - bit : zeros == 1 ? (bit ? 0 : 3) : zeros + 2;
+}
+
+constexpr int dc_value(unsigned size, unsigned code) {
+    if (size == 0) return 0;
+    const bool is_positive = code >> (size - 1) & 1;
+    return static_cast<int>(code) - (is_positive ? 0 : (1 << size) - 1);
+}
+
+struct DcEntry {
+    int16_t value;
+    uint16_t length;  // of size and difference together, 0 when longer than the index
+};
+constexpr unsigned kDcBits = 9;
+
+// Small differences, which are nearly all of them, by one lookup.
+struct DcTables {
+    DcEntry of[2][1 << kDcBits];
+    constexpr DcTables() : of() {
+        for (unsigned chroma = 0; chroma < 2; ++chroma) {
+            for (unsigned code = 1; code < 1u << kDcBits; ++code) {
+                of[chroma][code] = entry(chroma != 0, code);
+            }
+        }
+    }
+    static constexpr DcEntry entry(bool is_chroma, unsigned code) {
+        unsigned zeros = 0;
+        while ((code >> (kDcBits - 1 - zeros) & 1) == 0) ++zeros;
+        if (zeros + 2 > kDcBits) return {0, 0};
+        unsigned length = 0;
+        const unsigned size = dc_size(is_chroma, zeros, code >> (kDcBits - 2 - zeros) & 1, &length);
+        if (length + size > kDcBits) return {0, 0};
+        const unsigned low = code >> (kDcBits - length - size) & ((1u << size) - 1);
+        return {static_cast<int16_t>(dc_value(size, low)), static_cast<uint16_t>(length + size)};
+    }
+};
+constexpr DcTables kDc;
+
+}  // namespace
+
+static int read_long_dc_difference(M4vBits* bits, bool is_chroma, int* difference) {
+    const unsigned window = bits->peek(13);
+    if (window < 2) return 1;  // twelve zeros
+    const unsigned zeros = static_cast<unsigned>(__builtin_clz(window)) - 19;
+    unsigned length = 0;
+    const unsigned size = dc_size(is_chroma, zeros, window >> (11 - zeros) & 1, &length);
+    if (size > 12) return 1;
+    bits->skip(length);
+    *difference = dc_value(size, bits->read(size));
+    return size > 8 && !bits->flag();
+}
+
+int m4v_read_dc_difference(M4vBits* bits, bool is_chroma, int* difference) {
+    bits->refill();
+    const DcEntry entry = kDc.of[is_chroma][bits->peek(kDcBits)];
+    if (entry.length == 0) return read_long_dc_difference(bits, is_chroma, difference);
+    bits->skip(entry.length);
+    *difference = entry.value;
+    return 0;
+}

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Variable length codes of intra macroblocks (ISO/IEC 14496-2 Annex B; H.263 5.3, 5.4, Annex I),
+// as tables that give a symbol per lookup.
+#pragma once
+
+#include <stdint.h>
+
+#include "m4vdec/m4v_bits.h"
+
+// --- Transform coefficients -----------------------------------------------------------------
+
+// One event, the sign bit included in code and level.
+struct TcoefEntry {
+    int16_t level;   // signed; for kTcoefLong the first entry in `secondary`
+    uint8_t step;    // run + 1, + kTcoefLast on the last event of the block, or a kTcoef... below
+    uint8_t length;  // bits of the code and the sign, 0 when invalid
+};
+constexpr unsigned kTcoefLast = 128;
+constexpr unsigned kTcoefLong = 253;     // longer than kTcoefPrimaryBits: see `secondary`
+constexpr unsigned kTcoefEscape = 254;   // the escape code itself, without what follows
+constexpr unsigned kTcoefInvalid = 255;  // no such code
+
+constexpr unsigned kTcoefPrimaryBits = 10;
+
+enum class TcoefEscapes : uint8_t {
+    kMpeg4,        // three kinds: level offset, run offset, fixed length with 12-bit levels
+    kReversible,   // fixed length with 11-bit levels, closed by a second escape code
+    kH263,         // fixed length with 8-bit levels
+    kH263Extended  // the same, with 11 more bits after level -128 (Annex T)
+};
+
+struct TcoefTable {
+    const TcoefEntry* primary;    // 1 << kTcoefPrimaryBits, indexed by the next bits
+    const TcoefEntry* secondary;  // groups of 1 << (max_bits - kTcoefPrimaryBits)
+    const uint8_t* max_level[2];  // [last][run]: the highest level that has a code; kMpeg4 only
+    const uint8_t* max_run[2];    // [last][level]: the highest run that has a code; kMpeg4 only
+    uint8_t max_bits;             // of the longest code with its sign
+    TcoefEscapes escapes;
+};
+
+extern const TcoefTable kTcoefIntra;         // MPEG-4 B-16
+extern const TcoefTable kTcoefReversible;    // MPEG-4 B-23, intra columns
+extern const TcoefTable kTcoefH263;          // H.263 table 16
+extern const TcoefTable kTcoefH263Extended;  // the same with Annex T escapes
+extern const TcoefTable kTcoefAic;           // H.263 table I.2
+extern const TcoefTable kTcoefAicExtended;   // the same with Annex T escapes
+
+struct TcoefEvent {
+    int level;      // signed, not 0
+    unsigned step;  // run + 1, 1 to 64
+    bool last;
+};
+
+// Reads the event that begins with `entry`, whose length is not skipped yet and whose step is one
+// of kTcoefLong to kTcoefInvalid. Returns 1 when it is not valid.
+[[nodiscard]] int m4v_read_rare_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry,
+                                      TcoefEvent* event);
+
+// --- Macroblock headers and DC --------------------------------------------------------------
+
+struct ShortCode {
+    uint8_t value;
+    uint8_t length;  // 0 when invalid
+};
+
+constexpr unsigned kMcbpcBits = 6;   // the stuffing code (0000 0000 1) is not in the table
+constexpr unsigned kMcbpcQuant = 4;  // bit of the value: DQUANT follows; bits 1, 0: Cb, Cr coded
+constexpr unsigned kMcbpcStuffing = 8;
+constexpr unsigned kMcbpcInvalid = 16;
+extern const ShortCode kMcbpcIntra[1 << kMcbpcBits];
+
+constexpr unsigned kCbpyBits = 6;
+extern const ShortCode kCbpyIntra[1 << kCbpyBits];  // value: block 0 at bit 3
+
+// Returns a combination of the kMcbpc... bits.
+inline unsigned m4v_read_mcbpc(M4vBits* bits) {
+    bits->refill();
+    const ShortCode code = kMcbpcIntra[bits->peek(kMcbpcBits)];
+    if (code.length != 0) {
+        bits->skip(code.length);
+        return code.value;
+    }
+    return bits->take(9) == 1 ? kMcbpcStuffing : kMcbpcInvalid;
+}
+
+// Returns the four luma bits, above 15 for an invalid code.
+inline unsigned m4v_read_cbpy(M4vBits* bits) {
+    bits->refill();
+    const ShortCode code = kCbpyIntra[bits->peek(kCbpyBits)];
+    bits->skip(code.length);
+    return code.value;
+}
+
+// dct_dc_size and dct_dc_differential of one block (MPEG-4 B-13, B-14). Returns 1 when invalid.
+[[nodiscard]] int m4v_read_dc_difference(M4vBits* bits, bool is_chroma, int* difference);
