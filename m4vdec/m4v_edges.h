@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// What intra blocks leave behind for the prediction of their neighbours: the DC and the first row
+// and column of coefficients. Two rows of macroblocks are kept.
+#pragma once
+
+#include <stdint.h>
+
+#include "runtime/owned.h"
+
+// A block's slots: 0 the DC (dequantised), 1..7 the first column (u = 0, v = 1..7), 9..15 the first
+// row (v = 0, u = 1..7). Slot 8 takes what belongs to neither. AC values are quantised levels in
+// MPEG-4 and coefficients in H.263 Annex I.
+constexpr unsigned kEdgeSlots = 16;
+constexpr unsigned kEdgeNoSlot = 8;
+struct M4vBlockEdge {
+    int16_t slot[kEdgeSlots];
+};
+
+struct M4vMbEdge {
+    M4vBlockEdge block[6];  // Y top left, top right, bottom left, bottom right, Cb, Cr
+    uint32_t segment;       // video packet, GOB run or slice; 0 before anything was decoded
+    int32_t quant;
+};
+
+// What a block outside the picture or in another segment counts as (14496-2 7.4.3, H.263 I.3).
+constexpr int kMissingDc = 1024;
+extern const M4vMbEdge kMissingMbEdge;
+
+// The macroblock to decode and those around it; missing ones are kMissingMbEdge.
+struct M4vNeighbours {
+    M4vMbEdge* current;
+    const M4vMbEdge* left;
+    const M4vMbEdge* above;
+    const M4vMbEdge* corner;  // above left
+
+    const M4vBlockEdge& left_of(unsigned n) const {
+        if (n >= 4) return left->block[n];
+        return n & 1 ? current->block[n - 1] : left->block[n + 1];
+    }
+    const M4vBlockEdge& above_of(unsigned n) const {
+        if (n >= 4) return above->block[n];
+        return n & 2 ? current->block[n - 2] : above->block[n + 2];
+    }
+    const M4vBlockEdge& corner_of(unsigned n) const {
+        if (n >= 4) return corner->block[n];
+        if (n == 3) return current->block[0];
+        return n == 0 ? corner->block[3] : n == 1 ? above->block[2] : left->block[1];
+    }
+    bool has_left_of(unsigned n) const { return (n < 4 && (n & 1)) || left != &kMissingMbEdge; }
+    bool has_above_of(unsigned n) const { return (n < 4 && (n & 2)) || above != &kMissingMbEdge; }
+};
+
+struct M4vEdgeRows {
+    Owned<M4vMbEdge> entries;  // two rows of pitch entries; the first of each stays unused
+    uint32_t pitch = 0;
+
+    // Returns 1 when there is no memory.
+    [[nodiscard]] int create(uint32_t width_mbs) {
+        pitch = width_mbs + 1;
+        entries = owned_calloc<M4vMbEdge>(uint64_t{2} * pitch);
+        return entries == nullptr;
+    }
+
+    // Neighbours count when they carry the same segment, which must not be 0. A segment covers its
+    // macroblocks in raster order (of its rectangle), so a stale entry never carries it.
+    M4vNeighbours at(uint32_t x, uint32_t y, uint32_t segment) const {
+        M4vMbEdge* const row = entries.get() + (y & 1) * pitch;
+        const M4vMbEdge* const row_above = entries.get() + (~y & 1) * pitch;
+        M4vMbEdge* const current = row + x + 1;
+        current->segment = segment;
+        return {current, present(current - 1, segment), present(row_above + x + 1, segment),
+                present(row_above + x, segment)};
+    }
+
+ private:
+    static const M4vMbEdge* present(const M4vMbEdge* mb, uint32_t segment) {
+        return mb->segment == segment ? mb : &kMissingMbEdge;
+    }
+};

@@ -1,0 +1,267 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "m4vdec/m4v_intra_block.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+// How a level becomes a coefficient, and what goes into the block's edge.
+enum class Method {
+    kH263,         // 14496-2 7.4.4.2; no edge
+    kMpeg4H263,    // the same, levels into the edge
+    kMpeg4Matrix,  // 14496-2 7.4.4.1, levels into the edge
+    kAic,          // H.263 I.3: 2 * quant * level, coefficients into the edge
+};
+
+static int clip_coef(int v) { return clip3(-2048, 2047, v); }
+
+struct Dequantiser {
+    int scale;   // 2 * quant
+    int offset;  // what the H.263 method adds to the magnitude
+    const uint8_t* matrix;
+};
+
+static Dequantiser make_dequantiser(const M4vBlockDecoder& d) {
+    return {2 * d.quant, d.quant - (~d.quant & 1), d.matrix};
+}
+
+template <Method kMethod>
+static int dequantise(const Dequantiser& q, int level, unsigned position) {
+    if (kMethod == Method::kAic) return level * q.scale;
+    if (kMethod == Method::kMpeg4Matrix)
+        return clip_coef(level * q.matrix[position] * q.scale / 16);
+    const int sign = level >> 31;
+    return level * q.scale + ((q.offset ^ sign) - sign);
+}
+
+// Reads events behind scan index `index` (-1: from the DC on) up to the last one. Returns its scan
+// index, or -1 on an error.
+template <Method kMethod>
+static int read_events(M4vBlockDecoder* d, const M4vScan& scan, int index, M4vBlockEdge* edge) {
+    M4vBits bits = d->bits;
+    const TcoefEntry* const primary = d->tcoef->primary;
+    const Dequantiser q = make_dequantiser(*d);
+    const auto store = [&](int i, int level, bool is_rare) {
+        const unsigned position = scan.position[i];
+        int coef = dequantise<kMethod>(q, level, position);
+        if (is_rare) coef = clip_coef(coef);  // levels of the table stay inside: 31 * (2 * 27 + 1)
+        d->coef[position] = static_cast<int16_t>(coef);
+        if (kMethod != Method::kH263) {
+            edge->slot[scan.edge_slot[i]] =
+                static_cast<int16_t>(kMethod == Method::kAic ? coef : level);
+        }
+    };
+    for (;;) {
+        bits.refill();
+        const TcoefEntry entry = primary[bits.peek(kTcoefPrimaryBits)];
+        const int next = index + entry.step;
+        if (__builtin_expect(next < 64, 1)) {
+            bits.skip(entry.length);
+            store(next, entry.level, false);
+            index = next;
+            continue;
+        }
+        TcoefEvent event = {entry.level, entry.step & (kTcoefLast - 1), entry.step >= kTcoefLast};
+        const bool is_rare = entry.step >= kTcoefLong;
+        if (!is_rare) {
+            bits.skip(entry.length);
+        } else {
+            d->bits = bits;
+            if (m4v_read_rare_event(&d->bits, *d->tcoef, entry, &event)) return -1;
+            bits = d->bits;
+        }
+        index += static_cast<int>(event.step);
+        if (index > 63) return -1;
+        store(index, event.level, is_rare);
+        if (event.last) break;
+    }
+    d->bits = bits;
+    return index;
+}
+
+static void fill(int dc, M4vTarget target) {
+    const int sample = m4v_idct_dc_sample(dc);
+    for (int y = 0; y < 8; ++y) memset(target.samples + y * target.pitch, sample, 8);
+}
+
+// Sends the block whose DC is not in d->coef yet into the picture.
+static void reconstruct(M4vBlockDecoder* d, int dc, unsigned width, unsigned height,
+                        M4vTarget target) {
+    if (width == 1 && height == 1) {
+        d->coef[0] = 0;
+        fill(dc, target);
+        return;
+    }
+    d->coef[0] = static_cast<int16_t>(dc);
+    d->idct(target.samples, target.pitch, d->coef, width, height);
+}
+
+// Rounds halves away from zero, as // does in 14496-2.
+static int divide_rounded(int a, int b) { return (a < 0 ? a - b / 2 : a + b / 2) / b; }
+
+// 14496-2 table 7-1.
+static int dc_scaler(int quant, bool is_chroma) {
+    if (quant < 5) return 8;
+    if (is_chroma) return quant < 25 ? (quant + 13) / 2 : quant - 6;
+    return quant < 9 ? 2 * quant : quant < 25 ? quant + 8 : 2 * quant - 16;
+}
+
+// F // scaler for the predicted DC, by the reciprocal: exact for |dc| <= 2048 and scaler 8 to 46.
+static int scale_dc(int dc, int scaler) {
+    static constexpr struct Reciprocals {
+        uint32_t of[47];
+        constexpr Reciprocals() : of() {
+            for (uint32_t s = 8; s < 47; ++s) of[s] = ((1u << 20) + s - 1) / s;
+        }
+    } kReciprocals;
+    const uint32_t magnitude = static_cast<uint32_t>(abs(dc) + scaler / 2);
+    const int quotient = static_cast<int>(magnitude * kReciprocals.of[scaler] >> 20);
+    return dc < 0 ? -quotient : quotient;
+}
+
+struct Extent {
+    unsigned width;
+    unsigned height;
+};
+
+// 14496-2 7.4.3.3: adds the neighbour's first row (from above) or column to that of the block.
+template <Method kMethod>
+static void predict_ac(M4vBlockDecoder* d, const M4vBlockEdge& from, int from_quant,
+                       bool from_above, M4vBlockEdge* edge, Extent* extent) {
+    const Dequantiser q = make_dequantiser(*d);
+    for (unsigned i = 1; i < 8; ++i) {
+        const unsigned slot = from_above ? 8 + i : i;
+        int prediction = from.slot[slot];
+        if (prediction == 0) continue;
+        if (from_quant != d->quant) {
+            prediction = divide_rounded(prediction * from_quant, d->quant);
+        }
+        const int level = clip_coef(edge->slot[slot] + prediction);
+        const unsigned position = from_above ? m4v_position(i, 0) : m4v_position(0, i);
+        const int coef = level == 0 ? 0 : clip_coef(dequantise<kMethod>(q, level, position));
+        d->coef[position] = static_cast<int16_t>(coef);
+        edge->slot[slot] = static_cast<int16_t>(level);
+        unsigned* const reach = from_above ? &extent->width : &extent->height;
+        if (*reach < i + 1) *reach = i + 1;
+    }
+}
+
+static bool is_sum_even(const M4vBlockDecoder& d, int dc) {
+    int parity = dc;
+    for (unsigned i = 1; i < 64; ++i) parity ^= d.coef[i];
+    return (parity & 1) == 0;
+}
+
+template <Method kMethod>
+static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n, bool is_coded,
+                              M4vTarget target) {
+    const M4vBlockEdge& left = mb.near.left_of(n);
+    const M4vBlockEdge& above = mb.near.above_of(n);
+    const int corner_dc = mb.near.corner_of(n).slot[0];
+    M4vBlockEdge* const edge = &mb.near.current->block[n];
+
+    // 14496-2 7.4.3.1: predict across the direction of the smaller gradient.
+    const bool from_above = abs(left.slot[0] - corner_dc) < abs(corner_dc - above.slot[0]);
+    const M4vBlockEdge& from = from_above ? above : left;
+
+    memset(edge, 0, sizeof *edge);
+    int dc = 0;
+    if (mb.dc_coding == M4vDcCoding::kOwn) {
+        if (m4v_read_dc_difference(&d->bits, n >= 4, &dc)) return 1;
+    } else if (mb.dc_coding == M4vDcCoding::kPartition) {
+        dc = mb.dc_differences[n];
+    }
+    Extent extent = {1, 1};
+    if (is_coded) {
+        const M4vScan& scan = mb.fixed_scan ? *mb.fixed_scan
+                              : from_above  ? kScanHorizontal
+                                            : kScanVertical;
+        const bool has_dc_event = mb.dc_coding == M4vDcCoding::kEvents;
+        const int last = read_events<kMethod>(d, scan, has_dc_event ? -1 : 0, edge);
+        if (last < 0) return 1;
+        extent = {scan.width[last], scan.height[last]};
+        if (has_dc_event) dc = edge->slot[0];
+    }
+
+    const int scaler = dc_scaler(d->quant, n >= 4);
+    dc = clip_coef(clip_coef(dc + scale_dc(from.slot[0], scaler)) * scaler);
+    edge->slot[0] = static_cast<int16_t>(dc);
+
+    if (mb.ac_pred_flag) {
+        const M4vMbEdge* const mb_from = from_above ? mb.near.above : mb.near.left;
+        const bool is_inside = n < 4 && (from_above ? n & 2 : n & 1);
+        predict_ac<kMethod>(d, from, is_inside ? d->quant : mb_from->quant, from_above, edge,
+                            &extent);
+    }
+    if (kMethod == Method::kMpeg4Matrix && is_sum_even(*d, dc)) {
+        d->coef[63] ^= 1;  // 14496-2 7.4.4.5, mismatch control
+        extent = {8, 8};
+    }
+    reconstruct(d, dc, extent.width, extent.height, target);
+    return 0;
+}
+
+int m4v_decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n, bool is_coded,
+                           M4vTarget target) {
+    if (d->matrix) return decode_intra_block<Method::kMpeg4Matrix>(d, mb, n, is_coded, target);
+    return decode_intra_block<Method::kMpeg4H263>(d, mb, n, is_coded, target);
+}
+
+int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target) {
+    const unsigned code = d->bits.read(8);
+    const int dc = static_cast<int>(code == 255 ? 128 : code) * 8;
+    int last = 0;
+    if (is_coded) {
+        last = read_events<Method::kH263>(d, kScanZigzag, 0, nullptr);
+        if (last < 0) return 1;
+    }
+    reconstruct(d, dc, kScanZigzag.width[last], kScanZigzag.height[last], target);
+    return 0;
+}
+
+// H.263 I.3: the DC is made odd and clamped to what samples can need.
+static int oddify_dc(int dc) { return clip3(0, 2047, dc | 1); }
+
+static void predict_aic_ac(M4vBlockDecoder* d, const M4vBlockEdge& from, bool from_above,
+                           M4vBlockEdge* edge, Extent* extent) {
+    for (unsigned i = 1; i < 8; ++i) {
+        const unsigned slot = from_above ? 8 + i : i;
+        if (from.slot[slot] == 0) continue;
+        const int coef = clip_coef(edge->slot[slot] + from.slot[slot]);
+        d->coef[from_above ? m4v_position(i, 0) : m4v_position(0, i)] = static_cast<int16_t>(coef);
+        edge->slot[slot] = static_cast<int16_t>(coef);
+        unsigned* const reach = from_above ? &extent->width : &extent->height;
+        if (*reach < i + 1) *reach = i + 1;
+    }
+}
+
+static int predict_aic_dc(const M4vNeighbours& near, M4vAicMode mode, unsigned n) {
+    const int left = near.left_of(n).slot[0];
+    const int above = near.above_of(n).slot[0];
+    if (mode == M4vAicMode::kVertical) return above;
+    if (mode == M4vAicMode::kHorizontal) return left;
+    if (!near.has_left_of(n)) return above;
+    return near.has_above_of(n) ? (left + above) / 2 : left;
+}
+
+int m4v_decode_aic_block(M4vBlockDecoder* d, const M4vNeighbours& near, M4vAicMode mode, unsigned n,
+                         bool is_coded, M4vTarget target) {
+    static const M4vScan* const kScans[3] = {&kScanZigzag, &kScanHorizontal, &kScanVertical};
+    M4vBlockEdge* const edge = &near.current->block[n];
+    memset(edge, 0, sizeof *edge);
+    Extent extent = {1, 1};
+    if (is_coded) {
+        const M4vScan& scan = *kScans[static_cast<unsigned>(mode)];
+        const int last = read_events<Method::kAic>(d, scan, -1, edge);
+        if (last < 0) return 1;
+        extent = {scan.width[last], scan.height[last]};
+    }
+    const int dc = oddify_dc(edge->slot[0] + predict_aic_dc(near, mode, n));
+    edge->slot[0] = static_cast<int16_t>(dc);
+    if (mode != M4vAicMode::kDcOnly) {
+        const bool from_above = mode == M4vAicMode::kVertical;
+        predict_aic_ac(d, from_above ? near.above_of(n) : near.left_of(n), from_above, edge,
+                       &extent);
+    }
+    reconstruct(d, dc, extent.width, extent.height, target);
+    return 0;
+}

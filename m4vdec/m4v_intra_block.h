@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// One intra block: coefficients from the stream, dequantised as they are read, prediction of DC and
+// AC, transform into the picture.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "m4vdec/m4v_bits.h"
+#include "m4vdec/m4v_edges.h"
+#include "m4vdec/m4v_idct.h"
+#include "m4vdec/m4v_picture.h"
+#include "m4vdec/m4v_scan.h"
+#include "m4vdec/m4v_vlc.h"
+
+// Working state of a picture; lives on the stack for the alignment of the block.
+struct M4vBlockDecoder {
+    M4vBits bits;
+    M4vIdctFn idct;
+    const TcoefTable* tcoef;
+    const uint8_t* matrix;         // by position, for MPEG quantisation; else null
+    int quant;                     // 1 to 31, of the blocks that follow
+    alignas(16) int16_t coef[64];  // all zero between blocks
+};
+
+enum class M4vDcCoding : uint8_t {
+    kOwn,        // the DC has its own code in front of the block's events
+    kEvents,     // it is the first of the block's events
+    kPartition,  // its difference was in an earlier partition
+};
+
+// What the blocks of an MPEG-4 macroblock have in common.
+struct M4vIntraMb {
+    M4vNeighbours near;
+    const M4vScan* fixed_scan;  // null: the scan follows the prediction
+    M4vDcCoding dc_coding;
+    bool ac_pred_flag;
+    const int16_t* dc_differences;  // six, with kPartition
+};
+
+// Block n (0 to 3 Y, 4 Cb, 5 Cr) of an MPEG-4 macroblock. Returns 1 on a syntax error; overrun is
+// the caller's to test. The same for the others.
+[[nodiscard]] int m4v_decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n,
+                                         bool is_coded, M4vTarget target);
+
+// A block of H.263 or with a short video header: DC with 8 bits, no prediction.
+[[nodiscard]] int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target);
+
+// H.263 Annex I.
+enum class M4vAicMode : uint8_t { kDcOnly, kVertical, kHorizontal };
+[[nodiscard]] int m4v_decode_aic_block(M4vBlockDecoder* d, const M4vNeighbours& near,
+                                       M4vAicMode mode, unsigned n, bool is_coded,
+                                       M4vTarget target);
