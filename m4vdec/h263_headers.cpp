@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "m4vdec/h263_headers.h"
+
+namespace {
+
+constexpr unsigned kExtendedType = 7;  // source format: PLUSPTYPE follows
+constexpr unsigned kCustomFormat = 6;
+
+// OPPTYPE, 18 bits, first bit at 17.
+constexpr unsigned kOptCustomClock = 1u << 14;
+constexpr unsigned kOptUnrestrictedVectors = 1u << 13;
+constexpr unsigned kOptArithmeticCoding = 1u << 12;
+constexpr unsigned kOptAdvancedIntra = 1u << 10;
+constexpr unsigned kOptDeblocking = 1u << 9;
+constexpr unsigned kOptSlices = 1u << 8;
+constexpr unsigned kOptReferenceSelection = 1u << 7;
+constexpr unsigned kOptIndependentSegments = 1u << 6;
+constexpr unsigned kOptModifiedQuant = 1u << 4;
+
+}  // namespace
+
+bool h263_is_picture_start(const uint8_t* data, size_t length) {
+    return length >= 4 && data[0] == 0 && data[1] == 0 && (data[2] & 0xfc) == 0x80;
+}
+
+static int set_standard_format(unsigned format, H263Picture* picture) {
+    static const uint16_t kSizes[6][2] = {{0, 0},     {128, 96},  {176, 144},
+                                          {352, 288}, {704, 576}, {1408, 1152}};
+    if (format < 1 || format > 5) return 1;
+    picture->width = kSizes[format][0];
+    picture->height = kSizes[format][1];
+    return 0;
+}
+
+// CPFMT, 23 bits, and EPAR.
+static int parse_custom_format(M4vBits* bits, H263Picture* picture) {
+    const unsigned aspect = bits->read(4);
+    picture->width = static_cast<uint16_t>((bits->read(9) + 1) * 4);
+    if (!bits->flag()) return 1;
+    const unsigned height = bits->read(9) * 4;
+    picture->height = static_cast<uint16_t>(height);
+    if (aspect == 15) bits->read(16);
+    return height == 0 || height > 1152;
+}
+
+// RPSMF, TRPI, TRP and BCI of Annex N. In an I-picture they tell only how to answer.
+static int parse_reference_selection(M4vBits* bits) {
+    bits->read(3);
+    if (bits->flag()) bits->read(10);
+    return bits->flag() || !bits->flag();  // BCI "01": no back-channel message
+}
+
+// From UFEP to in front of PQUANT.
+static int parse_plus_type(M4vBits* bits, H263Picture* picture) {
+    if (bits->read(3) != 1) return 1;  // UFEP: an I-picture tells all its modes
+    const unsigned format = bits->read(3);
+    const unsigned options = bits->read(15);
+    const unsigned type = bits->read(9);  // MPPTYPE
+    // Picture type I, neither resampling nor reduced resolution, fixed bits "001".
+    if (type >> 4 != 0 || (type & 1) == 0) return 1;
+    if (options & kOptArithmeticCoding) return 1;
+    picture->has_advanced_intra = options & kOptAdvancedIntra;
+    picture->has_deblocking = options & kOptDeblocking;
+    picture->has_slices = options & kOptSlices;
+    picture->has_independent_segments = options & kOptIndependentSegments;
+    picture->has_modified_quant = options & kOptModifiedQuant;
+
+    picture->is_multipoint = bits->flag();
+    if (picture->is_multipoint) bits->read(2);  // PSBI
+    if (format == kCustomFormat ? parse_custom_format(bits, picture)
+                                : set_standard_format(format, picture)) {
+        return 1;
+    }
+    if (options & kOptCustomClock) bits->read(8 + 2);                         // CPCFC, ETR
+    if ((options & kOptUnrestrictedVectors) && !bits->flag()) bits->read(1);  // UUI
+    if (picture->has_slices) {
+        picture->has_rectangular_slices = bits->flag();
+        bits->read(1);  // arbitrary order: taken as it comes
+    }
+    return (options & kOptReferenceSelection) && parse_reference_selection(bits);
+}
+
+// K.2.5: the length of a macroblock address goes by the standard formats that could hold it.
+static unsigned address_bits(uint32_t total_mbs) {
+    static const struct {
+        uint16_t last;
+        uint8_t bits;
+    } kFormats[] = {{47, 6}, {98, 7}, {395, 9}, {1583, 11}, {6335, 13}};
+    for (const auto& format : kFormats) {
+        if (total_mbs - 1 <= format.last) return format.bits;
+    }
+    return 14;
+}
+
+static unsigned slice_width_bits(uint32_t width_mbs) {
+    return width_mbs <= 8 ? 3 : width_mbs <= 11 ? 4 : width_mbs <= 22 ? 5 : width_mbs <= 44 ? 6 : 7;
+}
+
+// K.2: the slice header, in which the first slice of a picture lacks the start code and SQUANT.
+static int parse_slice(M4vBits* bits, const H263Picture& picture, bool is_first,
+                       H263Segment* slice) {
+    if (!bits->flag()) return 1;               // SEPB1
+    if (picture.is_multipoint) bits->read(4);  // SSBI
+    const uint32_t total = picture.width_mbs() * picture.height_mbs();
+    const unsigned length = address_bits(total);
+    slice->first_mb = bits->read(length);
+    if (length > (picture.is_multipoint ? 9u : 11u) && !bits->flag()) return 1;  // SEPB2
+    slice->quant = is_first ? picture.quant : static_cast<uint8_t>(bits->read(5));
+    slice->is_rectangular = picture.has_rectangular_slices;
+    if (slice->is_rectangular) {
+        slice->width_mbs = bits->read(slice_width_bits(picture.width_mbs())) + 1;
+        if (slice->first_mb % picture.width_mbs() + slice->width_mbs > picture.width_mbs()) {
+            return 1;
+        }
+    }
+    if (!bits->flag()) return 1;   // SEPB3
+    if (!is_first) bits->read(2);  // GFID
+    return slice->quant == 0 || slice->first_mb >= total;
+}
+
+int h263_parse_picture(M4vBits* bits, H263Picture* picture, H263Segment* first) {
+    *picture = {};
+    if (bits->read(22) != 0x20) return 1;  // PSC
+    bits->read(8);                         // TR
+    if (bits->read(2) != 2) return 1;      // fixed bits of PTYPE
+    bits->read(3);                         // split screen, document camera, freeze release
+    const unsigned format = bits->read(3);
+    if (format == kExtendedType) {
+        if (parse_plus_type(bits, picture)) return 1;
+        picture->quant = static_cast<uint8_t>(bits->read(5));
+    } else {
+        if (set_standard_format(format, picture)) return 1;
+        const unsigned modes = bits->read(5);
+        // Inter picture, arithmetic coding, PB-frame; vectors and overlap do not matter.
+        if (modes & 0x15) return 1;
+        picture->quant = static_cast<uint8_t>(bits->read(5));
+        picture->is_multipoint = bits->flag();
+        if (picture->is_multipoint) bits->read(2);
+    }
+    if (picture->quant == 0) return 1;
+    while (bits->flag()) bits->read(8);  // PEI, PSUPP; zeros follow the data
+    *first = {0, 0, false, picture->quant};
+    if (picture->has_slices && parse_slice(bits, *picture, true, first)) return 1;
+    return bits->overrun();
+}
+
+bool h263_is_at_start_code(M4vBits* bits) {
+    bits->refill();
+    // Zeros up to the byte boundary, then 16 zeros.
+    return bits->peek(16 + bits->bits_to_alignment()) == 0;
+}
+
+int h263_parse_segment(M4vBits* bits, const H263Picture& picture, H263Segment* segment) {
+    bits->align();
+    if (bits->read(17) != 1) return 1;
+    if (picture.has_slices) return parse_slice(bits, picture, false, segment) || bits->overrun();
+    const unsigned number = bits->read(5);
+    if (picture.is_multipoint) bits->read(2);  // GSBI
+    bits->read(2);                             // GFID
+    segment->quant = static_cast<uint8_t>(bits->read(5));
+    segment->is_rectangular = false;
+    const uint32_t row = number * picture.gob_rows();
+    segment->first_mb = row * picture.width_mbs();
+    return number == 0 || row >= picture.height_mbs() || segment->quant == 0 || bits->overrun();
+}
