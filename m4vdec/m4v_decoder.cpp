@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "m4vdec/m4v_decoder.h"
+
+#include "m4vdec/h263_headers.h"
+#include "m4vdec/h263_picture.h"
+#include "m4vdec/m4v_headers.h"
+#include "m4vdec/m4v_vop.h"
+#include "runtime/accounted_memory.h"
+
+struct M4vDecoder {
+    M4vLayer layer;
+    M4vIdctFn idct;
+    uint32_t state;
+    uint32_t width;
+    uint32_t height;
+    M4vPicture output;
+};
+
+namespace {
+
+enum class Coding { kNone, kVop, kH263 };
+
+// Where the picture of a sample begins: behind the VOP start code, or at the picture start code.
+struct PictureStart {
+    Coding coding;
+    const uint8_t* data;
+    uint32_t length;
+};
+
+}  // namespace
+
+static uint32_t round_up_16(uint32_t v) { return (v + 15) & ~15u; }
+
+static void set_size(M4vDecoder* d, uint32_t width, uint32_t height) {
+    d->width = width;
+    d->height = height;
+    d->state |= kM4vHasSize;
+}
+
+static void read_layer(M4vDecoder* d, M4vBits* bits) {
+    if (m4v_parse_layer(bits, &d->layer) == 0) set_size(d, d->layer.width, d->layer.height);
+}
+
+static void read_h263_size(M4vDecoder* d, const uint8_t* data, size_t length) {
+    M4vBits bits;
+    H263Picture picture;
+    H263Segment first;
+    bits.start(data, length);
+    if (h263_parse_picture(&bits, &picture, &first) == 0) {
+        set_size(d, picture.width, picture.height);
+    }
+}
+
+// Reads the headers up to the first picture. A short video header stands at the start or behind
+// that of a video object; anywhere else its bits are ordinary data.
+static PictureStart read_mpeg4_headers(M4vDecoder* d, const M4vInput& input) {
+    const uint8_t* p = input.data;
+    const uint8_t* const end = input.data + input.length;
+    const auto rest = [&] { return static_cast<uint32_t>(end - p); };
+    if (h263_is_picture_start(p, rest())) return {Coding::kH263, p, rest()};
+    unsigned code;
+    while ((p = m4v_find_start_code(p, end, &code)) != nullptr) {
+        M4vBits bits;
+        bits.start(p, rest());
+        if (code == kStartVop) return {Coding::kVop, p, rest()};
+        if (code == kStartSequence) m4v_parse_sequence(&bits, &d->layer);
+        if (code == kStartVisualObject) m4v_parse_visual_object(&bits, &d->layer);
+        if (code >= kStartLayerFirst && code <= kStartLayerLast) read_layer(d, &bits);
+        if (code <= kStartVideoObjectLast && h263_is_picture_start(p, rest())) {
+            return {Coding::kH263, p, rest()};
+        }
+    }
+    return {Coding::kNone, nullptr, 0};
+}
+
+// H.263 has only pictures; whatever stands in front of the first one is passed over.
+static PictureStart find_h263_picture(const M4vInput& input) {
+    for (uint32_t i = 0; i < input.length; ++i) {
+        if (h263_is_picture_start(input.data + i, input.length - i)) {
+            return {Coding::kH263, input.data + i, input.length - i};
+        }
+    }
+    return {Coding::kNone, nullptr, 0};
+}
+
+static PictureStart find_picture(M4vDecoder* d, const M4vInput& sample) {
+    return d->state & kM4vIsMpeg4 ? read_mpeg4_headers(d, sample) : find_h263_picture(sample);
+}
+
+int m4v_create(const M4vInput& configuration, uint32_t default_width, uint32_t default_height,
+               bool is_mpeg4, M4vDecoder** decoder) {
+    M4vDecoder* const d = static_cast<M4vDecoder*>(upnp_calloc(1, sizeof(M4vDecoder)));
+    *decoder = d;
+    if (!d) return 1;
+    m4v_layer_init(&d->layer);
+    d->idct = m4v_idct_best();
+    d->width = default_width;
+    d->height = default_height;
+    if (is_mpeg4) {
+        d->state = kM4vIsMpeg4;
+        read_mpeg4_headers(d, configuration);
+    }
+    return 0;
+}
+
+void m4v_destroy(M4vDecoder* decoder) {
+    if (decoder) upnp_free(decoder);
+}
+
+uint32_t m4v_state(const M4vDecoder* decoder) { return decoder->state; }
+
+int m4v_read_headers(M4vDecoder* d, const M4vInput& sample) {
+    const PictureStart start = find_picture(d, sample);
+    if (start.coding == Coding::kH263) read_h263_size(d, start.data, start.length);
+    return (d->state & kM4vHasSize) == 0;
+}
+
+void m4v_picture_size(const M4vDecoder* decoder, uint32_t* width, uint32_t* height) {
+    *width = decoder->width;
+    *height = decoder->height;
+}
+
+bool m4v_can_hold_picture(const M4vDecoder* decoder, uint32_t sample_length) {
+    const uint64_t macroblocks =
+        uint64_t{round_up_16(decoder->width)} * round_up_16(decoder->height) / 256;
+    return macroblocks * kMinMacroblockBits <= uint64_t{sample_length} * 8;
+}
+
+void m4v_set_output(M4vDecoder* d, uint8_t* planes) {
+    const size_t pitch = round_up_16(d->width);
+    const size_t luma = pitch * round_up_16(d->height);
+    d->output = {{planes, planes + luma, planes + luma + luma / 4},
+                 pitch,
+                 static_cast<uint32_t>(pitch / 16),
+                 round_up_16(d->height) / 16};
+}
+
+int m4v_decode(M4vDecoder* d, const M4vInput& sample) {
+    const uint32_t width = d->width;
+    const uint32_t height = d->height;
+    const PictureStart start = find_picture(d, sample);
+    if (start.coding == Coding::kH263) read_h263_size(d, start.data, start.length);
+    // A header in the sample may not contradict the size that the output was made for.
+    if (d->output.plane[0] == nullptr || d->width != width || d->height != height) return 1;
+    switch (start.coding) {
+        case Coding::kVop:
+            if (!d->layer.is_valid) return 1;
+            return m4v_decode_vop(start.data, start.length, d->layer, d->output, d->idct);
+        case Coding::kH263:
+            return h263_decode_picture(start.data, start.length, d->output, d->idct);
+        case Coding::kNone:
+            break;
+    }
+    return 1;
+}
