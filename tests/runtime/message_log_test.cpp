@@ -6,7 +6,6 @@
 #include <stdlib.h>
 #include <time.h>
 
-#include <atomic>
 #include <string>
 
 #include "runtime/accounted_memory.h"
@@ -123,20 +122,6 @@ TEST_F(MessageLog, CriticalWithoutAHookEndsTheProcessWithStatus0) {
     g_log.exit_hook = [](int status) { _Exit(status + 3); };
     EXPECT_EXIT(upnp_log_message(kLogCritical, kLogScan, "f", 0, "m"), testing::ExitedWithCode(3),
                 "");
-}
-
-static std::atomic<int> g_removals{0};
-TEST_F(MessageLog, RemovesOldPartsOnceTheServiceRuns) {
-    g_log.old_parts_pending = 1;
-    g_log.remove_old_parts = [](const char* path) { g_removals += *path != '\0'; };
-    upnp_log_message(kLogError, kLogScan, "f", 0, "m");
-    EXPECT_EQ(g_log.old_parts_pending, 1);
-    g_log.service_running = 1;
-    g_log.section_mask = kLogScan;
-    upnp_log_message(kLogError, kLogScan, "f", 0, "m");
-    EXPECT_EQ(g_log.old_parts_pending, 0);
-    for (int i = 0; i < 500 && g_removals == 0; ++i) upnp_sleep_ms(10);
-    EXPECT_EQ(g_removals, 1);
 }
 
 TEST(ClockText, FormatsLocalTimes) {

@@ -79,11 +79,17 @@ class Thumbnail : public testing::Test {
         params_ = {output_.c_str(), 90, requested.width, requested.height};
         return WriteThumbnail(&record, &params_, codec_kind);
     }
-    // A run whose picture is only checked for its status; nothing is kept on disk.
-    int write_away(PictureSize requested) {
+    // A run of which only the status counts: nothing is kept, and sizes of 0 have to fail.
+    void write_away(PictureSize requested) {
         KeyFrame record = {bytes_, 4, bytes_, 6, 4, 10};
         params_ = {"/dev/null", 10, requested.width, requested.height};
-        return WriteThumbnail(&record, &params_, kCodecMpeg4);
+        const int status = WriteThumbnail(&record, &params_, kCodecMpeg4);
+        const bool is_empty = params_.width == 0 || params_.height == 0;
+        ASSERT_EQ(status, is_empty ? 1 : 0)
+            << g_decoder.size.width << "x" << g_decoder.size.height << " cropped by "
+            << g_decoder.crop.left << "," << g_decoder.crop.right << "," << g_decoder.crop.top
+            << "," << g_decoder.crop.bottom << " into " << requested.width << "x"
+            << requested.height;
     }
     void crop_to(PictureSize grid, Crop crop) {
         g_decoder.size = grid;
@@ -200,7 +206,7 @@ TEST_F(Thumbnail, RefusesSidesThatNoFileCanHave) {
     EXPECT_EQ(write({65504, 200}), 1);
     EXPECT_EQ(read_file(output_), "");
     EXPECT_EQ(params_.width, 65504);
-    EXPECT_EQ(write_away({65500, 200}), 0);
+    EXPECT_EQ(write({65500, 200}), 0);
 }
 
 TEST_F(Thumbnail, FailsCleanlyWhenAnyAllocationFails) {
@@ -225,20 +231,15 @@ TEST_F(Thumbnail, FailsCleanlyWhenAnyAllocationFails) {
     EXPECT_GE(run({0, 0}), 3);  // the copy with room behind V as well
 }
 
-static const int32_t kSides[] = {1, 2, 3, 7, 14, 15, 16, 17, 18, 30, 31, 32, 33, 47, 48, 49, 64};
-static const int32_t kRequests[] = {0, 2, 4, 14, 16, 18, 30, 32, 46, 48, 50, 64, 130};
-
 TEST_F(Thumbnail, TakesEverySizeOfPictureAndRequest) {
+    static const int32_t kSides[] = {1,  2,  3,  7,  14, 15, 16, 17, 18,
+                                     30, 31, 32, 33, 47, 48, 49, 64};
+    static const int32_t kRequests[] = {0, 2, 4, 14, 16, 18, 30, 32, 46, 48, 50, 64, 130};
     for (const int32_t width : kSides) {
         for (const int32_t height : kSides) {
             g_decoder.size = {width, height};
             for (const int32_t w : kRequests) {
-                for (const int32_t h : kRequests) {
-                    const PictureSize fitted = fit_size(g_decoder.size, {w, h});
-                    const bool is_empty = fitted.width == 0 || fitted.height == 0;
-                    ASSERT_EQ(write_away({w, h}), is_empty ? 1 : 0)
-                        << width << "x" << height << " into " << w << "x" << h;
-                }
+                for (const int32_t h : kRequests) write_away({w, h});
             }
         }
     }
@@ -249,22 +250,16 @@ TEST_F(Thumbnail, TakesEveryCropWindow) {
         for (uint32_t left = 0; left < 34; left += left < 18 ? 1 : 5) {
             for (uint32_t top = 0; top < 34; top += top < 18 ? 1 : 5) {
                 for (const uint32_t rest : {0u, 1u, 2u, 3u, 8u}) {
-                    const Crop crop = {left, rest, top, rest};
-                    crop_to(grid, crop);
-                    const int width = grid.width - static_cast<int>(left + rest);
-                    const int height = grid.height - static_cast<int>(top + rest);
+                    crop_to(grid, {left, rest, top, rest});
+                    const bool is_empty = left + rest >= static_cast<uint32_t>(grid.width) ||
+                                          top + rest >= static_cast<uint32_t>(grid.height);
+                    if (is_empty) {
+                        ASSERT_EQ(write({16, 16}), 1);
+                        continue;
+                    }
                     for (const PictureSize requested :
                          {PictureSize{0, 0}, {16, 16}, {12, 10}, {64, 64}, {2, 46}}) {
-                        const int status = write_away(requested);
-                        if (width < 1 || height < 1) {
-                            ASSERT_EQ(status, 1);
-                            continue;
-                        }
-                        const bool is_empty = params_.width == 0 || params_.height == 0;
-                        ASSERT_EQ(status, is_empty ? 1 : 0)
-                            << grid.width << "x" << grid.height << " cropped by " << left << ","
-                            << rest << "," << top << "," << rest << " into " << requested.width
-                            << "x" << requested.height;
+                        write_away(requested);
                     }
                 }
             }
@@ -273,18 +268,13 @@ TEST_F(Thumbnail, TakesEveryCropWindow) {
 }
 
 TEST_F(Thumbnail, TakesTheLargestPictures) {
-    static const struct {
-        PictureSize picture, requested;
-    } kCases[] = {
+    static const PictureSize kCases[][2] = {
         {{4096, 2304}, {4095, 2303}}, {{65520, 16}, {2, 2}},        {{65520, 16}, {40000, 400}},
         {{16, 65520}, {400, 40001}},  {{65520, 48}, {65500, 1000}}, {{8191, 100}, {0, 0}},
         {{16, 4096}, {15, 3999}},
     };
-    for (const auto& c : kCases) {
-        g_decoder.size = c.picture;
-        const PictureSize fitted = fit_size(c.picture, c.requested);
-        const bool is_empty = fitted.width == 0 || fitted.height == 0;
-        EXPECT_EQ(write_away(c.requested), is_empty ? 1 : 0)
-            << c.picture.width << "x" << c.picture.height;
+    for (const auto& [picture, requested] : kCases) {
+        g_decoder.size = picture;
+        write_away(requested);
     }
 }

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "runtime/accounted_memory.h"
-#include "tests/support/failing_malloc.h"
 #include "tests/support/temp_folder.h"
 #include "thumb/thumbnail.h"
 #include "tool/key_frames.h"
@@ -108,20 +107,6 @@ TEST_F(RunKeystill, GivesUpWithoutAUsableCollection) {
         EXPECT_EQ(run("4"), 1);
         EXPECT_EQ(g_fake.written_size, -1);
     }
-}
-
-TEST_F(RunKeystill, FailsCleanlyAtEveryAllocation) {
-    g_fake.sizes = {30, 10};
-    g_fake.reported = 2;
-    // The first system allocation is the lock; without it the run goes on unlocked.
-    for (int n : {2, 7, 8}) {
-        SCOPED_TRACE(n);
-        fail_allocation(n);
-        EXPECT_EQ(run("2"), 1);
-        EXPECT_TRUE(has_allocation_failed());
-        fail_allocation(0);
-    }
-    EXPECT_EQ(run("2"), 0);
 }
 
 static int64_t peak_resident_kib() {
