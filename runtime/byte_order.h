@@ -17,7 +17,12 @@ inline uint32_t load_be32(const uint8_t* p) {
 }
 
 inline uint64_t load_be64(const uint8_t* p) {
-    return static_cast<uint64_t>(load_be32(p)) << 32 | load_be32(p + 4);
+    uint64_t v;
+    memcpy(&v, p, sizeof v);
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    v = __builtin_bswap64(v);
+#endif
+    return v;
 }
 
 // Clamps to the range of an 8-bit sample.
