@@ -208,7 +208,9 @@ int mp4_locate_fragment_sample(BufferedFile* file, uint32_t key_index, SamplePla
     *place = {};
     if (key_index >= fragments->stored_entries || !mp4_spend_work(kLookUpWork)) return 0;
     choose_key_frame(key_index);
-    // A copy: the boxes of a fragment may reset the state that it comes from.
+    // Every look-up starts with the context that the table left, in which no track is current. What
+    // it learns does not outlast it: audio that comes first in the next fragment would count as
+    // video.
     ParseContext context = fragments->parse_context;
     context.depth = 0;
     context.position = static_cast<int64_t>(fragments->entries[key_index].offset);
@@ -219,7 +221,6 @@ int mp4_locate_fragment_sample(BufferedFile* file, uint32_t key_index, SamplePla
         mp4_release_video_state();
     }
     if (!fragments->has_table) return 1;
-    fragments->parse_context = context;
     if (key_index >= fragments->stored_entries) return 0;
     const uint32_t fragment_offset = static_cast<uint32_t>(fragments->entries[key_index].offset);
     *place = {fragments->current_offset + fragment_offset, fragments->current_size};

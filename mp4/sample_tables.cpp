@@ -165,6 +165,7 @@ SamplePlace mp4_locate_sample(BufferedFile* file, uint32_t sample_number) {
     if (sample_number == 0 || !mp4_find_chunk(file, sample, &chunk, &first_sample)) return {};
     if (chunk == 0 || chunk > state->chunk_offsets.count) return {};
     if (!offset_in_chunk(file, chunk, first_sample, sample, &offset)) return {};
-    return {file_table_word(file, &state->chunk_offsets, chunk - 1) + offset,
-            file_table_word(file, &state->sample_sizes, sample)};
+    const SamplePlace place = {file_table_word(file, &state->chunk_offsets, chunk - 1) + offset,
+                               file_table_word(file, &state->sample_sizes, sample)};
+    return state->work_left > 0 ? place : SamplePlace{};  // tables read as 0 without work
 }
