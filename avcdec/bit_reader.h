@@ -45,7 +45,9 @@ inline void bits_refill(AvcBitReader* r) {
         r->next += (kBitWordSize - 1 - r->available) >> 3;
         r->available |= kBitWordSize - 8;
     } else {
-        bits_refill_near_end(r);
+        AvcBitReader copy = *r;  // the reader itself stays in registers
+        bits_refill_near_end(&copy);
+        *r = copy;
     }
 }
 

@@ -39,14 +39,12 @@ enum CabacContextGroup : uint16_t {
     kCabacContexts = 258,
 };
 
-// All that a decision needs to know of a context, by its variable.
-struct CabacTransition {
-    uint32_t lps_ranges;  // rangeTabLPS (H.264 Table 9-44) by qCodIRangeIdx, one per byte
-    uint8_t after_mps;    // the context variable after an MPS and after an LPS (Table 9-45)
-    uint8_t after_lps;
-    uint16_t unused;
-};
-extern const CabacTransition kCabacTransitions[128];
+// What a decision needs to know of a context variable. The LPS ranges (H.264 Table 9-44) of its
+// state by qCodIRangeIdx are in 16 bits each from the lowest up: the range and, in the upper byte,
+// the shift that normalises it.
+extern const uint64_t kCabacLps[128];
+// The context variable after an MPS in the low, and after an LPS in the high byte (Table 9-45).
+extern const uint16_t kCabacNext[128];
 
 // The (m, n) pairs of the I slice column (H.264 Tables 9-12 to 9-33), in the order of the groups.
 extern const int8_t kCabacInitI[kCabacContexts][2];
@@ -61,6 +59,7 @@ static_assert(9 + kCabacMinLookahead - 1 + kCabacRefillBits < kBitWordSize);
 
 void cabac_refill_near_end(CabacEngine* e);
 
+// Adds kCabacRefillBits of lookahead.
 inline void cabac_refill(CabacEngine* e) {
     if (e->end - e->next >= 8) {
         if constexpr (kBitWordSize == 64) {
@@ -72,34 +71,33 @@ inline void cabac_refill(CabacEngine* e) {
         e->next += kCabacRefillBits / 8;
         e->lookahead += kCabacRefillBits;
     } else {
-        cabac_refill_near_end(e);
+        CabacEngine copy = *e;  // the engine itself stays in registers
+        cabac_refill_near_end(&copy);
+        *e = copy;
     }
 }
 
 // Decodes one bin and updates its context.
 inline uint32_t cabac_decode_decision(CabacEngine* e, uint8_t* context) {
-    using SignedWord = intptr_t;
     const uint32_t variable = *context;
-    const CabacTransition& t = kCabacTransitions[variable];
-    const uint32_t lps_range = t.lps_ranges >> (e->range >> 3 & 24) & 0xff;
+    const uint32_t lps_entry = static_cast<uint32_t>(kCabacLps[variable] >> (e->range >> 2 & 48));
+    const uint32_t lps_range = lps_entry & 0xff;
     const uint32_t mps_range = e->range - lps_range;
     const BitWord threshold = static_cast<BitWord>(mps_range) << e->lookahead;
-    const BitWord rest = e->value - threshold;
-    // All ones for an LPS. value and threshold are below 2^(kBitWordSize - 1).
-    const BitWord lps = static_cast<BitWord>(~static_cast<SignedWord>(rest) >> (kBitWordSize - 1));
+    const BitWord mps = BitWord{0} - static_cast<BitWord>(e->value < threshold);  // all ones, or 0
 
     // Both outcomes are normalised before the choice, off the path of the comparison.
-    const int lps_shift = __builtin_clz(lps_range) - 23;
-    const int mps_shift = static_cast<int>(mps_range >> 8 ^ 1);
-    const uint32_t choice = static_cast<uint32_t>(lps);
+    const uint32_t choice = static_cast<uint32_t>(mps);
+    const uint32_t mps_shift = mps_range >> 8 ^ 1;
+    const uint32_t lps_shift = lps_entry >> 8 & 7;
     const uint32_t mps_next = mps_range << mps_shift;
     const uint32_t lps_next = lps_range << lps_shift;
-    e->value = rest + (threshold & ~lps);
-    e->range = mps_next ^ ((mps_next ^ lps_next) & choice);
-    e->lookahead -= mps_shift ^ ((mps_shift ^ lps_shift) & static_cast<int>(choice));
-    *context = static_cast<uint8_t>(t.after_mps ^ ((t.after_mps ^ t.after_lps) & choice));
+    e->value -= threshold & ~mps;
+    e->range = lps_next ^ ((mps_next ^ lps_next) & choice);
+    e->lookahead -= static_cast<int>(lps_shift ^ ((mps_shift ^ lps_shift) & choice));
+    *context = static_cast<uint8_t>(kCabacNext[variable] >> (choice & 8));
     if (e->lookahead < kCabacMinLookahead) cabac_refill(e);
-    return (variable ^ choice) & 1;
+    return ~(variable ^ choice) & 1;
 }
 
 // Decodes one bin of equal probabilities (H.264 9.3.3.2.3).

@@ -28,22 +28,32 @@ static constexpr uint8_t kTransIdxLps[64] = {
     33, 33, 34, 34, 35, 35, 35, 36, 36, 36, 37, 37, 37, 38, 38, 63,
 };
 
-static constexpr CabacTransition transition(int variable) {
-    const int state = variable >> 1;
-    const int mps = variable & 1;
-    const int next_mps_state = state < 62 ? state + 1 : state;
-    const int mps_after_lps = state == 0 ? 1 - mps : mps;
-    uint32_t ranges = 0;
-    for (int i = 0; i < 4; ++i) ranges |= static_cast<uint32_t>(kRangeTabLps[state][i]) << 8 * i;
-    return {ranges, static_cast<uint8_t>(next_mps_state * 2 + mps),
-            static_cast<uint8_t>(kTransIdxLps[state] * 2 + mps_after_lps), 0};
+static constexpr uint64_t lps_entries(int variable) {
+    uint64_t entries = 0;
+    for (int i = 0; i < 4; ++i) {
+        const uint32_t range = kRangeTabLps[variable >> 1][i];
+        const uint64_t shift = static_cast<uint64_t>(__builtin_clz(range) - 23);
+        entries |= (shift << 8 | range) << 16 * i;
+    }
+    return entries;
 }
 
-#define KS_4(i) transition(i), transition(i + 1), transition(i + 2), transition(i + 3)
-#define KS_16(i) KS_4(i), KS_4(i + 4), KS_4(i + 8), KS_4(i + 12)
-constexpr CabacTransition kCabacTransitions[128] = {
-    KS_16(0), KS_16(16), KS_16(32), KS_16(48), KS_16(64), KS_16(80), KS_16(96), KS_16(112),
-};
+static constexpr uint16_t next_variables(int variable) {
+    const int state = variable >> 1;
+    const int mps = variable & 1;
+    const int state_after_mps = state < 62 ? state + 1 : state;
+    const int mps_after_lps = state == 0 ? 1 - mps : mps;
+    return static_cast<uint16_t>((state_after_mps * 2 + mps) << 8 |
+                                 (kTransIdxLps[state] * 2 + mps_after_lps));
+}
+
+#define KS_4(fn, i) fn(i), fn(i + 1), fn(i + 2), fn(i + 3)
+#define KS_16(fn, i) KS_4(fn, i), KS_4(fn, i + 4), KS_4(fn, i + 8), KS_4(fn, i + 12)
+#define KS_128(fn)                                                                             \
+    KS_16(fn, 0), KS_16(fn, 16), KS_16(fn, 32), KS_16(fn, 48), KS_16(fn, 64), KS_16(fn, 80), \
+        KS_16(fn, 96), KS_16(fn, 112)
+constexpr uint64_t kCabacLps[128] = {KS_128(lps_entries)};
+constexpr uint16_t kCabacNext[128] = {KS_128(next_variables)};
 
 const int8_t kCabacInitI[kCabacContexts][2] = {
     // mb_type, ctxIdx 3 to 10

@@ -39,8 +39,9 @@ static constexpr uint8_t kLast8x8[63] = {
 // Reads the significance map: the scan indices of the coefficients that are not 0, in scan order.
 // Returns their number, 1 to count.
 template <bool kIs8x8>
-static inline int read_significance(CabacEngine* e, uint8_t* significant, uint8_t* last, int count,
-                                    uint8_t* indices) {
+[[gnu::always_inline]] static inline int read_significance(CabacEngine* e, uint8_t* significant,
+                                                           uint8_t* last, int count,
+                                                           uint8_t* indices) {
     int total = 0;
     for (int i = 0; i < count - 1; ++i) {
         uint8_t* const context = significant + (kIs8x8 ? kSignificant8x8[i] : i);
@@ -56,7 +57,7 @@ static inline int read_significance(CabacEngine* e, uint8_t* significant, uint8_
 static constexpr int kLevelTooLong = 1 << 21;
 
 // The suffix of coeff_abs_level_minus1, an Exp-Golomb code of order 0 (H.264 9.3.2.3).
-static int read_level_suffix(CabacEngine* e) {
+[[gnu::always_inline]] static inline int read_level_suffix(CabacEngine* e) {
     int k = 0;
     int value = 0;
     while (cabac_decode_bypass(e)) {
@@ -68,7 +69,7 @@ static int read_level_suffix(CabacEngine* e) {
 }
 
 // The absolute value of a level that is at least 2.
-static inline int read_large_level(CabacEngine* e, uint8_t* context) {
+[[gnu::always_inline]] static inline int read_large_level(CabacEngine* e, uint8_t* context) {
     int level = 2;
     while (cabac_decode_decision(e, context)) {
         if (++level == 15) return 15 + read_level_suffix(e);
