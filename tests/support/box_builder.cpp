@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "tests/support/box_builder.h"
+
+static std::string big_endian(uint64_t value, int bytes) {
+    std::string out;
+    for (int i = bytes - 1; i >= 0; --i) out += static_cast<char>(value >> (8 * i) & 0xff);
+    return out;
+}
+
+std::string u16(uint32_t value) { return big_endian(value, 2); }
+std::string u32(uint32_t value) { return big_endian(value, 4); }
+std::string u64(uint64_t value) { return big_endian(value, 8); }
+std::string zeros(size_t count) { return std::string(count, '\0'); }
+
+std::string words(std::initializer_list<uint32_t> values) {
+    std::string out;
+    for (const uint32_t value : values) out += u32(value);
+    return out;
+}
+
+std::string box(const std::string& type, const std::string& content) {
+    return u32(static_cast<uint32_t>(content.size() + 8)) + type + content;
+}
+
+std::string large_box(const std::string& type, const std::string& content) {
+    return u32(1) + type + u64(content.size() + 16) + content;
+}
+
+std::string full_box(const std::string& type, const std::string& content, uint32_t flags) {
+    return box(type, u32(flags) + content);
+}
+
+static std::string visual_entry(const std::string& type, const std::string& config) {
+    return box(type, zeros(24) + u16(64) + u16(48) + zeros(50) + config);
+}
+
+std::string avc_entry(const std::string& sequence_set, const std::string& picture_set,
+                      int length_size) {
+    const std::string sets = "\xe1" + u16(static_cast<uint32_t>(sequence_set.size())) +
+                             sequence_set + "\1" + u16(static_cast<uint32_t>(picture_set.size())) +
+                             picture_set;
+    const char lengths = static_cast<char>(0xfc | (length_size - 1));
+    return visual_entry("avc1", box("avcC", "\1\x64" + zeros(1) + "\x1e" + lengths + sets));
+}
+
+std::string mpeg4_entry(const std::string& decoder_specific_info) {
+    const char length = static_cast<char>(decoder_specific_info.size());
+    return visual_entry("mp4v",
+                        full_box("esds", "\3\4\5" + (length + decoder_specific_info) + "\6"));
+}
+
+std::string h263_entry() { return visual_entry("s263", box("d263", "test" + zeros(3))); }
+
+std::string track_header(uint32_t track_id, uint32_t width, uint32_t height) {
+    return full_box("tkhd",
+                    words({0, 0, track_id}) + zeros(60) + words({width << 16, height << 16}));
+}
+
+std::string media_header(uint32_t time_scale, uint32_t duration) {
+    return full_box("mdhd", words({0, 0, time_scale, duration, 0}));
+}
+
+std::string handler(const std::string& type, const std::string& component) {
+    return full_box("hdlr", component + type + zeros(13));
+}
+
+std::string sample_table(const MovieSpec& spec, uint32_t first_chunk_offset) {
+    std::string sizes, offsets, sync;
+    uint32_t count = 0, chunks = 0, offset = first_chunk_offset;
+    for (const std::string& sample : spec.samples) {
+        const bool starts_chunk = count++ % spec.samples_per_chunk == 0;
+        if (starts_chunk) offsets += u32(offset);
+        chunks += starts_chunk;
+        sizes += u32(static_cast<uint32_t>(sample.size()));
+        offset += static_cast<uint32_t>(sample.size());
+    }
+    for (const uint32_t number : spec.sync) sync += u32(number);
+    return box("stbl", full_box("stsd", u32(1) + spec.entry) +
+                           full_box("stts", words({1, count, spec.sample_duration})) +
+                           full_box("stss", u32(static_cast<uint32_t>(spec.sync.size())) + sync) +
+                           full_box("stsc", words({1, 1, spec.samples_per_chunk, 1})) +
+                           full_box("stsz", words({0, count}) + sizes) +
+                           full_box("stco", u32(chunks) + offsets));
+}
+
+static std::string video_track(const MovieSpec& spec, uint32_t duration, const std::string& table) {
+    return box("trak",
+               track_header(1, 64, 48) + box("mdia", media_header(spec.time_scale, duration) +
+                                                         handler("vide") + box("minf", table)));
+}
+
+std::string movie_file(const MovieSpec& spec) {
+    const std::string type = box("ftyp", "isom" + zeros(4));
+    std::string data;
+    for (const std::string& sample : spec.samples) data += sample;
+    const uint32_t duration = static_cast<uint32_t>(spec.samples.size()) * spec.sample_duration;
+    const uint32_t start = static_cast<uint32_t>(type.size()) + 8;
+    return type + box("mdat", data) +
+           box("moov", video_track(spec, duration, sample_table(spec, start)));
+}
+
+std::string fragmented_file(const MovieSpec& spec, uint32_t duration) {
+    MovieSpec empty = spec;
+    empty.samples.clear();
+    empty.sync.clear();
+    const std::string length = duration != 0 ? full_box("mehd", u32(duration)) : "";
+    std::string out =
+        box("ftyp", "isom" + zeros(4)) +
+        box("moov", full_box("mvhd", words({0, 0, spec.time_scale, 0})) +
+                        video_track(spec, 0, sample_table(empty, 0)) +
+                        box("mvex", length + full_box("trex", words({1, 1, 0, 0, 0}))));
+    std::string entries;
+    uint32_t time = 0;
+    for (const std::string& sample : spec.samples) {
+        const uint32_t size = static_cast<uint32_t>(sample.size());
+        entries += words({time, static_cast<uint32_t>(out.size())}) + "\1\1\1";
+        time += spec.sample_duration;
+        // The data starts behind 56 bytes of fragment and the 8 of the media data's header.
+        out += box("moof", box("traf", full_box("tfhd", u32(1), 0x20000) +
+                                           full_box("trun", words({1, 64, size}), 0x201))) +
+               box("mdat", sample);
+    }
+    const uint32_t count = static_cast<uint32_t>(spec.samples.size());
+    return out + box("mfra", full_box("tfra", words({1, 0, count}) + entries));
+}

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Builds ISO base media boxes and whole small movies in code.
+#pragma once
+
+#include <stdint.h>
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+// Big-endian numbers.
+std::string u16(uint32_t value);
+std::string u32(uint32_t value);
+std::string u64(uint64_t value);
+std::string words(std::initializer_list<uint32_t> values);  // 32 bits each
+std::string zeros(size_t count);
+
+std::string box(const std::string& type, const std::string& content = "");
+std::string large_box(const std::string& type, const std::string& content);  // 64-bit size
+// With the word of version and flags in front of the content.
+std::string full_box(const std::string& type, const std::string& content, uint32_t flags = 0);
+
+// Sample entries with their decoder configuration.
+std::string avc_entry(const std::string& sequence_set, const std::string& picture_set,
+                      int length_size = 4);
+std::string mpeg4_entry(const std::string& decoder_specific_info);
+std::string h263_entry();
+
+std::string track_header(uint32_t track_id, uint32_t width = 0, uint32_t height = 0);
+std::string media_header(uint32_t time_scale, uint32_t duration);
+std::string handler(const std::string& type, const std::string& component = zeros(4));
+
+struct MovieSpec {
+    std::string entry;                 // sample entry of the video track
+    std::vector<std::string> samples;  // coded, in order
+    std::vector<uint32_t> sync;        // 1-based numbers
+    uint32_t samples_per_chunk = 2;
+    uint32_t time_scale = 10;
+    uint32_t sample_duration = 10;
+};
+// The sample tables. Chunks lie behind each other from there on in the file.
+std::string sample_table(const MovieSpec& spec, uint32_t first_chunk_offset);
+// File type, media data and the movie box behind it.
+std::string movie_file(const MovieSpec& spec);
+// Movie box, a fragment for each sample, which counts as a key frame, then the random access table.
+// A duration other than 0 goes to the movie extends header. sync is not used.
+std::string fragmented_file(const MovieSpec& spec, uint32_t duration = 0);
