@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "mp4/sample_description.h"
+
+#include "tests/mp4/walked_file.h"
+
+static std::string text(const ConfigBlock& block) {
+    return block.bytes ? std::string(reinterpret_cast<char*>(block.bytes.get()), block.length)
+                       : "none";
+}
+
+static std::string stsd(const std::string& entries) { return full_box("stsd", u32(1) + entries); }
+
+TEST(SampleDescription, FormatDecidesTheCodec) {
+    const std::string avc = avc_entry("s", "p");
+    // clang-format off
+    const struct { const char* name; std::string boxes; int32_t kind; } kCases[] = {
+        {"no entry", full_box("stsd", u32(0) + avc), -1},
+        {"H.264", stsd(avc), 3},
+        {"only the first entry", stsd(h263_entry() + avc), 2},
+        {"MPEG-4 without esds", stsd(box("mp4v", zeros(78))), 1},
+        {"protected", stsd(box("drmi", zeros(78))), -1},
+        {"the last one counts", stsd(avc) + stsd(box("hvc1")), -1},
+        {"cut entry", full_box("stsd", u32(1) + u32(16) + "av"), -1},
+        {"audio", handler("soun") + stsd(avc), -1},
+    };
+    // clang-format on
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        const WalkedFile walked(movie_of(c.boxes));
+        EXPECT_EQ(walked.state.codec_kind, c.kind);
+        EXPECT_EQ(walked.context.info.is_protected, c.name == std::string("protected"));
+    }
+}
+
+TEST(SampleDescription, ParameterSetsKeepTheirLengths) {
+    const std::string ten = u16(10) + "0123456789", six = u16(6) + "abcdef", one = u16(1) + "p";
+    // clang-format off
+    const struct { const char* name; std::string record, sequence_sets, picture_sets; int32_t prefix; }
+    kCases[] = {
+        {"two sets", "\xff\xe2" + ten + six + "\1" + one, ten + six, one, 4},
+        {"prefix of 1", "\xfc\xe1" + ten + "\2" + one + six, ten, one + six, 1},
+        {"reserved bits", "\x03\x01" + ten + "\xe1" + one, ten, one, 4},
+        {"no sequence set", "\xfe\xe0\1" + one, "", one, 3},
+        {"no picture set", "\xfe\xe1" + ten + zeros(1) + six, ten, "", 3},
+        {"fewer than counted", "\xff\xe3" + ten, ten, "", 4},
+        {"past the end", "\xff\xe1" + u16(5) + "abc", u16(5) + "abc" + zeros(2), "", 4},
+        {"empty", "", "", "", 1},
+    };
+    // clang-format on
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        const std::string record = box("avcC", "\1\x42" + zeros(1) + "\x1e" + c.record);
+        const WalkedFile walked(
+            movie_of(stsd(box("avc1", zeros(78) + record)) + stsd(avc_entry("later", "q", 2))));
+        EXPECT_EQ(text(walked.state.sequence_sets), c.sequence_sets);
+        EXPECT_EQ(text(walked.state.picture_sets), c.picture_sets);
+        EXPECT_EQ(walked.state.length_prefix_size, c.prefix);
+    }
+}
+
+TEST(SampleDescription, Mpeg4ConfigurationStartsAtTheSequenceHeader) {
+    const std::string start("\0\0\1\xb0", 4), info = start + std::string(22, 'v');
+    // The byte that tells the length of the DecoderSpecificInfo.
+    const auto with_length = [&](const char* length) {
+        return mpeg4_entry(start).replace(101, 1, length);
+    };
+    // clang-format off
+    const struct { const char* name; std::string entry, config; } kCases[] = {
+        {"found", mpeg4_entry(info), info},
+        {"length's top bit is ignored", with_length("\x84"), start},
+        {"past the end", with_length("\x07"), start + "\6" + zeros(2)},
+        {"no sequence header", mpeg4_entry("\1\2\3"), "none"},
+        {"esds further on", box("mp4v", zeros(78) + box("pasp") + mpeg4_entry(info).substr(86)), "none"},
+    };
+    // clang-format on
+    for (const auto& c : kCases) {
+        EXPECT_EQ(text(WalkedFile(movie_of(stsd(c.entry))).state.mpeg4_config), c.config) << c.name;
+    }
+}
+
+TEST(SampleDescription, H263ConfigurationCountsTheTag) {
+    const WalkedFile walked(movie_of(stsd(h263_entry()) + stsd(box("s263"))));
+    EXPECT_EQ(text(walked.state.h263_config), "test" + zeros(3 + 4));
+}

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "mp4/sample_tables.h"
+
+#include "tests/mp4/walked_file.h"
+
+static std::string list_box(const char* type, const std::vector<uint32_t>& fields,
+                            uint32_t entry_words) {
+    std::string out = u32(static_cast<uint32_t>(fields.size()) / entry_words);
+    for (const uint32_t field : fields) out += u32(field);
+    return full_box(type, out);
+}
+
+TEST(SampleTables, FindsTheSampleThatReachesATime) {
+    // Entries are (count, delta); sample -1 is none.
+    // clang-format off
+    static const struct { std::vector<uint32_t> entries; uint64_t target; int64_t sample; } kCases[] = {
+        {{5, 10}, 0, 0}, {{5, 10}, 10, 0}, {{5, 10}, 11, 1}, {{5, 10}, 50, 4}, {{5, 10}, 51, -1},
+        {{2, 10, 3, 7}, 21, 2}, {{2, 10, 3, 7}, 35, 4}, {{2, 0, 3, 7}, 0, 0}, {{2, 0, 3, 7}, 1, 2},
+        {{0, 9, 0x80000000, 9, 2, 5}, 6, 1},  // counts that are not positive are passed over
+        {{0x7fffffff, ~0u, 0x7fffffff, ~0u, 0x7fffffff, ~0u}, UINT64_MAX, 0x100000000},
+        {{}, 0, -1},
+    };
+    // clang-format on
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(&c - kCases);
+        const WalkedFile walked(movie_of(list_box("stts", c.entries, 2)));
+        uint64_t sample = 99;
+        EXPECT_EQ(mp4_find_sample_at(walked.file.get(), c.target, &sample), c.sample >= 0);
+        EXPECT_EQ(sample, c.sample >= 0 ? static_cast<uint64_t>(c.sample) : 99);
+    }
+}
+
+TEST(SampleTables, FindsTheChunkOfASample) {
+    // Entries are (first chunk, samples per chunk, description); chunk -1 is none.
+    // clang-format off
+    static const struct {
+        std::vector<uint32_t> entries; uint32_t sample; int64_t chunk; uint32_t first_sample;
+    } kCases[] = {
+        {{1, 4, 1, 3, 2, 1}, 0, 1, 0}, {{1, 4, 1, 3, 2, 1}, 7, 2, 4}, {{1, 4, 1, 3, 2, 1}, 8, 3, 8},
+        {{1, 4, 1, 3, 2, 1}, 9, 3, 8}, {{1, 4, 1, 3, 2, 1}, 10, 4, 10}, {{1, 4, 1, 3, 0, 1}, 8, -1, 0},
+        {{1, 4, 1, 3, 0, 1}, 7, 2, 4}, {{5, 3, 1}, 4, 6, 3}, {{1, 0, 1, 3, 2, 1}, 1, 3, 0},
+        {{1, 4, 1, 1, 2, 1, 3, 1, 1}, 3, 2, 2}, {{3, 4, 1, 1, 2, 1}, 0, -1, 0}, {{}, 0, -1, 0},
+        {{1, ~0u, 1}, ~1u, 1, 0}, {{1, ~0u, 1, ~0u, 1, 1}, ~0u, 2, ~0u},
+    };
+    // clang-format on
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(&c - kCases);
+        const WalkedFile walked(movie_of(list_box("stsc", c.entries, 3)));
+        for (const uint32_t before : {0u, c.sample, 9u}) {  // from wherever the last look-up ended
+            uint64_t chunk = 0;
+            uint32_t first = 0;
+            mp4_find_chunk(walked.file.get(), before, &chunk, &first);
+            ASSERT_EQ(mp4_find_chunk(walked.file.get(), c.sample, &chunk, &first), c.chunk >= 0);
+            if (c.chunk < 0) continue;
+            EXPECT_EQ(chunk, static_cast<uint64_t>(c.chunk));
+            EXPECT_EQ(first, c.first_sample);
+        }
+    }
+}
+
+TEST(SampleTables, LocatesSamplesInAnyOrder) {
+    MovieSpec spec;
+    spec.samples_per_chunk = 1500;
+    std::vector<SamplePlace> want = {{}};
+    uint32_t offset = 100;
+    for (uint32_t i = 0; i < 5000; offset += i++ % 7) {  // several windows
+        spec.samples.push_back(std::string(i % 7, 'x'));
+        want.push_back({offset, i % 7});
+    }
+    const WalkedFile walked(movie_of(sample_table(spec, 100)));
+    mp4_grant_work(INT64_MAX);
+    for (const uint32_t step : {1u, 2u, 1709u, 4999u}) {
+        for (uint32_t i = 0, number = 0; i < 900; ++i, number = (number + step) % 5001) {
+            const SamplePlace got = mp4_locate_sample(walked.file.get(), number);
+            ASSERT_EQ(got.offset, want[number].offset) << number;
+            ASSERT_EQ(got.size, want[number].size) << number;
+        }
+    }
+    EXPECT_EQ(mp4_locate_sample(walked.file.get(), 5001).size, 0u) << "in a chunk, but no sample";
+    EXPECT_EQ(mp4_locate_sample(walked.file.get(), 6001).offset, 0u) << "chunk 5 of 4";
+}
+
+TEST(SampleTables, TablesAreBoundedByTheFile) {
+    // clang-format off
+    static const struct { const char* name; std::string boxes; uint32_t count, first, second; } kCases[] = {
+        {"cut", full_box("stsz", words({0, 1000000, 5})) + "\1\2\3", 1000000, 5, 0},
+        {"one size for all", full_box("stsz", words({77, 3})), 3, 0, 0},
+        {"past the box", full_box("stsz", words({0, 2, 5})) + u32(6) + "abcd", 2, 5, 6},
+        {"too large to hold", full_box("stsz", words({0, 2, 5, 6})) +
+                              full_box("stsz", words({0, 0x20000000, 7, 8})), 2, 5, 6},
+        {"64-bit box", full_box("stsz", words({0, 1, 5})) + large_box("stsz", zeros(12)), 1, 5, 0},
+    };
+    // clang-format on
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        const WalkedFile walked(movie_of(c.boxes));
+        EXPECT_EQ(walked.state.sample_sizes.count, c.count);
+        EXPECT_EQ(file_table_word(walked.file.get(), &walked.state.sample_sizes, 0), c.first);
+        EXPECT_EQ(file_table_word(walked.file.get(), &walked.state.sample_sizes, 1), c.second);
+    }
+    // A refused table's box is not left: the count's second half and an entry make a box header.
+    const WalkedFile inside(movie_of(full_box("stco", words({0x20000000, 8})) + "skip" +
+                                     full_box("stss", words({1, 4}))));
+    EXPECT_FALSE(inside.state.chunk_offsets.is_present);
+    EXPECT_EQ(inside.state.sync_sample_count, 1u);
+}
+
+TEST(SampleTables, LookUpsThatCostTooMuchEnd) {
+    const WalkedFile walked(movie_of(full_box("stsc", words({1, 1, 1u << 30, 1})) +
+                                     full_box("stco", words({1, 5})) +
+                                     full_box("stsz", words({0, 100000, 7}) + zeros(400000))));
+    const auto locate = [&](uint32_t number) {
+        return mp4_locate_sample(walked.file.get(), number).offset;
+    };
+    EXPECT_EQ(locate(100000), 12u);
+    for (int i = 0; i < 20; ++i) EXPECT_LE(locate(1) + locate(100000), 17u);  // sums anew each time
+    EXPECT_EQ(locate(100000), 0u);
+}

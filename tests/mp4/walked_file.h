@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// A file of given bytes, and the state that a walk over it leaves.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "mp4/box_reader.h"
+#include "mp4/video_state.h"
+#include "tests/support/box_builder.h"
+#include "tests/support/temp_folder.h"
+
+struct WalkedFile {
+    explicit WalkedFile(const std::string& bytes) {
+        const std::string path = folder.path("x.mp4");
+        write_file(path, bytes);
+        mp4_release_video_state();
+        file.reset(upnp_file_open_b(path.c_str(), 4096));
+        context.info.file_size = static_cast<int64_t>(bytes.size());
+        mp4_grant_work(context.info.file_size);
+        result = mp4_atom_get_metadata(file.get(), context.info.file_size, &context);
+    }
+    ~WalkedFile() {
+        mp4_release_video_state();
+        file.reset();
+        EXPECT_EQ(g_memUsed, 0);
+    }
+    TempFolder folder;
+    OpenFile file;
+    ParseContext context = {};
+    uint64_t result = 0;
+    VideoState& state = g_video_state;
+};
+
+// A movie of one video track with these boxes in its media box, behind the handler.
+inline std::string movie_of(const std::string& boxes, const std::string& front = handler("vide")) {
+    return box("moov",
+               box("trak", track_header(1) + box("mdia", media_header(10, 50) + front + boxes)));
+}
