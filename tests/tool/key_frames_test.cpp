@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "tool/key_frames.h"
+
+#include <gtest/gtest.h>
+
+#include "runtime/owned.h"
+#include "tests/support/box_builder.h"
+#include "tests/support/temp_folder.h"
+
+// What a collection gave: the samples as text, in order.
+struct Collected {
+    int32_t result, count, kind, duration;
+    std::vector<std::string> samples;
+    std::string config;
+};
+
+static Collected collect(const std::string& file, int32_t percent, int32_t count) {
+    const TempFolder folder;
+    write_file(folder.path("x.mp4"), file);
+    std::vector<KeyFrame> records(static_cast<size_t>(count));
+    KeyFrameRequest request = {percent, count, records.data(), kCodecNone, -1};
+    const int result = GetKeyFrameMpeg4(folder.path("x.mp4").c_str(), &request);
+    Collected out = {result, request.key_frame_count, request.codec_kind, request.duration_s, {},
+                     ""};
+    for (const KeyFrame& record : records) {
+        const Owned<uint8_t> config(record.config), sample(record.sample);
+        if (config) out.config.assign(config.get(), config.get() + record.config_length);
+        if (sample) out.samples.emplace_back(sample.get(), sample.get() + record.bytes_read);
+    }
+    EXPECT_EQ(g_memUsed, 0);
+    return out;
+}
+
+using Samples = std::vector<std::string>;
+
+// Ten seconds of ten samples; the key frames are b, e, h and j, and g is one without bytes.
+static MovieSpec ten_seconds() {
+    MovieSpec spec;
+    spec.entry = avc_entry("SPS", "PPS");
+    spec.samples = {"a", "bb", "c", "d", "eee", "f", "", "h", "i", "jjjj"};
+    spec.sync = {2, 5, 7, 8, 10};
+    return spec;
+}
+
+TEST(KeyFrames, CollectionStartsAtThePartOfTheClip) {
+    // clang-format off
+    static const struct { int32_t percent, count; Samples samples; } kCases[] = {
+        {0, 9, {"bb", "eee", "h", "jjjj"}}, {0, 1, {"bb"}}, {20, 1, {"bb"}}, {21, 1, {"eee"}},
+        {51, 2, {"h", "jjjj"}},  // an empty sample does not count
+        {90, 5, {"jjjj"}}, {100, 5, {"jjjj"}},
+    };
+    // clang-format on
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.percent);
+        const Collected got = collect(movie_file(ten_seconds()), c.percent, c.count);
+        EXPECT_EQ(got.result, 0);
+        EXPECT_EQ(got.samples, c.samples);
+        EXPECT_EQ(got.count, static_cast<int32_t>(c.samples.size()));
+        EXPECT_EQ(got.kind, kCodecAvc);
+        EXPECT_EQ(got.duration, 10);
+        EXPECT_EQ(got.config, u16(3) + "SPS" + u16(3) + "PPS");
+    }
+}
+
+TEST(KeyFrames, FragmentsAreChosenByTime) {
+    const MovieSpec spec = ten_seconds();
+    EXPECT_EQ(collect(fragmented_file(spec), 45, 3).samples, (Samples{"a", "bb", "c"}));
+    const Collected got = collect(fragmented_file(spec, 100), 45, 3);  // 4.5 s; 6 s is empty
+    EXPECT_EQ(got.samples, (Samples{"f", "h", "i"}));
+    EXPECT_EQ(got.duration, 10);
+    EXPECT_EQ(collect(fragmented_file(spec, 100), 100, 3).samples, Samples{"jjjj"});
+}
+
+// The movie with another size of its last sample.
+static std::string with_last_size(uint32_t size) {
+    const std::string file = movie_file(ten_seconds());
+    return std::string(file).replace(file.find("stsz") + 16 + 9 * 4, 4, u32(size));
+}
+
+TEST(KeyFrames, SampleCutByTheEndOfTheFileIsKept) {
+    ASSERT_EQ(upnp_memory_init(), 0);
+    const Collected got = collect(with_last_size(0x7ffffff0 - 16), 100, 1);
+    EXPECT_LT(g_memPeak, 20000) << "the block is no larger than the file";
+    upnp_memory_exit();
+    ASSERT_EQ(got.samples.size(), 1u);
+    const std::string file = with_last_size(0x7ffffff0 - 16);
+    EXPECT_EQ(got.samples[0], file.substr(file.find("jjjj")));
+    for (const uint32_t size : {0x7fffffffu, 0x80000000u, 0xffffffffu}) {
+        EXPECT_EQ(collect(with_last_size(size), 100, 1).result, -1) << "beyond the allocator";
+    }
+}
+
+TEST(KeyFrames, FilesWithoutWhatIsNeededFail) {
+    const MovieSpec spec = ten_seconds();
+    MovieSpec other = spec, empty = spec;
+    other.entry = box("hvc1", zeros(78));
+    empty.sync = {};
+    const std::string file = movie_file(spec);
+    const auto without = [&](const char* type) {
+        return std::string(file).replace(file.find(type), 4, "skip");
+    };
+    // clang-format off
+    const struct { const char* name; std::string file; int result; int32_t count; } kCases[] = {
+        {"no box", "1234", -1, 0},
+        {"no time table", without("stts"), -1, 0},
+        {"no chunk table", without("stsc"), -1, 0},
+        {"no offsets", without("stco"), -1, 0},
+        {"no sizes", without("stsz"), 0, 0},
+        {"no sync samples", without("stss"), 0, 0},
+        {"no configuration", without("avcC"), -1, 0},
+        {"unknown codec", movie_file(other), 0, 2},
+        {"no entry in the sync table", movie_file(empty), 0, 0},
+    };
+    // clang-format on
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        const Collected got = collect(c.file, 0, 2);
+        EXPECT_EQ(got.result, c.result);
+        EXPECT_EQ(got.result == 0 ? got.count : 0, c.count);
+    }
+}
