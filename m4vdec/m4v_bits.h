@@ -34,7 +34,9 @@ struct M4vBitsT {
 
     void refill() {
         if (static_cast<size_t>(end - next) < sizeof(Word)) {
-            refill_at_end();
+            M4vBitsT copy = *this;  // so that a local reader can live in registers
+            copy.refill_at_end();
+            *this = copy;
             return;
         }
         // Whole bytes are counted; the rest of the word comes again with the next refill.

@@ -56,8 +56,8 @@ void m4v_idct_scalar(uint8_t* dst, size_t pitch, int16_t* block, unsigned width,
 }
 
 M4vIdctFn m4v_idct_best() {
-#if KEYSTILL_M4V_SSE2
-    return m4v_idct_sse2;
+#if KEYSTILL_M4V_X86
+    return __builtin_cpu_supports("avx2") ? m4v_idct_avx2 : m4v_idct_sse2;
 #else
     return m4v_idct_scalar;
 #endif

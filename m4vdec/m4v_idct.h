@@ -19,11 +19,9 @@ using M4vIdctFn = void (*)(uint8_t* dst, size_t pitch, int16_t* block, unsigned 
                            unsigned height);
 
 void m4v_idct_scalar(uint8_t* dst, size_t pitch, int16_t* block, unsigned width, unsigned height);
-#if KEYSTILL_M4V_SSE2
+#if KEYSTILL_M4V_X86
 void m4v_idct_sse2(uint8_t* dst, size_t pitch, int16_t* block, unsigned width, unsigned height);
-#endif
-#if KEYSTILL_M4V_NEON
-void m4v_idct_neon(uint8_t* dst, size_t pitch, int16_t* block, unsigned width, unsigned height);
+void m4v_idct_avx2(uint8_t* dst, size_t pitch, int16_t* block, unsigned width, unsigned height);
 #endif
 
 // The fastest variant that this processor can run.

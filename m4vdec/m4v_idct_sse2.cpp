@@ -31,6 +31,7 @@ static inline void columns(const __m128i in[4], __m128i round, __m128i out[8]) {
         b[2] = _mm_add_epi32(b[2], _mm_madd_epi16(in[3], pair(kIdctC7, kIdctC3)));
         b[3] = _mm_add_epi32(b[3], _mm_madd_epi16(in[3], pair(kIdctC3, -kIdctC1)));
     }
+#pragma GCC unroll 8
     for (int i = 0; i < 4; ++i) {
         out[i] = _mm_add_epi32(a[i], b[i]);
         out[7 - i] = _mm_sub_epi32(a[i], b[i]);
@@ -67,6 +68,7 @@ static inline void pass(__m128i row[8]) {
         interleave_high<kRows>(row, in);
         columns<kRows>(in, round, high);
     }
+#pragma GCC unroll 8
     for (int i = 0; i < 8; ++i) {
         const __m128i sums = _mm_srai_epi32(low[i], kShift);
         const __m128i upper = kColumns == 8 ? _mm_srai_epi32(high[i], kShift) : sums;
@@ -110,6 +112,7 @@ template <int kWidth, int kHeight>
 static void transform(uint8_t* dst, size_t pitch, int16_t* block) {
     __m128i* const in = reinterpret_cast<__m128i*>(block);
     __m128i row[8];
+#pragma GCC unroll 8
     for (int i = 0; i < kWidth; ++i) {
         row[i] = _mm_load_si128(in + i);
         _mm_store_si128(in + i, _mm_setzero_si128());
@@ -117,6 +120,7 @@ static void transform(uint8_t* dst, size_t pitch, int16_t* block) {
     pass<kWidth, kHeight, kIdctShift1>(row);
     transpose<kHeight>(row);
     pass<kHeight, 8, kIdctShift2>(row);
+#pragma GCC unroll 8
     for (int i = 0; i < 8; i += 2) {
         const __m128i samples = _mm_packus_epi16(row[i], row[i + 1]);
         _mm_storel_epi64(reinterpret_cast<__m128i*>(dst), samples);

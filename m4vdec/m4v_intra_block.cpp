@@ -36,9 +36,10 @@ static int dequantise(const Dequantiser& q, int level, unsigned position) {
 // Reads events behind scan index `index` (-1: from the DC on) up to the last one. Returns its scan
 // index, or -1 on an error.
 template <Method kMethod>
-static int read_events(M4vBlockDecoder* d, const M4vScan& scan, int index, M4vBlockEdge* edge) {
-    M4vBits bits = d->bits;
-    const TcoefEntry* const primary = d->tcoef->primary;
+static inline int read_events(M4vBits* bits, M4vBlockDecoder* d, const M4vScan& scan, int index,
+                              M4vBlockEdge* edge) {
+    const TcoefTable& table = *d->tcoef;
+    const TcoefEntry* const primary = table.primary;
     const Dequantiser q = make_dequantiser(*d);
     const auto store = [&](int i, int level, bool is_rare) {
         const unsigned position = scan.position[i];
@@ -51,31 +52,32 @@ static int read_events(M4vBlockDecoder* d, const M4vScan& scan, int index, M4vBl
         }
     };
     for (;;) {
-        bits.refill();
-        const TcoefEntry entry = primary[bits.peek(kTcoefPrimaryBits)];
+        bits->refill();
+        TcoefEntry entry = primary[bits->peek(kTcoefPrimaryBits)];
+        if (entry.step == kTcoefLong) entry = m4v_long_event(*bits, table, entry);
         const int next = index + entry.step;
         if (__builtin_expect(next < 64, 1)) {
-            bits.skip(entry.length);
+            bits->skip(entry.length);
             store(next, entry.level, false);
             index = next;
             continue;
         }
-        TcoefEvent event = {entry.level, entry.step & (kTcoefLast - 1), entry.step >= kTcoefLast};
-        const bool is_rare = entry.step >= kTcoefLong;
-        if (!is_rare) {
-            bits.skip(entry.length);
-        } else {
-            d->bits = bits;
-            if (m4v_read_rare_event(&d->bits, *d->tcoef, entry, &event)) return -1;
-            bits = d->bits;
+        if (__builtin_expect(entry.step < kTcoefLong, 1)) {
+            index = next - static_cast<int>(kTcoefLast);
+            if (entry.step < kTcoefLast || index > 63) return -1;
+            bits->skip(entry.length);
+            store(index, entry.level, false);
+            return index;
         }
+        TcoefEvent event;
+        M4vBits copy = *bits;
+        if (m4v_read_escaped_event(&copy, table, entry, &event)) return -1;
+        *bits = copy;
         index += static_cast<int>(event.step);
         if (index > 63) return -1;
-        store(index, event.level, is_rare);
-        if (event.last) break;
+        store(index, event.level, true);
+        if (event.last) return index;
     }
-    d->bits = bits;
-    return index;
 }
 
 static void fill(int dc, M4vTarget target) {
@@ -164,9 +166,10 @@ static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned
     const M4vBlockEdge& from = from_above ? above : left;
 
     memset(edge, 0, sizeof *edge);
+    M4vBits bits = d->bits;
     int dc = 0;
     if (mb.dc_coding == M4vDcCoding::kOwn) {
-        if (m4v_read_dc_difference(&d->bits, n >= 4, &dc)) return 1;
+        if (m4v_read_dc_difference(&bits, n >= 4, &dc)) return 1;
     } else if (mb.dc_coding == M4vDcCoding::kPartition) {
         dc = mb.dc_differences[n];
     }
@@ -176,11 +179,12 @@ static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned
                               : from_above  ? kScanHorizontal
                                             : kScanVertical;
         const bool has_dc_event = mb.dc_coding == M4vDcCoding::kEvents;
-        const int last = read_events<kMethod>(d, scan, has_dc_event ? -1 : 0, edge);
+        const int last = read_events<kMethod>(&bits, d, scan, has_dc_event ? -1 : 0, edge);
         if (last < 0) return 1;
         extent = {scan.width[last], scan.height[last]};
         if (has_dc_event) dc = edge->slot[0];
     }
+    d->bits = bits;
 
     const int scaler = dc_scaler(d->quant, n >= 4);
     dc = clip_coef(clip_coef(dc + scale_dc(from.slot[0], scaler)) * scaler);
@@ -207,13 +211,15 @@ int m4v_decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n,
 }
 
 int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target) {
-    const unsigned code = d->bits.read(8);
+    M4vBits bits = d->bits;
+    const unsigned code = bits.read(8);
     const int dc = static_cast<int>(code == 255 ? 128 : code) * 8;
     int last = 0;
     if (is_coded) {
-        last = read_events<Method::kH263>(d, kScanZigzag, 0, nullptr);
+        last = read_events<Method::kH263>(&bits, d, kScanZigzag, 0, nullptr);
         if (last < 0) return 1;
     }
+    d->bits = bits;
     reconstruct(d, dc, kScanZigzag.width[last], kScanZigzag.height[last], target);
     return 0;
 }
@@ -251,8 +257,10 @@ int m4v_decode_aic_block(M4vBlockDecoder* d, const M4vNeighbours& near, M4vAicMo
     Extent extent = {1, 1};
     if (is_coded) {
         const M4vScan& scan = *kScans[static_cast<unsigned>(mode)];
-        const int last = read_events<Method::kAic>(d, scan, -1, edge);
+        M4vBits bits = d->bits;
+        const int last = read_events<Method::kAic>(&bits, d, scan, -1, edge);
         if (last < 0) return 1;
+        d->bits = bits;
         extent = {scan.width[last], scan.height[last]};
     }
     const int dc = oddify_dc(edge->slot[0] + predict_aic_dc(near, mode, n));

@@ -9,11 +9,7 @@ static int sign_extend(unsigned value, unsigned bits) {
 static TcoefEntry lookup_event(M4vBits* bits, const TcoefTable& table) {
     bits->refill();
     TcoefEntry entry = table.primary[bits->peek(kTcoefPrimaryBits)];
-    if (entry.step == kTcoefLong) {
-        const unsigned group_size = 1u << (table.max_bits - kTcoefPrimaryBits);
-        const unsigned low = bits->peek(table.max_bits) & (group_size - 1);
-        entry = table.secondary[static_cast<unsigned>(entry.level) + low];
-    }
+    if (entry.step == kTcoefLong) entry = m4v_long_event(*bits, table, entry);
     bits->skip(entry.length);
     return entry;
 }
@@ -69,14 +65,8 @@ static int read_h263_escape(M4vBits* bits, bool is_extended, TcoefEvent* event) 
     return make_event(fields >> 14, fields >> 8 & 63, level, event);
 }
 
-int m4v_read_rare_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry,
-                        TcoefEvent* event) {
-    if (entry.step == kTcoefLong) {
-        entry = lookup_event(bits, table);
-        if (entry.step >= kTcoefLong) return 1;
-        *event = {entry.level, entry.step & (kTcoefLast - 1), entry.step >= kTcoefLast};
-        return 0;
-    }
+int m4v_read_escaped_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry,
+                           TcoefEvent* event) {
     if (entry.step == kTcoefInvalid) return 1;
     bits->skip(entry.length);
     switch (table.escapes) {
@@ -110,38 +100,34 @@ constexpr int dc_value(unsigned size, unsigned code) {
     return static_cast<int>(code) - (is_positive ? 0 : (1 << size) - 1);
 }
 
-struct DcEntry {
-    int16_t value;
-    uint16_t length;  // of size and difference together, 0 when longer than the index
-};
-constexpr unsigned kDcBits = 9;
-
 // Small differences, which are nearly all of them, by one lookup.
-struct DcTables {
-    DcEntry of[2][1 << kDcBits];
+constexpr struct DcTables {
+    M4vDcEntry of[2][1 << kM4vDcBits];
     constexpr DcTables() : of() {
         for (unsigned chroma = 0; chroma < 2; ++chroma) {
-            for (unsigned code = 1; code < 1u << kDcBits; ++code) {
+            for (unsigned code = 1; code < 1u << kM4vDcBits; ++code) {
                 of[chroma][code] = entry(chroma != 0, code);
             }
         }
     }
-    static constexpr DcEntry entry(bool is_chroma, unsigned code) {
+    static constexpr M4vDcEntry entry(bool is_chroma, unsigned code) {
         unsigned zeros = 0;
-        while ((code >> (kDcBits - 1 - zeros) & 1) == 0) ++zeros;
-        if (zeros + 2 > kDcBits) return {0, 0};
+        while ((code >> (kM4vDcBits - 1 - zeros) & 1) == 0) ++zeros;
+        if (zeros + 2 > kM4vDcBits) return {0, 0};
         unsigned length = 0;
-        const unsigned size = dc_size(is_chroma, zeros, code >> (kDcBits - 2 - zeros) & 1, &length);
-        if (length + size > kDcBits) return {0, 0};
-        const unsigned low = code >> (kDcBits - length - size) & ((1u << size) - 1);
+        const unsigned size =
+            dc_size(is_chroma, zeros, code >> (kM4vDcBits - 2 - zeros) & 1, &length);
+        if (length + size > kM4vDcBits) return {0, 0};
+        const unsigned low = code >> (kM4vDcBits - length - size) & ((1u << size) - 1);
         return {static_cast<int16_t>(dc_value(size, low)), static_cast<uint16_t>(length + size)};
     }
-};
-constexpr DcTables kDc;
+} kDcTables;
 
 }  // namespace
 
-static int read_long_dc_difference(M4vBits* bits, bool is_chroma, int* difference) {
+const M4vDcEntry* const kM4vDcDifference[2] = {kDcTables.of[0], kDcTables.of[1]};
+
+int m4v_read_long_dc_difference(M4vBits* bits, bool is_chroma, int* difference) {
     const unsigned window = bits->peek(13);
     if (window < 2) return 1;  // twelve zeros
     const unsigned zeros = static_cast<unsigned>(__builtin_clz(window)) - 19;
@@ -151,13 +137,4 @@ static int read_long_dc_difference(M4vBits* bits, bool is_chroma, int* differenc
     bits->skip(length);
     *difference = dc_value(size, bits->read(size));
     return size > 8 && !bits->flag();
-}
-
-int m4v_read_dc_difference(M4vBits* bits, bool is_chroma, int* difference) {
-    bits->refill();
-    const DcEntry entry = kDc.of[is_chroma][bits->peek(kDcBits)];
-    if (entry.length == 0) return read_long_dc_difference(bits, is_chroma, difference);
-    bits->skip(entry.length);
-    *difference = entry.value;
-    return 0;
 }

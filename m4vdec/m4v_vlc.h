@@ -20,7 +20,7 @@ constexpr unsigned kTcoefLong = 253;     // longer than kTcoefPrimaryBits: see `
 constexpr unsigned kTcoefEscape = 254;   // the escape code itself, without what follows
 constexpr unsigned kTcoefInvalid = 255;  // no such code
 
-constexpr unsigned kTcoefPrimaryBits = 10;
+constexpr unsigned kTcoefPrimaryBits = 11;
 
 enum class TcoefEscapes : uint8_t {
     kMpeg4,        // three kinds: level offset, run offset, fixed length with 12-bit levels
@@ -51,10 +51,17 @@ struct TcoefEvent {
     bool last;
 };
 
-// Reads the event that begins with `entry`, whose length is not skipped yet and whose step is one
-// of kTcoefLong to kTcoefInvalid. Returns 1 when it is not valid.
-[[nodiscard]] int m4v_read_rare_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry,
-                                      TcoefEvent* event);
+// The entry behind one of kTcoefLong.
+inline TcoefEntry m4v_long_event(const M4vBits& bits, const TcoefTable& table, TcoefEntry link) {
+    const unsigned group_size = 1u << (table.max_bits - kTcoefPrimaryBits);
+    const unsigned low = bits.peek(table.max_bits) & (group_size - 1);
+    return table.secondary[static_cast<unsigned>(link.level) + low];
+}
+
+// Reads the event behind an entry of kTcoefEscape, whose length is not skipped yet. Returns 1 when
+// it is not valid, or the entry is kTcoefInvalid.
+[[nodiscard]] int m4v_read_escaped_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry,
+                                         TcoefEvent* event);
 
 // --- Macroblock headers and DC --------------------------------------------------------------
 
@@ -91,5 +98,27 @@ inline unsigned m4v_read_cbpy(M4vBits* bits) {
     return code.value;
 }
 
-// dct_dc_size and dct_dc_differential of one block (MPEG-4 B-13, B-14). Returns 1 when invalid.
-[[nodiscard]] int m4v_read_dc_difference(M4vBits* bits, bool is_chroma, int* difference);
+// dct_dc_size and dct_dc_differential of one block (MPEG-4 B-13, B-14) in one.
+struct M4vDcEntry {
+    int16_t value;
+    uint16_t length;  // of both codes together, 0 when longer than the index
+};
+constexpr unsigned kM4vDcBits = 9;
+extern const M4vDcEntry* const kM4vDcDifference[2];  // luma, chroma
+
+[[nodiscard]] int m4v_read_long_dc_difference(M4vBits* bits, bool is_chroma, int* difference);
+
+// Returns 1 when the code is not valid.
+[[nodiscard]] inline int m4v_read_dc_difference(M4vBits* bits, bool is_chroma, int* difference) {
+    bits->refill();
+    const M4vDcEntry entry = kM4vDcDifference[is_chroma][bits->peek(kM4vDcBits)];
+    if (__builtin_expect(entry.length == 0, 0)) {
+        M4vBits copy = *bits;  // keeps the caller's reader in registers
+        const int result = m4v_read_long_dc_difference(&copy, is_chroma, difference);
+        *bits = copy;
+        return result;
+    }
+    bits->skip(entry.length);
+    *difference = entry.value;
+    return 0;
+}
