@@ -3,16 +3,19 @@
 
 #include "avcdec/cavlc_tables.h"
 
+// The reader stays in registers while a block is read: whatever takes its address is inlined.
+#define KS_INLINE [[gnu::always_inline]] static inline
+
 static constexpr ResidualCount kNoCode = {-1, 0};
 
 // Zeros in front of the next 1, at most limit. The cache holds more than limit bits.
-static int leading_zeros(const AvcBitReader* r, int limit) {
+KS_INLINE int leading_zeros(const AvcBitReader* r, int limit) {
     const BitWord guard = BitWord{1} << (kBitWordSize - 1 - limit);
     if constexpr (kBitWordSize == 64) return __builtin_clzll(r->cache | guard);
     return __builtin_clz(static_cast<uint32_t>(r->cache | guard));
 }
 
-static CoeffToken read_coeff_token(AvcBitReader* r, int nc) {
+KS_INLINE CoeffToken read_coeff_token(AvcBitReader* r, int nc) {
     if (nc >= 8) {  // fixed length: total_coeff - 1 and trailing ones; 000011 stands for none
         const uint32_t code = bits_cached(r, 6);
         bits_drop(r, 6);
@@ -32,36 +35,47 @@ static CoeffToken read_coeff_token(AvcBitReader* r, int nc) {
     return token;
 }
 
-// level_prefix and level_suffix (H.264 9.2.2.1). Prefixes above 15 carry longer suffixes; more than
-// 24 zeros are no code word of any profile and read as 24.
-static int32_t read_level_code(AvcBitReader* r, int suffix_length) {
+// The longest level code that is read in one step: level_prefix 14 and level_suffix of 6 bits.
+static constexpr int kMaxShortLevel = 15 + 6;
+
+// The level codes of long prefixes (H.264 9.2.2.1): 14 with suffix_length 0, 15, and the longer
+// ones with longer suffixes; more than 24 zeros are no code word of any profile and read as 24.
+static int32_t read_long_level_code(AvcBitReader* r, int suffix_length) {
     bits_refill(r);
     const int prefix = leading_zeros(r, 24);
     bits_drop(r, prefix);
     bits_need(r, 1);
     bits_drop(r, 1);
-    if (prefix < 14 || (prefix == 14 && suffix_length > 0)) {
-        int32_t code = prefix << suffix_length;
-        if (suffix_length > 0) {
-            bits_need(r, suffix_length);
-            code += static_cast<int32_t>(bits_cached(r, suffix_length));
-            bits_drop(r, suffix_length);
-        }
-        return code;
-    }
     if (prefix == 14) return 14 + static_cast<int32_t>(bits_read(r, 4));
     int32_t code = 15 << suffix_length;
     if (suffix_length == 0) code += 15;
     if (prefix > 15) code += (1 << (prefix - 3)) - 4096;
-    bits_need(r, 25);
     const int size = prefix - 3;
+    bits_need(r, size);
     code += static_cast<int32_t>(bits_cached(r, size));
     bits_drop(r, size);
     return code;
 }
 
+// level_prefix and level_suffix.
+KS_INLINE int32_t read_level_code(AvcBitReader* r, int suffix_length) {
+    bits_need(r, kMaxShortLevel);
+    const int prefix = leading_zeros(r, 15);
+    if (prefix + (suffix_length == 0) >= 15) [[unlikely]] {
+        AvcBitReader copy = *r;
+        const int32_t code = read_long_level_code(&copy, suffix_length);
+        *r = copy;
+        return code;
+    }
+    // The 1 behind the prefix and the suffix, as one number.
+    const int length = prefix + 1 + suffix_length;
+    const uint32_t tail = bits_cached(r, length);
+    bits_drop(r, length);
+    return ((prefix - 1) << suffix_length) + static_cast<int32_t>(tail);
+}
+
 // Fills levels from the highest frequency down: the trailing ones, then the coded levels.
-static void read_levels(AvcBitReader* r, const CoeffToken& token, int32_t* levels) {
+KS_INLINE void read_levels(AvcBitReader* r, const CoeffToken& token, int32_t* levels) {
     const int ones = token.trailing_ones;
     const int total = token.total_coeff;
     const uint32_t signs = static_cast<uint32_t>(r->cache >> (kBitWordSize - 3));
@@ -69,21 +83,25 @@ static void read_levels(AvcBitReader* r, const CoeffToken& token, int32_t* level
     levels[0] = 1 - static_cast<int32_t>(signs >> 1 & 2);
     levels[1] = 1 - static_cast<int32_t>(signs & 2);
     levels[2] = 1 - static_cast<int32_t>(signs << 1 & 2);
+    if (ones == total) return;
     int suffix_length = total > 10 && ones < 3 ? 1 : 0;
-    for (int i = ones; i < total; ++i) {
-        int32_t code = read_level_code(r, suffix_length);
-        if (i == ones && ones < 3) code += 2;  // a level of 1 would have been a trailing one
+    // Without three trailing ones in front, a level of 1 would have been one of them.
+    int32_t code = read_level_code(r, suffix_length) + (ones < 3 ? 2 : 0);
+    for (int i = ones;;) {
         const int32_t magnitude = (code + 2) >> 1;
-        levels[i] = code & 1 ? -magnitude : magnitude;
-        if (suffix_length == 0) suffix_length = 1;
-        if (magnitude > 3 << (suffix_length - 1) && suffix_length < 6) ++suffix_length;
+        const int32_t sign = -(code & 1);
+        levels[i] = (magnitude ^ sign) - sign;
+        if (++i == total) return;
+        suffix_length += suffix_length == 0;
+        suffix_length += (magnitude > 3 << (suffix_length - 1)) & (suffix_length < 6);
+        code = read_level_code(r, suffix_length);
     }
 }
 
 // For what is no code word: more zeros than any block has room for.
 static constexpr int kNoTotalZeros = 16;
 
-static int read_total_zeros(AvcBitReader* r, int total, int max_coefficients) {
+KS_INLINE int read_total_zeros(AvcBitReader* r, int total, int max_coefficients) {
     bits_refill(r);
     const uint32_t entry =
         max_coefficients == 4
@@ -93,7 +111,7 @@ static int read_total_zeros(AvcBitReader* r, int total, int max_coefficients) {
     return entry == 0 ? kNoTotalZeros : static_cast<int>(entry & 15);
 }
 
-static int read_run_before(AvcBitReader* r, int zeros_left) {
+KS_INLINE int read_run_before(AvcBitReader* r, int zeros_left) {
     bits_need(r, 11);
     const uint32_t entry =
         kRunBefore.entry[zeros_left < 7 ? zeros_left : 7][bits_cached(r, kRunBeforeBits)];
@@ -121,18 +139,22 @@ ResidualCount cavlc_read_block(AvcBitReader* reader, int nc, int max_coefficient
     int zeros_left = total < max_coefficients ? read_total_zeros(&r, total, max_coefficients) : 0;
     if (total + zeros_left > max_coefficients) return kNoCode;
 
+    // The target is copied out of reach of the stores into the coefficients.
+    const uint8_t* const scan = target.scan;
+    const AvcScale scale = target.scale;
+    int16_t* const coefficients = target.coefficients;
     int index = total + zeros_left - 1;
     const int end = index + 1;
-    for (int i = 0; i < total; ++i) {
-        target.coefficients[target.scan[index]] =
-            scale_level(levels[i], target.scale.factors[index], target.scale);
-        if (zeros_left > 0 && i + 1 < total) {
-            const int run = read_run_before(&r, zeros_left);
-            if (run > zeros_left) return kNoCode;
-            zeros_left -= run;
-            index -= run;
-        }
-        --index;
+    int i = 0;
+    for (; zeros_left > 0 && i + 1 < total; ++i) {
+        coefficients[scan[index]] = scale_level(levels[i], scale.factors[index], scale);
+        const int run = read_run_before(&r, zeros_left);
+        zeros_left -= run;
+        if (zeros_left < 0) return kNoCode;
+        index -= run + 1;
+    }
+    for (; i < total; ++i, --index) {
+        coefficients[scan[index]] = scale_level(levels[i], scale.factors[index], scale);
     }
     *reader = r;
     return {total, end};
