@@ -18,6 +18,24 @@ void bits_refill_near_end(AvcBitReader* r) {
     }
 }
 
+uint32_t bits_peek(AvcBitReader* r, int n) {
+    bits_need(r, 16);
+    return n == 0 ? 0 : bits_cached(r, n);
+}
+
+uint32_t bits_read(AvcBitReader* r, int n) {
+    const uint32_t value = bits_peek(r, n);
+    bits_drop(r, n);
+    return value;
+}
+
+uint32_t bits_read_1(AvcBitReader* r) { return bits_read(r, 1); }
+
+uint32_t bits_read_long(AvcBitReader* r, int n) {
+    const uint32_t high = bits_read(r, 16);
+    return high << (n - 16) | bits_read(r, n - 16);
+}
+
 void bits_skip(AvcBitReader* r, uint32_t n) {
     for (; n > 16; n -= 16) bits_read(r, 16);
     bits_read(r, static_cast<int>(n));
@@ -60,6 +78,33 @@ int bits_trailing_check(AvcBitReader* r) {
         if (bits_read(r, 8) != 0) return 0;
     }
     return 1;
+}
+
+uint32_t bits_ue(AvcBitReader* r) {
+    bits_need(r, 15);
+    const uint32_t window = bits_cached(r, 15);
+    if (window & 0x4000) {
+        bits_drop(r, 1);
+        return 0;
+    }
+    if (window == 0) {
+        bits_drop(r, 15);
+        return bits_read(r, 16) - 1;
+    }
+    const int zeros = __builtin_clz(window) - 17;
+    if (zeros < 8) {
+        const uint32_t value = window >> (14 - 2 * zeros);
+        bits_drop(r, 2 * zeros + 1);
+        return value - 1;
+    }
+    bits_drop(r, zeros);
+    return bits_read(r, zeros + 1) - 1;
+}
+
+int32_t bits_se(AvcBitReader* r) {
+    const uint32_t k = bits_ue(r) + 1;
+    const int32_t magnitude = static_cast<int32_t>(k >> 1);
+    return k & 1 ? -magnitude : magnitude;
 }
 
 // Counts the zeros of up to three windows of 15 bits in front of the leading 1.

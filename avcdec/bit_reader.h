@@ -67,30 +67,15 @@ inline void bits_drop(AvcBitReader* r, int n) {
 }
 
 // The next n bits (0 to 16) without consuming them.
-inline uint32_t bits_peek(AvcBitReader* r, int n) {
-    bits_need(r, 16);
-    return n == 0 ? 0 : bits_cached(r, n);
-}
+uint32_t bits_peek(AvcBitReader* r, int n);
 
 // The next n bits (0 to 16) as a number.
-inline uint32_t bits_read(AvcBitReader* r, int n) {
-    const uint32_t value = bits_peek(r, n);
-    bits_drop(r, n);
-    return value;
-}
+uint32_t bits_read(AvcBitReader* r, int n);
 
-inline uint32_t bits_read_1(AvcBitReader* r) {
-    bits_need(r, 1);
-    const uint32_t bit = bits_cached(r, 1);
-    bits_drop(r, 1);
-    return bit;
-}
+uint32_t bits_read_1(AvcBitReader* r);
 
 // n is 17 to 32.
-inline uint32_t bits_read_long(AvcBitReader* r, int n) {
-    const uint32_t high = bits_read(r, 16);
-    return high << (n - 16) | bits_read(r, n - 16);
-}
+uint32_t bits_read_long(AvcBitReader* r, int n);
 
 void bits_skip(AvcBitReader* r, uint32_t n);
 
@@ -123,33 +108,10 @@ int bits_more_rbsp_data(const AvcBitReader* r, int* overrun);
 int bits_trailing_check(AvcBitReader* r);
 
 // ue(v), H.264 9.1. Code words of up to 15 leading zeros: 0 to 65534.
-inline uint32_t bits_ue(AvcBitReader* r) {
-    bits_need(r, 25);
-    const uint32_t window = bits_cached(r, 15);
-    if (window & 0x4000) {
-        bits_drop(r, 1);
-        return 0;
-    }
-    if (window == 0) {
-        bits_drop(r, 15);
-        return bits_read(r, 16) - 1;
-    }
-    const int zeros = __builtin_clz(window) - 17;
-    if (zeros < 8) {
-        const uint32_t value = window >> (14 - 2 * zeros);
-        bits_drop(r, 2 * zeros + 1);
-        return value - 1;
-    }
-    bits_drop(r, zeros);
-    return bits_read(r, zeros + 1) - 1;
-}
+uint32_t bits_ue(AvcBitReader* r);
 
 // se(v), H.264 9.1.1, with the same limit.
-inline int32_t bits_se(AvcBitReader* r) {
-    const uint32_t k = bits_ue(r) + 1;
-    const int32_t magnitude = static_cast<int32_t>(k >> 1);
-    return k & 1 ? -magnitude : magnitude;
-}
+int32_t bits_se(AvcBitReader* r);
 
 // se(v) for code words with up to 45 leading zeros; the value is kept in 32 bits.
 int32_t bits_se_long(AvcBitReader* r);
