@@ -5,7 +5,8 @@
 #include "avcdec/quant_tables.h"
 #include "avcdec/residual_cabac.h"
 
-static uint32_t decide(AvcDecoder* d, int context) {
+// Out of line: inlined into every element it is three times the code, at the same speed.
+[[gnu::noinline]] static uint32_t decide(AvcDecoder* d, int context) {
     return cabac_decode_decision(&d->cabac, d->contexts + context);
 }
 
