@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Packs syntax elements into bits, MSB first, and bits into NAL units.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+class BitPacker {
+ public:
+    BitPacker() = default;
+    explicit BitPacker(const char* bits) { text(bits); }
+
+    BitPacker& u(int n, uint64_t value);  // the low n bits, 0 to 64
+    BitPacker& ue(uint32_t value);        // any value but 2^32 - 1
+    BitPacker& se(int32_t value);         // any value but -2^31
+    BitPacker& text(const char* bits);    // '0' and '1'; blanks are left out
+    BitPacker& text(const std::string& bits) { return text(bits.c_str()); }
+    BitPacker& bytes(const std::string& data);  // on a byte boundary
+    BitPacker& align(int bit = 0);              // fills the byte with that bit
+    BitPacker& trailing();                      // stop bit, then zeros up to the byte boundary
+
+    size_t size() const { return size_; }  // bits
+    const std::string& str() const { return bytes_; }
+
+ private:
+    std::string bytes_;  // the last one filled with zeros
+    size_t size_ = 0;
+};
+
+// Adds emulation prevention bytes (H.264 7.4.1.1).
+std::string escaped(const std::string& payload);
+
+// Header byte and escaped payload.
+std::string nal_unit(int nal_ref_idc, int nal_unit_type, const BitPacker& payload);
+
+// The unit behind its big-endian length.
+std::string with_length(const std::string& nal, int length_size);
