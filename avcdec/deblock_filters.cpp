@@ -83,28 +83,45 @@ static void chroma_strong(uint8_t* q, ptrdiff_t across) {
 
 enum FilterKind { kLumaNormal, kLumaStrong, kChromaNormal, kChromaStrong };
 
-template <FilterKind kKind, DeblockDirection kDirection>
-static void filter_edge(uint8_t* q0, ptrdiff_t pitch, int alpha, int beta, int tc0) {
-    const ptrdiff_t across = kDirection == kVerticalEdge ? 1 : pitch;
-    const ptrdiff_t along = kDirection == kVerticalEdge ? pitch : 1;
+template <FilterKind kKind>
+static void filter_edge(uint8_t* q0, ptrdiff_t across, ptrdiff_t along, const EdgeThresholds& t) {
     constexpr int kCount = kKind == kLumaNormal || kKind == kLumaStrong ? 16 : 8;
     for (int i = 0; i < kCount; ++i) {
         uint8_t* const q = q0 + i * along;
-        if (!is_filtered(q, across, alpha, beta)) continue;
-        if constexpr (kKind == kLumaNormal) luma_normal(q, across, beta, tc0);
-        if constexpr (kKind == kLumaStrong) luma_strong(q, across, alpha, beta);
-        if constexpr (kKind == kChromaNormal) chroma_normal(q, across, tc0);
+        if (!is_filtered(q, across, t.alpha, t.beta)) continue;
+        if constexpr (kKind == kLumaNormal) luma_normal(q, across, t.beta, t.tc0);
+        if constexpr (kKind == kLumaStrong) luma_strong(q, across, t.alpha, t.beta);
+        if constexpr (kKind == kChromaNormal) chroma_normal(q, across, t.tc0);
         if constexpr (kKind == kChromaStrong) chroma_strong(q, across);
     }
 }
 
+template <DeblockDirection kDirection>
+static void deblock_luma(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges& e) {
+    const ptrdiff_t across = kDirection == kVerticalEdge ? 1 : pitch;
+    const ptrdiff_t along = kDirection == kVerticalEdge ? pitch : 1;
+    if (e.outer.is_on()) filter_edge<kLumaStrong>(dst, across, along, e.outer);
+    if (!e.inner.is_on()) return;
+    for (int i = e.inner_step; i < 16; i += e.inner_step) {
+        filter_edge<kLumaNormal>(dst + i * across, across, along, e.inner);
+    }
+}
+
+template <DeblockDirection kDirection>
+static void deblock_chroma(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, const DeblockEdges edges[2]) {
+    const ptrdiff_t across = kDirection == kVerticalEdge ? 1 : pitch;
+    const ptrdiff_t along = kDirection == kVerticalEdge ? pitch : 1;
+    for (int c = 0; c < 2; ++c) {
+        uint8_t* const dst = c == 0 ? cb : cr;
+        const DeblockEdges& e = edges[c];
+        if (e.outer.is_on()) filter_edge<kChromaStrong>(dst, across, along, e.outer);
+        if (e.inner.is_on()) filter_edge<kChromaNormal>(dst + 4 * across, across, along, e.inner);
+    }
+}
+
 void deblock_use_scalar(ReconKernels* k) {
-    k->luma_normal[kVerticalEdge] = filter_edge<kLumaNormal, kVerticalEdge>;
-    k->luma_normal[kHorizontalEdge] = filter_edge<kLumaNormal, kHorizontalEdge>;
-    k->luma_strong[kVerticalEdge] = filter_edge<kLumaStrong, kVerticalEdge>;
-    k->luma_strong[kHorizontalEdge] = filter_edge<kLumaStrong, kHorizontalEdge>;
-    k->chroma_normal[kVerticalEdge] = filter_edge<kChromaNormal, kVerticalEdge>;
-    k->chroma_normal[kHorizontalEdge] = filter_edge<kChromaNormal, kHorizontalEdge>;
-    k->chroma_strong[kVerticalEdge] = filter_edge<kChromaStrong, kVerticalEdge>;
-    k->chroma_strong[kHorizontalEdge] = filter_edge<kChromaStrong, kHorizontalEdge>;
+    k->deblock_luma[kVerticalEdge] = deblock_luma<kVerticalEdge>;
+    k->deblock_luma[kHorizontalEdge] = deblock_luma<kHorizontalEdge>;
+    k->deblock_chroma[kVerticalEdge] = deblock_chroma<kVerticalEdge>;
+    k->deblock_chroma[kHorizontalEdge] = deblock_chroma<kHorizontalEdge>;
 }

@@ -333,9 +333,7 @@ void intra_pred_use_scalar(ReconKernels* k) {
         .add_4x4_dc = nullptr,
         .add_8x8 = nullptr,
         .add_8x8_dc = nullptr,
-        .luma_strong = {},
-        .luma_normal = {},
-        .chroma_strong = {},
-        .chroma_normal = {},
+        .deblock_luma = {},
+        .deblock_chroma = {},
     };
 }

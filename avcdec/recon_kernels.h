@@ -23,12 +23,31 @@ enum Pred8x8Available : unsigned { kPred8x8TopLeft = 1, kPred8x8TopRight = 2 };
 //                 use and clear the first alone
 using AddBlockFn = void (*)(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients);
 
-// Filters one edge (H.264 8.7.2.3, 8.7.2.4): 16 luma or 8 chroma samples along it.
-//   q0     first sample behind the edge; 4 luma (2 chroma) samples on either side are used
-//   alpha  1 to 255; beta 1 to 18; tc0 0 to 25 (not used by the strong filters)
-using DeblockEdgeFn = void (*)(uint8_t* q0, ptrdiff_t pitch, int alpha, int beta, int tc0);
+// Filter thresholds of an edge (H.264 8.7.2.2). alpha or beta 0 lets no sample pass.
+struct EdgeThresholds {
+    uint8_t alpha;
+    uint8_t beta;  // 0 to 18
+    uint8_t tc0;   // 0 to 25; not used by the strong filter
+
+    bool is_on() const { return alpha != 0 && beta != 0; }
+};
+
+// The edges of one direction of a macroblock, or of one chroma component of it.
+struct DeblockEdges {
+    EdgeThresholds outer;  // the macroblock's own edge: boundary strength 4
+    EdgeThresholds inner;  // boundary strength 3
+    int inner_step;        // from edge to edge, in samples: 4 or 8; chroma has one inner edge, at 4
+};
 
 enum DeblockDirection { kVerticalEdge = 0, kHorizontalEdge = 1 };
+
+// Filters the edges of one direction (H.264 8.7.2.3, 8.7.2.4), the outer one first.
+//   dst, cb, cr  the 16x16 or 8x8 samples of the macroblock; with outer on, up to 4 luma (2 chroma)
+//                samples before them are read and 3 (1) changed, otherwise none
+//   edges        of Cb and of Cr
+using DeblockLumaFn = void (*)(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges& edges);
+using DeblockChromaFn = void (*)(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch,
+                                 const DeblockEdges edges[2]);
 
 struct ReconKernels {
     IntraPredFn pred4x4[16];  // by IntraNxNMode
@@ -39,10 +58,8 @@ struct ReconKernels {
     AddBlockFn add_4x4_dc;
     AddBlockFn add_8x8;
     AddBlockFn add_8x8_dc;
-    DeblockEdgeFn luma_strong[2];  // by DeblockDirection
-    DeblockEdgeFn luma_normal[2];
-    DeblockEdgeFn chroma_strong[2];
-    DeblockEdgeFn chroma_normal[2];
+    DeblockLumaFn deblock_luma[2];  // by DeblockDirection
+    DeblockChromaFn deblock_chroma[2];
 };
 
 // The reference kernels, always built.
@@ -55,3 +72,6 @@ ReconKernels recon_kernels_best();
 void intra_pred_use_scalar(ReconKernels* k);
 void add_block_use_scalar(ReconKernels* k);
 void deblock_use_scalar(ReconKernels* k);
+
+// Variants of the build that has them, for SSE2 or NEON.
+void deblock_use_simd(ReconKernels* k);
