@@ -104,7 +104,9 @@ static int parse_slice(M4vBits* bits, const H263Picture& picture, bool is_first,
     const uint32_t total = picture.width_mbs() * picture.height_mbs();
     const unsigned length = address_bits(total);
     slice->first_mb = bits->read(length);
-    if (length > (picture.is_multipoint ? 9u : 11u) && !bits->flag()) return 1;  // SEPB2
+    const bool has_sepb2 = picture.has_variant_slices ? !is_first && total >= kVariantMacroblocks
+                                                      : length > (picture.is_multipoint ? 9u : 11u);
+    if (has_sepb2 && !bits->flag()) return 1;
     slice->quant = is_first ? picture.quant : static_cast<uint8_t>(bits->read(5));
     slice->is_rectangular = picture.has_rectangular_slices;
     if (slice->is_rectangular) {
@@ -118,7 +120,7 @@ static int parse_slice(M4vBits* bits, const H263Picture& picture, bool is_first,
     return slice->quant == 0 || slice->first_mb >= total;
 }
 
-int h263_parse_picture(M4vBits* bits, H263Picture* picture, H263Segment* first) {
+int h263_parse_picture(M4vBits* bits, H263Picture* picture) {
     *picture = {};
     if (bits->read(22) != 0x20) return 1;  // PSC
     bits->read(8);                         // TR
@@ -139,9 +141,12 @@ int h263_parse_picture(M4vBits* bits, H263Picture* picture, H263Segment* first) 
     }
     if (picture->quant == 0) return 1;
     while (bits->flag()) bits->read(8);  // PEI, PSUPP; zeros follow the data
-    *first = {0, 0, false, picture->quant};
-    if (picture->has_slices && parse_slice(bits, *picture, true, first)) return 1;
     return bits->overrun();
+}
+
+int h263_parse_first_segment(M4vBits* bits, const H263Picture& picture, H263Segment* segment) {
+    *segment = {0, 0, false, picture.quant};
+    return picture.has_slices && (parse_slice(bits, picture, true, segment) || bits->overrun());
 }
 
 bool h263_is_at_start_code(M4vBits* bits) {

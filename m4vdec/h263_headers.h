@@ -19,12 +19,18 @@ struct H263Picture {
     bool has_rectangular_slices;
     bool has_independent_segments;  // Annex R
     bool has_modified_quant;        // Annex T
+    // Slice headers have an emulation prevention bit behind addresses of more than 11 bits (SEPB2).
+    // A common encoder leaves it out of a picture's first slice, and has it from 1584 macroblocks
+    // on, where addresses still have 11 bits. Set by the caller.
+    bool has_variant_slices;
 
     uint32_t width_mbs() const { return (width + 15u) / 16; }
     uint32_t height_mbs() const { return (height + 15u) / 16; }
     // Macroblock rows of a GOB (4.2.1).
     uint32_t gob_rows() const { return height <= 400 ? 1 : height <= 800 ? 2 : 4; }
 };
+
+constexpr uint32_t kVariantMacroblocks = 1584;
 
 // A run of macroblocks that begins behind a header.
 struct H263Segment {
@@ -37,9 +43,13 @@ struct H263Segment {
 // Whether data begins with a picture start code.
 bool h263_is_picture_start(const uint8_t* data, size_t length);
 
-// Reads a picture header from its start code on, in slice structured mode with the first slice's
-// header. Returns 1 unless it is an I-picture of a supported kind.
-int h263_parse_picture(M4vBits* bits, H263Picture* picture, H263Segment* first);
+// Reads a picture header from its start code on. Returns 1 unless it is an I-picture of a supported
+// kind.
+int h263_parse_picture(M4vBits* bits, H263Picture* picture);
+
+// What the picture header begins: in slice structured mode a slice header follows. Returns 1 when
+// that is not valid.
+int h263_parse_first_segment(M4vBits* bits, const H263Picture& picture, H263Segment* segment);
 
 // Whether stuffing and the start code of a GOB, slice or picture come next (or the data ends here).
 bool h263_is_at_start_code(M4vBits* bits);

@@ -137,17 +137,20 @@ static int create_buffers(PictureDecoder* d) {
     return d->segments == nullptr;
 }
 
-int h263_decode_picture(const uint8_t* data, size_t length, const M4vPicture& picture,
-                        M4vIdctFn idct) {
+static int decode_picture(const uint8_t* data, size_t length, const M4vPicture& picture,
+                          M4vIdctFn idct, bool has_variant_slices) {
     PictureDecoder d = {};
     H263Segment first;
     d.picture = &picture;
     d.blocks.bits.start(data, length);
     d.blocks.idct = idct;
-    if (h263_parse_picture(&d.blocks.bits, &d.header, &first)) return 1;
+    if (h263_parse_picture(&d.blocks.bits, &d.header)) return 1;
     if (d.header.width_mbs() != picture.width_mbs || d.header.height_mbs() != picture.height_mbs) {
         return 1;
     }
+    if (has_variant_slices && !d.header.has_slices) return 1;
+    d.header.has_variant_slices = has_variant_slices;
+    if (h263_parse_first_segment(&d.blocks.bits, d.header, &first)) return 1;
     if (create_buffers(&d)) return 1;
     select_tables(&d);
     start_segment(&d, first);
@@ -156,4 +159,11 @@ int h263_decode_picture(const uint8_t* data, size_t length, const M4vPicture& pi
         m4v_deblock(picture, {d.quants.get(), d.segments.get(), d.header.has_modified_quant});
     }
     return 0;
+}
+
+int h263_decode_picture(const uint8_t* data, size_t length, const M4vPicture& picture,
+                        M4vIdctFn idct) {
+    if (decode_picture(data, length, picture, idct, false) == 0) return 0;
+    if (picture.total_mbs() < kVariantMacroblocks) return 1;
+    return decode_picture(data, length, picture, idct, true);
 }

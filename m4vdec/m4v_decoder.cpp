@@ -44,9 +44,8 @@ static void read_layer(M4vDecoder* d, M4vBits* bits) {
 static void read_h263_size(M4vDecoder* d, const uint8_t* data, size_t length) {
     M4vBits bits;
     H263Picture picture;
-    H263Segment first;
     bits.start(data, length);
-    if (h263_parse_picture(&bits, &picture, &first) == 0) {
+    if (h263_parse_picture(&bits, &picture) == 0) {
         set_size(d, picture.width, picture.height);
     }
 }
