@@ -72,8 +72,8 @@ int bits_trailing_check(AvcBitReader* r) {
     const size_t position = bits_position(r);
     const ptrdiff_t left = r->end - r->start - 1 - static_cast<ptrdiff_t>(position / 8);
     if (left < 1) return 0;
-    const int rest = 8 - static_cast<int>(position % 8);
-    if (bits_read(r, rest) != 1U << (rest - 1)) return 0;
+    const int used = static_cast<int>(position & 7);
+    if (bits_read(r, 8 - used) != 0x80U >> used) return 0;
     for (int i = 0; i < left && i < 3; ++i) {
         if (bits_read(r, 8) != 0) return 0;
     }

@@ -8,6 +8,8 @@
 
 #include <stdint.h>
 
+#include <array>
+
 #include "avcdec/bit_reader.h"
 
 struct AvcDecoder;
@@ -42,9 +44,9 @@ enum CabacContextGroup : uint16_t {
 // What a decision needs to know of a context variable. The LPS ranges (H.264 Table 9-44) of its
 // state by qCodIRangeIdx are in 16 bits each from the lowest up: the range and, in the upper byte,
 // the shift that normalises it.
-extern const uint64_t kCabacLps[128];
+extern const std::array<uint64_t, 128> kCabacLps;
 // The context variable after an MPS in the low, and after an LPS in the high byte (Table 9-45).
-extern const uint16_t kCabacNext[128];
+extern const std::array<uint16_t, 128> kCabacNext;
 
 // The (m, n) pairs of the I slice column (H.264 Tables 9-12 to 9-33), in the order of the groups.
 extern const int8_t kCabacInitI[kCabacContexts][2];

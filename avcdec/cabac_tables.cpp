@@ -47,13 +47,15 @@ static constexpr uint16_t next_variables(int variable) {
                                  (kTransIdxLps[state] * 2 + mps_after_lps));
 }
 
-#define KS_4(fn, i) fn(i), fn(i + 1), fn(i + 2), fn(i + 3)
-#define KS_16(fn, i) KS_4(fn, i), KS_4(fn, i + 4), KS_4(fn, i + 8), KS_4(fn, i + 12)
-#define KS_128(fn)                                                                             \
-    KS_16(fn, 0), KS_16(fn, 16), KS_16(fn, 32), KS_16(fn, 48), KS_16(fn, 64), KS_16(fn, 80), \
-        KS_16(fn, 96), KS_16(fn, 112)
-constexpr uint64_t kCabacLps[128] = {KS_128(lps_entries)};
-constexpr uint16_t kCabacNext[128] = {KS_128(next_variables)};
+template <typename Entry>
+static constexpr std::array<Entry, 128> table_of(Entry (*entry)(int variable)) {
+    std::array<Entry, 128> table{};
+    for (int i = 0; i < 128; ++i) table[i] = entry(i);
+    return table;
+}
+
+constexpr std::array<uint64_t, 128> kCabacLps = table_of(lps_entries);
+constexpr std::array<uint16_t, 128> kCabacNext = table_of(next_variables);
 
 const int8_t kCabacInitI[kCabacContexts][2] = {
     // mb_type, ctxIdx 3 to 10
