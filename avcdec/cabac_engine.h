@@ -86,6 +86,7 @@ inline uint32_t cabac_decode_decision(CabacEngine* e, uint8_t* context) {
     const uint32_t lps_range = lps_entry & 0xff;
     const uint32_t mps_range = e->range - lps_range;
     const BitWord threshold = static_cast<BitWord>(mps_range) << e->lookahead;
+    const intptr_t rest = static_cast<intptr_t>(e->value - threshold);
     const BitWord mps = BitWord{0} - static_cast<BitWord>(e->value < threshold);  // all ones, or 0
 
     // Both outcomes are normalised before the choice, off the path of the comparison.
@@ -99,7 +100,9 @@ inline uint32_t cabac_decode_decision(CabacEngine* e, uint8_t* context) {
     e->lookahead -= static_cast<int>(lps_shift ^ ((mps_shift ^ lps_shift) & choice));
     *context = static_cast<uint8_t>(kCabacNext[variable] >> (choice & 8));
     if (e->lookahead < kCabacMinLookahead) cabac_refill(e);
-    return ~(variable ^ choice) & 1;
+    // The bin as a sign, which a branch tests at once: below 0 for an MPS of 1 and an LPS of 0.
+    const intptr_t flip = static_cast<intptr_t>(variable & 1) - 1;
+    return static_cast<uint32_t>(static_cast<BitWord>(rest ^ flip) >> (kBitWordSize - 1));
 }
 
 // Decodes one bin of equal probabilities (H.264 9.3.3.2.3).
