@@ -68,12 +68,18 @@ static constexpr int kLevelTooLong = 1 << 21;
     return value;
 }
 
-// The absolute value of a level that is at least 2.
+// The absolute value of a level that is at least 2. Its bins share a context, which stays in a
+// register.
 [[gnu::always_inline]] static inline int read_large_level(CabacEngine* e, uint8_t* context) {
     int level = 2;
-    while (cabac_decode_decision(e, context)) {
-        if (++level == 15) return 15 + read_level_suffix(e);
+    uint8_t variable = *context;
+    while (cabac_decode_decision(e, &variable)) {
+        if (++level == 15) {
+            *context = variable;
+            return 15 + read_level_suffix(e);
+        }
     }
+    *context = variable;
     return level;
 }
 
