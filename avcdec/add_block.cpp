@@ -72,16 +72,25 @@ static void add_block(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
 // A block with nothing but a DC coefficient has the same residual everywhere.
 template <int kSize>
 static void add_dc(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
-    const int residual = (coefficients[0] + 32) >> 6;
+    const int residual = wrap(coefficients[0] + 32) >> 6;
     coefficients[0] = 0;
     for (int y = 0; y < kSize; ++y, dst += pitch) {
         for (int x = 0; x < kSize; ++x) dst[x] = clip_u8(dst[x] + residual);
     }
 }
 
+template <AddBlockFn kAdd>
+static void add_four(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
+    for (int b = 0; b < 4; ++b) {
+        kAdd(dst + (b >> 1) * 4 * pitch + (b & 1) * 4, pitch, coefficients + 16 * b);
+    }
+}
+
 void add_block_use_scalar(ReconKernels* k) {
     k->add_4x4 = add_block<4>;
     k->add_4x4_dc = add_dc<4>;
+    k->add_four_4x4 = add_four<add_block<4>>;
+    k->add_four_4x4_dc = add_four<add_dc<4>>;
     k->add_8x8 = add_block<8>;
     k->add_8x8_dc = add_dc<8>;
 }

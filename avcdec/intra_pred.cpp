@@ -331,6 +331,8 @@ void intra_pred_use_scalar(ReconKernels* k) {
                         dc_top_chroma, dc_chroma, leave},
         .add_4x4 = nullptr,
         .add_4x4_dc = nullptr,
+        .add_four_4x4 = nullptr,
+        .add_four_4x4_dc = nullptr,
         .add_8x8 = nullptr,
         .add_8x8_dc = nullptr,
         .deblock_luma = {},

@@ -26,7 +26,9 @@ static bool has_simd() {
 
 ReconKernels recon_kernels_best() {
     ReconKernels k = recon_kernels_scalar();
-    if (has_simd()) deblock_use_simd(&k);
+    if (!has_simd()) return k;
+    add_block_use_simd(&k);
+    deblock_use_simd(&k);
     return k;
 }
 

@@ -20,7 +20,9 @@ enum Pred8x8Available : unsigned { kPred8x8TopLeft = 1, kPred8x8TopRight = 2 };
 // Transforms a block of scaled coefficients (H.264 8.5.12, 8.5.13), adds it to the prediction in
 // dst, clamps to 0..255, and clears the coefficients.
 //   coefficients  16 or 64 values, column by column, 16-byte aligned, any int16; the "dc" kernels
-//                 use and clear the first alone
+//                 use and clear the first of a block alone
+// The "four" kernels do four 4x4 blocks at once, which follow each other in coefficients and make
+// an 8x8 square: two above, two below. A DC block gives the same samples with either kernel.
 using AddBlockFn = void (*)(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients);
 
 // Filter thresholds of an edge (H.264 8.7.2.2). alpha or beta 0 lets no sample pass.
@@ -56,6 +58,8 @@ struct ReconKernels {
     IntraPredFn pred_chroma[8];  // by IntraChromaMode
     AddBlockFn add_4x4;
     AddBlockFn add_4x4_dc;
+    AddBlockFn add_four_4x4;
+    AddBlockFn add_four_4x4_dc;
     AddBlockFn add_8x8;
     AddBlockFn add_8x8_dc;
     DeblockLumaFn deblock_luma[2];  // by DeblockDirection
@@ -74,4 +78,5 @@ void add_block_use_scalar(ReconKernels* k);
 void deblock_use_scalar(ReconKernels* k);
 
 // Variants of the build that has them, for SSE2 or NEON.
+void add_block_use_simd(ReconKernels* k);
 void deblock_use_simd(ReconKernels* k);

@@ -70,30 +70,30 @@ static void predict_add_8x8(AvcDecoder* d, uint8_t* dst, ptrdiff_t pitch) {
     }
 }
 
+// Adds the four 4x4 blocks of an 8x8 square. The masks have the bits of the four at the bottom.
+static void add_square(const ReconKernels& k, uint32_t coded, uint32_t ac, uint8_t* dst,
+                       ptrdiff_t pitch, int16_t* coefficients) {
+    if ((coded & 15) == 0) return;
+    (ac & 15 ? k.add_four_4x4 : k.add_four_4x4_dc)(dst, pitch, coefficients);
+}
+
 static void predict_add_16x16(AvcDecoder* d, uint8_t* dst, ptrdiff_t pitch) {
-    const ReconKernels& k = d->kernels;
     AvcMacroblock* const mb = &d->mb;
-    k.pred16x16[mb->intra16_mode](dst, pitch);
-    for (uint32_t left = mb->coded_mask & kLumaMask; left != 0;) {
-        const int b = __builtin_clz(left);
-        left &= ~luma_bit(b);
-        uint8_t* const block = dst + block_y(b) * 4 * pitch + block_x(b) * 4;
-        (mb->ac_mask & luma_bit(b) ? k.add_4x4 : k.add_4x4_dc)(block, pitch,
-                                                               mb->coefficients + b * 16);
+    d->kernels.pred16x16[mb->intra16_mode](dst, pitch);
+    for (int quadrant = 0; quadrant < 4; ++quadrant) {
+        const int shift = 28 - 4 * quadrant;
+        add_square(d->kernels, mb->coded_mask >> shift, mb->ac_mask >> shift,
+                   dst + (quadrant >> 1) * 8 * pitch + (quadrant & 1) * 8, pitch,
+                   mb->coefficients + quadrant * 64);
     }
 }
 
 static void predict_add_chroma(AvcDecoder* d, int c, uint8_t* dst, ptrdiff_t pitch) {
-    const ReconKernels& k = d->kernels;
     AvcMacroblock* const mb = &d->mb;
-    k.pred_chroma[mb->chroma_mode](dst, pitch);
-    for (int b = 0; b < 4; ++b) {
-        const uint32_t bit = chroma_bit(c, b);
-        if (!(mb->coded_mask & bit)) continue;
-        uint8_t* const block = dst + (b >> 1) * 4 * pitch + (b & 1) * 4;
-        (mb->ac_mask & bit ? k.add_4x4 : k.add_4x4_dc)(block, pitch,
-                                                       mb->coefficients + (16 + 4 * c + b) * 16);
-    }
+    d->kernels.pred_chroma[mb->chroma_mode](dst, pitch);
+    const int shift = 12 - 4 * c;
+    add_square(d->kernels, mb->coded_mask >> shift, mb->ac_mask >> shift, dst, pitch,
+               mb->coefficients + (4 + c) * 64);
 }
 
 static void fill_block(uint8_t* dst, ptrdiff_t pitch, int size, uint8_t value) {

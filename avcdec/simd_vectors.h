@@ -79,11 +79,11 @@ static inline U8x16 interleave_high(U8x16 a, U8x16 b) {
                                    31);
 }
 
-static inline I16x8 interleave_low(I16x8 a, I16x8 b) {
+static inline U16x8 interleave_low(U16x8 a, U16x8 b) {
     return __builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11);
 }
 
-static inline I16x8 interleave_high(I16x8 a, I16x8 b) {
+static inline U16x8 interleave_high(U16x8 a, U16x8 b) {
     return __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15);
 }
 

@@ -1,0 +1,216 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Inverse transforms of residual blocks and their addition to the prediction, with SSE2 or NEON.
+// Coefficients come column by column, so the first pass, along the rows, needs no turning. Sums are
+// unsigned, which wraps as the reference does.
+#include "avcdec/recon_kernels.h"
+#include "avcdec/simd_vectors.h"
+
+template <int kShift>
+static inline U16x8 arithmetic_shift(U16x8 v) {
+    return (U16x8)((I16x8)v >> kShift);
+}
+
+// H.264 8.5.12.2, lane by lane.
+static inline void idct4(U16x8 (&x)[4]) {
+    const U16x8 e0 = x[0] + x[2];
+    const U16x8 e1 = x[0] - x[2];
+    const U16x8 e2 = arithmetic_shift<1>(x[1]) - x[3];
+    const U16x8 e3 = x[1] + arithmetic_shift<1>(x[3]);
+    x[0] = e0 + e3;
+    x[1] = e1 + e2;
+    x[2] = e1 - e2;
+    x[3] = e0 - e3;
+}
+
+// H.264 8.5.13.2, lane by lane.
+static inline void idct8(U16x8 (&x)[8]) {
+    const U16x8 a0 = x[0] + x[4];
+    const U16x8 a4 = x[0] - x[4];
+    const U16x8 a2 = arithmetic_shift<1>(x[2]) - x[6];
+    const U16x8 a6 = x[2] + arithmetic_shift<1>(x[6]);
+    const U16x8 b0 = a0 + a6;
+    const U16x8 b2 = a4 + a2;
+    const U16x8 b4 = a4 - a2;
+    const U16x8 b6 = a0 - a6;
+    const U16x8 a1 = x[5] - x[3] - x[7] - arithmetic_shift<1>(x[7]);
+    const U16x8 a3 = x[1] + x[7] - x[3] - arithmetic_shift<1>(x[3]);
+    const U16x8 a5 = x[7] - x[1] + x[5] + arithmetic_shift<1>(x[5]);
+    const U16x8 a7 = x[3] + x[5] + x[1] + arithmetic_shift<1>(x[1]);
+    const U16x8 b1 = a1 + arithmetic_shift<2>(a7);
+    const U16x8 b7 = a7 - arithmetic_shift<2>(a1);
+    const U16x8 b3 = a3 + arithmetic_shift<2>(a5);
+    const U16x8 b5 = arithmetic_shift<2>(a3) - a5;
+    x[0] = b0 + b7;
+    x[1] = b2 + b5;
+    x[2] = b4 + b3;
+    x[3] = b6 + b1;
+    x[4] = b6 - b1;
+    x[5] = b4 - b3;
+    x[6] = b2 - b5;
+    x[7] = b0 - b7;
+}
+
+static inline U16x8 load_8_values(const int16_t* p) {
+    U16x8 v;
+    memcpy(&v, p, sizeof v);
+    return v;
+}
+
+template <int kCount>
+static inline void clear(int16_t* coefficients) {
+    memset(coefficients, 0, kCount * sizeof *coefficients);
+}
+
+// The low (high) halves of a and b.
+static inline U16x8 low_halves(U16x8 a, U16x8 b) {
+    return (U16x8)__builtin_shufflevector((U64x2)a, (U64x2)b, 0, 2);
+}
+static inline U16x8 high_halves(U16x8 a, U16x8 b) {
+    return (U16x8)__builtin_shufflevector((U64x2)a, (U64x2)b, 1, 3);
+}
+
+// Adds 16 transformed values that lack the last shift; those of low belong to the first 8 samples.
+static inline U8x16 add_residual(U8x16 samples, U16x8 low, U16x8 high) {
+    return clip_to_u8(widen_low(samples) + ((I16x8)low >> 6),
+                      widen_high(samples) + ((I16x8)high >> 6));
+}
+
+static inline void add_two_rows(uint8_t* dst, ptrdiff_t pitch, U16x8 first, U16x8 second) {
+    const U8x16 samples = load_8_8(dst, dst + pitch);
+    store_8_8(dst, dst + pitch, add_residual(samples, first, second));
+}
+
+// The upper halves of the vectors do not count.
+static void add_4x4(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
+    const U16x8 columns01 = load_8_values(coefficients);
+    const U16x8 columns23 = load_8_values(coefficients + 8);
+    clear<16>(coefficients);
+    U16x8 x[4] = {columns01, high_halves(columns01, columns01), columns23,
+                  high_halves(columns23, columns23)};
+    idct4(x);
+    const U16x8 even = interleave_low(x[0], x[2]);
+    const U16x8 odd = interleave_low(x[1], x[3]);
+    x[0] = interleave_low(even, odd) + U16x8{32, 32, 32, 32};
+    x[1] = high_halves(x[0], x[0]);
+    x[2] = interleave_high(even, odd);
+    x[3] = high_halves(x[2], x[2]);
+    idct4(x);
+    const U8x16 samples = load_4x4(dst, pitch);
+    store_4x4(dst, pitch, add_residual(samples, low_halves(x[0], x[1]), low_halves(x[2], x[3])));
+}
+
+// Two blocks beside each other, one in the lower halves of the vectors and one in the upper.
+static inline void add_pair(uint8_t* dst, ptrdiff_t pitch, const int16_t* coefficients) {
+    const U16x8 a01 = load_8_values(coefficients);
+    const U16x8 a23 = load_8_values(coefficients + 8);
+    const U16x8 b01 = load_8_values(coefficients + 16);
+    const U16x8 b23 = load_8_values(coefficients + 24);
+    U16x8 x[4] = {low_halves(a01, b01), high_halves(a01, b01), low_halves(a23, b23),
+                  high_halves(a23, b23)};
+    idct4(x);
+    const U16x8 a_even = interleave_low(x[0], x[2]);
+    const U16x8 a_odd = interleave_low(x[1], x[3]);
+    const U16x8 b_even = interleave_high(x[0], x[2]);
+    const U16x8 b_odd = interleave_high(x[1], x[3]);
+    const U16x8 a_rows01 = interleave_low(a_even, a_odd);
+    const U16x8 a_rows23 = interleave_high(a_even, a_odd);
+    const U16x8 b_rows01 = interleave_low(b_even, b_odd);
+    const U16x8 b_rows23 = interleave_high(b_even, b_odd);
+    x[0] = low_halves(a_rows01, b_rows01) + 32;
+    x[1] = high_halves(a_rows01, b_rows01);
+    x[2] = low_halves(a_rows23, b_rows23);
+    x[3] = high_halves(a_rows23, b_rows23);
+    idct4(x);
+    add_two_rows(dst, pitch, x[0], x[1]);
+    add_two_rows(dst + 2 * pitch, pitch, x[2], x[3]);
+}
+
+static void add_four_4x4(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
+    add_pair(dst, pitch, coefficients);
+    add_pair(dst + 4 * pitch, pitch, coefficients + 32);
+    clear<64>(coefficients);
+}
+
+static void add_8x8(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
+    U16x8 x[8];
+#pragma GCC unroll 8
+    for (int i = 0; i < 8; ++i) x[i] = load_8_values(coefficients + 8 * i);
+    clear<64>(coefficients);
+    idct8(x);
+    perfect_shuffle<3>(x);
+    x[0] += 32;
+    idct8(x);
+#pragma GCC unroll 4
+    for (int y = 0; y < 8; y += 2) add_two_rows(dst + y * pitch, pitch, x[y], x[y + 1]);
+}
+
+// What to add to samples and what to take away, one of them 0.
+struct Change {
+    U8x16 up;
+    U8x16 down;
+};
+
+// From DC coefficients to changes, in the lanes 0 to 7 of the result.
+static inline Change dc_change(U16x8 dc) {
+    const I16x8 residual = (I16x8)(dc + 32) >> 6;
+    return {clip_to_u8(residual, residual), clip_to_u8(-residual, -residual)};
+}
+
+static inline Change splat_dc(int16_t dc) { return dc_change(U16x8{} + static_cast<uint16_t>(dc)); }
+
+static inline U8x16 add_change(U8x16 samples, const Change& c) {
+    return sub_saturate(add_saturate(samples, c.up), c.down);
+}
+
+static inline void change_two_rows(uint8_t* dst, ptrdiff_t pitch, const Change& c) {
+    store_8_8(dst, dst + pitch, add_change(load_8_8(dst, dst + pitch), c));
+}
+
+static void add_4x4_dc(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
+    const Change c = splat_dc(coefficients[0]);
+    coefficients[0] = 0;
+    store_4x4(dst, pitch, add_change(load_4x4(dst, pitch), c));
+}
+
+static void add_8x8_dc(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
+    const Change c = splat_dc(coefficients[0]);
+    coefficients[0] = 0;
+#pragma GCC unroll 4
+    for (int y = 0; y < 8; y += 2) change_two_rows(dst + y * pitch, pitch, c);
+}
+
+// Lanes 0 to 3, four times each.
+static inline U8x16 repeat_4(U8x16 v) {
+    const U8x16 twice = interleave_low(v, v);
+    return interleave_low(twice, twice);
+}
+
+static inline U8x16 low_twice(U8x16 v) {
+    return (U8x16)__builtin_shufflevector((U64x2)v, (U64x2)v, 0, 0);
+}
+static inline U8x16 high_twice(U8x16 v) {
+    return (U8x16)__builtin_shufflevector((U64x2)v, (U64x2)v, 1, 1);
+}
+
+static void add_four_4x4_dc(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
+    const auto dc = [&](int b) { return static_cast<uint16_t>(coefficients[16 * b]); };
+    const Change c = dc_change(U16x8{dc(0), dc(1), dc(2), dc(3)});
+    for (int b = 0; b < 4; ++b) coefficients[16 * b] = 0;
+    const U8x16 up = repeat_4(c.up);
+    const U8x16 down = repeat_4(c.down);
+    const Change top = {low_twice(up), low_twice(down)};
+    const Change bottom = {high_twice(up), high_twice(down)};
+    change_two_rows(dst, pitch, top);
+    change_two_rows(dst + 2 * pitch, pitch, top);
+    change_two_rows(dst + 4 * pitch, pitch, bottom);
+    change_two_rows(dst + 6 * pitch, pitch, bottom);
+}
+
+void add_block_use_simd(ReconKernels* k) {
+    k->add_4x4 = add_4x4;
+    k->add_4x4_dc = add_4x4_dc;
+    k->add_four_4x4 = add_four_4x4;
+    k->add_four_4x4_dc = add_four_4x4_dc;
+    k->add_8x8 = add_8x8;
+    k->add_8x8_dc = add_8x8_dc;
+}
