@@ -57,24 +57,38 @@ static int32_t read_long_level_code(AvcBitReader* r, int suffix_length) {
     return code;
 }
 
+struct LevelCode {
+    int prefix;  // level_prefix; for long codes any value from 14 on
+    int32_t code;
+};
+
 // level_prefix and level_suffix.
-KS_INLINE int32_t read_level_code(AvcBitReader* r, int suffix_length) {
+KS_INLINE LevelCode read_level_code(AvcBitReader* r, int suffix_length) {
     bits_need(r, kMaxShortLevel);
     const int prefix = leading_zeros(r, 15);
     if (prefix + (suffix_length == 0) >= 15) [[unlikely]] {
         AvcBitReader copy = *r;
         const int32_t code = read_long_level_code(&copy, suffix_length);
         *r = copy;
-        return code;
+        return {prefix, code};
     }
     // The 1 behind the prefix and the suffix, as one number.
     const int length = prefix + 1 + suffix_length;
     const uint32_t tail = bits_cached(r, length);
     bits_drop(r, length);
-    return ((prefix - 1) << suffix_length) + static_cast<int32_t>(tail);
+    return {prefix, ((prefix - 1) << suffix_length) + static_cast<int32_t>(tail)};
+}
+
+KS_INLINE int32_t level_of_code(int32_t code) {
+    const int32_t sign = -(code & 1);
+    return (((code + 2) >> 1) ^ sign) - sign;
 }
 
 // Fills levels from the highest frequency down: the trailing ones, then the coded levels.
+//
+// suffix_length grows behind a level above 3 << (suffix_length - 1). That is a code of 3 <<
+// suffix_length and more, hence a prefix of 3 and more: the prefix alone tells, and the next code
+// need not wait for the level.
 KS_INLINE void read_levels(AvcBitReader* r, const CoeffToken& token, int32_t* levels) {
     const int ones = token.trailing_ones;
     const int total = token.total_coeff;
@@ -84,17 +98,18 @@ KS_INLINE void read_levels(AvcBitReader* r, const CoeffToken& token, int32_t* le
     levels[1] = 1 - static_cast<int32_t>(signs & 2);
     levels[2] = 1 - static_cast<int32_t>(signs << 1 & 2);
     if (ones == total) return;
-    int suffix_length = total > 10 && ones < 3 ? 1 : 0;
-    // Without three trailing ones in front, a level of 1 would have been one of them.
-    int32_t code = read_level_code(r, suffix_length) + (ones < 3 ? 2 : 0);
-    for (int i = ones;;) {
-        const int32_t magnitude = (code + 2) >> 1;
-        const int32_t sign = -(code & 1);
-        levels[i] = (magnitude ^ sign) - sign;
-        if (++i == total) return;
-        suffix_length += suffix_length == 0;
-        suffix_length += (magnitude > 3 << (suffix_length - 1)) & (suffix_length < 6);
-        code = read_level_code(r, suffix_length);
+
+    // Without three trailing ones in front, a level of 1 would have been one of them. The first
+    // prefix that is worth a suffix_length of 2 is lower for that.
+    const int first_length = total > 10 && ones < 3 ? 1 : 0;
+    const int first_large = ones == 3 ? 6 : 4 - 2 * first_length;
+    LevelCode level = read_level_code(r, first_length);
+    levels[ones] = level_of_code(level.code + (ones < 3 ? 2 : 0));
+    int suffix_length = 1 + (level.prefix >= first_large);
+    for (int i = ones + 1; i < total; ++i) {
+        level = read_level_code(r, suffix_length);
+        levels[i] = level_of_code(level.code);
+        suffix_length += (level.prefix >= 3) & (suffix_length < 6);
     }
 }
 
