@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Decodes a key frame of every test clip and compares checksums of its planes with
+// tests/golden.txt. Lines there: clip, per cent of the clip, width x height, CRC-32 of the planes
+// without padding.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "bench/record_decoder.h"
+#include "runtime/accounted_memory.h"
+#include "tool/key_frames.h"
+
+namespace {
+
+uint32_t crc32(uint32_t crc, const uint8_t* data, size_t length) {
+    for (crc = ~crc; length > 0; --length) {
+        crc ^= *data++;
+        for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (crc & 1 ? 0xedb88320U : 0);
+    }
+    return ~crc;
+}
+
+uint32_t crc_of_planes(const DecodedPicture& picture) {
+    const uint32_t offsets[] = {0, picture.u_offset, picture.v_offset};
+    uint32_t crc = 0;
+    for (int i = 0; i < 3; ++i) {
+        const uint32_t width = i == 0 ? picture.width : (picture.width + 1) / 2;
+        const uint32_t height = i == 0 ? picture.height : (picture.height + 1) / 2;
+        const uint32_t pitch = i == 0 ? picture.stride : picture.stride / 2;
+        for (uint32_t y = 0; y < height; ++y) {
+            crc = crc32(crc, picture.planes + offsets[i] + size_t{y} * pitch, width);
+        }
+    }
+    return crc;
+}
+
+// The line's last two fields.
+std::string describe_key_frame(const std::string& clip, int percent) {
+    KeyFrame record = {};
+    KeyFrameRequest request = {percent, 1, &record, kCodecNone, 0};
+    DecodedPicture picture = {};
+    std::ostringstream text;
+    const std::string path = KEYSTILL_MEDIA + clip;
+    if (GetKeyFrameMpeg4(path.c_str(), &request) == 0 && request.key_frame_count == 1 &&
+        decode_record(&record, request.codec_kind, &picture) == 0) {
+        text << picture.width << 'x' << picture.height << ' ' << std::hex << crc_of_planes(picture);
+        upnp_free(picture.planes);
+    }
+    release_record(&record);
+    return text.str();
+}
+
+TEST(Golden, EveryTestClipDecodesToItsChecksum) {
+    std::ifstream golden(KEYSTILL_GOLDEN);
+    int clips = 0;
+    for (std::string line; std::getline(golden, line);) {
+        std::istringstream fields(line);
+        std::string clip, size, crc;
+        int percent = 0;
+        ASSERT_TRUE(fields >> clip >> percent >> size >> crc) << line;
+        upnp_memory_init();
+        EXPECT_EQ(describe_key_frame(clip, percent), size + ' ' + crc) << line;
+        EXPECT_EQ(g_memUsed, 0);
+        upnp_memory_exit();
+        ++clips;
+    }
+    EXPECT_GE(clips, 12);
+}
+
+}  // namespace
