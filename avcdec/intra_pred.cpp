@@ -9,19 +9,24 @@ static uint8_t mean2(int a, int b) { return static_cast<uint8_t>((a + b + 1) >> 
 
 static uint8_t mean3(int a, int b, int c) { return static_cast<uint8_t>((a + 2 * b + c + 2) >> 2); }
 
-static void fill(uint8_t* dst, ptrdiff_t pitch, int width, int height, int value) {
-    for (int y = 0; y < height; ++y) memset(dst + y * pitch, value, static_cast<size_t>(width));
+template <int kWidth, int kHeight>
+static void fill(uint8_t* dst, ptrdiff_t pitch, int value) {
+    for (int y = 0; y < kHeight; ++y) memset(dst + y * pitch, value, kWidth);
 }
 
-static int sum_top(const uint8_t* dst, ptrdiff_t pitch, int count) {
+template <int kCount>
+static int sum_top(const uint8_t* dst, ptrdiff_t pitch) {
     int sum = 0;
-    for (int x = 0; x < count; ++x) sum += dst[x - pitch];
+#pragma GCC unroll 16
+    for (int x = 0; x < kCount; ++x) sum += dst[x - pitch];
     return sum;
 }
 
-static int sum_left(const uint8_t* dst, ptrdiff_t pitch, int count) {
+template <int kCount>
+static int sum_left(const uint8_t* dst, ptrdiff_t pitch) {
     int sum = 0;
-    for (int y = 0; y < count; ++y) sum += dst[y * pitch - 1];
+#pragma GCC unroll 16
+    for (int y = 0; y < kCount; ++y) sum += dst[y * pitch - 1];
     return sum;
 }
 
@@ -40,20 +45,20 @@ static void horizontal(uint8_t* dst, ptrdiff_t pitch) {
 template <int kShift>
 static void dc(uint8_t* dst, ptrdiff_t pitch) {
     constexpr int kSize = 1 << kShift;
-    const int sum = sum_top(dst, pitch, kSize) + sum_left(dst, pitch, kSize);
-    fill(dst, pitch, kSize, kSize, (sum + kSize) >> (kShift + 1));
+    const int sum = sum_top<kSize>(dst, pitch) + sum_left<kSize>(dst, pitch);
+    fill<kSize, kSize>(dst, pitch, (sum + kSize) >> (kShift + 1));
 }
 
 template <int kShift>
 static void dc_left(uint8_t* dst, ptrdiff_t pitch) {
     constexpr int kSize = 1 << kShift;
-    fill(dst, pitch, kSize, kSize, (sum_left(dst, pitch, kSize) + kSize / 2) >> kShift);
+    fill<kSize, kSize>(dst, pitch, (sum_left<kSize>(dst, pitch) + kSize / 2) >> kShift);
 }
 
 template <int kShift>
 static void dc_top(uint8_t* dst, ptrdiff_t pitch) {
     constexpr int kSize = 1 << kShift;
-    fill(dst, pitch, kSize, kSize, (sum_top(dst, pitch, kSize) + kSize / 2) >> kShift);
+    fill<kSize, kSize>(dst, pitch, (sum_top<kSize>(dst, pitch) + kSize / 2) >> kShift);
 }
 
 // The directional modes of 4x4 and 8x8 blocks are the same formulas over a line of reference
@@ -237,7 +242,7 @@ static void edge_dc(uint8_t* dst, ptrdiff_t pitch, const Edge<8>& e) {
         if (kParts & kEdgeLeft) sum += e.left(i);
     }
     constexpr int kShift = kParts == (kEdgeTop | kEdgeLeft) ? 4 : 3;
-    fill(dst, pitch, 8, 8, (sum + (1 << (kShift - 1))) >> kShift);
+    fill<8, 8>(dst, pitch, (sum + (1 << (kShift - 1))) >> kShift);
 }
 
 // Fills a block with the plane through its corners, from the gradients at scale 1 << 5.
@@ -275,67 +280,84 @@ static void plane_chroma(uint8_t* dst, ptrdiff_t pitch) {
 
 // H.264 8.3.4.1 to 8.3.4.3: the DC of each 4x4 quarter.
 static void dc_chroma(uint8_t* dst, ptrdiff_t pitch) {
-    const int top0 = sum_top(dst, pitch, 4);
-    const int top1 = sum_top(dst + 4, pitch, 4);
-    const int left0 = sum_left(dst, pitch, 4);
-    const int left1 = sum_left(dst + 4 * pitch, pitch, 4);
-    fill(dst, pitch, 4, 4, (top0 + left0 + 4) >> 3);
-    fill(dst + 4, pitch, 4, 4, (top1 + 2) >> 2);
-    fill(dst + 4 * pitch, pitch, 4, 4, (left1 + 2) >> 2);
-    fill(dst + 4 * pitch + 4, pitch, 4, 4, (top1 + left1 + 4) >> 3);
+    const int top0 = sum_top<4>(dst, pitch);
+    const int top1 = sum_top<4>(dst + 4, pitch);
+    const int left0 = sum_left<4>(dst, pitch);
+    const int left1 = sum_left<4>(dst + 4 * pitch, pitch);
+    fill<4, 4>(dst, pitch, (top0 + left0 + 4) >> 3);
+    fill<4, 4>(dst + 4, pitch, (top1 + 2) >> 2);
+    fill<4, 4>(dst + 4 * pitch, pitch, (left1 + 2) >> 2);
+    fill<4, 4>(dst + 4 * pitch + 4, pitch, (top1 + left1 + 4) >> 3);
 }
 
 static void dc_left_chroma(uint8_t* dst, ptrdiff_t pitch) {
     for (int y = 0; y < 8; y += 4) {
-        const int sum = sum_left(dst + y * pitch, pitch, 4);
-        fill(dst + y * pitch, pitch, 8, 4, (sum + 2) >> 2);
+        const int sum = sum_left<4>(dst + y * pitch, pitch);
+        fill<8, 4>(dst + y * pitch, pitch, (sum + 2) >> 2);
     }
 }
 
 static void dc_top_chroma(uint8_t* dst, ptrdiff_t pitch) {
     for (int x = 0; x < 8; x += 4)
-        fill(dst + x, pitch, 4, 8, (sum_top(dst + x, pitch, 4) + 2) >> 2);
+        fill<4, 8>(dst + x, pitch, (sum_top<4>(dst + x, pitch) + 2) >> 2);
 }
 
 static void leave(uint8_t*, ptrdiff_t) {}
 
 static constexpr unsigned kAround = kEdgeLeft | kEdgeTop;
 
+static constexpr IntraPredFn kPred4x4[16] = {
+    vertical<4>,
+    horizontal<4>,
+    dc<2>,
+    directional4x4<diagonal_down_left<4>, kEdgeTop | kEdgeRight>,
+    directional4x4<diagonal_down_right<4>, kAround>,
+    directional4x4<vertical_right<4>, kAround>,
+    directional4x4<horizontal_down<4>, kAround>,
+    directional4x4<vertical_left<4>, kEdgeTop | kEdgeRight>,
+    directional4x4<horizontal_up<4>, kEdgeLeft>,
+    dc_left<2>,
+    dc_top<2>,
+    directional4x4<diagonal_down_left<4>, kEdgeTop | kEdgeRepeat>,
+    directional4x4<vertical_left<4>, kEdgeTop | kEdgeRepeat>,
+    dc<2>,
+    dc<2>,
+    dc<2>,
+};
+
+static constexpr Pred8x8Fn kDc8x8 = directional8x8<edge_dc<kAround>, kAround>;
+
+static constexpr Pred8x8Fn kPred8x8[16] = {
+    directional8x8<edge_vertical, kEdgeTop>,
+    directional8x8<edge_horizontal, kEdgeLeft>,
+    kDc8x8,
+    directional8x8<diagonal_down_left<8>, kEdgeTop>,
+    directional8x8<diagonal_down_right<8>, kAround>,
+    directional8x8<vertical_right<8>, kAround>,
+    directional8x8<horizontal_down<8>, kAround>,
+    directional8x8<vertical_left<8>, kEdgeTop>,
+    directional8x8<horizontal_up<8>, kEdgeLeft>,
+    directional8x8<edge_dc<kEdgeLeft>, kEdgeLeft>,
+    directional8x8<edge_dc<kEdgeTop>, kEdgeTop>,
+    kDc8x8,
+    kDc8x8,
+    kDc8x8,
+    kDc8x8,
+    kDc8x8,
+};
+
+static constexpr IntraPredFn kPred16x16[8] = {
+    vertical<16>, horizontal<16>, dc<4>, plane16x16, dc_left<4>, dc_top<4>, dc<4>, dc<4>,
+};
+
+static constexpr IntraPredFn kPredChroma[8] = {
+    dc_chroma,      horizontal<8>, vertical<8>, plane_chroma,
+    dc_left_chroma, dc_top_chroma, dc_chroma,   leave,
+};
+
 void intra_pred_use_scalar(ReconKernels* k) {
-    *k = ReconKernels{
-        .pred4x4 = {vertical<4>, horizontal<4>, dc<2>,
-                    directional4x4<diagonal_down_left<4>, kEdgeTop | kEdgeRight>,
-                    directional4x4<diagonal_down_right<4>, kAround>,
-                    directional4x4<vertical_right<4>, kAround>,
-                    directional4x4<horizontal_down<4>, kAround>,
-                    directional4x4<vertical_left<4>, kEdgeTop | kEdgeRight>,
-                    directional4x4<horizontal_up<4>, kEdgeLeft>, dc_left<2>, dc_top<2>,
-                    directional4x4<diagonal_down_left<4>, kEdgeTop | kEdgeRepeat>,
-                    directional4x4<vertical_left<4>, kEdgeTop | kEdgeRepeat>, dc<2>, dc<2>, dc<2>},
-        .pred8x8 =
-            {directional8x8<edge_vertical, kEdgeTop>, directional8x8<edge_horizontal, kEdgeLeft>,
-             directional8x8<edge_dc<kAround>, kAround>,
-             directional8x8<diagonal_down_left<8>, kEdgeTop>,
-             directional8x8<diagonal_down_right<8>, kAround>,
-             directional8x8<vertical_right<8>, kAround>,
-             directional8x8<horizontal_down<8>, kAround>,
-             directional8x8<vertical_left<8>, kEdgeTop>,
-             directional8x8<horizontal_up<8>, kEdgeLeft>,
-             directional8x8<edge_dc<kEdgeLeft>, kEdgeLeft>,
-             directional8x8<edge_dc<kEdgeTop>, kEdgeTop>, directional8x8<edge_dc<kAround>, kAround>,
-             directional8x8<edge_dc<kAround>, kAround>, directional8x8<edge_dc<kAround>, kAround>,
-             directional8x8<edge_dc<kAround>, kAround>, directional8x8<edge_dc<kAround>, kAround>},
-        .pred16x16 = {vertical<16>, horizontal<16>, dc<4>, plane16x16, dc_left<4>, dc_top<4>, dc<4>,
-                      dc<4>},
-        .pred_chroma = {dc_chroma, horizontal<8>, vertical<8>, plane_chroma, dc_left_chroma,
-                        dc_top_chroma, dc_chroma, leave},
-        .add_4x4 = nullptr,
-        .add_4x4_dc = nullptr,
-        .add_four_4x4 = nullptr,
-        .add_four_4x4_dc = nullptr,
-        .add_8x8 = nullptr,
-        .add_8x8_dc = nullptr,
-        .deblock_luma = {},
-        .deblock_chroma = {},
-    };
+    memcpy(k->pred4x4, kPred4x4, sizeof kPred4x4);
+    memcpy(k->pred8x8, kPred8x8, sizeof kPred8x8);
+    memcpy(k->pred16x16, kPred16x16, sizeof kPred16x16);
+    memcpy(k->pred_chroma, kPredChroma, sizeof kPredChroma);
 }

@@ -7,7 +7,7 @@
 #endif
 
 ReconKernels recon_kernels_scalar() {
-    ReconKernels k;
+    ReconKernels k = {};
     intra_pred_use_scalar(&k);
     add_block_use_scalar(&k);
     deblock_use_scalar(&k);
@@ -27,6 +27,7 @@ static bool has_simd() {
 ReconKernels recon_kernels_best() {
     ReconKernels k = recon_kernels_scalar();
     if (!has_simd()) return k;
+    intra_pred_use_simd(&k);
     add_block_use_simd(&k);
     deblock_use_simd(&k);
     return k;

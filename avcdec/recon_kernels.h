@@ -78,5 +78,6 @@ void add_block_use_scalar(ReconKernels* k);
 void deblock_use_scalar(ReconKernels* k);
 
 // Variants of the build that has them, for SSE2 or NEON.
+void intra_pred_use_simd(ReconKernels* k);
 void add_block_use_simd(ReconKernels* k);
 void deblock_use_simd(ReconKernels* k);

@@ -111,6 +111,11 @@ static inline I16x8 widen_high(U8x16 v) { return (I16x8)interleave_high(v, U8x16
 
 #if defined(__ARM_NEON)
 
+// Moves the samples down by kCount places; the first ones of fill follow.
+template <int kCount>
+static inline U8x16 slide(U8x16 v, U8x16 fill = U8x16{}) {
+    return (U8x16)vextq_u8((uint8x16_t)v, (uint8x16_t)fill, kCount);
+}
 // (a + b + 1) >> 1 and (a + b) >> 1.
 static inline U8x16 average(U8x16 a, U8x16 b) {
     return (U8x16)vrhaddq_u8((uint8x16_t)a, (uint8x16_t)b);
@@ -143,9 +148,23 @@ static inline bool is_any(U8x16 mask) {
         vreinterpret_u32_u8(vorr_u8(vget_low_u8((uint8x16_t)mask), vget_high_u8((uint8x16_t)mask)));
     return vget_lane_u32(vpmax_u32(folded, folded), 0) != 0;
 }
+// The sum of all lanes.
+static inline uint32_t sum_16(U8x16 v) {
+    const uint64x2_t halves = vpaddlq_u32(vpaddlq_u16(vpaddlq_u8((uint8x16_t)v)));
+    return static_cast<uint32_t>(vgetq_lane_u64(halves, 0) + vgetq_lane_u64(halves, 1));
+}
 
 #else
 
+// Moves the samples down by kCount places; the first ones of fill follow.
+template <int kCount>
+static inline U8x16 slide(U8x16 v) {
+    return (U8x16)_mm_srli_si128((__m128i)v, kCount);
+}
+template <int kCount>
+static inline U8x16 slide(U8x16 v, U8x16 fill) {
+    return slide<kCount>(v) | (U8x16)_mm_slli_si128((__m128i)fill, 16 - kCount);
+}
 // (a + b + 1) >> 1 and (a + b) >> 1.
 static inline U8x16 average(U8x16 a, U8x16 b) {
     return (U8x16)_mm_avg_epu8((__m128i)a, (__m128i)b);
@@ -168,5 +187,10 @@ static inline U8x16 clip_to_u8(I16x8 low, I16x8 high) {
 }
 // Whether any lane of a comparison holds.
 static inline bool is_any(U8x16 mask) { return _mm_movemask_epi8((__m128i)mask) != 0; }
+// The sum of all lanes.
+static inline uint32_t sum_16(U8x16 v) {
+    const U32x4 halves = (U32x4)_mm_sad_epu8((__m128i)v, (__m128i)U8x16{});
+    return halves[0] + halves[2];
+}
 
 #endif
