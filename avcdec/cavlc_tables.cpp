@@ -169,5 +169,13 @@ constexpr CodeTable<16, kTotalZerosBits> kTotalZeros =
     code_table<16, kTotalZerosBits>(kTotalZerosCodes, 15);
 constexpr CodeTable<4, kTotalZerosChromaBits> kTotalZerosChroma =
     code_table<4, kTotalZerosChromaBits>(kTotalZerosChromaCodes, 3);
-constexpr CodeTable<8, kRunBeforeBits> kRunBefore =
-    code_table<8, kRunBeforeBits>(kRunBeforeCodes, 7);
+// The row of seven zeros serves all larger numbers, with the unary codes behind 000.
+static constexpr CodeTable<16, kRunBeforeBits> run_before_table() {
+    CodeTable<16, kRunBeforeBits> table = code_table<16, kRunBeforeBits>(kRunBeforeCodes, 7);
+    table.entry[7][0] = kLongRun;
+    for (int zeros_left = 8; zeros_left < 16; ++zeros_left) {
+        for (int i = 0; i < 8; ++i) table.entry[zeros_left][i] = table.entry[7][i];
+    }
+    return table;
+}
+constexpr CodeTable<16, kRunBeforeBits> kRunBefore = run_before_table();

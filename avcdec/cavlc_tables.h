@@ -37,6 +37,9 @@ extern const CodeTable<16, kTotalZerosBits> kTotalZeros;
 constexpr int kTotalZerosChromaBits = 3;
 extern const CodeTable<4, kTotalZerosChromaBits> kTotalZerosChroma;
 
-// run_before by min(zerosLeft, 7). Entry 0 of row 7 stands for the longer codes, which are unary.
+// run_before by zerosLeft. With no zeros left nothing is coded: an entry of 0 reads no bits and is
+// a run of 0, so that a loop need not ask. kLongRun stands for the codes of runs above 6, which are
+// unary.
 constexpr int kRunBeforeBits = 3;
-extern const CodeTable<8, kRunBeforeBits> kRunBefore;
+constexpr uint8_t kLongRun = 0xff;
+extern const CodeTable<16, kRunBeforeBits> kRunBefore;

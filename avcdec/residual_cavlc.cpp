@@ -128,15 +128,14 @@ KS_INLINE int read_total_zeros(AvcBitReader* r, int total, int max_coefficients)
 
 KS_INLINE int read_run_before(AvcBitReader* r, int zeros_left) {
     bits_need(r, 11);
-    const uint32_t entry =
-        kRunBefore.entry[zeros_left < 7 ? zeros_left : 7][bits_cached(r, kRunBeforeBits)];
-    if (entry != 0) {
-        bits_drop(r, static_cast<int>(entry >> 4));
-        return static_cast<int>(entry & 15);
+    const uint32_t entry = kRunBefore.entry[zeros_left][bits_cached(r, kRunBeforeBits)];
+    if (entry == kLongRun) [[unlikely]] {
+        const int zeros = leading_zeros(r, 10);  // 0001 is 7, each further zero one more
+        bits_drop(r, zeros + 1);
+        return zeros + 4;
     }
-    const int zeros = leading_zeros(r, 10);  // 0001 is 7, each further zero one more
-    bits_drop(r, zeros + 1);
-    return zeros + 4;
+    bits_drop(r, static_cast<int>(entry >> 4));
+    return static_cast<int>(entry & 15);
 }
 
 ResidualCount cavlc_read_block(AvcBitReader* reader, int nc, int max_coefficients,
@@ -160,16 +159,13 @@ ResidualCount cavlc_read_block(AvcBitReader* reader, int nc, int max_coefficient
     int16_t* const coefficients = target.coefficients;
     int index = total + zeros_left - 1;
     const int end = index + 1;
-    int i = 0;
-    for (; zeros_left > 0 && i + 1 < total; ++i) {
+    for (int i = 0;; ++i, --index) {
         coefficients[scan[index]] = scale_level(levels[i], scale.factors[index], scale);
+        if (i + 1 == total) break;
         const int run = read_run_before(&r, zeros_left);
         zeros_left -= run;
+        index -= run;
         if (zeros_left < 0) return kNoCode;
-        index -= run + 1;
-    }
-    for (; i < total; ++i, --index) {
-        coefficients[scan[index]] = scale_level(levels[i], scale.factors[index], scale);
     }
     *reader = r;
     return {total, end};
