@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <random>
+#include <vector>
 
 #include "avcdec/intra_modes.h"
 #include "avcdec/transform.h"
@@ -299,27 +300,83 @@ TEST_P(ReconKernelSets, AddTheInverseTransform) {
 
 TEST_P(ReconKernelSets, AddAnyCoefficientsAsTheReferenceDoes) {
     const ReconKernels reference = recon_kernels_scalar();
-    const AddBlockFn kernels[][2] = {{k.add_4x4, reference.add_4x4},
-                                     {k.add_8x8, reference.add_8x8},
-                                     {k.add_4x4_dc, reference.add_4x4_dc},
-                                     {k.add_8x8_dc, reference.add_8x8_dc}};
-    for (int round = 0; round < 2000; ++round) {
+    const struct {
+        AddBlockFn kernel, reference;
+        unsigned count, step;  // of the coefficients that the kernel uses
+    } kCases[] = {
+        {k.add_4x4, reference.add_4x4, 16, 1},
+        {k.add_8x8, reference.add_8x8, 64, 1},
+        {k.add_four_4x4, reference.add_four_4x4, 64, 1},
+        {k.add_4x4_dc, reference.add_4x4_dc, 1, 1},
+        {k.add_8x8_dc, reference.add_8x8_dc, 1, 1},
+        {k.add_four_4x4_dc, reference.add_four_4x4_dc, 64, 16},
+        {k.add_4x4_dc, reference.add_4x4, 1, 1},
+        {k.add_8x8_dc, reference.add_8x8, 1, 1},
+        {k.add_four_4x4_dc, reference.add_four_4x4, 64, 16},
+    };
+    for (int round = 0; round < 9000; ++round) {
+        const auto& c = kCases[round % 9];
         Samples got;
         got.fill(&rng);
         Samples want = got;
         alignas(32) int16_t blocks[2][64] = {};
-        const int bits = static_cast<int>(rng() % 17);
-        const unsigned size = round % 2 == 0 ? 16 : 64;
-        const bool is_dc = round % 4 >= 2;
-        for (unsigned i = 0; i < (is_dc ? 1 : size); ++i) {
+        const unsigned bits = rng() % 18;
+        for (unsigned i = 0; i < c.count; i += c.step) {
+            const int extreme = rng() % 2 == 0 ? INT16_MIN : INT16_MAX;
+            const int any = static_cast<int16_t>(rng());
             blocks[0][i] = blocks[1][i] =
-                static_cast<int16_t>(static_cast<int16_t>(rng()) >> (16 - bits));
+                static_cast<int16_t>(bits == 17 ? extreme : any >> (16 - bits));
         }
-        kernels[round % 4][0](got.block(), Samples::kPitch, blocks[0]);
-        kernels[round % 4][1](want.block(), Samples::kPitch, blocks[1]);
+        c.kernel(got.block(), Samples::kPitch, blocks[0]);
+        c.reference(want.block(), Samples::kPitch, blocks[1]);
         ASSERT_EQ(memcmp(got.data, want.data, sizeof got.data), 0) << round;
-        ASSERT_EQ(memcmp(blocks[0], blocks[1], sizeof blocks[0]), 0) << round;
+        for (const int16_t left : blocks[0]) ASSERT_EQ(left, 0) << round;
     }
+}
+
+// Thresholds beyond those of the tables, edges on and off, and macroblocks whose first sample is
+// the first of all memory, as in the corner of a picture, when no outer edge is filtered.
+TEST_P(ReconKernelSets, DeblockAnyThresholdsAsTheReferenceDoes) {
+    const ReconKernels reference = recon_kernels_scalar();
+    int changed = 0;
+    const auto thresholds = [&]() -> EdgeThresholds {
+        return {static_cast<uint8_t>(rng() % 3 == 0 ? rng() % 256 : rng() % 16),
+                static_cast<uint8_t>(rng() % 19), static_cast<uint8_t>(rng() % 26)};
+    };
+    for (int round = 0; round < 20000; ++round) {
+        const int direction = round % 2;
+        DeblockEdges edges[2] = {{thresholds(), thresholds(), round % 3 == 0 ? 8 : 4},
+                                 {thresholds(), thresholds(), 4}};
+        const bool is_corner = round % 5 == 0;
+        if (is_corner) edges[0].outer = edges[1].outer = {};
+        const bool is_luma = round % 4 < 2;
+        const ptrdiff_t pitch = 24;
+        const ptrdiff_t start = is_corner ? 0 : 4 * pitch + 4;
+        const ptrdiff_t size = is_luma ? 16 : 8;
+        const auto length = static_cast<size_t>(start + (size - 1) * pitch + size);
+        // One component follows the other; the last sample of a block is the last of its memory.
+        std::vector<uint8_t> got((is_luma ? 1 : 2) * length);
+        const unsigned level = rng() % 256;
+        const unsigned spread = 1 + rng() % (round % 7 == 0 ? 256 : 12);
+        for (uint8_t& s : got)
+            s = static_cast<uint8_t>(std::min<unsigned long>(255, level + rng() % spread));
+        const std::vector<uint8_t> before = got;
+        std::vector<uint8_t> want = got;
+        const auto run = [&](const ReconKernels& set, std::vector<uint8_t>* samples) {
+            uint8_t* const first = samples->data() + start;
+            if (is_luma) {
+                set.deblock_luma[direction](first, pitch, edges[0]);
+            } else {
+                edges[0].inner_step = 4;
+                set.deblock_chroma[direction](first, first + length, pitch, edges);
+            }
+        };
+        run(k, &got);
+        run(reference, &want);
+        ASSERT_TRUE(got == want) << round;
+        changed += want != before;
+    }
+    EXPECT_GT(changed, 10000);
 }
 
 INSTANTIATE_TEST_SUITE_P(Scalar, ReconKernelSets, testing::Values(recon_kernels_scalar));
