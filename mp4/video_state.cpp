@@ -15,7 +15,7 @@ void mp4_release_video_state() {
 
 void mp4_grant_work(int64_t file_size) {
     constexpr int64_t kBase = 1 << 20;
-    constexpr int64_t kPerByte = 4;
+    constexpr int64_t kPerByte = 6;
     constexpr int64_t kMost = INT64_MAX / kPerByte - kBase;
     g_video_state.work_left = kBase + kPerByte * (file_size < kMost ? file_size : kMost);
 }

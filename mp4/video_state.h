@@ -70,7 +70,7 @@ struct VideoState {
     FragmentState fragments;
     // Both outlive a reset.
     int32_t length_prefix_size;  // of the NAL units in an H.264 sample
-    int64_t work_left;           // bytes of parsing before the reader gives up
+    int64_t work_left;           // bytes to parse and collect before the reader gives up
 };
 extern VideoState g_video_state;
 
@@ -78,7 +78,8 @@ extern VideoState g_video_state;
 void mp4_release_video_state();
 
 // Grants the work that a file of that size can be worth. Honest files take little more than their
-// boxes and tables once; the grant ends those that send the reader over the same bytes for ever.
+// boxes, tables and key frames once; the grant ends those that send the reader over the same bytes
+// for ever. It bounds what the key frames of a file can take in memory, too.
 void mp4_grant_work(int64_t file_size);
 
 // Takes so many bytes' work off the grant. Returns false when it is used up.

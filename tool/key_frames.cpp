@@ -116,6 +116,15 @@ static int getVideoThumbnail(BufferedFile* file, uint32_t key_index, uint32_t* s
     return 0;
 }
 
+// Takes a record's bytes off the work that the file is worth. Samples that share their bytes, or
+// bring a long configuration each, could add up to any amount of memory.
+static bool spend_record(const BufferedFile* file, uint32_t size) {
+    const VideoState* const state = &g_video_state;
+    const uint64_t in_file = std::min<uint64_t>(size, static_cast<uint64_t>(file->handle->size));
+    return mp4_spend_work(in_file + state->sequence_sets.length + state->picture_sets.length +
+                          state->mpeg4_config.length + state->h263_config.length);
+}
+
 // The blocks that make up the configuration of the codec, one behind the other.
 static int copy_configuration(KeyFrame* record) {
     const VideoState* const state = &g_video_state;
@@ -166,7 +175,7 @@ static Outcome collect_key_frame(BufferedFile* file, uint32_t key_index, KeyFram
     uint32_t size = 0;
     uint32_t capacity;
     if (getVideoThumbnail(file, key_index, &size, nullptr, true, 0) != 0) return Outcome::kFailed;
-    if (size == 0) return Outcome::kSkipped;
+    if (size == 0 || !spend_record(file, size)) return Outcome::kSkipped;
     if (copy_configuration(record) != 0) return Outcome::kFailed;
     if (obtain_sample(file, size, record, &capacity) != 0) return Outcome::kFailed;
     if (getVideoThumbnail(file, key_index, &size, record->sample, false, capacity) != 0) {
