@@ -41,8 +41,8 @@ void m4v_parse_visual_object(M4vBits* bits, M4vLayer* layer) {
 static void skip_control_parameters(M4vBits* bits) {
     bits->read(3);  // chroma_format, low_delay
     if (!bits->flag()) return;
-    bits->skip_long(2 * (15 + 1) + 2 * (15 + 1));  // bit rate, and the buffer size's first half
-    bits->skip_long(3 + 11 + 1 + 15 + 1);
+    bits->skip_long(3 * (15 + 1));             // bit rate and the upper half of the buffer size
+    bits->skip_long(3 + (11 + 1) + (15 + 1));  // its lower half, and the occupancy
 }
 
 // Entries in zigzag order; a 0 ends the list and repeats the one before it.
