@@ -5,101 +5,11 @@
 
 #include <algorithm>
 
-#include "mp4/box_reader.h"
-#include "mp4/fragments.h"
-#include "mp4/sample_tables.h"
 #include "mp4/video_state.h"
 #include "runtime/message_log.h"
-#include "tool/file_query.h"
-
-constexpr uint32_t kWalkBuffer = 4096;
+#include "tool/movie_index.h"
 
 enum class Outcome { kFilled, kSkipped, kFailed };
-
-// Walks the boxes of the file from front to back into the video state.
-static int walk_movie(BufferedFile* file, const char* path) {
-    FileStatus status;
-    if (file_query_status(path, &status) != 0) return -1;
-    ParseContext context = {};
-    context.info.file_size = status.size;
-    context.info.modification_time = status.modification_time;
-    mp4_grant_work(status.size);
-    return mp4_atom_get_metadata(file, status.size, &context) != 0 ? 0 : -1;
-}
-
-static bool has_needed_tables() {
-    const VideoState* const state = &g_video_state;
-    return state->fragments.has_table ||
-           (state->time_to_sample.count != 0 && state->chunk_offsets.count != 0 &&
-            state->sample_to_chunk.count != 0);
-}
-
-static bool has_configuration() {
-    const VideoState* const state = &g_video_state;
-    switch (state->codec_kind) {
-        case kCodecAvc:
-            return state->sequence_sets.bytes && state->picture_sets.bytes;
-        case kCodecMpeg4:
-            return state->mpeg4_config.bytes != nullptr;
-        case kCodecH263:
-            return state->h263_config.bytes != nullptr;
-        default:
-            return true;
-    }
-}
-
-// First sync sample that is not before the sample. The last index when there is none.
-static uint32_t key_index_at_sample(BufferedFile* file, uint64_t sample) {
-    FileTable* const numbers = &g_video_state.sync_samples;
-    const uint32_t stored = file_table_stored_entries(numbers);
-    const uint32_t count = std::min(stored, g_video_state.sync_sample_count);
-    for (uint32_t i = 0; i < count; ++i) {
-        if (file_table_word(file, numbers, i) > sample) return i;
-    }
-    return g_video_state.sync_sample_count - 1;
-}
-
-// First entry of the fragment random access table that is not before the time.
-static uint32_t key_index_at_time(uint64_t time) {
-    const FragmentState* const fragments = &g_video_state.fragments;
-    for (uint32_t i = 0; i < fragments->stored_entries; ++i) {
-        if (fragments->entries[i].time >= time) return i;
-    }
-    return g_video_state.sync_sample_count - 1;
-}
-
-static uint32_t first_key_index(BufferedFile* file, int32_t clip_offset_percent) {
-    const uint64_t percent = static_cast<uint64_t>(int64_t{clip_offset_percent});
-    const uint64_t target = (percent * g_video_state.media_duration + 50) / 100;
-    uint64_t sample;
-    if (mp4_find_sample_at(file, target, &sample)) return key_index_at_sample(file, sample);
-    if (g_video_state.fragments.has_table) return key_index_at_time(target);
-    return g_video_state.sync_sample_count - 1;
-}
-
-// Key frames from there on are not in the file.
-static uint32_t key_index_end() {
-    const VideoState* const state = &g_video_state;
-    const uint32_t stored = state->fragments.has_table
-                                ? state->fragments.stored_entries
-                                : file_table_stored_entries(&state->sync_samples);
-    return std::min(stored, state->sync_sample_count);
-}
-
-// Returns 1 when the collection cannot go on.
-static int locate_key_frame(BufferedFile* file, uint32_t key_index, SamplePlace* place) {
-    VideoState* const state = &g_video_state;
-    if (state->fragments.has_table) return mp4_locate_fragment_sample(file, key_index, place);
-    *place = {};
-    if (state->chunk_offsets.is_present && state->sample_sizes.is_present &&
-        state->sync_samples.is_present) {
-        const uint32_t number = file_table_word(file, &state->sync_samples, key_index);
-        *place = mp4_locate_sample(file, number);
-        upnp_log_message(kLogTrace, kLogScan, "getVideoThumbnail", 0, "Sample Size: %d ",
-                         static_cast<int>(place->size));
-    }
-    return 0;
-}
 
 // Locates one key frame and stores its size in *size; without size_only it reads the sample, at
 // most maximum bytes, into the buffer and stores the number of bytes that came instead. Returns 1
@@ -107,7 +17,7 @@ static int locate_key_frame(BufferedFile* file, uint32_t key_index, SamplePlace*
 static int getVideoThumbnail(BufferedFile* file, uint32_t key_index, uint32_t* size,
                              uint8_t* buffer, bool size_only, uint32_t maximum) {
     SamplePlace place;
-    if (locate_key_frame(file, key_index, &place) != 0) return 1;
+    if (movie_locate_key_frame(file, key_index, &place) != 0) return 1;
     *size = place.size;
     if (size_only) return 0;
     upnp_file_seek_b(file, place.offset, 0);
@@ -189,7 +99,7 @@ static Outcome collect_key_frame(BufferedFile* file, uint32_t key_index, KeyFram
 static int32_t collect_from(BufferedFile* file, uint32_t key_index, int32_t requested,
                             KeyFrame* records) {
     int32_t filled = 0;
-    for (; filled < requested && key_index < key_index_end(); ++key_index) {
+    for (; filled < requested && key_index < movie_key_index_end(); ++key_index) {
         const Outcome outcome = collect_key_frame(file, key_index, &records[filled]);
         if (outcome == Outcome::kFailed) return -1;
         if (outcome == Outcome::kFilled) ++filled;
@@ -199,8 +109,9 @@ static int32_t collect_from(BufferedFile* file, uint32_t key_index, int32_t requ
 
 static int collect(const char* path, KeyFrameRequest* request) {
     const VideoState* const state = &g_video_state;
+    ParseContext context;
     const OpenFile file(upnp_file_open_b(path, kWalkBuffer));
-    if (!file || walk_movie(file.get(), path) != 0) return -1;
+    if (!file || movie_walk(file.get(), path, &context) != 0) return -1;
     upnp_log_message(kLogTrace, kLogScan, "GetKeyFrameMpeg4", 0, "total_key_samples %d",
                      static_cast<int>(state->sync_sample_count));
     request->codec_kind = state->codec_kind;
@@ -208,8 +119,8 @@ static int collect(const char* path, KeyFrameRequest* request) {
         request->key_frame_count = 0;
         return 0;
     }
-    if (!has_needed_tables() || !has_configuration()) return -1;
-    const uint32_t first = first_key_index(file.get(), request->clip_offset_percent);
+    if (!movie_has_needed_tables() || !movie_has_configuration()) return -1;
+    const uint32_t first = movie_first_key_index(file.get(), request->clip_offset_percent);
     const int32_t filled =
         collect_from(file.get(), first, request->key_frame_count, request->records);
     if (filled < 0) return -1;

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "tool/movie_index.h"
+
+#include <algorithm>
+
+#include "mp4/box_reader.h"
+#include "mp4/fragments.h"
+#include "mp4/sample_tables.h"
+#include "mp4/video_state.h"
+#include "runtime/message_log.h"
+#include "thumb/key_frame.h"
+#include "tool/file_query.h"
+
+int movie_walk(BufferedFile* file, const char* path, ParseContext* context) {
+    FileStatus status;
+    if (file_query_status(path, &status) != 0) return -1;
+    *context = {};
+    context->info.file_size = status.size;
+    context->info.modification_time = status.modification_time;
+    mp4_grant_work(status.size);
+    return mp4_atom_get_metadata(file, status.size, context) != 0 ? 0 : -1;
+}
+
+bool movie_has_needed_tables() {
+    const VideoState* const state = &g_video_state;
+    return state->fragments.has_table ||
+           (state->time_to_sample.count != 0 && state->chunk_offsets.count != 0 &&
+            state->sample_to_chunk.count != 0);
+}
+
+bool movie_has_configuration() {
+    const VideoState* const state = &g_video_state;
+    switch (state->codec_kind) {
+        case kCodecAvc:
+            return state->sequence_sets.bytes && state->picture_sets.bytes;
+        case kCodecMpeg4:
+            return state->mpeg4_config.bytes != nullptr;
+        case kCodecH263:
+            return state->h263_config.bytes != nullptr;
+        default:
+            return true;
+    }
+}
+
+// First sync sample that is not before the sample. The last index when there is none.
+static uint32_t key_index_at_sample(BufferedFile* file, uint64_t sample) {
+    FileTable* const numbers = &g_video_state.sync_samples;
+    const uint32_t stored = file_table_stored_entries(numbers);
+    const uint32_t count = std::min(stored, g_video_state.sync_sample_count);
+    for (uint32_t i = 0; i < count; ++i) {
+        if (file_table_word(file, numbers, i) > sample) return i;
+    }
+    return g_video_state.sync_sample_count - 1;
+}
+
+// First entry of the fragment random access table that is not before the time.
+static uint32_t key_index_at_time(uint64_t time) {
+    const FragmentState* const fragments = &g_video_state.fragments;
+    for (uint32_t i = 0; i < fragments->stored_entries; ++i) {
+        if (fragments->entries[i].time >= time) return i;
+    }
+    return g_video_state.sync_sample_count - 1;
+}
+
+uint32_t movie_first_key_index(BufferedFile* file, int32_t clip_offset_percent) {
+    const uint64_t percent = static_cast<uint64_t>(int64_t{clip_offset_percent});
+    const uint64_t target = (percent * g_video_state.media_duration + 50) / 100;
+    uint64_t sample;
+    if (mp4_find_sample_at(file, target, &sample)) return key_index_at_sample(file, sample);
+    if (g_video_state.fragments.has_table) return key_index_at_time(target);
+    return g_video_state.sync_sample_count - 1;
+}
+
+uint32_t movie_key_index_end() {
+    const VideoState* const state = &g_video_state;
+    const uint32_t stored = state->fragments.has_table
+                                ? state->fragments.stored_entries
+                                : file_table_stored_entries(&state->sync_samples);
+    return std::min(stored, state->sync_sample_count);
+}
+
+int movie_locate_key_frame(BufferedFile* file, uint32_t key_index, SamplePlace* place) {
+    VideoState* const state = &g_video_state;
+    if (state->fragments.has_table) return mp4_locate_fragment_sample(file, key_index, place);
+    *place = {};
+    if (state->chunk_offsets.is_present && state->sample_sizes.is_present &&
+        state->sync_samples.is_present) {
+        const uint32_t number = file_table_word(file, &state->sync_samples, key_index);
+        *place = mp4_locate_sample(file, number);
+        upnp_log_message(kLogTrace, kLogScan, "getVideoThumbnail", 0, "Sample Size: %d ",
+                         static_cast<int>(place->size));
+    }
+    return 0;
+}

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// What a walk over a movie says about its key frames. All of this works on the process-wide video
+// state, which the caller presets and releases (mp4_release_video_state).
+#pragma once
+
+#include <stdint.h>
+
+#include "mp4/buffered_file.h"
+#include "mp4/parse_context.h"
+#include "mp4/video_state.h"
+
+constexpr uint32_t kWalkBuffer = 4096;  // bytes, of the file that is walked
+
+// Walks the boxes of the file from front to back into the video state. Returns 0, or -1 when not
+// even one box could be read.
+int movie_walk(BufferedFile* file, const char* path, ParseContext* context);
+
+// Whether there are tables enough to locate samples.
+bool movie_has_needed_tables();
+// Whether the codec's decoder configuration was found; true for codec kind none.
+bool movie_has_configuration();
+
+// The key frames are numbered from 0. The first one to collect from that part of the clip onward;
+// there has to be at least one key frame.
+uint32_t movie_first_key_index(BufferedFile* file, int32_t clip_offset_percent);
+// Key frames from there on are not in the file.
+uint32_t movie_key_index_end();
+
+// Finds the sample of a key frame; size 0 when there is none. Returns 1, with the video state
+// released, when the collection cannot go on.
+int movie_locate_key_frame(BufferedFile* file, uint32_t key_index, SamplePlace* place);
