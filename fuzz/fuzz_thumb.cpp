@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Crops, fits, scales, pads and compresses a picture of any size to any size. Brings decoders of
+// its own, which the linker finds before those of the libraries.
+#include "avcdec/decode_key_frame_avc.h"
+#include "fuzz/choices.h"
+#include "fuzz/target.h"
+#include "thumb/decode_key_frame_mpeg4.h"
+#include "thumb/plane_block.h"
+#include "thumb/thumbnail.h"
+
+constexpr uint64_t kMostSamples = 1 << 17;
+
+static DecodedPicture g_picture;  // without planes
+
+static int hand_out(DecodedPicture* picture) {
+    *picture = g_picture;
+    const uint32_t length = 2 * g_picture.v_offset - g_picture.u_offset;
+    picture->planes = owned_malloc<uint8_t>(length).release();
+    for (uint32_t i = 0; i < length; ++i) picture->planes[i] = static_cast<uint8_t>(i * 7);
+    return 0;
+}
+
+int DecodeKeyFrameAvc(const AvcFrameRequest*, DecodedPicture* picture) { return hand_out(picture); }
+int DecodeKeyFrameMpeg4(const KeyFrame*, DecodedPicture* picture, int32_t) {
+    return hand_out(picture);
+}
+
+static uint32_t side(Choices* c) {
+    return 1 + (c->once_in(8) ? c->below(65535) : c->byte() % (c->once_in(4) ? 200 : 40));
+}
+
+static uint32_t up_to_16(uint32_t n) { return (n + 15) & ~15U; }
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Choices c(data, size);
+    const bool is_avc = c.flag();
+    DecodedPicture* const p = &g_picture;
+    p->width = is_avc ? up_to_16(side(&c)) : side(&c);
+    p->height = is_avc ? up_to_16(side(&c)) : side(&c);
+    p->stride = up_to_16(p->width);
+    if (uint64_t{p->stride} * up_to_16(p->height) > kMostSamples) return -1;
+    p->u_offset = p->stride * up_to_16(p->height);
+    p->v_offset = p->u_offset / 4 * 5;
+    p->cropped = is_avc && c.flag();
+    for (uint32_t* const crop : {&p->crop_left, &p->crop_right, &p->crop_top, &p->crop_bottom}) {
+        *crop = c.once_in(8) ? c.value(65535) * 2 : c.byte() % 16 * 2;
+    }
+    ThumbnailParams params = {"/dev/null", static_cast<int32_t>(c.byte() % 101),
+                              static_cast<int32_t>(side(&c) & ~1U),
+                              static_cast<int32_t>(side(&c) & ~1U)};
+    const PictureSize cropped = {
+        static_cast<int32_t>(p->width - p->cropped * (p->crop_left + p->crop_right)),
+        static_cast<int32_t>(p->height - p->cropped * (p->crop_top + p->crop_bottom))};
+    if (cropped.width > 0 && cropped.height > 0 &&
+        plane_block_length(fit_size(cropped, {params.width, params.height})) > kMostSamples) {
+        return -1;
+    }
+    uint8_t bytes[8] = {};
+    const KeyFrame record = {bytes, 8, bytes, 8, 4, 8};
+    WriteThumbnail(&record, &params, is_avc ? kCodecAvc : kCodecMpeg4);
+    check_memory();
+    return 0;
+}
