@@ -11,27 +11,24 @@ static EdgeThresholds thresholds(const DeblockRecord& q, int qp) {
     return {kDeblockAlpha[index_a], kDeblockBeta[index_b], kDeblockTc0[index_a]};
 }
 
-// The edges of macroblock q in one direction, from the QP of both sides. p is the macroblock on the
-// other side of the outer edge, or null when that edge is not filtered.
-static DeblockEdges luma_edges(const DeblockRecord* p, const DeblockRecord& q) {
-    DeblockEdges e = {};
-    if (p) e.outer = thresholds(q, (p->qp + q.qp + 1) >> 1);
-    e.inner = thresholds(q, q.qp);
-    e.inner_step = q.flags & kDeblockTransform8x8 ? 8 : 4;
-    return e;
+// The quantiser of plane c of macroblock r, where the edges of macroblock q are filtered.
+static int plane_qp(const DeblockRecord& r, int c, const DeblockRecord& q) {
+    return c == 0 ? r.qp : kChromaQp[12 + r.qp + q.chroma_offset[c - 1]];
 }
 
-static int chroma_qp(const DeblockRecord& r, int c, const DeblockRecord& q) {
-    return kChromaQp[12 + r.qp + q.chroma_offset[c]];
-}
-
-static DeblockEdges chroma_edges(int c, const DeblockRecord* p, const DeblockRecord& q) {
-    const int q_qp = chroma_qp(q, c, q);
-    DeblockEdges e = {};
-    if (p) e.outer = thresholds(q, (chroma_qp(*p, c, q) + q_qp + 1) >> 1);
-    e.inner = thresholds(q, q_qp);
-    e.inner_step = 4;
-    return e;
+// Sets the edges of plane c towards both neighbours. sides are the macroblocks on the other side of
+// the outer edges, by DeblockDirection; null when that edge is not filtered.
+static void set_edges(const DeblockRecord* const sides[2], const DeblockRecord& q, int c,
+                      DeblockEdges edges[2][3]) {
+    const int q_qp = plane_qp(q, c, q);
+    const EdgeThresholds inner = thresholds(q, q_qp);
+    for (int direction = 0; direction < 2; ++direction) {
+        const DeblockRecord* const p = sides[direction];
+        DeblockEdges* const e = &edges[direction][c];
+        e->inner = inner;
+        e->inner_step = c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;
+        if (p) e->outer = thresholds(q, (plane_qp(*p, c, q) + q_qp + 1) >> 1);
+    }
 }
 
 static bool is_on(const DeblockEdges& e) { return e.outer.is_on() || e.inner.is_on(); }
@@ -58,13 +55,20 @@ static MbPlanes macroblock_at(const AvcPicture& picture, uint32_t row, uint32_t 
 }
 
 static void filter_direction(const ReconKernels& k, DeblockDirection direction, const MbPlanes& to,
-                             const DeblockRecord* p, const DeblockRecord& q) {
-    const DeblockEdges luma = luma_edges(p, q);
-    if (is_on(luma)) k.deblock_luma[direction](to.plane[0], to.luma_pitch, luma);
-    if (q.flags & kDeblockMonochrome) return;
-    const DeblockEdges chroma[2] = {chroma_edges(0, p, q), chroma_edges(1, p, q)};
-    if (!is_on(chroma[0]) && !is_on(chroma[1])) return;
-    k.deblock_chroma[direction](to.plane[1], to.plane[2], to.chroma_pitch, chroma);
+                             const DeblockEdges edges[3]) {
+    if (is_on(edges[0])) k.deblock_luma[direction](to.plane[0], to.luma_pitch, edges[0]);
+    if (is_on(edges[1]) || is_on(edges[2])) {
+        k.deblock_chroma[direction](to.plane[1], to.plane[2], to.chroma_pitch, edges + 1);
+    }
+}
+
+static void deblock_macroblock(const ReconKernels& k, const MbPlanes& to,
+                               const DeblockRecord* const sides[2], const DeblockRecord& q) {
+    DeblockEdges edges[2][3] = {};
+    const int planes = q.flags & kDeblockMonochrome ? 1 : 3;
+    for (int c = 0; c < planes; ++c) set_edges(sides, q, c, edges);
+    filter_direction(k, kVerticalEdge, to, edges[kVerticalEdge]);
+    filter_direction(k, kHorizontalEdge, to, edges[kHorizontalEdge]);
 }
 
 void deblock_row(const ReconKernels& k, const AvcPicture& picture, uint32_t row,
@@ -72,11 +76,9 @@ void deblock_row(const ReconKernels& k, const AvcPicture& picture, uint32_t row,
     for (uint32_t x = 0; x < picture.width_mbs; ++x) {
         const DeblockRecord& q = records[x];
         if (!(q.flags & kDeblockInner)) continue;
-        const DeblockRecord* const left =
-            neighbour(x > 0 ? &records[x - 1] : nullptr, q, kDeblockLeft);
-        const DeblockRecord* const top = neighbour(above ? &above[x] : nullptr, q, kDeblockTop);
-        const MbPlanes to = macroblock_at(picture, row, x);
-        filter_direction(k, kVerticalEdge, to, left, q);
-        filter_direction(k, kHorizontalEdge, to, top, q);
+        const DeblockRecord* const sides[2] = {
+            neighbour(x > 0 ? &records[x - 1] : nullptr, q, kDeblockLeft),
+            neighbour(above ? &above[x] : nullptr, q, kDeblockTop)};
+        deblock_macroblock(k, macroblock_at(picture, row, x), sides, q);
     }
 }
