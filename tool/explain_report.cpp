@@ -1,0 +1,406 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "tool/explain_report.h"
+
+#include <inttypes.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "mp4/video_state.h"
+#include "runtime/message_log.h"
+#include "runtime/owned.h"
+#include "tool/explain_verdict.h"
+#include "tool/key_frames.h"
+#include "tool/movie_index.h"
+#include "tool/selection.h"
+
+constexpr int kMostMessages = 25;
+constexpr int kMostRows = 200;  // of the key frame table, unless all are asked for
+
+static const char kHelp[] =
+    "usage: keystill-explain [--all] filenameIn [jpgFilenameOut thumbWidth thumbHeight\n"
+    "           jpegQuality #keyFramesRequested clipOfstPercent sizePercentile]\n"
+    "       keystill-explain --version | --help\n"
+    "\n"
+    "Says what keystill with the same arguments would make of the file, and why. Arguments that\n"
+    "are left out are 320 240 85 5 10 70. Nothing is written. --all lists every key frame.\n"
+    "Exit status: 0 there would be a thumbnail, 1 there would be none, 2 wrong usage.\n";
+
+struct Report {
+    Arguments args;
+    bool lists_all;
+    FILE* out;
+    BoxFacts boxes;
+    AvcFacts avc;
+    TrialRun trial;
+    SampleEnd chosen_end;
+    int64_t chosen_index;  // of the chosen key frame in the table, or -1
+    Verdict verdict;
+};
+
+// Prints text from a file or the command line, without what could steer a terminal.
+static void print_text(FILE* out, const char* text) {
+    for (; *text; ++text) {
+        const unsigned char c = static_cast<unsigned char>(*text);
+        fputc(c < ' ' || c == 127 ? '?' : c, out);
+    }
+}
+
+static void print_time(FILE* out, double seconds) {
+    const uint64_t ms = static_cast<uint64_t>(seconds * 1000 + 0.5);
+    fprintf(out, "%4" PRIu64 ":%02u:%02u.%03u", ms / 3600000,
+            static_cast<unsigned>(ms / 60000 % 60), static_cast<unsigned>(ms / 1000 % 60),
+            static_cast<unsigned>(ms % 1000));
+}
+
+static void look_at_chosen(const KeyFrame& chosen, TrialRun* trial) {
+    trial->frame = chosen;
+    trial->frame.config = nullptr;
+    trial->frame.sample = nullptr;
+    if (trial->codec_kind != kCodecAvc) return;
+    trial->slice = avc_look_at_sample(chosen.sample, static_cast<uint32_t>(chosen.bytes_read),
+                                      static_cast<uint32_t>(chosen.length_prefix_size));
+}
+
+static void write_to_nowhere(const Arguments& args, const KeyFrame* records, TrialRun* trial) {
+    const KeyFrame* const chosen = selection_pick(records, trial->collected, args.size_percentile);
+    if (!chosen) return;
+    trial->chosen = static_cast<int32_t>(chosen - records);
+    look_at_chosen(*chosen, trial);
+    trial->params = {"/dev/null", args.quality, args.width, args.height};
+    trial->is_written = WriteThumbnail(chosen, &trial->params, trial->codec_kind) != 1;
+}
+
+// Runs what keystill runs, and throws the picture away.
+static TrialRun run_trial(const Arguments& args) {
+    TrialRun trial = {};
+    trial.codec_kind = kCodecNone;
+    trial.collected = -1;
+    trial.chosen = -1;
+    const Owned<KeyFrame> records =
+        owned_calloc<KeyFrame>(static_cast<uint64_t>(args.key_frame_count));
+    if (!records) return trial;
+    KeyFrameRequest request = {args.clip_offset_percent, args.key_frame_count, records.get(),
+                               kCodecNone, 0};
+    if (GetKeyFrameMpeg4(args.input_path, &request) == 0) {
+        trial.codec_kind = request.codec_kind;
+        trial.collected = request.key_frame_count;
+        if (request.codec_kind != kCodecNone && request.key_frame_count > 0) {
+            write_to_nowhere(args, records.get(), &trial);
+        }
+    }
+    for (int32_t i = 0; i < args.key_frame_count; ++i) {
+        if (i >= trial.collected && !records[i].config && !records[i].sample) break;
+        const Owned<uint8_t> config(records[i].config), sample(records[i].sample);
+    }
+    return trial;
+}
+
+// Whether the picture as such can be decoded shows in its own size.
+static void run_trials(Report* report) {
+    report->trial = run_trial(report->args);
+    if (report->trial.is_written) return;
+    Arguments own_size = report->args;
+    own_size.width = 0;
+    own_size.height = 0;
+    report->trial.is_decoded = run_trial(own_size).is_written;
+}
+
+// The text of a log line behind its time and section.
+static const char* message_of(char* line) {
+    line[strcspn(line, "\r\n")] = '\0';
+    for (size_t end = strlen(line); end > 0 && line[end - 1] == ' '; --end) line[end - 1] = '\0';
+    const char* const section = strstr(line, " - LOG_");
+    const char* const text = section ? strstr(section, ": ") : nullptr;
+    return text ? text + 2 : line;
+}
+
+static void print_messages(FILE* log, FILE* out) {
+    char line[256], last[256] = "";
+    int printed = 0, left_out = 0;
+    rewind(log);
+    while (fgets(line, sizeof line, log)) {
+        const char* const text = message_of(line);
+        if (*text == '\0' || strcmp(text, last) == 0) continue;
+        snprintf(last, sizeof last, "%s", text);
+        if (printed++ >= kMostMessages) {
+            ++left_out;
+            continue;
+        }
+        fputs("  ", out);
+        print_text(out, text);
+        fputc('\n', out);
+    }
+    if (left_out > 0) fprintf(out, "  ... and %d more\n", left_out);
+    if (printed == 0) fputs("  nothing to say\n", out);
+}
+
+// Walks the file with the log started, and prints what the container reader said.
+static int walk_and_listen(Report* report, BufferedFile* file, ParseContext* context) {
+    FILE* const log = tmpfile();
+    if (log && upnp_log_start(nullptr) == 0) {
+        g_log.file = log;  // upnp_log_stop closes it
+        g_log.min_level = kLogTrace;
+        g_log.section_mask = kLogScan | kLogSystem;
+        const int result = movie_walk(file, report->args.input_path, context);
+        fputs("\nContainer reader\n", report->out);
+        print_messages(log, report->out);
+        upnp_log_stop();
+        return result;
+    }
+    if (log) fclose(log);
+    return movie_walk(file, report->args.input_path, context);
+}
+
+static void look_at_avc(AvcFacts* avc) {
+    const VideoState& state = g_video_state;
+    if (state.codec_kind != kCodecAvc) return;
+    avc_look_at_sequence_set(state.sequence_sets.bytes.get(), state.sequence_sets.length, avc);
+    avc_look_at_picture_set(state.picture_sets.bytes.get(), state.picture_sets.length, avc);
+}
+
+static void print_avc(const AvcFacts& avc, FILE* out) {
+    if (!avc.has_sequence_set) return;
+    static const char* const kChroma[] = {"monochrome", "4:2:0", "4:2:2", "4:4:4"};
+    const char* const name = avc_profile_name(avc.profile_idc);
+    fprintf(out, ", %s profile (%" PRIu32 "), level %.1f, %" PRIu32 "-bit %s, %s",
+            *name ? name : "unknown", avc.profile_idc, avc.level_idc / 10.0, avc.bit_depth_luma,
+            kChroma[std::min<uint32_t>(avc.chroma_format_idc, 3)],
+            avc.is_interlaced ? "interlaced" : "progressive");
+}
+
+static double duration_of_movie() {
+    const VideoState& state = g_video_state;
+    if (state.fragments.has_table || state.media_time_scale == 0) {
+        return static_cast<double>(state.duration_s);
+    }
+    return static_cast<double>(state.media_duration) / state.media_time_scale;
+}
+
+static void print_video(const Report& report, const ParseContext& context) {
+    static const char* const kNames[] = {"", "MPEG-4 Part 2", "H.263", "H.264"};
+    FILE* const out = report.out;
+    const VideoState& state = g_video_state;
+    const bool is_known = state.codec_kind >= kCodecMpeg4 && state.codec_kind <= kCodecAvc;
+    fprintf(out, "\nVideo\n  codec       %s",
+            is_known ? kNames[state.codec_kind] : "none to decode");
+    if (report.boxes.video.format[0]) fprintf(out, " (%s)", report.boxes.video.format);
+    print_avc(report.avc, out);
+    const uint32_t width = report.avc.has_sequence_set ? report.avc.width : context.info.width;
+    const uint32_t height = report.avc.has_sequence_set ? report.avc.height : context.info.height;
+    fprintf(
+        out, "\n  size        %" PRIu32 "x%" PRIu32 "%s\n  duration ", width, height,
+        report.boxes.video.is_rotated ? ", which players turn; the thumbnail is not turned" : "");
+    print_time(out, duration_of_movie());
+    fprintf(out, "\n  key frames  %" PRIu32 "%s\n", state.sync_sample_count,
+            state.fragments.has_table ? ", in fragments" : "");
+}
+
+// Times of samples in rising order.
+struct TimeCursor {
+    uint32_t entry;
+    uint64_t sample;  // 0-based, at which the entry starts
+    uint64_t time;    // of that sample
+};
+
+// Returns false for a sample that has no time, or that lies before the one asked for last.
+static bool find_time(BufferedFile* file, uint32_t sample, TimeCursor* cursor, uint64_t* time) {
+    FileTable* const table = &g_video_state.time_to_sample;
+    const uint32_t entries = file_table_stored_entries(table);
+    if (sample < cursor->sample) return false;
+    for (; cursor->entry < entries; ++cursor->entry) {
+        const uint32_t count = file_table_word(file, table, uint64_t{cursor->entry} * 2);
+        const uint32_t delta = file_table_word(file, table, uint64_t{cursor->entry} * 2 + 1);
+        if (sample - cursor->sample < count) {
+            *time = cursor->time + (sample - cursor->sample) * delta;
+            return true;
+        }
+        cursor->sample += count;
+        cursor->time += uint64_t{count} * delta;
+    }
+    return false;
+}
+
+static bool time_of_key_frame(BufferedFile* file, uint32_t index, TimeCursor* cursor,
+                              double* seconds) {
+    VideoState* const state = &g_video_state;
+    uint64_t time = 0;
+    if (state->media_time_scale == 0) return false;
+    if (state->fragments.has_table) {
+        time = state->fragments.entries[index].time;
+    } else {
+        const uint32_t number = file_table_word(file, &state->sync_samples, index);
+        if (number == 0 || !find_time(file, number - 1, cursor, &time)) return false;
+    }
+    *seconds = static_cast<double>(time) / state->media_time_scale;
+    return true;
+}
+
+struct KeyFrameTable {
+    BufferedFile* file;
+    TimeCursor times;
+    uint32_t first;   // to be collected
+    int32_t to_fill;  // key frames that the arguments ask for
+    int32_t filled;
+    int rows;
+    bool skips;  // rows were left out in front of the next one
+};
+
+static bool is_worth_a_row(const Report& report, const KeyFrameTable& table, uint32_t index,
+                           bool is_collected) {
+    if (report.lists_all) return true;
+    if (table.rows >= kMostRows) return index == report.chosen_index;
+    return is_collected || index < 2 || index + 1 == table.first ||
+           index + 1 == movie_key_index_end();
+}
+
+static void print_row(const Report& report, KeyFrameTable* table, uint32_t index, uint32_t size,
+                      const char* mark) {
+    if (table->skips) fputs("    ...\n", report.out);
+    table->skips = false;
+    ++table->rows;
+    double seconds;
+    fprintf(report.out, "  %8" PRIu32 "  ", index);
+    if (time_of_key_frame(table->file, index, &table->times, &seconds)) {
+        print_time(report.out, seconds);
+    } else {
+        fputs("            ?", report.out);
+    }
+    fprintf(report.out, "  %10" PRIu32 "%s\n", size, mark);
+}
+
+// Returns 1 when the collection would end in failure there.
+static int list_key_frame(Report* report, KeyFrameTable* table, uint32_t index) {
+    const bool is_wanted = index >= table->first && table->filled < table->to_fill;
+    if (!is_wanted && !is_worth_a_row(*report, *table, index, false)) {
+        table->skips = true;
+        return 0;
+    }
+    SamplePlace place;
+    if (movie_locate_key_frame(table->file, index, &place) != 0) return 1;
+    const char* mark = "";
+    if (is_wanted && place.size == 0) mark = "  empty";
+    if (is_wanted && place.size != 0) {
+        const bool is_chosen = table->filled++ == report->trial.chosen;
+        mark = is_chosen ? "  collected, picked" : "  collected";
+        if (is_chosen) {
+            report->chosen_index = index;
+            report->chosen_end.stated = int64_t{place.offset} + place.size;
+        }
+    }
+    if (is_worth_a_row(*report, *table, index, is_wanted)) {
+        print_row(*report, table, index, place.size, mark);
+    } else {
+        table->skips = true;
+    }
+    return 0;
+}
+
+static void list_key_frames(Report* report, BufferedFile* file, bool is_collected) {
+    KeyFrameTable table = {};
+    table.file = file;
+    table.first = movie_first_key_index(file, is_collected ? report->args.clip_offset_percent : 0);
+    table.to_fill = is_collected ? report->args.key_frame_count : 0;
+    mp4_grant_work(report->chosen_end.file_size);
+    fprintf(report->out, "\nKey frames\n  %8s  %13s  %10s\n", "index", "time", "bytes");
+    for (uint32_t i = 0; i < movie_key_index_end(); ++i) {
+        if (list_key_frame(report, &table, i) != 0) return;
+    }
+    if (table.skips) fputs("    ...\n", report->out);
+}
+
+// Reports on a file that can be read.
+static void report_on_file(Report* report, BufferedFile* file) {
+    Verdict* const verdict = &report->verdict;
+    const int64_t file_size = file->handle->size;
+    const bool has_wrong_arguments = verdict->is_failure;
+    report->chosen_end.file_size = file_size;
+    if (!has_wrong_arguments) run_trials(report);
+    explain_boxes(file, file_size, report->out, &report->boxes);
+    mp4_release_video_state();
+    upnp_file_seek_b(file, 0, 0);
+    ParseContext context;
+    if (walk_and_listen(report, file, &context) == 0) {
+        look_at_avc(&report->avc);
+        if (report->boxes.video.is_video) print_video(*report, context);
+        explain_container(report->boxes, file_size, verdict);
+        if (g_video_state.sync_sample_count != 0 && movie_has_needed_tables()) {
+            list_key_frames(report, file, !has_wrong_arguments);
+        }
+    }
+    mp4_release_video_state();
+    if (has_wrong_arguments) return;
+    explain_trial(report->trial, report->avc, report->chosen_end, verdict);
+}
+
+static void print_verdict(const Report& report) {
+    if (!report.verdict.is_failure) {
+        fprintf(report.out,
+                "\nThere will be a thumbnail of %" PRId32 "x%" PRId32
+                " pixels, from key frame %" PRId64 ".\n",
+                report.trial.params.width, report.trial.params.height, report.chosen_index);
+        if (report.args.width != 0 && report.trial.params.width & 1) {
+            fputs(
+                "Scaling to an odd width moves every two rows by one sample; ask for a size that "
+                "fits evenly.\n",
+                report.out);
+        }
+        return;
+    }
+    fputs("\nThere will be no thumbnail. ", report.out);
+    print_text(report.out, report.verdict.reason);
+    fputc('\n', report.out);
+    if (report.verdict.advice[0]) fprintf(report.out, "%s\n", report.verdict.advice);
+}
+
+static void explain(Report* report) {
+    const Arguments& args = report->args;
+    report->chosen_index = -1;
+    explain_arguments(args, &report->verdict);
+    Verdict input = {};
+    explain_input(args, &input);
+    const OpenFile file(input.is_failure ? nullptr
+                                         : upnp_file_open_b(args.input_path, kWalkBuffer));
+    fputs("File  ", report->out);
+    print_text(report->out, args.input_path);
+    if (file) {
+        fprintf(report->out, ", %" PRId64 " bytes\n\n", file->handle->size);
+        report_on_file(report, file.get());
+    } else {
+        fputc('\n', report->out);
+        if (!report->verdict.is_failure) report->verdict = input;
+    }
+    explain_output(args, &report->verdict);
+    print_verdict(*report);
+}
+
+// Takes the arguments apart as keystill does, with others in place of those that are missing.
+static void read_arguments(int argc, const char* const* argv, Arguments* args) {
+    const char* all[9] = {"", "", "", "320", "240", "85", "5", "10", "70"};
+    for (int i = 1; i < std::min(argc, 9); ++i) all[i] = argv[i];
+    arguments_read(9, all, args);
+}
+
+int run_explain(int argc, const char* const* argv, FILE* out) {
+    Report report = {};
+    report.out = out;
+    if (argc > 1 && strcmp(argv[1], "--version") == 0) {
+        fputs("keystill-explain " KEYSTILL_VERSION "\n", out);
+        return 0;
+    }
+    if (argc > 1 && strcmp(argv[1], "--help") == 0) {
+        fputs(kHelp, out);
+        return 0;
+    }
+    report.lists_all = argc > 1 && strcmp(argv[1], "--all") == 0;
+    const int options = report.lists_all ? 1 : 0;
+    if (argc - options < 2) {
+        fputs(kHelp, stderr);
+        return 2;
+    }
+    read_arguments(argc - options, argv + options, &report.args);
+    upnp_memory_init();
+    explain(&report);
+    upnp_memory_exit();
+    return report.verdict.is_failure ? 1 : 0;
+}
