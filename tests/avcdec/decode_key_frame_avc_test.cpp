@@ -104,7 +104,7 @@ TEST(DecodeKeyFrameAvc, FollowsTheRunOfNalUnits) {
         {"picture in the sets", kSets + with_length(kWhole, 2), "", planes_of('a', 'b')},
         {"no sample", kSets, "", ""},
         {"length 0", kSets, start + std::string(4, 0) + sample_of({kSecond}), ""},
-        {"length 1", kSets, start + with_length("\x65", 4) + sample_of({kSecond}), ""},
+        {"length 1", kSets, start + with_length("\x06", 4) + sample_of({kSecond}), ""},
         {"length past the end", kSets,
          sample_of({kFirst, kSecond + "y"}).substr(0, 2 * start.size()), ""},
         {"a cut length", kSets, start + std::string(3, 0), ""},

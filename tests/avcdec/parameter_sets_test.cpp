@@ -311,7 +311,7 @@ TEST_F(ParameterSets, TakesOrRefusesASliceHeader) {
         {"primary picture", {.pps_id = 2, .redundant = ue_text(0)}, 0},
         {"marking operations",
          {.is_idr = false,
-          .marking = "1" + ue_text(1) + ue_text(3) + ue_text(3) + ue_text(1) + ue_text(2) +
+          .marking = "1" + ue_text(1) + ue_text(3) + ue_text(3) + ue_text(1) + ue_text(7) +
                      ue_text(5) + ue_text(4) + ue_text(0) + ue_text(0)},
          0},
         {"marking operation 7", {.is_idr = false, .marking = "1" + ue_text(7)}, kAvcBadSliceHeader},
@@ -322,6 +322,8 @@ TEST_F(ParameterSets, TakesOrRefusesASliceHeader) {
         {"deblocking 3", {.pps_id = 3, .deblocking = ue_text(3)}, kAvcBadSliceHeader},
         {"offsets -6 and 6", {.pps_id = 3, .deblocking = "1" + ue_text(12) + ue_text(11)}, 0},
         {"offset A 7", {.pps_id = 3, .deblocking = "1" + ue_text(13) + "1"}, kAvcBadSliceHeader},
+        {"offset A -7", {.pps_id = 3, .deblocking = "1" + ue_text(14) + "1"}, kAvcBadSliceHeader},
+        {"offset B 7", {.pps_id = 3, .deblocking = "1 1" + ue_text(13)}, kAvcBadSliceHeader},
         {"offset B -7", {.pps_id = 3, .deblocking = "1 1" + ue_text(14)}, kAvcBadSliceHeader},
         {"slice QP 26 + 100", {.slice_qp_delta = 100}, 0},
     };
