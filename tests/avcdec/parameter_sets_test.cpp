@@ -4,61 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
-#include "avcdec/avc_decoder.h"
-#include "runtime/accounted_memory.h"
+#include "tests/avcdec/decoder_fixture.h"
 #include "tests/support/avc_builder.h"
 
 namespace {
 
-struct Destroy {
-    void operator()(AvcDecoder* decoder) const { avcdec_destroy(decoder); }
-};
-
-// A decoder with a target for pictures of up to 64 macroblocks.
-class ParameterSets : public testing::Test {
- protected:
-    ParameterSets() {
-        upnp_memory_init();
-        const AvcDecoderOptions options = {};
-        AvcCreateResult created;
-        avcdec_create(&options, &created);
-        decoder.reset(created.decoder);
-    }
-    ~ParameterSets() override {
-        decoder.reset();
-        EXPECT_EQ(g_memUsed, 0);
-        upnp_memory_exit();
-    }
-
-    // Hands in one NAL unit in a block of its exact size; its error.
-    uint32_t feed(const std::string& nal) {
-        const std::unique_ptr<uint8_t[]> block(new uint8_t[nal.size()]);
-        std::copy(nal.begin(), nal.end(), block.get());
-        AvcDecodeInput in = {};
-        in.decoder = decoder.get();
-        in.nal = block.get();
-        in.nal_length = static_cast<uint32_t>(nal.size());
-        in.target = target;
-        in.target_size = sizeof target;
-        in.stride = stride;
-        in.target_sps_id = target_sps_id;
-        avcdec_decode_nal(&in, &out);
-        return out.error;
-    }
-    AvcStreamInfo info(uint32_t sps_id = kAvcLastSps) {
-        AvcStreamInfo result;
-        avcdec_get_stream_info(decoder.get(), &result, sps_id);
-        return result;
-    }
-
-    std::unique_ptr<AvcDecoder, Destroy> decoder;
-    AvcDecodeOutput out;
-    uint32_t stride = 16;
-    int32_t target_sps_id = 0;
-    uint8_t target[64 * 384];
-};
+class ParameterSets : public DecoderFixture {};
 
 std::string ue_text(uint32_t value) {
     const BitPacker p = BitPacker().ue(value);
@@ -269,11 +220,6 @@ TEST_F(ParameterSets, AFailedSetLeavesTheStoredOneAlone) {
     EXPECT_EQ(feed(pps_nal({.pic_init_qp_minus26 = 9, .chroma_qp_index_offset = 13})), kAvcBadPps);
     EXPECT_EQ(info(0).width, 48U);
     EXPECT_EQ(decoder->pps_table[0]->pic_init_qp, 30);
-    EXPECT_EQ(info(1).error, kAvcInfoNoSps);
-    EXPECT_EQ(info(32).error, kAvcInfoNoSps);
-    AvcStreamInfo none;
-    avcdec_get_stream_info(nullptr, &none, 0);
-    EXPECT_EQ(none.error, kAvcInfoNoDecoder);
 }
 
 TEST_F(ParameterSets, TheActiveSequenceSetKeepsItsSize) {
@@ -369,25 +315,6 @@ TEST_F(ParameterSets, ReadsTheOrderCountOfEachType) {
         EXPECT_EQ(target[0], 'p');
         EXPECT_EQ(target[383], 'p');
     }
-}
-
-TEST_F(ParameterSets, EventsAndResultsOfSlicesForAnotherTarget) {
-    feed(sps_nal({}));
-    feed(sps_nal({.id = 1}));
-    feed(pps_nal({}));
-    feed(pps_nal({.id = 1, .sps_id = 1}));
-    const std::vector<std::string> samples = {std::string(384, 'z')};
-    // Not the sequence set that the target was made for: the unit is to come again.
-    EXPECT_EQ(feed(pcm_slice_nal({.pps_id = 1}, samples)), kAvcBadSliceHeader);
-    EXPECT_EQ(out.consumed, 0U);
-    EXPECT_EQ(out.sps_id, 1);
-    target_sps_id = 1;
-    EXPECT_EQ(feed(pcm_slice_nal({.pps_id = 1}, samples)), 0U);
-    EXPECT_EQ(out.picture_count, 1);
-    // A rejected IDR header of the target's own stream.
-    EXPECT_EQ(feed(pcm_slice_nal({.first_mb = 5, .pps_id = 1}, samples)), kAvcBadSliceHeader);
-    EXPECT_EQ(out.events, uint32_t{kAvcEventIdr | kAvcEventIdrRejected});
-    EXPECT_NE(out.consumed, 0U);
 }
 
 }  // namespace
