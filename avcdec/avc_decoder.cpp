@@ -140,7 +140,7 @@ static void end_partial_picture(AvcDecoder* d, AvcDecodeOutput* out) {
         out->error = kAvcSliceOfNextPicture;
     } else {
         picture_finish(d);
-        d->next_mb = 0;
+        picture_begin(d);
     }
 }
 
@@ -176,7 +176,7 @@ static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
         return;
     }
     if (d->next_mb == d->active_sps->pic_size_in_mbs) {
-        d->next_mb = 0;
+        picture_begin(d);
         d->picture_flags = 0;
         count_picture(d, out);
     }
@@ -187,7 +187,7 @@ static void decode_end(AvcDecoder* d, AvcDecodeOutput* out) {
     out->events |= kAvcEventEnd;
     if (d->next_mb == 0) return;
     picture_finish(d);
-    d->next_mb = 0;
+    picture_begin(d);
     d->picture_flags = 0;
     count_picture(d, out);
 }

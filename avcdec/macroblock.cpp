@@ -129,10 +129,11 @@ static void read_macroblock(AvcDecoder* d) {
 }
 
 // Slices are runs of consecutive addresses, so a neighbour is in the slice when its address is.
-static uint8_t find_available(const AvcDecoder* d, uint32_t address, uint32_t first) {
+static uint8_t find_available(const AvcDecoder* d) {
     const uint32_t width = d->picture.width_mbs;
     const uint32_t x = d->mb.x;
-    const uint32_t since = address - first;  // macroblocks of the slice before this one
+    // Macroblocks of the slice before this one.
+    const uint32_t since = d->next_mb - d->slice.first_mb_in_slice;
     uint8_t available = 0;
     if (x > 0 && since >= 1) available |= kHasLeft;
     if (since >= width) available |= kHasTop;
@@ -141,12 +142,9 @@ static uint8_t find_available(const AvcDecoder* d, uint32_t address, uint32_t fi
     return available;
 }
 
-static void begin_macroblock(AvcDecoder* d, uint32_t address) {
+static void begin_macroblock(AvcDecoder* d) {
     AvcMacroblock* const mb = &d->mb;
-    const uint32_t width = d->picture.width_mbs;
-    mb->x = static_cast<uint16_t>(address % width);
-    mb->y = static_cast<uint16_t>(address / width);
-    mb->available = find_available(d, address, d->slice.first_mb_in_slice);
+    mb->available = find_available(d);
     mb->cbp = 0;
     mb->flags = 0;
     mb->coded_mask = 0;
@@ -198,7 +196,7 @@ int avc_decode_slice_data(AvcDecoder* d) {
     d->mb.has_error = 0;
     d->mb.qp_delta_coded = 0;
     for (;;) {
-        begin_macroblock(d, d->next_mb);
+        begin_macroblock(d);
         read_macroblock(d);
         if (d->mb.has_error || is_overrun(d)) return 1;
         picture_macroblock_done(d, deblock_record(d));

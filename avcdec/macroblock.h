@@ -53,7 +53,7 @@ struct AvcMacroblock {
     uint8_t flags;           // MbNeighbourFlags
     uint8_t has_error;       // the syntax cannot be decoded any further
     uint8_t qp_delta_coded;  // mb_qp_delta of the previous macroblock was not 0 (CABAC)
-    uint16_t x;              // in macroblocks
+    uint16_t x;  // where it is in the picture, in macroblocks; belongs to AvcDecoder.next_mb
     uint16_t y;
     uint8_t modes[16];  // table indices of the 4x4 (8x8: 4 of them) predictors
     // Blocks with coefficients: bits 31 to 16 luma in decoding order, 15 to 12 Cb, 11 to 8 Cr.

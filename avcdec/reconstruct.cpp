@@ -200,20 +200,25 @@ static void deblock_picture_row(const AvcDecoder* d, uint32_t row) {
 }
 
 void picture_macroblock_done(AvcDecoder* d, const DeblockRecord& record) {
-    const uint32_t width = d->picture.width_mbs;
-    const uint32_t x = d->next_mb % width;
-    const uint32_t y = d->next_mb / width;
-    deblock_ring(d, y)[x] = record;
+    AvcMacroblock* const mb = &d->mb;
+    const uint32_t row = mb->y;
+    deblock_ring(d, row)[mb->x] = record;
     ++d->next_mb;
-    if (x + 1 < width) return;
-    if (y > 0) deblock_picture_row(d, y - 1);
-    if (y + 1 == d->picture.height_mbs) deblock_picture_row(d, y);
+    if (++mb->x < d->picture.width_mbs) return;
+    mb->x = 0;
+    ++mb->y;
+    if (row > 0) deblock_picture_row(d, row - 1);
+    if (mb->y == d->picture.height_mbs) deblock_picture_row(d, row);
+}
+
+void picture_begin(AvcDecoder* d) {
+    d->next_mb = 0;
+    d->mb.x = 0;
+    d->mb.y = 0;
 }
 
 void picture_skip_to(AvcDecoder* d, uint32_t address) {
     while (d->next_mb < address) {
-        d->mb.x = static_cast<uint16_t>(d->next_mb % d->picture.width_mbs);
-        d->mb.y = static_cast<uint16_t>(d->next_mb / d->picture.width_mbs);
         const MbSamples to = samples_in_picture(d);
         fill_block(to.plane[0], to.luma_pitch, 16, kMissingSample);
         fill_block(to.plane[1], to.chroma_pitch, 8, kMissingSample);

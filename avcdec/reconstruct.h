@@ -15,6 +15,9 @@ void reconstruct_macroblock(AvcDecoder* decoder);
 // Copies the samples of an I_PCM macroblock: 256 luma, and 64 Cb and 64 Cr unless monochrome.
 void reconstruct_pcm(AvcDecoder* decoder, const uint8_t* samples);
 
+// Expects the first macroblock of a picture next.
+void picture_begin(AvcDecoder* decoder);
+
 // Fills the macroblocks from the next expected one up to address with grey: no slice has them.
 void picture_skip_to(AvcDecoder* decoder, uint32_t address);
 

@@ -3,13 +3,14 @@
 
 #include "avcdec/avc_decoder.h"
 #include "avcdec/quantiser.h"
+#include "avcdec/reconstruct.h"
 
 static constexpr uint32_t kSliceTypeI = 2;
 
 static int activate_sps(AvcDecoder* d, AvcSps* sps) {
     avc_release_work(d);
     d->active_sps = nullptr;
-    d->next_mb = 0;
+    picture_begin(d);
     d->stride = 0;
     if (avc_allocate_work(d, sps)) return 1;
     d->active_sps = sps;
