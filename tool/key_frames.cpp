@@ -26,13 +26,17 @@ static int getVideoThumbnail(BufferedFile* file, uint32_t key_index, uint32_t* s
     return 0;
 }
 
+// What a record takes besides its bytes: itself, its place among the candidates, two block headers.
+constexpr uint64_t kRecordOverhead = 128;
+
 // Takes a record's bytes off the work that the file is worth. Samples that share their bytes, or
 // bring a long configuration each, could add up to any amount of memory.
 static bool spend_record(const BufferedFile* file, uint32_t size) {
     const VideoState* const state = &g_video_state;
     const uint64_t in_file = std::min<uint64_t>(size, static_cast<uint64_t>(file->handle->size));
-    return mp4_spend_work(in_file + state->sequence_sets.length + state->picture_sets.length +
-                          state->mpeg4_config.length + state->h263_config.length);
+    return mp4_spend_work(kRecordOverhead + in_file + state->sequence_sets.length +
+                          state->picture_sets.length + state->mpeg4_config.length +
+                          state->h263_config.length);
 }
 
 // The blocks that make up the configuration of the codec, one behind the other.

@@ -225,19 +225,19 @@ static std::string nested(const char* type, uint32_t depth) {
     return out;
 }
 
-// A movie whose key frames are all the same bytes of the file.
-static std::string overlapping_movie(uint32_t key_frames) {
+// A movie of that many key frames, all of them the same bytes of the file.
+static std::string overlapping_movie(uint32_t key_frames, uint32_t set_length, uint32_t size) {
     MovieSpec spec;
-    spec.entry = avc_entry(std::string(60000, 's'), "p");
+    spec.entry = avc_entry(std::string(set_length, 's'), "p");
     for (uint32_t i = 1; i <= key_frames; ++i) {
         spec.samples.emplace_back();
         spec.sync.push_back(i);
     }
-    spec.samples_per_chunk = 1;
+    spec.samples_per_chunk = 1000;
     std::string movie = movie_file(spec);
     const size_t sizes = movie.find("stsz") + 16;
-    for (uint32_t i = 0; i < key_frames; ++i) movie.replace(sizes + 4 * i, 4, u32(1000000));
-    return movie + zeros(1000000);
+    for (uint32_t i = 0; i < key_frames; ++i) movie.replace(sizes + 4 * i, 4, u32(size));
+    return movie + zeros(size);
 }
 
 // A movie with a table of that type that declares four billion entries.
@@ -247,31 +247,45 @@ static std::string huge_count(const char* type, size_t count_offset) {
     return movie;
 }
 
+static std::string free_space() {
+    std::string out;
+    for (int i = 0; i < 100000; ++i) out += box("free", "");
+    return out;
+}
+
+// Makes the file in a process of its own: this one's memory counts for the program that it forks.
+static int64_t write_aside(const std::string& path, const std::function<std::string()>& make) {
+    const pid_t child = fork();
+    if (child == 0) {
+        write_file(path, make());
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    struct stat status = {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    return status.st_size;
+}
+
 TEST_F(Faults, HostileFilesCostLittleTimeAndMemory) {
-    const std::pair<const char*, std::string> kFiles[] = {
-        {"nested movies", nested("moov", 100000)},
-        {"nested user data", nested("udta", 100000)},
-        {"boxes up to the end",
-         std::string(box("moov", "").replace(0, 4, zeros(4)) + zeros(99999))},
-        {"boxes in place", u32(1) + "free" + zeros(8) + zeros(800000)},
-        {"free space",
-         [] {
-             std::string out;
-             for (int i = 0; i < 100000; ++i) out += box("free", "");
-             return out;
-         }()},
-        {"overlapping key frames", overlapping_movie(100000)},
-        {"stts", huge_count("stts", 8)},
-        {"stss", huge_count("stss", 8)},
-        {"stsc", huge_count("stsc", 8)},
-        {"stsz", huge_count("stsz", 12)},
-        {"stco", huge_count("stco", 8)},
+    static const std::pair<const char*, std::function<std::string()>> kFiles[] = {
+        {"nested movies", [] { return nested("moov", 100000); }},
+        {"nested user data", [] { return nested("udta", 100000); }},
+        {"boxes up to the end", [] { return zeros(4) + "moov" + zeros(99999); }},
+        {"boxes in place", [] { return u32(1) + "free" + zeros(800000); }},
+        {"free space", free_space},
+        {"overlapping key frames", [] { return overlapping_movie(100000, 60000, 1000000); }},
+        {"tiny key frames", [] { return overlapping_movie(600000, 1, 1); }},
+        {"stts", [] { return huge_count("stts", 8); }},
+        {"stss", [] { return huge_count("stss", 8); }},
+        {"stsc", [] { return huge_count("stsc", 8); }},
+        {"stsz", [] { return huge_count("stsz", 12); }},
+        {"stco", [] { return huge_count("stco", 8); }},
     };
     count_ = "1000000";
-    for (const auto& [name, bytes] : kFiles) {
+    for (const auto& [name, make] : kFiles) {
         SCOPED_TRACE(name);
-        write_file(folder_.path("x.mp4"), bytes);
-        run_hostile(folder_.path("x.mp4"), static_cast<int64_t>(bytes.size()));
+        const std::string path = folder_.path("x.mp4");
+        run_hostile(path, write_aside(path, make));
     }
 }
 
