@@ -61,14 +61,6 @@ static inline void clear(int16_t* coefficients) {
     memset(coefficients, 0, kCount * sizeof *coefficients);
 }
 
-// The low (high) halves of a and b.
-static inline U16x8 low_halves(U16x8 a, U16x8 b) {
-    return (U16x8)__builtin_shufflevector((U64x2)a, (U64x2)b, 0, 2);
-}
-static inline U16x8 high_halves(U16x8 a, U16x8 b) {
-    return (U16x8)__builtin_shufflevector((U64x2)a, (U64x2)b, 1, 3);
-}
-
 // Adds 16 transformed values that lack the last shift; those of low belong to the first 8 samples.
 static inline U8x16 add_residual(U8x16 samples, U16x8 low, U16x8 high) {
     return clip_to_u8(widen_low(samples) + ((I16x8)low >> 6),
@@ -185,21 +177,14 @@ static inline U8x16 repeat_4(U8x16 v) {
     return interleave_low(twice, twice);
 }
 
-static inline U8x16 low_twice(U8x16 v) {
-    return (U8x16)__builtin_shufflevector((U64x2)v, (U64x2)v, 0, 0);
-}
-static inline U8x16 high_twice(U8x16 v) {
-    return (U8x16)__builtin_shufflevector((U64x2)v, (U64x2)v, 1, 1);
-}
-
 static void add_four_4x4_dc(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
     const auto dc = [&](int b) { return static_cast<uint16_t>(coefficients[16 * b]); };
     const Change c = dc_change(U16x8{dc(0), dc(1), dc(2), dc(3)});
     for (int b = 0; b < 4; ++b) coefficients[16 * b] = 0;
     const U8x16 up = repeat_4(c.up);
     const U8x16 down = repeat_4(c.down);
-    const Change top = {low_twice(up), low_twice(down)};
-    const Change bottom = {high_twice(up), high_twice(down)};
+    const Change top = {low_halves(up, up), low_halves(down, down)};
+    const Change bottom = {high_halves(up, up), high_halves(down, down)};
     change_two_rows(dst, pitch, top);
     change_two_rows(dst + 2 * pitch, pitch, top);
     change_two_rows(dst + 4 * pitch, pitch, bottom);

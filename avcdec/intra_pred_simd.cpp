@@ -11,17 +11,7 @@
 template <int kSize>
 static inline void store_row(uint8_t* p, U8x16 v) {
     static_assert(kSize == 4 || kSize == 8);
-    if constexpr (kSize == 4) {
-        const uint32_t row = ((U32x4)v)[0];
-        memcpy(p, &row, sizeof row);
-    } else {
-        const uint64_t row = ((U64x2)v)[0];
-        memcpy(p, &row, sizeof row);
-    }
-}
-
-static inline U8x16 from_halves(U8x16 low, U8x16 high) {
-    return (U8x16)__builtin_shufflevector((U64x2)low, (U64x2)high, 0, 2);
+    kSize == 4 ? store_4(p, v) : store_8(p, v);
 }
 
 static inline U8x16 splat_lane_0(U8x16 v) { return splat_u8(v[0]); }
@@ -109,10 +99,10 @@ template <int kSize>
 static inline void horizontal_down(uint8_t* dst, ptrdiff_t pitch, const Averages& around) {
     const U8x16 left = interleave_low(around.pair, around.triple);
     const U8x16 above = slide<kSize>(around.triple);
-    U8x16 row = kSize == 4 ? from_halves(left, above) : left;
+    U8x16 row = kSize == 4 ? low_halves(left, above) : left;
 #pragma GCC unroll 8
     for (int y = kSize - 1; y >= 0; --y, row = slide<2>(row)) {
-        if (kSize == 8 && y == 3) row = from_halves(slide<8>(left), above);
+        if (kSize == 8 && y == 3) row = low_halves(slide<8>(left), above);
         store_row<kSize>(dst + y * pitch, row);
     }
 }
@@ -183,7 +173,7 @@ static inline U8x16 top_8x8(const uint8_t* dst, ptrdiff_t pitch, unsigned availa
     const uint8_t* const top = dst - pitch;
     const U8x16 line = available & kPred8x8TopRight
                            ? load_16(top)
-                           : from_halves(load_8_8(top, top), splat_u8(top[7]));
+                           : low_halves(load_8_8(top, top), splat_u8(top[7]));
     const U8x16 corner = splat_u8(available & kPred8x8TopLeft ? top[-1] : top[0]);
     return smooth(corner, line, splat_u8(line[15]));
 }
@@ -191,7 +181,7 @@ static inline U8x16 top_8x8(const uint8_t* dst, ptrdiff_t pitch, unsigned availa
 // The left column downward, in the first eight lanes; the others repeat the last sample.
 static inline U8x16 left_8x8(const uint8_t* dst, ptrdiff_t pitch, unsigned available) {
     const U8x16 last = splat_u8(dst[7 * pitch - 1]);
-    const U8x16 line = from_halves(load_column_8(dst - 1, pitch), last);
+    const U8x16 line = low_halves(load_column_8(dst - 1, pitch), last);
     const U8x16 corner = splat_u8(dst[available & kPred8x8TopLeft ? -pitch - 1 : -1]);
     return smooth(corner, line, last);
 }
@@ -205,7 +195,7 @@ static inline Averages top_averages_8x8(const uint8_t* dst, ptrdiff_t pitch, uns
 static inline Averages around_8x8(const uint8_t* dst, ptrdiff_t pitch, unsigned available) {
     const uint8_t* const top = dst - pitch;
     const U8x16 left = load_column_8(dst + 7 * pitch - 1, -pitch);
-    const U8x16 line = from_halves(left, load_8_8(top - 1, top - 1));
+    const U8x16 line = low_halves(left, load_8_8(top - 1, top - 1));
     const U8x16 smooth_line = smooth(splat_lane_0(left), line, splat_u8(top[7]));
     return averages(smooth_line, slide<7>(top_8x8(dst, pitch, available)));
 }
@@ -232,18 +222,18 @@ static inline void fill_8x8(uint8_t* dst, ptrdiff_t pitch, uint32_t value) {
 }
 
 static void dc_8x8(uint8_t* dst, ptrdiff_t pitch, unsigned available) {
-    const U8x16 both = from_halves(top_8x8(dst, pitch, available), left_8x8(dst, pitch, available));
+    const U8x16 both = low_halves(top_8x8(dst, pitch, available), left_8x8(dst, pitch, available));
     fill_8x8(dst, pitch, (sum_16(both) + 8) >> 4);
 }
 
 static void dc_left_8x8(uint8_t* dst, ptrdiff_t pitch, unsigned available) {
     const U8x16 left = left_8x8(dst, pitch, available);
-    fill_8x8(dst, pitch, (sum_16(from_halves(left, U8x16{})) + 4) >> 3);
+    fill_8x8(dst, pitch, (sum_16(low_halves(left, U8x16{})) + 4) >> 3);
 }
 
 static void dc_top_8x8(uint8_t* dst, ptrdiff_t pitch, unsigned available) {
     const U8x16 top = top_8x8(dst, pitch, available);
-    fill_8x8(dst, pitch, (sum_16(from_halves(top, U8x16{})) + 4) >> 3);
+    fill_8x8(dst, pitch, (sum_16(low_halves(top, U8x16{})) + 4) >> 3);
 }
 
 static void diagonal_down_left_8x8(uint8_t* dst, ptrdiff_t pitch, unsigned available) {
@@ -269,7 +259,7 @@ static void horizontal_down_8x8(uint8_t* dst, ptrdiff_t pitch, unsigned availabl
 static void horizontal_up_8x8(uint8_t* dst, ptrdiff_t pitch, unsigned available) {
     const U8x16 left = left_8x8(dst, pitch, available);
     const U8x16 last = splat_u8(left[7]);
-    horizontal_up<8>(dst, pitch, averages(from_halves(left, last), last), last);
+    horizontal_up<8>(dst, pitch, averages(low_halves(left, last), last), last);
 }
 
 // Planes (H.264 8.3.3.4, 8.3.4.4).

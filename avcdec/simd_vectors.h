@@ -34,39 +34,10 @@ static inline U8x16 load_16(const uint8_t* p) {
 
 static inline void store_16(uint8_t* p, U8x16 v) { memcpy(p, &v, sizeof v); }
 
-// 8 samples from each address, those of low first.
-static inline U8x16 load_8_8(const uint8_t* low, const uint8_t* high) {
-    uint64_t a, b;
-    memcpy(&a, low, sizeof a);
-    memcpy(&b, high, sizeof b);
-    return (U8x16)U64x2{a, b};
-}
-
-static inline void store_8_8(uint8_t* low, uint8_t* high, U8x16 v) {
-    const uint64_t a = ((U64x2)v)[0];
-    const uint64_t b = ((U64x2)v)[1];
-    memcpy(low, &a, sizeof a);
-    memcpy(high, &b, sizeof b);
-}
-
 static inline uint32_t load_4(const uint8_t* p) {
     uint32_t v;
     memcpy(&v, p, sizeof v);
     return v;
-}
-
-// Four rows of four samples.
-static inline U8x16 load_4x4(const uint8_t* p, ptrdiff_t pitch) {
-    return (U8x16)U32x4{load_4(p), load_4(p + pitch), load_4(p + 2 * pitch), load_4(p + 3 * pitch)};
-}
-
-static inline void store_4x4(uint8_t* p, ptrdiff_t pitch, U8x16 v) {
-    const U32x4 rows = (U32x4)v;
-    const uint32_t row[4] = {rows[0], rows[1], rows[2], rows[3]};
-    memcpy(p, &row[0], 4);
-    memcpy(p + pitch, &row[1], 4);
-    memcpy(p + 2 * pitch, &row[2], 4);
-    memcpy(p + 3 * pitch, &row[3], 4);
 }
 
 // Samples 0 to 7 (8 to 15) of a and b, in turns.
@@ -111,6 +82,44 @@ static inline I16x8 widen_high(U8x16 v) { return (I16x8)interleave_high(v, U8x16
 
 #if defined(__ARM_NEON)
 
+// The first 4 (8) samples.
+static inline void store_4(uint8_t* p, U8x16 v) {
+    vst1q_lane_u32(reinterpret_cast<uint32_t*>(p), (uint32x4_t)v, 0);
+}
+static inline void store_8(uint8_t* p, U8x16 v) { vst1_u8(p, vget_low_u8((uint8x16_t)v)); }
+// 8 samples from each address, those of low first.
+static inline U8x16 load_8_8(const uint8_t* low, const uint8_t* high) {
+    return (U8x16)vcombine_u8(vld1_u8(low), vld1_u8(high));
+}
+static inline void store_8_8(uint8_t* low, uint8_t* high, U8x16 v) {
+    vst1_u8(low, vget_low_u8((uint8x16_t)v));
+    vst1_u8(high, vget_high_u8((uint8x16_t)v));
+}
+// Four rows of four samples, of any alignment: so the processor has it.
+static inline U8x16 load_4x4(const uint8_t* p, ptrdiff_t pitch) {
+    const auto row = [&](int y) { return reinterpret_cast<const uint32_t*>(p + y * pitch); };
+    uint32x4_t v = vdupq_n_u32(0);
+    v = vld1q_lane_u32(row(0), v, 0);
+    v = vld1q_lane_u32(row(1), v, 1);
+    v = vld1q_lane_u32(row(2), v, 2);
+    return (U8x16)vld1q_lane_u32(row(3), v, 3);
+}
+static inline void store_4x4(uint8_t* p, ptrdiff_t pitch, U8x16 v) {
+    const auto row = [&](int y) { return reinterpret_cast<uint32_t*>(p + y * pitch); };
+    vst1q_lane_u32(row(0), (uint32x4_t)v, 0);
+    vst1q_lane_u32(row(1), (uint32x4_t)v, 1);
+    vst1q_lane_u32(row(2), (uint32x4_t)v, 2);
+    vst1q_lane_u32(row(3), (uint32x4_t)v, 3);
+}
+// The low (high) halves of a and b.
+template <typename Vector>
+static inline Vector low_halves(Vector a, Vector b) {
+    return (Vector)vcombine_u8(vget_low_u8((uint8x16_t)a), vget_low_u8((uint8x16_t)b));
+}
+template <typename Vector>
+static inline Vector high_halves(Vector a, Vector b) {
+    return (Vector)vcombine_u8(vget_high_u8((uint8x16_t)a), vget_high_u8((uint8x16_t)b));
+}
 // Moves the samples down by kCount places; the first ones of fill follow.
 template <int kCount>
 static inline U8x16 slide(U8x16 v, U8x16 fill = U8x16{}) {
@@ -156,6 +165,49 @@ static inline uint32_t sum_16(U8x16 v) {
 
 #else
 
+// The first 4 (8) samples.
+static inline void store_4(uint8_t* p, U8x16 v) {
+    const uint32_t row = ((U32x4)v)[0];
+    memcpy(p, &row, sizeof row);
+}
+static inline void store_8(uint8_t* p, U8x16 v) {
+    const uint64_t row = ((U64x2)v)[0];
+    memcpy(p, &row, sizeof row);
+}
+// 8 samples from each address, those of low first.
+static inline U8x16 load_8_8(const uint8_t* low, const uint8_t* high) {
+    uint64_t a, b;
+    memcpy(&a, low, sizeof a);
+    memcpy(&b, high, sizeof b);
+    return (U8x16)U64x2{a, b};
+}
+static inline void store_8_8(uint8_t* low, uint8_t* high, U8x16 v) {
+    const uint64_t a = ((U64x2)v)[0];
+    const uint64_t b = ((U64x2)v)[1];
+    memcpy(low, &a, sizeof a);
+    memcpy(high, &b, sizeof b);
+}
+// Four rows of four samples.
+static inline U8x16 load_4x4(const uint8_t* p, ptrdiff_t pitch) {
+    return (U8x16)U32x4{load_4(p), load_4(p + pitch), load_4(p + 2 * pitch), load_4(p + 3 * pitch)};
+}
+static inline void store_4x4(uint8_t* p, ptrdiff_t pitch, U8x16 v) {
+    const U32x4 rows = (U32x4)v;
+    const uint32_t row[4] = {rows[0], rows[1], rows[2], rows[3]};
+    memcpy(p, &row[0], 4);
+    memcpy(p + pitch, &row[1], 4);
+    memcpy(p + 2 * pitch, &row[2], 4);
+    memcpy(p + 3 * pitch, &row[3], 4);
+}
+// The low (high) halves of a and b.
+template <typename Vector>
+static inline Vector low_halves(Vector a, Vector b) {
+    return (Vector)_mm_unpacklo_epi64((__m128i)a, (__m128i)b);
+}
+template <typename Vector>
+static inline Vector high_halves(Vector a, Vector b) {
+    return (Vector)_mm_unpackhi_epi64((__m128i)a, (__m128i)b);
+}
 // Moves the samples down by kCount places; the first ones of fill follow.
 template <int kCount>
 static inline U8x16 slide(U8x16 v) {
