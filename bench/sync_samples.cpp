@@ -5,24 +5,18 @@
 
 #include <algorithm>
 
-#include "mp4/box_reader.h"
-#include "mp4/fragments.h"
 #include "mp4/sample_tables.h"
 #include "mp4/video_state.h"
-
-constexpr uint32_t kFileBuffer = 4096;
+#include "tool/movie_index.h"
 
 int sync_samples_open(const char* path, SyncSamples* samples) {
-    VideoState* const state = &g_video_state;
+    const VideoState* const state = &g_video_state;
     mp4_release_video_state();
-    samples->file.reset(upnp_file_open_b(path, kFileBuffer));
-    if (!samples->file) return 1;
+    samples->file.reset(upnp_file_open_b(path, kWalkBuffer));
     ParseContext context = {};
-    context.info.file_size = samples->file->handle->size;
-    mp4_grant_work(context.info.file_size);
-    mp4_atom_get_metadata(samples->file.get(), context.info.file_size, &context);
+    if (!samples->file || movie_walk(samples->file.get(), path, &context) != 0) return 1;
     samples->every_one = !state->sync_samples.is_present && !state->fragments.has_table;
-    samples->count = samples->every_one ? state->sample_sizes.count : state->sync_sample_count;
+    samples->count = samples->every_one ? state->sample_sizes.count : movie_key_index_end();
     samples->next = 0;
     return state->codec_kind == kCodecNone || samples->count == 0;
 }
@@ -34,16 +28,12 @@ void sync_samples_rewind(SyncSamples* samples) {
     mp4_grant_work(samples->file->handle->size);
 }
 
+// Size 0 when there is no such sample.
 static SamplePlace locate(const SyncSamples* samples, uint32_t index) {
     BufferedFile* const file = samples->file.get();
-    SamplePlace place = {};
-    if (g_video_state.fragments.has_table) {
-        if (mp4_locate_fragment_sample(file, index, &place) != 0) return {};
-        return place;
-    }
-    const uint32_t number =
-        samples->every_one ? index + 1 : file_table_word(file, &g_video_state.sync_samples, index);
-    return mp4_locate_sample(file, number);
+    if (samples->every_one) return mp4_locate_sample(file, index + 1);
+    SamplePlace place;
+    return movie_locate_key_frame(file, index, &place) == 0 ? place : SamplePlace{};
 }
 
 // The blocks that precede a sample in decoding, one behind the other.
