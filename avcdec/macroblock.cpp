@@ -23,6 +23,15 @@ static constexpr MbNeighbour kMissingCabac = {
     {-1, -1, -1, -1}, {1, 1, 1, 1}, {{1, 1}, {1, 1}}, 0x0f, kLumaDcCoded | kCbDcCoded | kCrDcCoded,
 };
 
+void mb_set_modes(AvcDecoder* d, const int8_t* fields) {
+    MbNeighbour* const top = &d->columns[d->mb.x];
+    if (d->mb.kind == kMbIntra8x8) {
+        derive_intra8x8_modes(&d->mb, fields, top, &d->left);
+    } else {
+        derive_intra4x4_modes(&d->mb, fields, top, &d->left);
+    }
+}
+
 void mb_set_intra16(AvcDecoder* d, uint32_t mb_type) {
     AvcMacroblock* const mb = &d->mb;
     const uint32_t t = mb_type - 1;

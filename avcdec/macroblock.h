@@ -90,6 +90,10 @@ void cabac_read_residual(AvcDecoder* decoder);
 
 // What both readers do with what they have read.
 
+// Mode fields of an I_NxN macroblock.
+constexpr int mode_field_count(uint8_t kind) { return kind == kMbIntra8x8 ? 4 : 16; }
+// Derives the modes of an I_NxN macroblock from its mode fields.
+void mb_set_modes(AvcDecoder* decoder, const int8_t* fields);
 // mb_type 1 to 24: prediction mode and coded block pattern of an Intra 16x16 macroblock.
 void mb_set_intra16(AvcDecoder* decoder, uint32_t mb_type);
 // Transforms and scales the DC levels (16 in raster order, 4 in raster order) and puts each into

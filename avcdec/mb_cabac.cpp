@@ -68,10 +68,8 @@ void cabac_read_prediction(AvcDecoder* d, uint32_t mb_type) {
             mb->kind = kMbIntra8x8;
         }
         ModeField fields[16];
-        const int count = mb->kind == kMbIntra8x8 ? 4 : 16;
-        for (int b = 0; b < count; ++b) fields[b] = read_mode_field(d);
-        (mb->kind == kMbIntra8x8 ? derive_intra8x8_modes : derive_intra4x4_modes)(
-            mb, fields, &d->columns[mb->x], &d->left);
+        for (int b = 0; b < mode_field_count(mb->kind); ++b) fields[b] = read_mode_field(d);
+        mb_set_modes(d, fields);
     } else {
         mb_set_intra16(d, mb_type);
     }
