@@ -20,7 +20,7 @@ constexpr unsigned kTcoefLong = 253;     // longer than kTcoefPrimaryBits: see `
 constexpr unsigned kTcoefEscape = 254;   // the escape code itself, without what follows
 constexpr unsigned kTcoefInvalid = 255;  // no such code
 
-constexpr unsigned kTcoefPrimaryBits = 11;
+constexpr unsigned kTcoefPrimaryBits = 10;
 
 enum class TcoefEscapes : uint8_t {
     kMpeg4,        // three kinds: level offset, run offset, fixed length with 12-bit levels
