@@ -82,5 +82,8 @@ void mp4_release_video_state();
 // for ever. It bounds what the key frames of a file can take in memory, too.
 void mp4_grant_work(int64_t file_size);
 
+// What a read from the system counts for, however short it is.
+constexpr uint64_t kReadWork = 512;
+
 // Takes so many bytes' work off the grant. Returns false when it is used up.
 bool mp4_spend_work(uint64_t bytes);

@@ -253,6 +253,20 @@ static std::string free_space() {
     return out;
 }
 
+// Fragments looked up in the same spot, whose boxes lie further apart than the buffer reaches.
+static std::string scattered_fragment() {
+    const std::string clip = read_file(kMedia + "fragmented.mp4");
+    const size_t start = clip.find("moof") - 4;
+    std::string boxes, entries;
+    for (int i = 0; i < 1000; ++i) boxes += box("free", zeros(4200));
+    for (uint32_t i = 0; i < 500000; ++i) {
+        entries += words({i, static_cast<uint32_t>(start)}) + "\1\1\1";
+    }
+    const std::string run = full_box("tfhd", u32(1)) + full_box("trun", words({1, 64}));
+    return clip.substr(0, start) + box("moof", boxes + box("traf", run)) +
+           box("mfra", full_box("tfra", words({1, 0, 500000}) + entries));
+}
+
 // Makes the file in a process of its own: this one's memory counts for the program that it forks.
 static int64_t write_aside(const std::string& path, const std::function<std::string()>& make) {
     const pid_t child = fork();
@@ -275,6 +289,7 @@ TEST_F(Faults, HostileFilesCostLittleTimeAndMemory) {
         {"free space", free_space},
         {"overlapping key frames", [] { return overlapping_movie(100000, 60000, 1000000); }},
         {"tiny key frames", [] { return overlapping_movie(600000, 1, 1); }},
+        {"scattered fragment", scattered_fragment},
         {"stts", [] { return huge_count("stts", 8); }},
         {"stss", [] { return huge_count("stss", 8); }},
         {"stsc", [] { return huge_count("stsc", 8); }},
