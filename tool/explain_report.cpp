@@ -46,8 +46,11 @@ static void print_text(FILE* out, const char* text) {
     }
 }
 
-static void print_time(FILE* out, double seconds) {
-    const uint64_t ms = static_cast<uint64_t>(seconds * 1000 + 0.5);
+static uint64_t milliseconds_of(uint64_t time, uint32_t time_scale) {
+    return time / time_scale * 1000 + time % time_scale * 1000 / time_scale;
+}
+
+static void print_time(FILE* out, uint64_t ms) {
     fprintf(out, "%4" PRIu64 ":%02u:%02u.%03u", ms / 3600000,
             static_cast<unsigned>(ms / 60000 % 60), static_cast<unsigned>(ms / 1000 % 60),
             static_cast<unsigned>(ms % 1000));
@@ -169,12 +172,12 @@ static void print_avc(const AvcFacts& avc, FILE* out) {
             avc.is_interlaced ? "interlaced" : "progressive");
 }
 
-static double duration_of_movie() {
+static uint64_t duration_of_movie_ms() {
     const VideoState& state = g_video_state;
     if (state.fragments.has_table || state.media_time_scale == 0) {
-        return static_cast<double>(state.duration_s);
+        return static_cast<uint64_t>(state.duration_s) * 1000;
     }
-    return static_cast<double>(state.media_duration) / state.media_time_scale;
+    return milliseconds_of(state.media_duration, state.media_time_scale);
 }
 
 static void print_video(const Report& report, const ParseContext& context) {
@@ -191,7 +194,7 @@ static void print_video(const Report& report, const ParseContext& context) {
     fprintf(
         out, "\n  size        %" PRIu32 "x%" PRIu32 "%s\n  duration ", width, height,
         report.boxes.video.is_rotated ? ", which players turn; the thumbnail is not turned" : "");
-    print_time(out, duration_of_movie());
+    print_time(out, duration_of_movie_ms());
     fprintf(out, "\n  key frames  %" PRIu32 "%s\n", state.sync_sample_count,
             state.fragments.has_table ? ", in fragments" : "");
 }
@@ -222,7 +225,7 @@ static bool find_time(BufferedFile* file, uint32_t sample, TimeCursor* cursor, u
 }
 
 static bool time_of_key_frame(BufferedFile* file, uint32_t index, TimeCursor* cursor,
-                              double* seconds) {
+                              uint64_t* ms) {
     VideoState* const state = &g_video_state;
     uint64_t time = 0;
     if (state->media_time_scale == 0) return false;
@@ -232,7 +235,7 @@ static bool time_of_key_frame(BufferedFile* file, uint32_t index, TimeCursor* cu
         const uint32_t number = file_table_word(file, &state->sync_samples, index);
         if (number == 0 || !find_time(file, number - 1, cursor, &time)) return false;
     }
-    *seconds = static_cast<double>(time) / state->media_time_scale;
+    *ms = milliseconds_of(time, state->media_time_scale);
     return true;
 }
 
@@ -259,10 +262,10 @@ static void print_row(const Report& report, KeyFrameTable* table, uint32_t index
     if (table->skips) fputs("    ...\n", report.out);
     table->skips = false;
     ++table->rows;
-    double seconds;
+    uint64_t ms;
     fprintf(report.out, "  %8" PRIu32 "  ", index);
-    if (time_of_key_frame(table->file, index, &table->times, &seconds)) {
-        print_time(report.out, seconds);
+    if (time_of_key_frame(table->file, index, &table->times, &ms)) {
+        print_time(report.out, ms);
     } else {
         fputs("            ?", report.out);
     }

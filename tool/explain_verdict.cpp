@@ -26,6 +26,7 @@ __attribute__((format(printf, 3, 4))) static void fail(Verdict* verdict, const c
     verdict->is_failure = true;
     va_list args;
     va_start(args, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
     vsnprintf(verdict->reason, sizeof verdict->reason, format, args);
     va_end(args);
     snprintf(verdict->advice, sizeof verdict->advice, "%s", advice);
