@@ -10,7 +10,6 @@
 
 #include "runtime/accounted_memory.h"
 #include "tests/m4vdec/m4v_writer.h"
-#include "tests/support/failing_malloc.h"
 
 namespace {
 
@@ -220,32 +219,6 @@ TEST(Decoder, SurvivesFlippedBits) {
                 damaged[random() % damaged.size()] ^= static_cast<uint8_t>(1u << random() % 8);
             }
             decode(c, s, random() % 8 != 0);
-        }
-    }
-}
-
-TEST(Decoder, FailsWithoutMemory) {
-    for (const auto& [config, sample] : some_streams()) {
-        for (int n = 1;; ++n) {
-            Bytes planes;
-            upnp_memory_init();
-            fail_allocation(n);
-            M4vDecoder* decoder = nullptr;
-            const M4vInput c = {config.data(), static_cast<uint32_t>(config.size())};
-            const M4vInput s = {sample.data(), static_cast<uint32_t>(sample.size())};
-            Bytes picture(128 * 96 * 2);
-            int result = m4v_create(c, 352, 288, true, &decoder);
-            if (result == 0 && m4v_read_headers(decoder, s) == 0) {
-                m4v_set_output(decoder, picture.data());
-                result = m4v_decode(decoder, s);
-            }
-            const bool has_failed = has_allocation_failed();
-            fail_allocation(0);
-            m4v_destroy(decoder);
-            EXPECT_EQ(g_memUsed, 0);
-            upnp_memory_exit();
-            if (!has_failed) break;
-            EXPECT_EQ(result, 1) << n;
         }
     }
 }

@@ -32,9 +32,18 @@ struct alignas(32) Coefficients {
     int16_t at[64];
 };
 
+// Inside a border that has to stay as it was.
 Samples transform(M4vIdctFn idct, Coefficients block, unsigned width = 8, unsigned height = 8) {
+    constexpr size_t kPitch = 24;
+    uint8_t picture[kPitch * 10];
+    memset(picture, 77, sizeof picture);
+    idct(picture + kPitch + 8, kPitch, block.at, width, height);
     Samples samples;
-    idct(samples.data(), 8, block.at, width, height);
+    for (size_t y = 0; y < 8; ++y) {
+        memcpy(&samples[y * 8], picture + (y + 1) * kPitch + 8, 8);
+        memset(picture + (y + 1) * kPitch + 8, 77, 8);
+    }
+    EXPECT_EQ(std::count(picture, picture + sizeof picture, 77), sizeof picture);
     EXPECT_EQ(std::count(block.at, block.at + 64, 0), 64);
     return samples;
 }
@@ -145,7 +154,7 @@ TEST(Idct, MeetsTheBoundsOfIeee1180) {
     }
 }
 
-// Also with blocks that no encoder makes, and at every pitch inside a border.
+// Also with blocks that no encoder makes.
 TEST(Idct, VariantsAgreeToTheBit) {
     std::mt19937 random(5);
     for (int n = 0; n < 20000; ++n) {
@@ -163,21 +172,6 @@ TEST(Idct, VariantsAgreeToTheBit) {
         }
         if (width == 1 && height == 1) {
             ASSERT_EQ(std::count(full.begin(), full.end(), m4v_idct_dc_sample(block.at[0])), 64);
-        }
-    }
-}
-
-TEST(Idct, WritesItsEightRowsOnly) {
-    for (const Variant& variant : variants()) {
-        for (const size_t pitch : {8u, 16u, 24u, 1408u}) {
-            std::vector<uint8_t> picture(pitch * 10 + 32, 77);
-            Coefficients block = {{2047, 300, -200}};
-            variant.idct(picture.data() + pitch + 8, pitch, block.at, 8, 8);
-            for (size_t i = 0; i < picture.size(); ++i) {
-                const size_t at = i - (pitch + 8);
-                const bool is_inside = i >= pitch + 8 && at % pitch < 8 && at / pitch < 8;
-                ASSERT_TRUE(is_inside || picture[i] == 77) << variant.name << " " << pitch;
-            }
         }
     }
 }

@@ -132,41 +132,6 @@ TEST(Tcoef, RefusesWhatIsNotACode) {
     }
 }
 
-// Every window of bits leads to one code at most (the lookups are full or invalid), all events are
-// there in both signs, and the levels of each run have no gaps.
-TEST(Tcoef, TablesAreComplete) {
-    static const struct {
-        const TcoefTable* table;
-        size_t events;
-    } kCases[] = {
-        {&kTcoefIntra, 102}, {&kTcoefH263, 102}, {&kTcoefAic, 102}, {&kTcoefReversible, 169}};
-    for (const auto& c : kCases) {
-        std::set<std::tuple<bool, unsigned, int>> events;
-        std::map<std::tuple<bool, unsigned, int>, unsigned> windows, lengths;
-        for (unsigned window = 0; window < 1u << c.table->max_bits; ++window) {
-            std::string digits;
-            for (unsigned i = c.table->max_bits; i-- > 0;) digits += window >> i & 1 ? '1' : '0';
-            unsigned length = 0;
-            TcoefEntry entry = c.table->primary[window >> (c.table->max_bits - kTcoefPrimaryBits)];
-            if (entry.step == kTcoefEscape || entry.step == kTcoefInvalid) continue;
-            const TcoefEvent event = read_event(*c.table, digits.c_str(), &length);
-            if (event.level == 0) continue;
-            const auto key = std::make_tuple(event.last, event.step - 1, event.level);
-            events.insert(key);
-            ++windows[key];
-            lengths[key] = length;
-        }
-        EXPECT_EQ(events.size(), c.events * 2);
-        for (const auto& [last, run, level] : events) {
-            EXPECT_TRUE(events.count({last, run, -level}));
-            EXPECT_TRUE(level <= 1 || events.count({last, run, level - 1})) << run << " " << level;
-        }
-        for (const auto& [key, count] : windows) {
-            EXPECT_EQ(count, 1u << (c.table->max_bits - lengths[key]));
-        }
-    }
-}
-
 // Which is what makes them decodable from the other end.
 TEST(Tcoef, ReversibleCodesAreSuffixFree) {
     std::set<std::string> words;  // without the sign

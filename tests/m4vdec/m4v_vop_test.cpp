@@ -12,22 +12,21 @@
 
 namespace {
 
-struct Stream {
-    const char* name;
-    unsigned width = 80, height = 48;
-    unsigned quant = 8;
-    bool dquant = false;
-    unsigned thr = 0;              // intra_dc_vlc_thr
-    bool ac_pred = false;          // at random
-    const char* matrix = nullptr;  // "default", "short" (ends early) or "full"
-    bool interlaced = false, alternate = false;
-    bool partitioned = false, reversible = false;
-    unsigned packet_mbs = 0;  // 0: no resync markers
-    bool header_extension = false;
-    bool stuffing = false;
-    bool everything = false;  // all optional header fields present
-    bool wild = false;        // coefficients up to the limits
-    bool in_sample = false;   // headers in the sample instead of the configuration
+struct Stream : Options {
+    using Options::Options;
+    unsigned width = get("width", 80), height = get("height", 48);
+    unsigned quant = get("quant", 8), dquant = get("dquant");
+    unsigned thr = get("thr");          // intra_dc_vlc_thr
+    unsigned ac_pred = get("ac_pred");  // at random
+    unsigned matrix = get("matrix");    // 1: full, 2: its list ends early
+    unsigned fields = get("fields"), alternate = get("alternate");
+    unsigned partitioned = get("partitioned"), reversible = get("reversible");
+    unsigned packets = get("packets");      // macroblocks of each; 0: no resync markers
+    unsigned extension = get("extension");  // of packet headers
+    unsigned stuffing = get("stuffing");
+    unsigned everything = get("everything");  // all optional header fields
+    unsigned wild = get("wild");              // coefficients up to the limits
+    unsigned in_sample = get("in_sample");    // headers in the sample, not in the configuration
 };
 
 int rounded(int a, int b) { return (abs(a) + b / 2) / b * (a < 0 ? -1 : 1); }
@@ -76,7 +75,7 @@ class VopWriter {
     unsigned pick(unsigned n) { return static_cast<unsigned>(random() % n); }
 
     void write_layer(BitPacker* out) {
-        const bool all = s.everything;
+        const bool all = s.everything != 0;
         if (all) {
             out->start_code(0xb0);
             out->put(0xf3, 8);
@@ -103,13 +102,13 @@ class VopWriter {
         out->put(kResolution, 16);
         out->put(all ? "1 1 00000010001 1" : "1 0 1");
         out->put(s.width, 13), out->put(1, 1), out->put(s.height, 13), out->put(1, 1);
-        out->put(s.interlaced, 1);
+        out->put(s.fields, 1);
         out->put(all ? "1 10 000011 01 0" : "1 0");  // OBMC off; global motion compensation
         out->put("0");                               // 8 bits
         write_quantisation(out);
         // Quarter sample; complexity: all groups, of which I-VOPs have 6 + 2 + 4 + 1 fields.
         out->put(all ? "1 0 01 0 111111 0 1111 1 0 1111 0 111111 1 0 11" : "1");
-        out->put(s.packet_mbs == 0, 1);
+        out->put(s.packets == 0, 1);
         out->put(s.partitioned, 1);
         if (s.partitioned) out->put(s.reversible, 1);
         out->put(all ? "0 1 0" : "0");  // newpred, reduced resolution, scalability
@@ -118,32 +117,17 @@ class VopWriter {
     }
 
     void write_quantisation(BitPacker* out) {
-        out->put(s.matrix != nullptr, 1);
-        std::fill(matrix.begin(), matrix.end(), 16);
-        if (!s.matrix) return;
-        const bool is_short = *s.matrix == 's';
-        const bool is_default = *s.matrix == 'd';
-        static const int kDefaultRows[4][8] = {{8, 17, 18, 19, 21, 23, 25, 27},
-                                               {17, 18, 19, 21, 23, 25, 27, 28},
-                                               {20, 21, 22, 23, 24, 26, 28, 30},
-                                               {21, 22, 23, 24, 26, 28, 30, 32}};
-        static const int kLowerRows[4][8] = {{22, 23, 24, 26, 28, 30, 32, 35},
-                                             {23, 24, 26, 28, 30, 32, 35, 38},
-                                             {25, 26, 28, 30, 32, 35, 38, 41},
-                                             {27, 28, 30, 32, 35, 38, 41, 45}};
-        for (unsigned i = 0; i < 32; ++i) {
-            matrix[i] = kDefaultRows[i / 8][i % 8];
-            matrix[32 + i] = kLowerRows[i / 8][i % 8];
+        out->put(s.matrix != 0, 1);
+        if (s.matrix == 0) return;
+        out->put("1");
+        const auto& order = scan_order(Scan::kZigzag);
+        const unsigned length = s.matrix == 2 ? 20 : 64;
+        for (unsigned i = 0; i < 64; ++i) {
+            const unsigned value = 1 + pick(i % 9 ? 60 : 255);
+            if (i <= length) out->put(i < length ? value : 0, 8);
+            matrix[order[i]] = i < length ? static_cast<int>(value) : matrix[order[i - 1]];
         }
-        out->put(!is_default, 1);
-        for (unsigned i = 0; i < 64 && !is_default; ++i) {
-            const unsigned value = i < 20 || !is_short ? 1 + pick(i % 9 ? 60 : 255) : 0;
-            if (i <= 20 || !is_short) out->put(value, 8);
-            const unsigned before = scan_order(Scan::kZigzag)[i ? i - 1 : 0];
-            matrix[scan_order(Scan::kZigzag)[i]] = value ? static_cast<int>(value) : matrix[before];
-        }
-        out->put(!is_default, 1);
-        if (!is_default) out->put(77, 8), out->put(0, 8);  // inter matrix: one value for all
+        out->put("1"), out->put(77, 8), out->put(0, 8);  // inter matrix: one value for all
     }
 
     void put_time() {
@@ -162,11 +146,11 @@ class VopWriter {
             for (unsigned i = 0; i < 12 * 8 + 4; ++i) sample.put(i % 3 == 0, 1);  // complexity
         }
         sample.put(s.thr, 3);
-        if (s.interlaced) sample.put("1"), sample.put(s.alternate, 1);
+        if (s.fields) sample.put("1"), sample.put(s.alternate, 1);
         sample.put(s.quant, 5);
         quant = static_cast<int>(s.quant);
         const unsigned total = picture.width_mbs * picture.height_mbs;
-        const unsigned step = s.packet_mbs ? s.packet_mbs : total;
+        const unsigned step = s.packets ? s.packets : total;
         for (unsigned first = 0; first < total; first += step, ++packet) {
             if (first != 0) write_packet_header(first, total);
             std::vector<Mb> mbs;
@@ -187,8 +171,8 @@ class VopWriter {
         sample.put(first, number_bits);
         quant = 1 + static_cast<int>(pick(s.dquant ? 31 : s.quant));
         sample.put(static_cast<uint32_t>(quant), 5);
-        sample.put(s.header_extension, 1);
-        if (!s.header_extension) return;
+        sample.put(s.extension, 1);
+        if (!s.extension) return;
         put_time();
         sample.put("00");
         if (s.everything) sample.put("0");
@@ -219,7 +203,7 @@ class VopWriter {
         mb.dc_in_events = (running ? before : quant) >= kThreshold[s.thr];
         if (running) *running = quant;
         mb.ac_pred = s.ac_pred && pick(3);
-        mb.field = s.interlaced && !s.partitioned && pick(2);
+        mb.field = s.fields && !s.partitioned && pick(2);
         for (unsigned n = 0; n < 6; ++n) code_block(&mb, n);
         return mb;
     }
@@ -339,7 +323,7 @@ class VopWriter {
             sample.put(mb.ac_pred, 1);
             put_cbpy(&sample, mb.cbp >> 2);
             if (mb.has_dquant) sample.put(static_cast<uint32_t>(mb.dquant), 2);
-            if (s.interlaced) sample.put(mb.field, 1);
+            if (s.fields) sample.put(mb.field, 1);
             for (unsigned n = 0; n < 6; ++n) {
                 if (!mb.dc_in_events) put_dc(mb, n);
                 put_events(mb, n, mb_scans[at++]);
@@ -385,68 +369,40 @@ class VopWriter {
 }  // namespace
 
 TEST(Vop, MatchesTheModelWithEveryTool) {
-    static const Stream kStreams[] = {
-        {.name = "plain"},
-        {.name = "1x1", .width = 1, .height = 1, .quant = 1},
-        {.name = "quantisers", .quant = 16, .dquant = true},
-        {.name = "prediction", .quant = 5, .dquant = true, .ac_pred = true},
-        {.name = "headers in the sample", .ac_pred = true, .in_sample = true},
-        {.name = "all header fields",
-         .packet_mbs = 4,
-         .header_extension = true,
-         .everything = true},
-        {.name = "threshold 3", .quant = 17, .dquant = true, .thr = 3, .ac_pred = true},
-        {.name = "threshold 6", .quant = 23, .dquant = true, .thr = 6, .packet_mbs = 3},
-        {.name = "threshold 7", .quant = 12, .thr = 7, .ac_pred = true, .wild = true},
-        {.name = "default matrix",
-         .quant = 9,
-         .dquant = true,
-         .ac_pred = true,
-         .matrix = "default"},
-        {.name = "short matrix", .quant = 2, .matrix = "short", .wild = true},
-        {.name = "full matrix", .quant = 6, .ac_pred = true, .matrix = "full"},
-        {.name = "limits, quant 1", .quant = 1, .wild = true},
-        {.name = "limits, quant 31", .quant = 31, .ac_pred = true, .wild = true},
-        {.name = "fields", .ac_pred = true, .interlaced = true},
-        {.name = "fields, alternate scan", .ac_pred = true, .interlaced = true, .alternate = true},
-        {.name = "packets", .dquant = true, .ac_pred = true, .packet_mbs = 4},
-        {.name = "one macroblock a packet", .ac_pred = true, .packet_mbs = 1, .stuffing = true},
-        {.name = "header extension", .packet_mbs = 7, .header_extension = true},
-        {.name = "stuffing", .dquant = true, .stuffing = true},
-        {.name = "partitions",
-         .dquant = true,
-         .ac_pred = true,
-         .partitioned = true,
-         .packet_mbs = 6,
-         .stuffing = true},
-        {.name = "one partitioned packet", .thr = 2, .partitioned = true, .wild = true},
-        {.name = "reversible",
-         .quant = 3,
-         .ac_pred = true,
-         .partitioned = true,
-         .reversible = true,
-         .packet_mbs = 5,
-         .header_extension = true,
-         .wild = true},
-        {.name = "reversible, threshold 7, matrix",
-         .quant = 9,
-         .dquant = true,
-         .thr = 7,
-         .ac_pred = true,
-         .matrix = "full",
-         .partitioned = true,
-         .reversible = true},
-        {.name = "interlaced partitions", .interlaced = true, .partitioned = true, .packet_mbs = 9},
-    };
-    for (const Stream& stream : kStreams) {
-        for (unsigned seed = 1; seed <= 20; ++seed) {
-            VopWriter writer(stream, seed);
+    for (const char* const text : {
+             "",
+             "width=1 height=1 quant=1",
+             "quant=16 dquant",
+             "quant=5 dquant ac_pred",
+             "ac_pred in_sample",
+             "packets=4 extension everything",
+             "quant=17 dquant thr=3 ac_pred",
+             "quant=23 dquant thr=6 packets=3",
+             "quant=12 thr=7 ac_pred wild",
+             "quant=2 matrix=2 wild",
+             "quant=6 ac_pred matrix=1",
+             "quant=1 wild",
+             "quant=31 ac_pred wild",
+             "ac_pred fields",
+             "ac_pred fields alternate",
+             "dquant ac_pred packets=4",
+             "ac_pred packets=1 stuffing",
+             "packets=7 extension",
+             "dquant stuffing",
+             "dquant ac_pred partitioned packets=6 stuffing",
+             "thr=2 partitioned wild",
+             "quant=3 ac_pred partitioned reversible packets=5 extension wild",
+             "quant=9 dquant thr=7 ac_pred matrix=1 partitioned reversible",
+             "fields partitioned packets=9",
+         }) {
+        for (unsigned seed = 1; seed <= 10; ++seed) {
+            VopWriter writer(Stream(text), seed);
             writer.write();
             std::vector<uint8_t> planes;
             ASSERT_EQ(decode_sample(writer.config_bytes(), writer.sample_bytes(), true, &planes), 0)
-                << stream.name << ", seed " << seed;
+                << text << ", seed " << seed;
             ASSERT_LE(most_difference(planes, writer.expected().planes), 1)
-                << stream.name << ", seed " << seed;
+                << text << ", seed " << seed;
         }
     }
 }

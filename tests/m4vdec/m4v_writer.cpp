@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include "runtime/accounted_memory.h"
 #include "thumb/decode_key_frame_mpeg4.h"
@@ -184,6 +185,16 @@ void ModelPicture::put_block(unsigned x, unsigned y, unsigned n, bool is_field,
                                   : (y * 8 + row) * pitch + x * 8 + i % 8;
         plane[at] = static_cast<uint8_t>(std::clamp(floor(sum + 0.5), 0.0, 255.0));
     }
+}
+
+unsigned Options::get(const char* name, unsigned otherwise) const {
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        const size_t equals = word.find('=');
+        if (word.substr(0, equals) != name) continue;
+        return equals == std::string::npos ? 1 : static_cast<unsigned>(atoi(&word[equals + 1]));
+    }
+    return otherwise;
 }
 
 int decode_sample(const std::vector<uint8_t>& config, const std::vector<uint8_t>& sample,

@@ -68,6 +68,13 @@ struct ModelPicture {
     void put_block(unsigned x, unsigned y, unsigned n, bool is_field, const Block& coefficients);
 };
 
+// Named numbers out of a text: "quant=5 dquant" has quant 5 and dquant 1.
+struct Options {
+    const char* text;
+    explicit Options(const char* t) : text(t) {}
+    unsigned get(const char* name, unsigned otherwise = 0) const;
+};
+
 // Decodes with the library. Returns 1 on failure; the planes are those of the macroblock grid.
 int decode_sample(const std::vector<uint8_t>& config, const std::vector<uint8_t>& sample,
                   bool is_mpeg4, std::vector<uint8_t>* planes);
