@@ -7,10 +7,16 @@ function __keystill_position
     count (string match -v -- '--all' $words)
 end
 
+# Videos and folders that start with what is written.
+function __keystill_videos
+    # As for a program that nothing is known about.
+    complete -C "__keystill_files "(commandline -ct) |
+        string match -ri '^.*(?:/|\.(?:m1v|m4v|mp4|qt|mpeg4|mov|3gp|ismv))(?:\t.*)?$'
+end
+
 for program in keystill keystill-explain
     complete -c $program -f
-    complete -c $program -n 'test (__keystill_position) -eq 1' -k -a \
-        '(__fish_complete_suffix .m1v .m4v .mp4 .qt .mpeg4 .mov .3gp .ismv)' -d Video
+    complete -c $program -n 'test (__keystill_position) -eq 1' -a '(__keystill_videos)' -d Video
     complete -c $program -n 'test (__keystill_position) -eq 2' -F
     complete -c $program -n 'test (__keystill_position) -eq 3' -a '0 160 320 640' -d Width
     complete -c $program -n 'test (__keystill_position) -eq 4' -a '0 120 240 480' -d Height
