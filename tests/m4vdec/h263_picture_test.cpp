@@ -285,7 +285,7 @@ TEST(H263Picture, MatchesTheModelWithEveryAnnex) {
              "width=60 height=52 plus modified_quant segments=2 everything",
              "plus modified_quant dquant",
              "quant=1 plus modified_quant wild",
-             "plus modified_quant segments=2 dquant",
+             "plus modified_quant segments=3 dquant",
              "width=200 height=100 plus segments=3",
              // A filter that may not cross the edge of any macroblock finds nothing to do.
              "plus independent segments=5 flat",
