@@ -21,13 +21,12 @@ static int plane_qp(const DeblockRecord& r, int c, const DeblockRecord& q) {
 static void set_edges(const DeblockRecord* const sides[2], const DeblockRecord& q, int c,
                       DeblockEdges edges[2][3]) {
     const int q_qp = plane_qp(q, c, q);
-    const EdgeThresholds inner = thresholds(q, q_qp);
     for (int direction = 0; direction < 2; ++direction) {
         const DeblockRecord* const p = sides[direction];
         DeblockEdges* const e = &edges[direction][c];
-        e->inner = inner;
+        e->inner = thresholds(q, q_qp);
         e->inner_step = c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;
-        if (p) e->outer = thresholds(q, (plane_qp(*p, c, q) + q_qp + 1) >> 1);
+        e->outer = p ? thresholds(q, (plane_qp(*p, c, q) + q_qp + 1) >> 1) : EdgeThresholds{};
     }
 }
 
@@ -54,21 +53,22 @@ static MbPlanes macroblock_at(const AvcPicture& picture, uint32_t row, uint32_t 
             chroma_pitch};
 }
 
+// edges are of as many planes as the picture has.
 static void filter_direction(const ReconKernels& k, DeblockDirection direction, const MbPlanes& to,
-                             const DeblockEdges edges[3]) {
+                             const DeblockEdges* edges, int planes) {
     if (is_on(edges[0])) k.deblock_luma[direction](to.plane[0], to.luma_pitch, edges[0]);
-    if (is_on(edges[1]) || is_on(edges[2])) {
+    if (planes == 3 && (is_on(edges[1]) || is_on(edges[2]))) {
         k.deblock_chroma[direction](to.plane[1], to.plane[2], to.chroma_pitch, edges + 1);
     }
 }
 
 static void deblock_macroblock(const ReconKernels& k, const MbPlanes& to,
                                const DeblockRecord* const sides[2], const DeblockRecord& q) {
-    DeblockEdges edges[2][3] = {};
+    DeblockEdges edges[2][3];
     const int planes = q.flags & kDeblockMonochrome ? 1 : 3;
     for (int c = 0; c < planes; ++c) set_edges(sides, q, c, edges);
-    filter_direction(k, kVerticalEdge, to, edges[kVerticalEdge]);
-    filter_direction(k, kHorizontalEdge, to, edges[kHorizontalEdge]);
+    filter_direction(k, kVerticalEdge, to, edges[kVerticalEdge], planes);
+    filter_direction(k, kHorizontalEdge, to, edges[kHorizontalEdge], planes);
 }
 
 void deblock_row(const ReconKernels& k, const AvcPicture& picture, uint32_t row,

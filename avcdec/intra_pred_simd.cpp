@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Directional and plane prediction with SSE2 or NEON (H.264 8.3.1.2 to 8.3.4). All samples of a
-// directional mode are averages of two or three neighbours on the line of reference samples. Two
-// vectors hold the averages for every place on the line, and each row of the block is a window of
-// them that slides from row to row.
+// Directional, plane and chroma DC prediction with SSE2 or NEON (H.264 8.3.1.2 to 8.3.4). All
+// samples of a directional mode are averages of two or three neighbours on the line of reference
+// samples. Two vectors hold the averages for every place on the line, and each row of the block is
+// a window of them that slides from row to row.
 #include "avcdec/intra_modes.h"
 #include "avcdec/recon_kernels.h"
 #include "avcdec/simd_vectors.h"
@@ -129,7 +129,9 @@ static inline Averages top_4x4(const uint8_t* dst, ptrdiff_t pitch) {
 static inline Averages around_4x4(const uint8_t* dst, ptrdiff_t pitch) {
     const uint8_t* const top = dst - pitch;
     const uint32_t left = load_column_4(dst + 3 * pitch - 1, -pitch);
-    return averages((U8x16)U32x4{left, load_4(top - 1), top[3]}, U8x16{});
+    // Not four samples from the corner on: the processor waits for a load across two fresh blocks.
+    const uint32_t corner_on = load_4(top) << 8 | top[-1];
+    return averages((U8x16)U32x4{left, corner_on, top[3]}, U8x16{});
 }
 
 template <bool kHasRight>
@@ -172,7 +174,7 @@ static inline U8x16 smooth(U8x16 before, U8x16 line, U8x16 after) {
 static inline U8x16 top_8x8(const uint8_t* dst, ptrdiff_t pitch, unsigned available) {
     const uint8_t* const top = dst - pitch;
     const U8x16 line = available & kPred8x8TopRight
-                           ? load_16(top)
+                           ? load_8_8(top, top + 8)
                            : low_halves(load_8_8(top, top), splat_u8(top[7]));
     const U8x16 corner = splat_u8(available & kPred8x8TopLeft ? top[-1] : top[0]);
     return smooth(corner, line, splat_u8(line[15]));
@@ -195,7 +197,8 @@ static inline Averages top_averages_8x8(const uint8_t* dst, ptrdiff_t pitch, uns
 static inline Averages around_8x8(const uint8_t* dst, ptrdiff_t pitch, unsigned available) {
     const uint8_t* const top = dst - pitch;
     const U8x16 left = load_column_8(dst + 7 * pitch - 1, -pitch);
-    const U8x16 line = low_halves(left, load_8_8(top - 1, top - 1));
+    const U8x16 corner_on = slide<15>(splat_u8(top[-1]), load_8_8(top, top));
+    const U8x16 line = low_halves(left, corner_on);
     const U8x16 smooth_line = smooth(splat_lane_0(left), line, splat_u8(top[7]));
     return averages(smooth_line, slide<7>(top_8x8(dst, pitch, available)));
 }
@@ -262,6 +265,28 @@ static void horizontal_up_8x8(uint8_t* dst, ptrdiff_t pitch, unsigned available)
     horizontal_up<8>(dst, pitch, averages(low_halves(left, last), last), last);
 }
 
+// The DC of each 4x4 quarter of a chroma block (H.264 8.3.4.1 to 8.3.4.3).
+
+static inline uint32_t sum_4(const uint8_t* p, ptrdiff_t step) {
+    return uint32_t{p[0]} + p[step] + p[2 * step] + p[3 * step];
+}
+
+// Whole rows, as the residual is added in whole rows.
+static inline void fill_two_4x4(uint8_t* dst, ptrdiff_t pitch, uint32_t left, uint32_t right) {
+    const U8x16 row = (U8x16)U32x4{left * 0x01010101, right * 0x01010101};
+#pragma GCC unroll 4
+    for (int y = 0; y < 4; ++y) store_8(dst + y * pitch, row);
+}
+
+static void dc_chroma(uint8_t* dst, ptrdiff_t pitch) {
+    const uint32_t top0 = sum_4(dst - pitch, 1);
+    const uint32_t top1 = sum_4(dst - pitch + 4, 1);
+    const uint32_t left0 = sum_4(dst - 1, pitch);
+    const uint32_t left1 = sum_4(dst - 1 + 4 * pitch, pitch);
+    fill_two_4x4(dst, pitch, (top0 + left0 + 4) >> 3, (top1 + 2) >> 2);
+    fill_two_4x4(dst + 4 * pitch, pitch, (left1 + 2) >> 2, (top1 + left1 + 4) >> 3);
+}
+
 // Planes (H.264 8.3.3.4, 8.3.4.4).
 
 // The weighted differences of the samples around the middle of the row above, or of the column
@@ -326,5 +351,6 @@ void intra_pred_use_simd(ReconKernels* k) {
     k->pred8x8[kIntraDcLeft] = dc_left_8x8;
     k->pred8x8[kIntraDcTop] = dc_top_8x8;
     k->pred16x16[kIntra16Plane] = plane_16x16;
+    k->pred_chroma[kIntraChromaDc] = dc_chroma;
     k->pred_chroma[kIntraChromaPlane] = plane_chroma;
 }
