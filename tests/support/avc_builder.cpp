@@ -32,12 +32,10 @@ std::string pps_nal(const PpsSpec& s) {
 
 BitPacker slice_header(const SliceSpec& s) {
     BitPacker p;
-    p.ue(s.first_mb).ue(s.slice_type).ue(s.pps_id).u(s.frame_num_bits, 0);
+    p.ue(s.first_mb).ue(s.slice_type).ue(s.pps_id).u(4, 0);  // frame_num
     if (s.is_idr) p.ue(0);
     p.text(s.pic_order_cnt).text(s.redundant);
-    if (s.nal_ref_idc != 0) {
-        p.text(!s.marking.empty() ? s.marking : s.is_idr ? "00" : "0");
-    }
+    if (s.nal_ref_idc != 0) p.text(!s.marking.empty() ? s.marking : s.is_idr ? "00" : "0");
     return p.se(s.slice_qp_delta).text(s.deblocking);
 }
 
@@ -45,19 +43,8 @@ std::string slice_nal(const SliceSpec& s, const BitPacker& header_and_data) {
     return nal_unit(s.nal_ref_idc, s.is_idr ? 5 : 1, header_and_data);
 }
 
-void add_pcm(BitPacker* data, const std::string& samples) {
-    // The unit's header byte does not move the boundaries.
-    data->ue(25).align().bytes(samples);
-}
-
 std::string pcm_slice_nal(const SliceSpec& spec, const std::vector<std::string>& macroblocks) {
     BitPacker data = slice_header(spec);
-    for (const std::string& samples : macroblocks) add_pcm(&data, samples);
+    for (const std::string& samples : macroblocks) data.ue(25).align().bytes(samples);
     return slice_nal(spec, data.trailing());
-}
-
-std::string parameter_set_run(const std::vector<std::string>& nals) {
-    std::string run;
-    for (const std::string& nal : nals) run += with_length(nal, 2);
-    return run;
 }

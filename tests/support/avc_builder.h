@@ -9,53 +9,37 @@
 
 #include "tests/support/bit_packer.h"
 
+// Strings are bits.
 struct SpsSpec {
-    uint32_t profile_idc = 66;
-    uint32_t id = 0;
-    uint32_t chroma_format_idc = 1;  // these five for high profiles only
-    uint32_t bit_depth_luma_minus8 = 0;
-    uint32_t bit_depth_chroma_minus8 = 0;
+    uint32_t profile_idc = 66, id = 0;
+    // For high profiles only; scaling has the eight lists with their flags, if any.
+    uint32_t chroma_format_idc = 1, bit_depth_luma_minus8 = 0, bit_depth_chroma_minus8 = 0;
     uint32_t lossless = 0;
-    std::string scaling = "";  // bits of the eight lists with their flags; none: flag 0
-    uint32_t log2_max_frame_num_minus4 = 0;
-    uint32_t pic_order_cnt_type = 2;
-    std::string pic_order_cnt = "";  // bits of the type's fields
-    uint32_t width_mbs = 1;
-    uint32_t height_mbs = 1;
-    uint32_t frame_mbs_only_flag = 1;
+    std::string scaling = "";
+    uint32_t log2_max_frame_num_minus4 = 0, pic_order_cnt_type = 2;
+    std::string pic_order_cnt = "";  // the type's fields
+    uint32_t width_mbs = 1, height_mbs = 1, frame_mbs_only_flag = 1;
     std::vector<uint32_t> crop = {};  // left, right, top, bottom
-    std::string vui = "";             // bits; none: flag 0
+    std::string vui = "";
 };
 
 struct PpsSpec {
-    uint32_t id = 0;
-    uint32_t sps_id = 0;
-    uint32_t cabac = 0;
-    uint32_t pic_order_present = 0;
-    uint32_t num_slice_groups_minus1 = 0;
-    uint32_t refs_l0 = 0;
-    uint32_t refs_l1 = 0;
-    uint32_t weighted_bipred_idc = 0;
-    int32_t pic_init_qp_minus26 = 0;
-    int32_t chroma_qp_index_offset = 0;
-    uint32_t deblocking_control = 0;
-    uint32_t redundant_pic_cnt_present = 0;
-    std::string extension = "";  // bits
-    std::string behind = "";     // bytes behind the trailing bits
+    uint32_t id = 0, sps_id = 0, cabac = 0, pic_order_present = 0, num_slice_groups_minus1 = 0;
+    uint32_t refs_l0 = 0, refs_l1 = 0, weighted_bipred_idc = 0;
+    int32_t pic_init_qp_minus26 = 0, chroma_qp_index_offset = 0;
+    uint32_t deblocking_control = 0, redundant_pic_cnt_present = 0;
+    std::string extension = "";
+    std::string behind = "";  // bytes behind the trailing bits
 };
 
 struct SliceSpec {
-    uint32_t first_mb = 0;
-    uint32_t slice_type = 7;
-    uint32_t pps_id = 0;
+    uint32_t first_mb = 0, slice_type = 7, pps_id = 0;
     bool is_idr = true;
     int nal_ref_idc = 3;
-    int frame_num_bits = 4;
-    std::string pic_order_cnt = "";  // bits
-    std::string redundant = "";      // bits
-    std::string marking = "";        // bits; none: two flags of 0 (IDR) or one
+    std::string pic_order_cnt = "", redundant = "";
+    std::string marking = "";  // none: two flags of 0 (IDR) or one
     int32_t slice_qp_delta = 0;
-    std::string deblocking = "";  // bits
+    std::string deblocking = "";
 };
 
 std::string sps_nal(const SpsSpec& spec);
@@ -65,11 +49,5 @@ std::string pps_nal(const PpsSpec& spec);
 BitPacker slice_header(const SliceSpec& spec);
 std::string slice_nal(const SliceSpec& spec, const BitPacker& header_and_data);
 
-// mb_type, alignment and the samples of an I_PCM macroblock in CAVLC.
-void add_pcm(BitPacker* data, const std::string& samples);
-
 // A CAVLC slice of I_PCM macroblocks.
 std::string pcm_slice_nal(const SliceSpec& spec, const std::vector<std::string>& macroblocks);
-
-// The parameter sets behind their 16-bit lengths, as a decoder configuration holds them.
-std::string parameter_set_run(const std::vector<std::string>& nals);

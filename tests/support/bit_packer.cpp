@@ -21,9 +21,9 @@ BitPacker& BitPacker::se(int32_t value) {
     return ue(value > 0 ? 2 * magnitude - 1 : 2 * magnitude);
 }
 
-BitPacker& BitPacker::text(const char* bits) {
-    for (; *bits != 0; ++bits) {
-        if (*bits != ' ') u(1, *bits == '1');
+BitPacker& BitPacker::text(const std::string& bits) {
+    for (const char c : bits) {
+        if (c != ' ') u(1, c == '1');
     }
     return *this;
 }

@@ -9,13 +9,12 @@
 class BitPacker {
  public:
     BitPacker() = default;
-    explicit BitPacker(const char* bits) { text(bits); }
+    explicit BitPacker(const std::string& bits) { text(bits); }
 
-    BitPacker& u(int n, uint64_t value);  // the low n bits, 0 to 64
-    BitPacker& ue(uint32_t value);        // any value but 2^32 - 1
-    BitPacker& se(int32_t value);         // any value but -2^31
-    BitPacker& text(const char* bits);    // '0' and '1'; blanks are left out
-    BitPacker& text(const std::string& bits) { return text(bits.c_str()); }
+    BitPacker& u(int n, uint64_t value);        // the low n bits, 0 to 64
+    BitPacker& ue(uint32_t value);              // any value but 2^32 - 1
+    BitPacker& se(int32_t value);               // any value but -2^31
+    BitPacker& text(const std::string& bits);   // '0' and '1'; blanks are left out
     BitPacker& bytes(const std::string& data);  // on a byte boundary
     BitPacker& align(int bit = 0);              // fills the byte with that bit
     BitPacker& trailing();                      // stop bit, then zeros up to the byte boundary

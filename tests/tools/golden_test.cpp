@@ -22,15 +22,13 @@ uint32_t crc32(uint32_t crc, const uint8_t* data, size_t length) {
     return ~crc;
 }
 
-uint32_t crc_of_planes(const DecodedPicture& picture) {
-    const uint32_t offsets[] = {0, picture.u_offset, picture.v_offset};
+uint32_t crc_of_planes(const DecodedPicture& p) {
     uint32_t crc = 0;
-    for (int i = 0; i < 3; ++i) {
-        const uint32_t width = i == 0 ? picture.width : (picture.width + 1) / 2;
-        const uint32_t height = i == 0 ? picture.height : (picture.height + 1) / 2;
-        const uint32_t pitch = i == 0 ? picture.stride : picture.stride / 2;
-        for (uint32_t y = 0; y < height; ++y) {
-            crc = crc32(crc, picture.planes + offsets[i] + size_t{y} * pitch, width);
+    for (const uint32_t offset : {uint32_t{0}, p.u_offset, p.v_offset}) {
+        const uint32_t scale = offset == 0 ? 1 : 2;
+        for (uint32_t y = 0; y < (p.height + scale - 1) / scale; ++y) {
+            const uint8_t* const row = p.planes + offset + size_t{y} * (p.stride / scale);
+            crc = crc32(crc, row, (p.width + scale - 1) / scale);
         }
     }
     return crc;
