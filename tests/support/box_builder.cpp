@@ -3,23 +3,23 @@
 
 static std::string big_endian(uint64_t value, int bytes) {
     std::string out;
-    for (int i = bytes - 1; i >= 0; --i) out += static_cast<char>(value >> (8 * i) & 0xff);
+    while (--bytes >= 0) out += static_cast<char>(value >> (8 * bytes) & 0xff);
     return out;
 }
 
-std::string u16(uint32_t value) { return big_endian(value, 2); }
-std::string u32(uint32_t value) { return big_endian(value, 4); }
+std::string u16(uint64_t value) { return big_endian(value, 2); }
+std::string u32(uint64_t value) { return big_endian(value, 4); }
 std::string u64(uint64_t value) { return big_endian(value, 8); }
 std::string zeros(size_t count) { return std::string(count, '\0'); }
 
-std::string words(std::initializer_list<uint32_t> values) {
+std::string words(const std::vector<uint64_t>& values) {
     std::string out;
-    for (const uint32_t value : values) out += u32(value);
+    for (const uint64_t value : values) out += u32(value);
     return out;
 }
 
 std::string box(const std::string& type, const std::string& content) {
-    return u32(static_cast<uint32_t>(content.size() + 8)) + type + content;
+    return u32(content.size() + 8) + type + content;
 }
 
 std::string large_box(const std::string& type, const std::string& content) {
@@ -36,24 +36,22 @@ static std::string visual_entry(const std::string& type, const std::string& conf
 
 std::string avc_entry(const std::string& sequence_set, const std::string& picture_set,
                       int length_size) {
-    const std::string sets = "\xe1" + u16(static_cast<uint32_t>(sequence_set.size())) +
-                             sequence_set + "\1" + u16(static_cast<uint32_t>(picture_set.size())) +
-                             picture_set;
     const char lengths = static_cast<char>(0xfc | (length_size - 1));
-    return visual_entry("avc1", box("avcC", "\1\x64" + zeros(1) + "\x1e" + lengths + sets));
+    return visual_entry("avc1", box("avcC", "\1\x64" + zeros(1) + "\x1e" + lengths + "\xe1" +
+                                                u16(sequence_set.size()) + sequence_set + "\1" +
+                                                u16(picture_set.size()) + picture_set));
 }
 
 std::string mpeg4_entry(const std::string& decoder_specific_info) {
-    const char length = static_cast<char>(decoder_specific_info.size());
-    return visual_entry("mp4v",
-                        full_box("esds", "\3\4\5" + (length + decoder_specific_info) + "\6"));
+    const std::string length(1, static_cast<char>(decoder_specific_info.size()));
+    return visual_entry("mp4v", full_box("esds", "\3\4\5" + length + decoder_specific_info + "\6"));
 }
 
 std::string h263_entry() { return visual_entry("s263", box("d263", "test" + zeros(3))); }
 
 std::string track_header(uint32_t track_id, uint32_t width, uint32_t height) {
-    return full_box("tkhd",
-                    words({0, 0, track_id}) + zeros(60) + words({width << 16, height << 16}));
+    const std::string sides = words({width << 16, height << 16});
+    return full_box("tkhd", words({0, 0, track_id}) + zeros(60) + sides);
 }
 
 std::string media_header(uint32_t time_scale, uint32_t duration) {
@@ -65,28 +63,24 @@ std::string handler(const std::string& type, const std::string& component) {
 }
 
 std::string sample_table(const MovieSpec& spec, uint32_t first_chunk_offset) {
-    std::string sizes, offsets, sync;
-    uint32_t count = 0, chunks = 0, offset = first_chunk_offset;
-    for (const std::string& sample : spec.samples) {
-        const bool starts_chunk = count++ % spec.samples_per_chunk == 0;
-        if (starts_chunk) offsets += u32(offset);
-        chunks += starts_chunk;
-        sizes += u32(static_cast<uint32_t>(sample.size()));
-        offset += static_cast<uint32_t>(sample.size());
+    std::vector<uint64_t> sizes = {0, spec.samples.size()}, offsets = {0};
+    uint64_t offset = first_chunk_offset;
+    for (size_t i = 0; i < spec.samples.size(); offset += spec.samples[i++].size()) {
+        if (i % spec.samples_per_chunk == 0) offsets.push_back(offset);
+        sizes.push_back(spec.samples[i].size());
     }
-    for (const uint32_t number : spec.sync) sync += u32(number);
+    offsets[0] = offsets.size() - 1;
+    const std::string sync = u32(spec.sync.size()) + words({spec.sync.begin(), spec.sync.end()});
     return box("stbl", full_box("stsd", u32(1) + spec.entry) +
-                           full_box("stts", words({1, count, spec.sample_duration})) +
-                           full_box("stss", u32(static_cast<uint32_t>(spec.sync.size())) + sync) +
+                           full_box("stts", words({1, sizes[1], spec.sample_duration})) +
+                           full_box("stss", sync) +
                            full_box("stsc", words({1, 1, spec.samples_per_chunk, 1})) +
-                           full_box("stsz", words({0, count}) + sizes) +
-                           full_box("stco", u32(chunks) + offsets));
+                           full_box("stsz", words(sizes)) + full_box("stco", words(offsets)));
 }
 
 static std::string video_track(const MovieSpec& spec, uint32_t duration, const std::string& table) {
-    return box("trak",
-               track_header(1, 64, 48) + box("mdia", media_header(spec.time_scale, duration) +
-                                                         handler("vide") + box("minf", table)));
+    const std::string media = media_header(spec.time_scale, duration) + handler("vide");
+    return box("trak", track_header(1, 64, 48) + box("mdia", media + box("minf", table)));
 }
 
 std::string movie_file(const MovieSpec& spec) {
@@ -94,9 +88,8 @@ std::string movie_file(const MovieSpec& spec) {
     std::string data;
     for (const std::string& sample : spec.samples) data += sample;
     const uint32_t duration = static_cast<uint32_t>(spec.samples.size()) * spec.sample_duration;
-    const uint32_t start = static_cast<uint32_t>(type.size()) + 8;
-    return type + box("mdat", data) +
-           box("moov", video_track(spec, duration, sample_table(spec, start)));
+    const std::string table = sample_table(spec, static_cast<uint32_t>(type.size()) + 8);
+    return type + box("mdat", data) + box("moov", video_track(spec, duration, table));
 }
 
 std::string fragmented_file(const MovieSpec& spec, uint32_t duration) {
@@ -104,22 +97,18 @@ std::string fragmented_file(const MovieSpec& spec, uint32_t duration) {
     empty.samples.clear();
     empty.sync.clear();
     const std::string length = duration != 0 ? full_box("mehd", u32(duration)) : "";
-    std::string out =
-        box("ftyp", "isom" + zeros(4)) +
-        box("moov", full_box("mvhd", words({0, 0, spec.time_scale, 0})) +
-                        video_track(spec, 0, sample_table(empty, 0)) +
-                        box("mvex", length + full_box("trex", words({1, 1, 0, 0, 0}))));
-    std::string entries;
-    uint32_t time = 0;
-    for (const std::string& sample : spec.samples) {
-        const uint32_t size = static_cast<uint32_t>(sample.size());
-        entries += words({time, static_cast<uint32_t>(out.size())}) + "\1\1\1";
-        time += spec.sample_duration;
+    const std::string defaults = full_box("trex", words({1, 1, 0, 0, 0}));
+    std::string out = box("ftyp", "isom" + zeros(4)) +
+                      box("moov", full_box("mvhd", words({0, 0, spec.time_scale, 0})) +
+                                      video_track(spec, 0, sample_table(empty, 0)) +
+                                      box("mvex", length + defaults));
+    std::string entries = words({1, 0, spec.samples.size()});
+    for (size_t i = 0; i < spec.samples.size(); ++i) {
+        entries += words({i * spec.sample_duration, out.size()}) + "\1\1\1";
         // The data starts behind 56 bytes of fragment and the 8 of the media data's header.
-        out += box("moof", box("traf", full_box("tfhd", u32(1), 0x20000) +
-                                           full_box("trun", words({1, 64, size}), 0x201))) +
-               box("mdat", sample);
+        const std::string run = full_box("trun", words({1, 64, spec.samples[i].size()}), 0x201);
+        out += box("moof", box("traf", full_box("tfhd", u32(1), 0x20000) + run)) +
+               box("mdat", spec.samples[i]);
     }
-    const uint32_t count = static_cast<uint32_t>(spec.samples.size());
-    return out + box("mfra", full_box("tfra", words({1, 0, count}) + entries));
+    return out + box("mfra", full_box("tfra", entries));
 }

@@ -4,15 +4,14 @@
 
 #include <stdint.h>
 
-#include <initializer_list>
 #include <string>
 #include <vector>
 
-// Big-endian numbers.
-std::string u16(uint32_t value);
-std::string u32(uint32_t value);
+// Big-endian numbers: the low bits of the value.
+std::string u16(uint64_t value);
+std::string u32(uint64_t value);
 std::string u64(uint64_t value);
-std::string words(std::initializer_list<uint32_t> values);  // 32 bits each
+std::string words(const std::vector<uint64_t>& values);  // 32 bits each
 std::string zeros(size_t count);
 
 std::string box(const std::string& type, const std::string& content = "");

@@ -5,39 +5,34 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-static bool is_sampled(const jpeg_component_info& component, int factor) {
-    return component.h_samp_factor == factor && component.v_samp_factor == factor;
-}
-
 static bool is_baseline_420_jfif(const jpeg_decompress_struct& info) {
+    std::string sampling;
+    for (int i = 0; i < info.num_components; ++i) {
+        sampling += static_cast<char>('0' + info.comp_info[i].h_samp_factor);
+        sampling += static_cast<char>('0' + info.comp_info[i].v_samp_factor);
+    }
     return info.saw_JFIF_marker && !info.progressive_mode && !info.arith_code &&
-           info.data_precision == 8 && info.num_components == 3 &&
-           is_sampled(info.comp_info[0], 2) && is_sampled(info.comp_info[1], 1) &&
-           is_sampled(info.comp_info[2], 1);
+           info.data_precision == 8 && sampling == "221111";
 }
 
-JpegImage read_jpeg(const std::string& bytes) {
+JpegImage read_jpeg(std::string bytes) {
     jpeg_decompress_struct info;
     jpeg_error_mgr error;
     info.err = jpeg_std_error(&error);
     error.error_exit = [](j_common_ptr) { abort(); };
     jpeg_create_decompress(&info);
-    std::string copy = bytes;
-    jpeg_mem_src(&info, reinterpret_cast<unsigned char*>(copy.data()), copy.size());
+    jpeg_mem_src(&info, reinterpret_cast<unsigned char*>(bytes.data()), bytes.size());
     jpeg_read_header(&info, TRUE);
     info.out_color_space = JCS_YCbCr;
     info.do_fancy_upsampling = FALSE;
     jpeg_start_decompress(&info);
-    JpegImage image = {static_cast<int>(info.output_width),
-                       static_cast<int>(info.output_height),
-                       is_baseline_420_jfif(info),
-                       {}};
-    image.ycc.resize(static_cast<size_t>(image.width) * image.height * 3);
-    while (info.output_scanline < info.output_height) {
-        JSAMPROW row = &image.ycc[static_cast<size_t>(info.output_scanline) * image.width * 3];
+    const size_t width = info.output_width, height = info.output_height;
+    JpegImage image = {static_cast<int>(width), static_cast<int>(height),
+                       is_baseline_420_jfif(info), std::vector<uint8_t>(width * height * 3)};
+    while (info.output_scanline < height) {
+        JSAMPROW row = &image.ycc[info.output_scanline * width * 3];
         jpeg_read_scanlines(&info, &row, 1);
     }
-    jpeg_finish_decompress(&info);
     jpeg_destroy_decompress(&info);
     return image;
 }

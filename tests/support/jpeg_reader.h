@@ -16,4 +16,4 @@ struct JpegImage {
 };
 
 // Aborts the test program when the bytes are no JPEG.
-JpegImage read_jpeg(const std::string& bytes);
+JpegImage read_jpeg(std::string bytes);

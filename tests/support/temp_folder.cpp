@@ -1,25 +1,15 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "tests/support/temp_folder.h"
 
-#include <stdio.h>
 #include <stdlib.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
-static FILE* open_or_abort(const std::string& path, const char* mode) {
-    FILE* const file = fopen(path.c_str(), mode);
-    if (!file) {
-        perror(path.c_str());
-        abort();
-    }
-    return file;
-}
-
-TempFolder::TempFolder() {
-    std::string pattern = std::filesystem::temp_directory_path() / "keystill-XXXXXX";
-    if (!mkdtemp(pattern.data())) abort();
-    folder_ = pattern;
+TempFolder::TempFolder() : folder_(std::filesystem::temp_directory_path() / "keystill-XXXXXX") {
+    if (!mkdtemp(folder_.data())) abort();
 }
 
 TempFolder::~TempFolder() {
@@ -27,22 +17,14 @@ TempFolder::~TempFolder() {
     std::filesystem::remove_all(folder_, ignored);
 }
 
-bool file_exists(const std::string& path) {
-    struct stat status;
-    return stat(path.c_str(), &status) == 0;
-}
+bool file_exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
 void write_file(const std::string& path, const std::string& bytes) {
-    FILE* const file = open_or_abort(path, "wb");
-    if (fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) abort();
-    if (fclose(file) != 0) abort();
+    if (!(std::ofstream(path, std::ios::binary) << bytes << std::flush)) abort();
 }
 
 std::string read_file(const std::string& path) {
-    FILE* const file = open_or_abort(path, "rb");
-    std::string bytes;
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, file)) > 0;) bytes.append(buffer, n);
-    fclose(file);
-    return bytes;
+    std::ifstream file(path, std::ios::binary);
+    if (!file) abort();
+    return {std::istreambuf_iterator<char>(file), {}};
 }
