@@ -21,14 +21,8 @@ static const std::string kSample = kMedia + "sample.mp4";  // 640x360
 static const char* const kClips[] = {"sample.mp4", "fragmented.mp4", "mpeg4.mp4", "h263.3gp"};
 static constexpr int kSignalled = 1000;
 
-struct RunResult {
-    int status;  // exit status, or kSignalled and above
-    std::string out;
-    std::string err;
-};
-
-static std::vector<const char*> pointers(const std::vector<std::string>& args) {
-    std::vector<const char*> argv;
+static std::vector<const char*> pointers(const char* name, const std::vector<std::string>& args) {
+    std::vector<const char*> argv = {name};
     for (const std::string& arg : args) argv.push_back(arg.c_str());
     argv.push_back(nullptr);
     return argv;
@@ -36,12 +30,11 @@ static std::vector<const char*> pointers(const std::vector<std::string>& args) {
 
 class Cli : public testing::Test {
  protected:
-    RunResult run(const std::vector<std::string>& args, const std::string& name = "keystill") {
-        std::vector<std::string> all = {name};
-        all.insert(all.end(), args.begin(), args.end());
-        const std::vector<const char*> argv = pointers(all);
-        const std::string out = folder_.path("out.txt");
-        const std::string err = folder_.path("err.txt");
+    // The exit status of a run that has to say this on standard error, and else nothing.
+    int run(const std::vector<std::string>& args, const std::string& want_err = "",
+            const char* name = "keystill") {
+        const std::vector<const char*> argv = pointers(name, args);
+        const std::string out = folder_.path("out.txt"), err = folder_.path("err.txt");
         const pid_t child = fork();
         if (child == 0) {
             dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
@@ -51,8 +44,9 @@ class Cli : public testing::Test {
         }
         int status = 0;
         waitpid(child, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status),
-                read_file(out), read_file(err)};
+        EXPECT_EQ(read_file(out), "");
+        EXPECT_EQ(read_file(err), want_err);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
     }
 
     // Arguments that work, with the given ones in place of theirs.
@@ -62,19 +56,9 @@ class Cli : public testing::Test {
         return args;
     }
 
-    // The exit status of a run that has to be silent.
-    int run_silently(const std::vector<std::string>& args) {
-        const RunResult result = run(args);
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err, "");
-        return result.status;
-    }
-
     int run_here(const std::string& input) {
-        std::vector<std::string> args = arguments({{1, input}});
-        args.insert(args.begin(), "keystill");
-        const std::vector<const char*> argv = pointers(args);
-        const int status = run_keystill(static_cast<int>(args.size()), argv.data());
+        const std::vector<std::string> args = arguments({{1, input}});
+        const int status = run_keystill(9, pointers("keystill", args).data());
         EXPECT_EQ(g_memUsed, 0);
         return status;
     }
@@ -96,25 +80,20 @@ TEST_F(Cli, PrintsTheUsageWhenArgumentsAreMissing) {
     std::vector<std::string> args = arguments();
     while (!args.empty()) {
         args.pop_back();
-        const RunResult result = run(args, "./some/keystill");
-        EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err, want);
+        EXPECT_EQ(run(args, want, "./some/keystill"), 1);
     }
     EXPECT_FALSE(file_exists(output_));
 }
 
 TEST_F(Cli, WritesAThumbnailOfTheFittedSize) {
     static const struct {
-        const char* width;
-        const char* height;
+        const char *width, *height;
         int want_width, want_height;
-    } kCases[] = {{"320", "240", 320, 180}, {"0", "0", 640, 360},    {"320", "0", 640, 360},
-                  {"100", "100", 100, 56},  {"1280", "90", 160, 90}, {"1280", "720", 1280, 720},
-                  {"2", "2", 2, 1}};
+    } kCases[] = {{"320", "240", 320, 180},   {"0", "0", 640, 360}, {"320", "0", 640, 360},
+                  {"1280", "720", 1280, 720}, {"65534", "2", 3, 2}, {"2", "2", 2, 1}};
     for (const auto& c : kCases) {
         SCOPED_TRACE(testing::Message() << c.width << "x" << c.height);
-        ASSERT_EQ(run_silently(arguments({{3, c.width}, {4, c.height}})), 0);
+        ASSERT_EQ(run(arguments({{3, c.width}, {4, c.height}})), 0);
         const JpegImage image = read_jpeg(read_file(output_));
         EXPECT_EQ(image.width, c.want_width);
         EXPECT_EQ(image.height, c.want_height);
@@ -124,116 +103,61 @@ TEST_F(Cli, WritesAThumbnailOfTheFittedSize) {
 
 TEST_F(Cli, WritesTheSameBytesEveryTimeOverAnythingThatWasThere) {
     write_file(output_, std::string(1'000'000, 'x'));
-    ASSERT_EQ(run_silently(arguments()), 0);
+    ASSERT_EQ(run(arguments()), 0);
     const std::string first = read_file(output_);
-    EXPECT_EQ(read_jpeg(first).width, 320);
-    std::vector<std::string> with_more = arguments();
-    with_more.push_back("ignored");
-    ASSERT_EQ(run_silently(with_more), 0);
-    EXPECT_EQ(read_file(output_), first);
-
+    EXPECT_LT(first.size(), 1'000'000u);
     const std::string clip = folder_.path("Clip.MP4");
     write_file(clip, read_file(kSample));
-    ASSERT_EQ(run_silently(arguments({{1, clip}, {2, clip}})), 0);
+    std::vector<std::string> with_more = arguments({{1, clip}, {2, clip}});
+    with_more.push_back("ignored");
+    ASSERT_EQ(run(with_more), 0);
     EXPECT_EQ(read_file(clip), first);
 }
 
 TEST_F(Cli, ChoosesByPercentileAndOffset) {
     const auto thumbnail = [&](const char* count, const char* offset, const char* percentile) {
-        const int status = run_silently(arguments({{6, count}, {7, offset}, {8, percentile}}));
-        EXPECT_EQ(status, 0);
-        return status == 0 ? read_file(output_) : std::string();
+        EXPECT_EQ(run(arguments({{6, count}, {7, offset}, {8, percentile}})), 0);
+        return read_file(output_);
     };
-    const std::string smallest = thumbnail("1000000", "0", "0");
-    const std::string largest = thumbnail("1000000", "0", "100");
-    EXPECT_LT(smallest.size(), largest.size());
+    EXPECT_LT(thumbnail("1000000", "0", "0").size(), thumbnail("1000000", "0", "100").size());
     EXPECT_NE(thumbnail("1", "0", "0"), thumbnail("1", "100", "0"));
     EXPECT_EQ(thumbnail("1", "50", "0"), thumbnail("1", "50", "100"));
 }
 
 TEST_F(Cli, FailsSilentlyAndLeavesTheOutputAlone) {
-    write_file(folder_.path("empty.mp4"), "");
-    write_file(folder_.path("text.mp4"), "this is not a video file, whatever its name says");
     write_file(folder_.path("clip.avi"), read_file(kSample));
+    write_file(folder_.path("text.mp4"), "this is not a video file, whatever its name says");
     write_file(output_, "old");
-    const std::pair<int, std::string> kChanges[] = {
-        {1, folder_.path("none.mp4")},
-        {1, folder_.path("empty.mp4")},
-        {1, folder_.path("text.mp4")},
-        {1, folder_.path("clip.avi")},
-        {1, folder_.path("")},
-        {1, ""},
-        {3, "161"},
-        {3, "-2"},
-        {4, "1"},
-        {4, "-2"},
-        {4, "99999999999"},
-        {5, "101"},
-        {5, "-1"},
-        {6, "0"},
-        {6, "-7"},
-        {6, "2147483647"},
-        {7, "101"},
-        {7, "-5"},
-        {8, "101"},
-        {8, "-1"},
-    };
+    const std::pair<int, std::string> kChanges[] = {{1, folder_.path("none.mp4")},
+                                                    {1, folder_.path("text.mp4")},
+                                                    {1, folder_.path("clip.avi")},
+                                                    {1, ""},
+                                                    {2, ""},
+                                                    {3, "161"},
+                                                    {4, "-2"},
+                                                    {5, "101"},
+                                                    {6, "0"},
+                                                    {6, "2147483647"},
+                                                    {7, "-5"},
+                                                    {8, "101"}};
     for (const auto& change : kChanges) {
-        EXPECT_EQ(run_silently(arguments({change})), 1) << change.first << " " << change.second;
+        EXPECT_EQ(run(arguments({change})), 1) << change.first << " " << change.second;
         EXPECT_EQ(read_file(output_), "old") << change.first << " " << change.second;
-    }
-}
-
-TEST_F(Cli, FailsSilentlyWhenTheOutputCannotBeWritten) {
-    EXPECT_EQ(run_silently(arguments({{2, folder_.path("none/thumb.jpg")}})), 1);
-    EXPECT_EQ(run_silently(arguments({{2, folder_.path("")}})), 1);
-    EXPECT_EQ(run_silently(arguments({{2, ""}})), 1);
-    if (file_exists("/dev/full")) {
-        EXPECT_EQ(run_silently(arguments({{2, "/dev/full"}})), 1);
-    }
-    EXPECT_EQ(run_silently(arguments({{3, "65534"}, {4, "2"}})), 0);  // fitted to 3x2
-}
-
-TEST_F(Cli, ReleasesItsMemoryOnDamagedFiles) {
-    for (const char* const name : kClips) {
-        const std::string whole = read_file(kMedia + name);
-        const std::string clip = folder_.path(name);
-        const auto run_and_check = [&](const std::string& bytes) {
-            write_file(clip, bytes);
-            unlink(output_.c_str());
-            const int status = run_here(clip);
-            EXPECT_EQ(file_exists(output_), status == 0);
-        };
-        for (size_t i = 1; i < 40; ++i) {
-            SCOPED_TRACE(testing::Message() << name << " " << i);
-            run_and_check(whole.substr(0, whole.size() * i / 40));
-            std::string damaged = whole;
-            for (size_t at = i * 7; at < damaged.size(); at += 211 + 97 * i) {
-                damaged[at] ^= 1 << i % 8;
-            }
-            run_and_check(damaged);
-        }
-        EXPECT_EQ(run_here(kMedia + name), 0);
     }
 }
 
 TEST_F(Cli, FailsCleanlyWhenAnyAllocationFails) {
     for (const char* const name : kClips) {
-        int failures = 0;
-        bool has_failed = true;
-        for (int n = 1; has_failed; ++n) {
+        int n = 0;
+        do {
             SCOPED_TRACE(testing::Message() << name << " " << n);
             unlink(output_.c_str());
-            fail_allocation(n);
+            fail_allocation(++n);
             const int status = run_here(kMedia + name);
-            has_failed = has_allocation_failed();
-            fail_allocation(0);
             EXPECT_EQ(file_exists(output_), status == 0);
-            if (status != 0) ++failures;
-            if (!has_failed) {
-                EXPECT_EQ(status, 0);
-            }
-        }
-        EXPECT_GT(failures, 10) << name;
+            EXPECT_TRUE(status == 0 || has_allocation_failed());
+        } while (has_allocation_failed());
+        fail_allocation(0);
+        EXPECT_GT(n, 10) << name;
     }
 }
