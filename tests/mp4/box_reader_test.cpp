@@ -34,16 +34,6 @@ TEST(BoxReader, WalkReachesWhatFollowsABox) {
     EXPECT_EQ(WalkedFile(box("free") + zeros(3)).result, 8u) << "a cut header behind others";
 }
 
-TEST(BoxReader, NestingIsBounded) {
-    const auto nested = [](int levels) {
-        std::string bytes = kMark;
-        for (int i = 0; i < levels; ++i) bytes = box("trak", bytes);
-        return bytes;
-    };
-    EXPECT_EQ(WalkedFile(nested(64)).context.video_track_id, 7u);
-    EXPECT_EQ(WalkedFile(nested(5000) + track_header(8)).context.video_track_id, 8u);
-}
-
 TEST(BoxReader, MovieHiddenInFreeCountsOnce) {
     const std::string movie = full_box("mvhd", words({0, 0, 10, 50})) + kMark;
     EXPECT_EQ(WalkedFile(box("free", movie)).context.video_track_id, 7u);

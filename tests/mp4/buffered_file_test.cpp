@@ -2,7 +2,6 @@
 #include "mp4/buffered_file.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "tests/support/temp_folder.h"
 
@@ -43,14 +42,4 @@ TEST_F(BufferedFileTest, BitsComeFromBit15AndDoubled) {
     EXPECT_EQ(upnp_file_read_bits_b(f, 4), 0u) << "off the top of the word";
     EXPECT_EQ(upnp_file_read_bits_b(f, 24), 2 * (0xffffu << 4)) << "4 of the old word, then 20";
     EXPECT_EQ(upnp_file_tell_b(f), 8);
-}
-
-TEST_F(BufferedFileTest, WhatIsNoRegularFileGivesNoData) {
-    ASSERT_EQ(mkfifo(folder.path("pipe").c_str(), 0600), 0);
-    for (const std::string& path : {folder.path(""), folder.path("pipe")}) {
-        file.reset(upnp_file_open_b(path.c_str(), 16));
-        ASSERT_TRUE(file) << path;
-        uint8_t byte;
-        EXPECT_EQ(upnp_file_read_b(file.get(), &byte, 1), 0);
-    }
 }

@@ -15,13 +15,6 @@ static std::string with_fragment(const std::string& moof, uint32_t default_size 
            box("mfra", full_box("tfra", words({1, 0, 1, 5, offset}) + "\1\1\1"));
 }
 
-TEST(Fragments, MovieExtendsHeaderReplacesTheDuration) {
-    const std::string movie = full_box("mvhd", words({0, 0, 100, 0}));
-    EXPECT_EQ(WalkedFile(movie + full_box("mehd", u32(250))).state.duration_s, 3);
-    const WalkedFile wide(movie + full_box("mehd", u64(uint64_t{1} << 40), 0x01000000));
-    EXPECT_EQ(wide.state.media_duration, uint64_t{1} << 40);
-}
-
 TEST(Fragments, TableEntriesHaveNumbersOfEveryWidth) {
     // clang-format off
     static const struct { uint32_t flags, size_codes; std::string entry; uint32_t run; } kCases[] = {

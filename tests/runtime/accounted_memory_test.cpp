@@ -5,7 +5,6 @@
 
 #include <thread>
 
-#include "runtime/critical_section.h"
 #include "runtime/owned.h"
 #include "tests/support/failing_malloc.h"
 
@@ -73,12 +72,4 @@ TEST(AccountedMemoryLifecycle, StartsOnceAndWorksUnstarted) {
     EXPECT_EQ(upnp_memory_exit(), 0);
     upnp_free(block);
     EXPECT_EQ(g_memUsed, 0);
-}
-
-TEST(CriticalSections, RefuseEmptyAndDoubledHandles) {
-    CriticalSectionHandle handle = nullptr;
-    EXPECT_EQ(upnp_critical_section_enter(&handle), 2);
-    EXPECT_EQ(upnp_critical_section_create(&handle), 0);
-    EXPECT_EQ(upnp_critical_section_create(&handle), 2);
-    EXPECT_EQ(upnp_critical_section_destroy(&handle), 0);
 }

@@ -8,7 +8,6 @@
 
 #include "tests/support/temp_folder.h"
 #include "tool/file_query.h"
-#include "tool/media_types.h"
 
 using Argv = std::array<const char*, 9>;
 static const Argv kGood = {"keystill", "in.mp4", "out.jpg", "320", "240", "85", "5", "10", "70"};
@@ -71,16 +70,6 @@ TEST(FileQuery, FindsTheExtension) {
                                             {"clip.", ""},
                                             {"", nullptr}};
     for (const auto& [path, want] : kCases) EXPECT_STREQ(file_query_extension(path), want) << path;
-}
-
-TEST(MediaTypes, AreFoundInOrderAndFallBack) {
-    static const char* const kMore[] = {"video/x-msvideo", "avi", "mp4", "", "other/type", "", ""};
-    g_additionalMediaTypes = kMore;
-    EXPECT_STREQ(media_type_of("AVI"), "video/x-msvideo");
-    EXPECT_STREQ(media_type_of("mp4"), "video/mp4");
-    EXPECT_STREQ(media_type_of("doc"), "other/type");
-    g_additionalMediaTypes = nullptr;
-    EXPECT_STREQ(media_type_of("avi"), "application/octet-stream");
 }
 
 TEST(Arguments, NameAnExistingVideo) {

@@ -114,16 +114,6 @@ TEST_F(Cli, WritesTheSameBytesEveryTimeOverAnythingThatWasThere) {
     EXPECT_EQ(read_file(clip), first);
 }
 
-TEST_F(Cli, ChoosesByPercentileAndOffset) {
-    const auto thumbnail = [&](const char* count, const char* offset, const char* percentile) {
-        EXPECT_EQ(run(arguments({{6, count}, {7, offset}, {8, percentile}})), 0);
-        return read_file(output_);
-    };
-    EXPECT_LT(thumbnail("1000000", "0", "0").size(), thumbnail("1000000", "0", "100").size());
-    EXPECT_NE(thumbnail("1", "0", "0"), thumbnail("1", "100", "0"));
-    EXPECT_EQ(thumbnail("1", "50", "0"), thumbnail("1", "50", "100"));
-}
-
 TEST_F(Cli, FailsSilentlyAndLeavesTheOutputAlone) {
     write_file(folder_.path("clip.avi"), read_file(kSample));
     write_file(folder_.path("text.mp4"), "this is not a video file, whatever its name says");

@@ -78,30 +78,3 @@ TEST(KeyFrames, SampleCutByTheEndOfTheFileIsKept) {
     EXPECT_EQ(collect(file, 100, 1).samples, Samples{file.substr(file.find("jjjj"))});
     EXPECT_EQ(collect(with_last_size(0x80000000u), 100, 1).result, -1) << "beyond the allocator";
 }
-
-TEST(KeyFrames, FilesWithoutWhatIsNeededFail) {
-    const MovieSpec spec = ten_seconds();
-    MovieSpec other = spec, empty = spec;
-    other.entry = box("hvc1", zeros(78));
-    empty.sync = {};
-    const std::string file = movie_file(spec);
-    const auto without = [&](const char* type) {
-        return std::string(file).replace(file.find(type), 4, "skip");
-    };
-    // clang-format off
-    const struct { const char* name; std::string file; int result; int32_t count; } kCases[] = {
-        {"no time table", without("stts"), -1, 0},
-        {"no sizes", without("stsz"), 0, 0},
-        {"no sync samples", without("stss"), 0, 0},
-        {"no configuration", without("avcC"), -1, 0},
-        {"unknown codec", movie_file(other), 0, 2},
-        {"no entry in the sync table", movie_file(empty), 0, 0},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
-        const Collected got = collect(c.file, 0, 2);
-        EXPECT_EQ(got.result, c.result);
-        EXPECT_EQ(got.result == 0 ? got.count : 0, c.count);
-    }
-}

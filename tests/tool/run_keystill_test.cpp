@@ -3,7 +3,6 @@
 #include "tool/run_keystill.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <array>
 #include <string>
@@ -97,16 +96,4 @@ TEST_F(RunKeystill, GivesUpWithoutAUsableCollection) {
         EXPECT_EQ(run("4"), 1);
         EXPECT_EQ(g_fake.written_size, -1);
     }
-}
-
-TEST_F(RunKeystill, TouchesOnlyTheRecordsThatAreUsed) {
-    g_fake.sizes = {30};
-    g_fake.reported = 1;
-    rusage before, after;
-    getrusage(RUSAGE_SELF, &before);
-    EXPECT_EQ(run("20000000"), 0);
-    getrusage(RUSAGE_SELF, &after);
-    // Far below the records' 480 MB or more, and above what a sanitizer's shadow of them takes.
-    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 256 * 1024);
-    EXPECT_EQ(run("2147483647"), 1);
 }

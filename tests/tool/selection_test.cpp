@@ -25,25 +25,6 @@ static int picked(const std::vector<KeyFrame>& records, int32_t percentile) {
     return chosen ? static_cast<int>(chosen - records.data()) : -1;
 }
 
-TEST(Selection, PicksThePercentileOfTheSizes) {
-    static const struct {
-        std::vector<int32_t> sizes;
-        int32_t percentile;
-        int want;
-    } kCases[] = {
-        {{40, 10, 40, 30}, 50, 2},  // the second 40 comes first after the exchanges
-        {{40, 10, 40, 30}, 75, 0},
-        {{7, 6, 5, 4, 3, 2, 1}, 50, 3},
-        {{7, 6, 5, 4, 3, 2, 1}, 100, 0},
-        {{7, 6, 5, 4, 3, 2, 1}, 0, 6},
-        {{9}, 100, 0},
-        {{5, -1}, 0, 1},
-        {{1, 2, 3}, 33, 0},
-        {{1, 2, 3}, 34, 1},
-    };
-    for (const auto& c : kCases) EXPECT_EQ(picked(frames_of_sizes(c.sizes), c.percentile), c.want);
-}
-
 TEST(Selection, SkipsRecordsWithoutBlocks) {
     std::vector<KeyFrame> records = frames_of_sizes({1, 2, 3});
     records[0].sample = nullptr;
@@ -57,7 +38,7 @@ TEST(Selection, KeepsTheExchangeSortsOrderOfEqualSizes) {
     std::mt19937 random(5);
     for (int round = 0; round < 3000; ++round) {
         std::vector<int32_t> sizes(1 + random() % 24);
-        for (int32_t& size : sizes) size = static_cast<int32_t>(random() % (1 + round % 6));
+        for (int32_t& size : sizes) size = static_cast<int32_t>(random() % (1 + round % 6)) - 2;
         std::vector<int> order(sizes.size());
         std::iota(order.begin(), order.end(), 0);
         for (size_t i = 0; i < order.size(); ++i) {
