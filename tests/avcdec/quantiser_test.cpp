@@ -32,19 +32,14 @@ TEST(Quantiser, QpWrapsOnceAndThenSaturates) {
 TEST(Quantiser, FlatFactorsWithUnequalChromaOffsetsAreSixteenths) {
     const auto q = std::make_unique<AvcQuantiser>();
     const AvcSps sps = {};
-    for (const bool is_unequal : {false, true}) {
-        AvcPps pps = {};
-        pps.chroma_qp_index_offset = 3;
-        pps.second_chroma_qp_index_offset = is_unequal ? 4 : 3;
-        quantiser_apply_parameter_sets(q.get(), &sps, &pps);
-        quantiser_set_qp(q.get(), 14);  // normAdjust 13, << 2; chroma 17: 18, and 18: 10 << 3
-        const int want[] = {3 * 13 << 2, 3 * 18 << 2, 3 * (is_unequal ? 10 << 3 : 18 << 2)};
-        for (int c = 0; c < 3; ++c) {
-            const AvcScale& s = q->scale4x4[c];
-            const int level = scale_level(3, s.factors[0], s);
-            EXPECT_EQ(level, is_unequal ? (want[c] + 8) >> 4 : want[c]) << c;
-        }
-        EXPECT_EQ(scale_level(3, q->luma_dc.factors[0], q->luma_dc), 3 * 13);
+    AvcPps pps = {};
+    pps.second_chroma_qp_index_offset = 4;
+    quantiser_apply_parameter_sets(q.get(), &sps, &pps);
+    quantiser_set_qp(q.get(), 14);            // normAdjust 13 << 14 / 6,
+    const int factors[] = {52, 52, 10 << 3};  // and 10 << 18 / 6 for Cr
+    for (int c = 0; c < 3; ++c) {
+        const AvcScale& s = q->scale4x4[c];
+        EXPECT_EQ(scale_level(3, s.factors[0], s), (3 * factors[c] + 8) >> 4) << c;
     }
 }
 

@@ -2,18 +2,13 @@
 #include "tests/support/bit_packer.h"
 
 BitPacker& BitPacker::u(int n, uint64_t value) {
-    for (int i = n - 1; i >= 0; --i, ++size_) {
-        if (size_ % 8 == 0) bytes_.push_back(0);
-        const int bit = static_cast<int>(value >> i & 1);
-        bytes_.back() = static_cast<char>(bytes_.back() | bit << (7 - size_ % 8));
-    }
+    while (n-- > 0) bits_ += value >> n & 1 ? '1' : '0';
     return *this;
 }
 
 BitPacker& BitPacker::ue(uint32_t value) {
-    const uint32_t code = value + 1;
-    const int length = 32 - __builtin_clz(code);
-    return u(length - 1, 0).u(length, code);
+    const int length = 32 - __builtin_clz(value + 1);
+    return u(length - 1, 0).u(length, value + 1);
 }
 
 BitPacker& BitPacker::se(int32_t value) {
@@ -23,7 +18,7 @@ BitPacker& BitPacker::se(int32_t value) {
 
 BitPacker& BitPacker::text(const std::string& bits) {
     for (const char c : bits) {
-        if (c != ' ') u(1, c == '1');
+        if (c != ' ') bits_ += c;
     }
     return *this;
 }
@@ -34,11 +29,17 @@ BitPacker& BitPacker::bytes(const std::string& data) {
 }
 
 BitPacker& BitPacker::align(int bit) {
-    while (size_ % 8 != 0) u(1, static_cast<uint64_t>(bit));
+    while (bits_.size() % 8 != 0) u(1, static_cast<uint64_t>(bit));
     return *this;
 }
 
-BitPacker& BitPacker::trailing() { return u(1, 1).align(); }
+std::string BitPacker::str() const {
+    std::string out((bits_.size() + 7) / 8, 0);
+    for (size_t i = 0; i < bits_.size(); ++i) {
+        if (bits_[i] == '1') out[i / 8] = static_cast<char>(out[i / 8] | 0x80 >> i % 8);
+    }
+    return out;
+}
 
 std::string escaped(const std::string& payload) {
     std::string out;

@@ -17,14 +17,13 @@ class BitPacker {
     BitPacker& text(const std::string& bits);   // '0' and '1'; blanks are left out
     BitPacker& bytes(const std::string& data);  // on a byte boundary
     BitPacker& align(int bit = 0);              // fills the byte with that bit
-    BitPacker& trailing();                      // stop bit, then zeros up to the byte boundary
+    BitPacker& trailing() { return u(1, 1).align(); }
 
-    size_t size() const { return size_; }  // bits
-    const std::string& str() const { return bytes_; }
+    const std::string& bits() const { return bits_; }
+    std::string str() const;  // bytes, the last one filled with zeros
 
  private:
-    std::string bytes_;  // the last one filled with zeros
-    size_t size_ = 0;
+    std::string bits_;
 };
 
 // Adds emulation prevention bytes (H.264 7.4.1.1).
