@@ -20,7 +20,10 @@ KS_INLINE CoeffToken read_coeff_token(AvcBitReader* r, int nc) {
         const uint32_t code = bits_cached(r, 6);
         bits_drop(r, 6);
         if (code == 3) return {6, 0, 0};
-        return {6, static_cast<uint8_t>(code & 3), static_cast<uint8_t>((code >> 2) + 1)};
+        const uint32_t ones = code & 3;
+        const uint32_t total = (code >> 2) + 1;
+        if (ones > total) return {0, 0, 0};
+        return {6, static_cast<uint8_t>(ones), static_cast<uint8_t>(total)};
     }
     // By nC + 2: chroma DC, a value that does not occur, 0 to 7.
     static constexpr uint8_t kRows[10] = {
