@@ -45,19 +45,14 @@ TEST_F(MessageLog, HasSectionsLevelsAndHidesCredentials) {
 }
 
 TEST_F(MessageLog, FiltersByLevelAndSection) {
-    static const struct {
-        int32_t running, level;
-        uint32_t mask;
-        bool passes;
-    } kCases[] = {
-        {0, kLogDebug, 0, true},        {1, kLogError, 0, false},
-        {1, kLogCritical, 0, true},     {0, kLogWarning, kLogScan, false},
-        {1, kLogError, kLogScan, true}, {1, kLogError, kLogSystem, false},
-    };
-    for (const auto& c : kCases) {
-        g_log.service_running = c.running;
-        g_log.section_mask = c.mask;
-        EXPECT_EQ(upnp_log_is_enabled(c.level, kLogScan) != 0, c.passes) << &c - kCases;
+    // Whether the service runs, level, section mask, whether it passes.
+    static const int32_t kCases[][4] = {{0, kLogDebug, 0, 1},        {1, kLogError, 0, 0},
+                                        {1, kLogCritical, 0, 1},     {0, kLogWarning, kLogScan, 0},
+                                        {1, kLogError, kLogScan, 1}, {1, kLogError, kLogSystem, 0}};
+    for (const auto& [running, level, mask, passes] : kCases) {
+        g_log.service_running = running;
+        g_log.section_mask = static_cast<uint32_t>(mask);
+        EXPECT_EQ(upnp_log_is_enabled(level, kLogScan), passes) << running << level << mask;
     }
 }
 

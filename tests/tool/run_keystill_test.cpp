@@ -79,19 +79,15 @@ TEST_F(RunKeystill, HandsTheChosenFrameToTheWriter) {
 
 TEST_F(RunKeystill, GivesUpWithoutAUsableCollection) {
     static const struct {
-        const char* name;
         int result;
         int32_t reported, codec_kind;
         std::vector<int32_t> sizes;
     } kCases[] = {
-        {"failed", 1, 2, kCodecAvc, {5, 6}},
-        {"no codec", 0, 2, kCodecNone, {5, 6}},
-        {"nothing reported", 0, 0, kCodecAvc, {}},
-        {"more than requested", 0, 5, kCodecAvc, {5, 6}},
-        {"only empty records", 0, 3, kCodecAvc, {0, 0, 0}},
+        {1, 2, kCodecAvc, {5, 6}}, {0, 2, kCodecNone, {5, 6}},   {0, 0, kCodecAvc, {}},
+        {0, 5, kCodecAvc, {5, 6}}, {0, 3, kCodecAvc, {0, 0, 0}},
     };
     for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(&c - kCases);
         g_fake = {c.result, c.reported, c.sizes, c.codec_kind};
         EXPECT_EQ(run("4"), 1);
         EXPECT_EQ(g_fake.written_size, -1);
