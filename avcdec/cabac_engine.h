@@ -45,7 +45,7 @@ enum CabacContextGroup : uint16_t {
 // state by qCodIRangeIdx are in 16 bits each from the lowest up: the range and, in the upper byte,
 // the shift that normalises it.
 extern const std::array<uint64_t, 128> kCabacLps;
-// The context variable after an MPS in the low, and after an LPS in the high byte (Table 9-45).
+// The context variable after an LPS in the low, and after an MPS in the high byte (Table 9-45).
 extern const std::array<uint16_t, 128> kCabacNext;
 
 // The (m, n) pairs of the I slice column (H.264 Tables 9-12 to 9-33), in the order of the groups.
