@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <bitset>
 
 #include "m4vdec/h263_headers.h"
 #include "tests/m4vdec/m4v_writer.h"
@@ -13,36 +14,23 @@ namespace {
 
 enum Segments : unsigned { kNone, kGobs, kSlices, kRectangles, kVariantSlices, kMacroblocks };
 
-struct Stream : Options {
-    using Options::Options;
-    unsigned width = get("width", 176), height = get("height", 144);
-    unsigned quant = get("quant", 7), dquant = get("dquant");
+struct Stream : CommonOptions {
+    using CommonOptions::CommonOptions;
     unsigned plus = get("plus");  // PLUSPTYPE, which the modes need
     unsigned modified_quant = get("modified_quant");
     unsigned independent = get("independent");  // segments, with the deblocking filter
     unsigned segments = get("segments", kNone);
-    unsigned everything = get("everything");  // all optional header fields
-    unsigned wild = get("wild");              // levels up to the limits
-    unsigned flat = get("flat");              // one DC for luma
 };
 
-class PictureWriter {
+class PictureWriter : public StreamWriter {
  public:
     PictureWriter(const Stream& stream, unsigned seed)
-        : s(stream),
-          random(seed),
-          coder(s.modified_quant ? kTcoefH263Extended : kTcoefH263),
-          picture(s.width, s.height),
-          w(picture.width_mbs),
-          h(picture.height_mbs) {}
-
-    void write() {
-        quant = static_cast<int>(s.quant);
+        : StreamWriter(stream, stream.modified_quant ? kTcoefH263Extended : kTcoefH263, seed),
+          s(stream) {
         write_picture_header();
         const std::vector<Area> areas = make_areas();
-        for (segment = 1; segment <= areas.size(); ++segment) {
-            const Area& area = areas[segment - 1];
-            if (s.segments != kNone) write_segment_header(area, segment == 1);
+        for (const Area& area : areas) {
+            if (s.segments != kNone) write_segment_header(area, &area == &areas[0]);
             for (unsigned i = 0; i < area.count; ++i) {
                 const unsigned column = area.first % w;
                 area.width == 0
@@ -50,140 +38,108 @@ class PictureWriter {
                     : write_mb(column + i % area.width, area.first / w + i / area.width);
             }
         }
-        out.align(false);
+        sample.align();
     }
-
-    const std::vector<uint8_t>& sample() const { return out.bytes; }
-    const ModelPicture& expected() const { return picture; }
 
  private:
     struct Area {
         unsigned first, count, width;  // width 0: along the rows of the picture
     };
-    unsigned pick(unsigned n) { return static_cast<unsigned>(random() % n); }
     bool has_slices() const { return s.segments >= kSlices; }
 
     unsigned format() const {
-        static const unsigned kWidths[] = {128, 176, 352, 704, 1408};
         for (unsigned i = 0; i < 5; ++i) {
-            if (s.width == kWidths[i] && s.height == (s.width == 128 ? 96 : s.width * 9 / 11)) {
-                return i + 1;
-            }
+            const unsigned width = i == 0 ? 128 : 88u << i;
+            if (s.width == width && s.height == (i == 0 ? 96 : width * 9 / 11)) return i + 1;
         }
         return 6;
     }
 
+    unsigned rows_of_gob() const { return s.height <= 400 ? 1 : s.height <= 800 ? 2 : 4; }
+
     void write_picture_header() {
-        out.put(0x20, 22);
-        out.put("10110101 10 101");  // temporal reference; split screen and the like
+        // Temporal reference; split screen and the like.
+        sample.u(22, 0x20).text("10110101 10 101").u(3, s.plus ? 7 : format());
         if (s.plus) {
-            out.put("111 001");
-            out.put(format(), 3);
             // Custom clock, vectors, no arithmetic coding, overlap; then the modes.
-            out.put(s.everything ? "110 1" : "000 0");
-            out.put("0"), out.put(s.independent, 1), out.put(has_slices(), 1);
-            out.put(s.everything, 1);  // reference selection
-            out.put(s.independent, 1), out.put(s.everything, 1), out.put(s.modified_quant, 1);
-            out.put("1 000");
-            out.put("000 00 1 00 1");  // I-picture
-            out.put(s.everything ? "1 10" : "0");
+            sample.text("001").u(3, format()).text(s.everything ? "110 1" : "000 0");
+            sample.u(2, s.independent).u(1, has_slices()).u(1, s.everything);  // selection
+            sample.u(1, s.independent).u(1, s.everything).u(1, s.modified_quant).text("1 000");
+            sample.text("000 00 1 00 1").text(s.everything ? "1 10" : "0");  // I-picture
             if (format() == 6) {
-                out.put(s.everything ? 15 : 2, 4);
-                out.put(s.width / 4 - 1, 9), out.put(1, 1), out.put(s.height / 4, 9);
-                if (s.everything) out.put(0x0b0a, 16);
+                sample.u(4, s.everything ? 15 : 2).u(9, s.width / 4 - 1).u(1, 1);
+                sample.u(9, s.height / 4);
+                if (s.everything) sample.u(16, 0x0b0a);
             }
-            if (s.everything) out.put("1 0000001 01 01");  // clock, ETR, UUI
-            if (has_slices()) out.put(s.segments == kRectangles, 1), out.put("1");
-            if (s.everything) out.put("100 1 0000000001 01");
-            out.put(s.quant, 5);
+            if (s.everything) sample.text("1 0000001 01 01");  // clock, ETR, UUI
+            if (has_slices()) sample.u(1, s.segments == kRectangles).u(1, 1);
+            if (s.everything) sample.text("100 1 0000000001 01");
+            sample.u(5, s.quant);
         } else {
-            out.put(format(), 3);
-            out.put(s.everything ? "0 1 0 1 0" : "0 0 0 0 0");
-            out.put(s.quant, 5);
-            out.put(s.everything ? "1 01" : "0");
+            sample.text(s.everything ? "0 1 0 1 0" : "00000").u(5, s.quant);
+            sample.text(s.everything ? "1 01" : "0");
         }
-        if (s.everything) out.put("1 00000000 1 11111111");
-        out.put("0");
+        sample.text(s.everything ? "1 00000000 1 11111111 0" : "0");
     }
 
     std::vector<Area> make_areas() {
         std::vector<Area> areas;
         if (s.segments == kNone) return {{0, w * h, 0}};
-        if (s.segments == kGobs) {
-            const unsigned rows = s.height <= 400 ? 1 : s.height <= 800 ? 2 : 4;
-            for (unsigned y = 0; y < h;) {  // some GOBs have no header
-                const unsigned end = std::min(h, y + rows * (1 + pick(3)));
-                areas.push_back({y * w, (end - y) * w, 0});
-                y = end;
-            }
-            return areas;
+        const unsigned split = s.segments == kRectangles ? 1 + pick(w - 1) : w;
+        const unsigned unit = s.segments == kGobs ? rows_of_gob() : 1;
+        for (unsigned first = 0; first < w * h;) {
+            unsigned count = s.segments == kMacroblocks ? 1 : 1 + pick(2 * w);
+            const bool has_rows = s.segments == kGobs || split < w;
+            if (has_rows) count = w * unit * (1 + pick(3));  // some GOBs have no header
+            count = std::min(w * h - first, count);
+            areas.push_back({first, count / w * split, split});
+            if (split < w) areas.push_back({first + split, count / w * (w - split), w - split});
+            if (split == w) areas.back() = {first, count, 0};
+            first += count;
         }
-        if (s.segments == kRectangles) {
-            const unsigned split = 1 + pick(w - 1);
-            for (unsigned y = 0; y < h;) {
-                const unsigned rows = std::min(h - y, 1 + pick(3));
-                areas.push_back({y * w, split * rows, split});
-                areas.push_back({y * w + split, (w - split) * rows, w - split});
-                y += rows;
-            }
-        } else {
-            for (unsigned first = 0; first < w * h;) {
-                const unsigned count =
-                    std::min(w * h - first, s.segments == kMacroblocks ? 1 : 1 + pick(2 * w));
-                areas.push_back({first, count, 0});
-                first += count;
-            }
-        }
-        std::shuffle(areas.begin(), areas.end(), random);  // arbitrary slice ordering
+        if (has_slices()) std::shuffle(areas.begin(), areas.end(), random);  // arbitrary order
         return areas;
     }
 
     void write_segment_header(const Area& area, bool is_first) {
         if (!is_first) {
-            out.align(false);
-            out.put(1, 17);
+            sample.align().u(17, 1);
             quant = 1 + static_cast<int>(pick(s.dquant ? 31 : s.quant));
         }
-        const uint32_t q = static_cast<uint32_t>(quant);
+        const auto q = static_cast<uint32_t>(quant);
         if (s.segments == kGobs) {
             if (is_first) return;
-            const unsigned rows = s.height <= 400 ? 1 : s.height <= 800 ? 2 : 4;
-            out.put(area.first / w / rows, 5);
-            out.put(s.everything ? "11 01" : "01");
-            out.put(q, 5);
+            sample.u(5, area.first / w / rows_of_gob()).text(s.everything ? "1101" : "01").u(5, q);
             return;
         }
+        static const std::pair<unsigned, int> kBits[] = {{48, 6},    {99, 7},    {396, 9},
+                                                         {1584, 11}, {6336, 13}, {~0u, 14}};
         const unsigned total = w * h;
-        const unsigned bits = total <= 48     ? 6
-                              : total <= 99   ? 7
-                              : total <= 396  ? 9
-                              : total <= 1584 ? 11
-                              : total <= 6336 ? 13
-                                              : 14;
-        out.put("1");
-        if (s.everything) out.put("1010");
-        out.put(area.first, bits);
+        const int bits =
+            std::find_if(kBits, kBits + 5, [&](auto b) { return total <= b.first; })->second;
+        sample.text(s.everything ? "1 1010" : "1").u(bits, area.first);
         const bool is_variant = s.segments == kVariantSlices;
-        if (is_variant ? !is_first && total >= 1584 : bits > (s.everything ? 9 : 11)) out.put("1");
-        if (!is_first) out.put(q, 5);
-        if (area.width)
-            out.put(area.width - 1, w <= 8 ? 3 : w <= 11 ? 4 : w <= 22 ? 5 : w <= 44 ? 6 : 7);
-        out.put("1");
-        if (!is_first) out.put("10");
+        const bool has_sepb2 =
+            is_variant ? !is_first && total >= 1584 : bits > (s.everything ? 9 : 11);
+        if (has_sepb2) sample.text("1");
+        if (!is_first) sample.u(5, q);
+        if (area.width) {
+            sample.u(w <= 8 ? 3 : w <= 11 ? 4 : w <= 22 ? 5 : w <= 44 ? 6 : 7, area.width - 1);
+        }
+        sample.text(is_first ? "1" : "1 10");
     }
 
-    void write_dquant() {
+    // Changes the quantiser, which comes behind the pattern, which depends on it. Returns the code.
+    std::string make_dquant() {
+        const unsigned code = pick(4);
+        const std::string digits = code & 2 ? code & 1 ? "11" : "10" : code & 1 ? "01" : "00";
         if (!s.modified_quant) {
-            static const int kChange[4] = {-1, -2, 1, 2};
-            const unsigned code = pick(4);
-            out.put(code, 2);
-            quant = std::clamp(quant + kChange[code], 1, 31);
-            return;
+            change_quant(code);
+            return digits;
         }
-        if (pick(2)) {
+        if (code < 2) {
             quant = 1 + static_cast<int>(pick(31));
-            out.put("0"), out.put(static_cast<uint32_t>(quant), 5);
-            return;
+            return std::bitset<6>(static_cast<unsigned>(quant)).to_string();
         }
         // T.2, the quantiser after "10" and "11".
         static const uint8_t kNext[2][32] = {
@@ -191,9 +147,8 @@ class PictureWriter {
              14, 15, 16, 17, 18, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28},
             {0,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 13, 14, 15, 16, 17,
              18, 19, 20, 21, 22, 24, 25, 26, 27, 28, 29, 30, 31, 31, 31, 26}};
-        const unsigned code = pick(2);
-        out.put(2 + code, 2);
-        quant = kNext[code][quant];
+        quant = kNext[code - 2][quant];
+        return digits;
     }
 
     int chroma_quant(int q) const {
@@ -203,73 +158,33 @@ class PictureWriter {
         return s.modified_quant ? kQuants[q] : q;
     }
 
-    Block random_levels(int q) {
-        Block levels{};
-        if (s.flat) return levels;
-        int budget = s.wild ? 700 : 1400;
-        for (unsigned count = pick(3) ? pick(12) : 0; count > 0; --count) {
-            const unsigned i = 1 + pick(pick(4) ? 20 : 63);
-            const int level = 1 + static_cast<int>(pick(pick(4) ? 3 : 40));
-            if (level * q * 2 > budget || levels[i] != 0) continue;
-            budget -= level * q * 2;
-            levels[i] = pick(2) ? level : -level;
-        }
-        if (s.wild && pick(2)) {
-            const int level = 1 + static_cast<int>(pick(s.modified_quant ? 1023 : 127));
-            levels[9 + pick(7) * 8 + pick(7)] = pick(2) ? level : -level;
-        }
-        return levels;
-    }
-
-    static Block reconstructed(const Block& levels, int q) {
-        Block rec{};
-        for (unsigned i = 1; i < 64; ++i) {
-            const int size = levels[i] ? q * (2 * abs(levels[i]) + 1) - (q % 2 == 0) : 0;
-            rec[i] = std::clamp(levels[i] < 0 ? -size : size, -2048, 2047);
-        }
-        rec[0] = (levels[0] == 255 ? 128 : levels[0]) * 8;
-        return rec;
-    }
-
     void write_mb(unsigned x, unsigned y) {
-        while (s.everything && pick(4) == 0) out.put("000000001");
+        while (s.everything && pick(4) == 0) sample.text("000000001");
         const bool has_dquant = s.dquant && pick(2);
-        BitPacker before;  // the quantiser comes behind the pattern, which depends on it
-        std::swap(out, before);
-        if (has_dquant) write_dquant();
-        BitPacker dquant;
-        std::swap(out, dquant);
-        std::swap(out, before);
+        const std::string dquant = has_dquant ? make_dquant() : "";
         Block levels[6];
         unsigned cbp = 0;
         const unsigned flat_dc = 1 + pick(127);
         for (unsigned n = 0; n < 6; ++n) {
             const int q = n < 4 ? quant : chroma_quant(quant);
-            levels[n] = random_levels(q);
+            levels[n] = random_levels(q, s.modified_quant ? 1023 : 127);
             // 255 is how 128 is written.
             levels[n][0] = static_cast<int>(s.flat ? flat_dc : pick(8) ? 1 + pick(127) : 255);
-            picture.put_block(x, y, n, false, reconstructed(levels[n], q));
-            if (is_any_set(levels[n], 1, Scan::kZigzag)) cbp |= 32u >> n;
+            Block f = dequantised(levels[n], q);
+            f[0] = (levels[n][0] == 255 ? 128 : levels[n][0]) * 8;
+            show(x, y, n, false, f);
+            if (is_any_set(levels[n], 1)) cbp |= 32u >> n;
         }
-        put_mcbpc(&out, cbp & 3, has_dquant);
-        put_cbpy(&out, cbp >> 2);
-        const size_t dquant_bits = dquant.bytes.size() * 8 - (8 - dquant.used) % 8;
-        for (size_t i = 0; i < dquant_bits; ++i)
-            out.put(dquant.bytes[i / 8] >> (7 - i % 8) & 1u, 1);
+        put_mcbpc(cbp & 3, has_dquant);
+        put_cbpy(cbp >> 2);
+        sample.text(dquant);
         for (unsigned n = 0; n < 6; ++n) {
-            out.put(static_cast<uint32_t>(levels[n][0]), 8);
-            if (cbp >> (5 - n) & 1) coder.put_block(&out, levels[n], Scan::kZigzag, 1, &random);
+            sample.u(8, static_cast<uint32_t>(levels[n][0]));
+            if (cbp >> (5 - n) & 1) put_block(levels[n], Scan::kZigzag, 1);
         }
     }
 
     const Stream s;
-    std::mt19937 random;
-    EventCoder coder;
-    ModelPicture picture;
-    const unsigned w, h;
-    BitPacker out;
-    int quant = 0;
-    unsigned segment = 0;
 };
 
 }  // namespace
@@ -277,18 +192,18 @@ class PictureWriter {
 TEST(H263Picture, MatchesTheModelWithEveryAnnex) {
     for (const char* const text : {
              "width=128 height=96 dquant",
-             "quant=3 wild",
-             "segments=1 everything",
+             "width=176 height=144 quant=3 wild",
+             "width=176 height=144 segments=1 everything",
              "width=704 height=576 segments=1 flat",
              "width=12 height=1152 plus segments=1",
              "width=4 height=4 plus",
              "width=60 height=52 plus modified_quant segments=2 everything",
-             "plus modified_quant dquant",
-             "quant=1 plus modified_quant wild",
-             "plus modified_quant segments=3 dquant",
+             "width=176 height=144 plus modified_quant dquant",
+             "width=176 height=144 quant=1 plus modified_quant wild",
+             "width=176 height=144 plus modified_quant segments=3 dquant",
              "width=200 height=100 plus segments=3",
              // A filter that may not cross the edge of any macroblock finds nothing to do.
-             "plus independent segments=5 flat",
+             "width=176 height=144 plus independent segments=5 flat",
              // 11-bit and 13-bit addresses: SEPB2 as the standard has it, and as an encoder does.
              "width=704 height=576 plus segments=2 flat",
              "width=704 height=576 plus segments=4 flat",
@@ -298,13 +213,9 @@ TEST(H263Picture, MatchesTheModelWithEveryAnnex) {
         const Stream stream(text);
         const unsigned seeds = stream.width > 352 ? 1 : 8;
         for (unsigned seed = 1; seed <= seeds; ++seed) {
-            PictureWriter writer(stream, seed);
-            writer.write();
+            const PictureWriter writer(stream, seed);
             for (const bool is_mpeg4 : {false, true}) {  // where it is a short video header
-                std::vector<uint8_t> planes;
-                ASSERT_EQ(decode_sample({}, writer.sample(), is_mpeg4, &planes), 0)
-                    << text << ", seed " << seed;
-                ASSERT_LE(most_difference(planes, writer.expected().planes), stream.flat ? 0 : 1)
+                ASSERT_LE(writer.most_difference(is_mpeg4), stream.flat ? 0 : 1)
                     << text << ", seed " << seed;
             }
         }
@@ -337,11 +248,10 @@ TEST(H263Headers, RefuseWhatWouldChangeAnIPicture) {
         {"back-channel message", "10 000 111 001 010 000000010001000 000000001 0 100 0 1 00111 0"},
     };
     for (const auto& c : kCases) {
-        BitPacker out;
-        out.put(0x20, 22), out.put(77, 8), out.put(c.bits), out.put(0, 32);
+        const std::string data = BitPacker().u(22, 0x20).u(8, 77).text(c.bits).u(32, 0).str();
         M4vBits bits;
         H263Picture picture;
-        bits.start(out.bytes.data(), out.bytes.size());
+        bits.start(reinterpret_cast<const uint8_t*>(data.data()), data.size());
         EXPECT_EQ(h263_parse_picture(&bits, &picture), 1) << c.name;
     }
 }

@@ -3,37 +3,12 @@
 
 #include <math.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
-#include <sstream>
 
 #include "runtime/accounted_memory.h"
 #include "thumb/decode_key_frame_mpeg4.h"
-
-void BitPacker::put(uint32_t value, unsigned length) {
-    while (length-- > 0) {
-        if (used == 0) bytes.push_back(0);
-        bytes.back() = static_cast<uint8_t>(bytes.back() | (value >> length & 1) << (7 - used));
-        used = (used + 1) % 8;
-    }
-}
-
-void BitPacker::put(const char* digits) {
-    for (; *digits; ++digits) {
-        if (*digits != ' ') put(*digits == '1', 1);
-    }
-}
-
-void BitPacker::align(bool is_stuffing) {
-    if (is_stuffing) put(0, 1);
-    while (used != 0) put(is_stuffing, 1);
-}
-
-void BitPacker::start_code(uint8_t value) {
-    align(false);
-    put(0x000001, 24);
-    put(value, 8);
-}
 
 const std::array<uint8_t, 64>& scan_order(Scan scan) {
     static const auto orders = [] {
@@ -59,7 +34,23 @@ const std::array<uint8_t, 64>& scan_order(Scan scan) {
     return orders[static_cast<unsigned>(scan)];
 }
 
-EventCoder::EventCoder(const TcoefTable& table) : table_(table) {
+unsigned Options::get(const char* name, unsigned otherwise) const {
+    const size_t at = text.find(std::string(" ") + name);
+    if (at == std::string::npos) return otherwise;
+    const char* const end = &text[at + 1 + strlen(name)];
+    return *end == '=' ? static_cast<unsigned>(atoi(end + 1)) : 1;
+}
+
+// The codes of a table are found by looking up every bit pattern.
+StreamWriter::StreamWriter(const CommonOptions& options, const TcoefTable& table, unsigned seed)
+    : common(options),
+      random(seed),
+      w((options.width + 15) / 16),
+      h((options.height + 15) / 16),
+      quant(static_cast<int>(options.quant)),
+      table_(table),
+      planes_(w * h * 384) {
+    weights.fill(16);
     for (uint32_t code = 0; code < 1u << table.max_bits; ++code) {
         TcoefEntry entry = table.primary[code >> (table.max_bits - kTcoefPrimaryBits)];
         if (entry.step == kTcoefLong) {
@@ -68,66 +59,51 @@ EventCoder::EventCoder(const TcoefTable& table) : table_(table) {
         }
         if (entry.step >= kTcoefLong) continue;
         words_[{entry.step >= kTcoefLast, entry.step % kTcoefLast - 1, entry.level}] = {
-            code >> (table.max_bits - entry.length), entry.length};
+            entry.length, code >> (table.max_bits - entry.length)};
     }
 }
 
-bool EventCoder::put_code(BitPacker* out, unsigned last, unsigned run, int level) const {
+bool StreamWriter::put_code(unsigned last, unsigned run, int level) {
     const auto word = words_.find({last, run, level});
     if (word == words_.end()) return false;
-    out->put(word->second.bits, word->second.length);
+    sample.u(word->second.first, word->second.second);
     return true;
 }
 
-void EventCoder::put_escape(BitPacker* out, unsigned last, unsigned run, int level,
-                            bool allow_short) const {
-    const uint32_t bits = static_cast<uint32_t>(level);
+void StreamWriter::put_escape(unsigned last, unsigned run, int level) {
+    const auto bits = static_cast<uint32_t>(level);
     if (table_.escapes == TcoefEscapes::kReversible) {
-        out->put("00001");
-        out->put(last << 6 | run, 7);
-        out->put(1, 1);
-        out->put(static_cast<uint32_t>(abs(level)), 11);
-        out->put("1 0000");
-        out->put(level < 0, 1);
+        sample.text("00001").u(7, last << 6 | run).u(1, 1).u(11, static_cast<uint32_t>(abs(level)));
+        sample.text("1 0000").u(1, level < 0);
         return;
     }
-    out->put("0000011");
-    if (table_.escapes == TcoefEscapes::kMpeg4) {
-        int most_level = 0;  // that has a code for this run, and the same the other way round
-        unsigned most_run = 0;
-        const int unit = level < 0 ? -1 : 1;
-        while (words_.count({last, run, most_level + 1})) ++most_level;
-        for (unsigned r = 0; r < 64; ++r) {
-            if (words_.count({last, r, level})) most_run = r + 1;
-        }
-        const int base = level - unit * most_level;
-        if (allow_short && base * unit > 0 && words_.count({last, run, base})) {
-            out->put("0");
-            put_code(out, last, run, base);
-        } else if (allow_short && run >= most_run && words_.count({last, run - most_run, level})) {
-            out->put("10");
-            put_code(out, last, run - most_run, level);
-        } else {
-            out->put("11");
-            out->put(last << 6 | run, 7);
-            out->put(1, 1);
-            out->put(bits & 0xfff, 12);
-            out->put(1, 1);
-        }
+    sample.text("0000011");
+    if (table_.escapes != TcoefEscapes::kMpeg4) {
+        sample.u(7, last << 6 | run).u(8, abs(level) < 128 ? bits & 255 : 128);
+        if (abs(level) >= 128) sample.u(5, bits).u(6, bits >> 5);
         return;
     }
-    out->put(last << 6 | run, 7);
-    if (abs(level) < 128) {
-        out->put(bits & 255, 8);
+    int most_level = 0;  // that has a code for this run, and the same the other way round
+    unsigned most_run = 0;
+    const int unit = level < 0 ? -1 : 1;
+    while (words_.count({last, run, most_level + 1})) ++most_level;
+    for (unsigned r = 0; r < 64; ++r) {
+        if (words_.count({last, r, level})) most_run = r + 1;
+    }
+    const int base = level - unit * most_level;
+    const bool allow_short = pick(8) != 0;
+    if (allow_short && base * unit > 0 && words_.count({last, run, base})) {
+        sample.text("0");
+        put_code(last, run, base);
+    } else if (allow_short && run >= most_run && words_.count({last, run - most_run, level})) {
+        sample.text("10");
+        put_code(last, run - most_run, level);
     } else {
-        out->put("10000000");
-        out->put(bits & 31, 5);
-        out->put(bits >> 5 & 63, 6);
+        sample.text("11").u(7, last << 6 | run).u(1, 1).u(12, bits).u(1, 1);
     }
 }
 
-void EventCoder::put_block(BitPacker* out, const Block& levels, Scan scan, unsigned first,
-                           std::mt19937* random) const {
+void StreamWriter::put_block(const Block& levels, Scan scan, unsigned first) {
     const auto& order = scan_order(scan);
     unsigned end = 64;
     while (levels[order[end - 1]] == 0) --end;
@@ -136,34 +112,66 @@ void EventCoder::put_block(BitPacker* out, const Block& levels, Scan scan, unsig
         const int level = levels[order[i]];
         if (level == 0) continue;
         const unsigned last = i + 1 == end;
-        const bool allow_short = (*random)() % 8 != 0;
-        if ((*random)() % 16 == 0 || !put_code(out, last, run, level)) {
-            put_escape(out, last, run, level, allow_short);
-        }
+        if (pick(16) == 0 || !put_code(last, run, level)) put_escape(last, run, level);
         run = ~0u;
     }
 }
 
-bool is_any_set(const Block& levels, unsigned first, Scan scan) {
-    const auto& order = scan_order(scan);
-    return std::any_of(order.begin() + first, order.end(), [&](uint8_t i) { return levels[i]; });
+bool is_any_set(const Block& levels, unsigned first) {
+    return std::any_of(levels.begin() + first, levels.end(), [](int level) { return level != 0; });
 }
 
-void put_mcbpc(BitPacker* out, unsigned cbpc, bool has_quant) {
+void StreamWriter::put_mcbpc(unsigned cbpc, bool has_quant) {
     static const char* const kCodes[2][4] = {{"1", "001", "010", "011"},
                                              {"0001", "000001", "000010", "000011"}};
-    out->put(kCodes[has_quant][cbpc]);
+    sample.text(kCodes[has_quant][cbpc]);
 }
 
-void put_cbpy(BitPacker* out, unsigned cbpy) {
+void StreamWriter::put_cbpy(unsigned cbpy) {
     static const char* const kCodes[16] = {"0011",   "00101", "00100", "1001",   "00011", "0111",
                                            "000010", "1011",  "00010", "000011", "0101",  "1010",
                                            "0100",   "1000",  "0110",  "11"};
-    out->put(kCodes[cbpy]);
+    sample.text(kCodes[cbpy]);
 }
 
-void ModelPicture::put_block(unsigned x, unsigned y, unsigned n, bool is_field,
-                             const Block& coefficients) {
+void StreamWriter::change_quant(unsigned dquant) {
+    static const int kChange[4] = {-1, -2, 1, 2};
+    quant = std::clamp(quant + kChange[dquant], 1, 31);
+}
+
+// Their sum stays in the range of 8-bit samples, but for a wild one, which is not in the first row
+// or column: their prediction has to stay within the codes.
+Block StreamWriter::random_levels(int q, int wild_limit) {
+    Block levels{};
+    int budget = common.flat ? 0 : common.wild ? 700 : 1400;
+    for (unsigned count = pick(3) ? pick(12) : 0; count > 0; --count) {
+        const unsigned i = pick(pick(4) ? 20 : 64);
+        const int level = 1 + static_cast<int>(pick(pick(4) ? 3 : 40));
+        const int size = level * q * ((weights[i] + 7) / 8);
+        if (size > budget || levels[i] != 0) continue;
+        budget -= size;
+        levels[i] = pick(2) ? level : -level;
+    }
+    if (common.wild && pick(2)) {
+        const int level = 1 + static_cast<int>(pick(static_cast<unsigned>(wild_limit)));
+        levels[9 + pick(7) * 8 + pick(7)] = pick(2) ? level : -level;
+    }
+    return levels;
+}
+
+Block StreamWriter::dequantised(const Block& levels, int q) const {
+    Block f{};
+    for (unsigned i = 1; i < 64; ++i) {
+        const int size = abs(levels[i]);
+        const int value = common.matrix ? size * 2 * weights[i] * q / 16
+                          : size == 0   ? 0
+                                        : q * (2 * size + 1) - (q % 2 == 0);
+        f[i] = std::clamp(levels[i] < 0 ? -value : value, -2048, 2047);
+    }
+    return f;
+}
+
+void StreamWriter::show(unsigned x, unsigned y, unsigned n, bool is_field, const Block& f) {
     static const auto cosines = [] {
         std::array<double, 64> c{};
         for (unsigned i = 0; i < 64; ++i) {
@@ -171,36 +179,23 @@ void ModelPicture::put_block(unsigned x, unsigned y, unsigned n, bool is_field,
         }
         return c;  // [sample * 8 + frequency]
     }();
-    const unsigned pitch = n < 4 ? width_mbs * 16 : width_mbs * 8;
-    const unsigned luma = width_mbs * height_mbs * 256;
-    uint8_t* const plane = planes.data() + (n < 4 ? 0 : luma + (n - 4) * luma / 4);
     for (unsigned i = 0; i < 64; ++i) {
         double sum = 0;
         for (unsigned k = 0; k < 64; ++k) {
-            sum += coefficients[k] * cosines[i / 8 * 8 + k / 8] * cosines[i % 8 * 8 + k % 8];
+            sum += f[k] * cosines[i / 8 * 8 + k / 8] * cosines[i % 8 * 8 + k % 8];
         }
-        const unsigned row = i / 8;
-        const unsigned luma_row = is_field ? row * 2 + (n >> 1) : row + (n >> 1) * 8;
-        const unsigned at = n < 4 ? (y * 16 + luma_row) * pitch + x * 16 + (n & 1) * 8 + i % 8
-                                  : (y * 8 + row) * pitch + x * 8 + i % 8;
-        plane[at] = static_cast<uint8_t>(std::clamp(floor(sum + 0.5), 0.0, 255.0));
+        const unsigned row = is_field ? i / 8 * 2 + (n >> 1) : i / 8 + (n >> 1) * 8;
+        const size_t at = n < 4 ? (y * 16 + row) * w * 16 + x * 16 + (n & 1) * 8 + i % 8
+                                : w * h * n * 64 + (y * 8 + i / 8) * w * 8 + x * 8 + i % 8;
+        planes_[at] = static_cast<uint8_t>(std::clamp(floor(sum + 0.5), 0.0, 255.0));
     }
 }
 
-unsigned Options::get(const char* name, unsigned otherwise) const {
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
-        const size_t equals = word.find('=');
-        if (word.substr(0, equals) != name) continue;
-        return equals == std::string::npos ? 1 : static_cast<unsigned>(atoi(&word[equals + 1]));
-    }
-    return otherwise;
-}
-
-int decode_sample(const std::vector<uint8_t>& config, const std::vector<uint8_t>& sample,
-                  bool is_mpeg4, std::vector<uint8_t>* planes) {
+int decode_sample(const std::string& config, const std::string& sample, bool is_mpeg4,
+                  std::vector<uint8_t>* planes) {
     // Copies of the exact size, so that a sanitizer sees any access behind them.
-    std::vector<uint8_t> config_copy(config), sample_copy(sample);
+    std::vector<uint8_t> config_copy(config.begin(), config.end());
+    std::vector<uint8_t> sample_copy(sample.begin(), sample.end());
     uint8_t nothing = 0;
     KeyFrame record = {};
     record.config = config.empty() ? &nothing : config_copy.data();
@@ -216,9 +211,11 @@ int decode_sample(const std::vector<uint8_t>& config, const std::vector<uint8_t>
     return result;
 }
 
-int most_difference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
-    if (a.size() != b.size()) return 256;
+int StreamWriter::most_difference(bool is_mpeg4) const {
+    std::vector<uint8_t> got;
+    if (decode_sample(config.str(), sample.str(), is_mpeg4, &got) != 0) return 256;
+    if (got.size() != planes_.size()) return 256;
     int most = 0;
-    for (size_t i = 0; i < a.size(); ++i) most = std::max(most, abs(a[i] - b[i]));
+    for (size_t i = 0; i < got.size(); ++i) most = std::max(most, abs(got[i] - planes_[i]));
     return most;
 }
