@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <bitset>
+#include <set>
+#include <tuple>
+
 #include "tests/support/bit_packer.h"
 
 template <typename Reader>
@@ -34,13 +38,15 @@ TEST(Bits, ReadsBothWordsAndZerosBehindTheEnd) {
     expect_bits_as_written<uint32_t>();
 }
 
-static TcoefEvent read_event(const TcoefTable& table, const char* digits) {
+static TcoefEvent read_event(const TcoefTable& table, const std::string& digits,
+                             size_t* length = nullptr) {
     const std::string data = BitPacker(digits).str();
     M4vBits bits;
     start(&bits, data);
     bits.refill();
     TcoefEntry entry = table.primary[bits.peek(kTcoefPrimaryBits)];
     if (entry.step == kTcoefLong) entry = m4v_long_event(bits, table, entry);
+    if (length) *length = entry.length;
     TcoefEvent event = {entry.level, entry.step % kTcoefLast, entry.step >= kTcoefLast};
     if (entry.step < kTcoefLong) return event;
     return m4v_read_escaped_event(&bits, table, entry, &event) ? TcoefEvent{} : event;
@@ -70,6 +76,41 @@ TEST(Tcoef, RefusesWhatIsNotACode) {
     };
     for (const auto& c : kCases) {
         EXPECT_EQ(read_event(*c.table, c.digits).level, 0) << c.digits;
+    }
+}
+
+// The streams take the codes from the table that reads them; these are the printed ones. No code
+// is the end of another, which is what makes them decodable from the other end.
+TEST(Tcoef, ReadsReversibleCodes) {
+    static const struct {
+        const char* digits;  // with the sign
+        bool last;
+        unsigned run;
+        int level;
+    } kCases[] = {
+        {"110 0", false, 0, 1},
+        {"0001 1", false, 1, -1},
+        {"1011 0", true, 0, 1},
+        {"0110 1101 0", false, 1, 5},
+        {"0011 1111 1111 100 0", false, 0, 27},
+        {"0111 1110 1111 101 1", true, 44, -1},
+    };
+    for (const auto& c : kCases) {
+        const TcoefEvent event = read_event(kTcoefReversible, c.digits);
+        EXPECT_EQ(std::tie(event.last, event.level), std::tie(c.last, c.level)) << c.digits;
+        EXPECT_EQ(event.step, c.run + 1) << c.digits;
+    }
+    std::set<std::string> words;  // without the sign
+    for (unsigned window = 0; window < 1u << 16; ++window) {
+        const std::string digits = std::bitset<16>(window).to_string();
+        size_t length = 0;
+        const TcoefEvent event = read_event(kTcoefReversible, digits, &length);
+        if (event.level != 0 && !digits.starts_with("0000"))
+            words.insert(digits.substr(0, length - 1));
+    }
+    EXPECT_EQ(words.size(), 169u);
+    for (const std::string& a : words) {
+        for (const std::string& b : words) EXPECT_TRUE(a == b || !b.ends_with(a)) << a << " " << b;
     }
 }
 
