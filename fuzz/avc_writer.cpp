@@ -3,39 +3,22 @@
 
 #include <algorithm>
 
-#include "fuzz/bit_writer.h"
+#include "fuzz/chosen_bits.h"
 
 // Escapes most units; one whose emulation bytes are missing is a stream, too.
 static std::string nal_unit(Choices* c, uint32_t header, const std::string& rbsp) {
-    std::string out(1, static_cast<char>(header));
-    const bool is_escaped = !c->once_in(16);
-    int zeros = 0;
-    for (const char byte : rbsp) {
-        if (is_escaped && zeros >= 2 && static_cast<uint8_t>(byte) <= 3) {
-            out += '\3';
-            zeros = 0;
-        }
-        out += byte;
-        zeros = byte == 0 ? zeros + 1 : 0;
-    }
-    return out;
+    const std::string unit = static_cast<char>(header) + rbsp;
+    return c->once_in(16) ? unit : escaped(unit);
 }
 
-static int32_t signed_value(Choices* c, uint32_t usual) {
-    const int32_t value = static_cast<int32_t>(c->value(usual));
-    return c->flag() ? value : -std::max(value, -INT32_MAX);
-}
-
-static void write_scaling_lists(Choices* c, BitWriter* w, int count) {
+static void write_scaling_lists(ChosenBits* w, int count) {
     for (int i = 0; i < count; ++i) {
-        const bool is_present = c->flag();
-        w->put(1, is_present);
-        if (!is_present) continue;
+        if (!w->flag()) continue;
         const int entries = i < 6 ? 16 : 64;
-        const int coded = c->flag() ? entries : static_cast<int>(c->below(4));
+        const int coded = w->c->flag() ? entries : static_cast<int>(w->c->byte() % 4);
         int last = 8;
         for (int k = 0; k < coded; ++k) {
-            const int next = 1 + static_cast<int>(c->byte() % 255);
+            const int next = 1 + static_cast<int>(w->c->byte() % 255);
             w->se(next - last);
             last = next;
         }
@@ -43,143 +26,146 @@ static void write_scaling_lists(Choices* c, BitWriter* w, int count) {
     }
 }
 
-static void write_vui(Choices* c, BitWriter* w) {
-    w->put(8, c->byte());
-    const std::string noise = c->bytes(c->byte() % 40);
-    w->append(noise);
-}
-
-std::string write_sps(Choices* c, bool* is_high_profile) {
+std::string write_sps(Choices* c, AvcSyntax* syntax) {
     static const uint8_t kProfiles[] = {100, 66, 77, 244, 83};
-    BitWriter w;
+    ChosenBits w(c);
     const uint32_t profile = kProfiles[c->byte() % 5];
-    *is_high_profile = profile == 100 || profile == 244 || profile == 83;
-    w.put(8, profile);
-    w.put(16, c->byte());
-    w.ue(c->once_in(8) ? c->value(32) : 0);
-    if (*is_high_profile) {
-        w.ue(c->once_in(4) ? c->value(3) : 1);
-        w.ue(c->once_in(16) ? c->value(6) : 0);
-        w.ue(c->once_in(16) ? c->value(6) : 0);
-        w.put(1, c->once_in(16));
-        const bool has_matrix = c->once_in(4);
-        w.put(1, has_matrix);
-        if (has_matrix) write_scaling_lists(c, &w, 8);
+    syntax->is_high_profile = profile != 66 && profile != 77;
+    w.u(8, profile).u(16, c->byte());
+    w.ue_rarely(8, 32);
+    if (syntax->is_high_profile) {
+        w.ue_rarely(4, 3, 1);
+        w.ue_rarely(16, 6);
+        w.ue_rarely(16, 6);
+        w.flag(16);
+        if (w.flag(4)) write_scaling_lists(&w, 8);
     }
-    w.ue(c->once_in(8) ? c->value(12) : 0);
-    const uint32_t order_type = c->once_in(4) ? c->value(2) : 0;
-    w.ue(order_type);
-    if (order_type == 0) w.ue(c->once_in(8) ? c->value(12) : 0);
-    if (order_type == 1) {
-        w.put(1, c->flag());
-        w.se(signed_value(c, 9));
-        w.se(signed_value(c, 9));
-        const uint32_t cycle = c->value(3);
-        w.ue(cycle);
-        for (uint32_t i = 0; i < std::min(cycle, 300u); ++i) w.se(signed_value(c, 9));
+    syntax->frame_num_bits = 4 + w.ue_rarely(8, 12);
+    syntax->order_type = w.ue_rarely(4, 2);
+    if (syntax->order_type == 0) syntax->order_bits = 4 + w.ue_rarely(8, 12);
+    if (syntax->order_type == 1) {
+        syntax->has_order_deltas = !w.flag();
+        w.any_se(9);
+        w.any_se(9);
+        for (uint32_t i = std::min(w.any_ue(3), 300U); i > 0; --i) w.any_se(9);
     }
-    w.ue(c->value(16));
-    w.put(1, c->flag());
-    w.ue(c->value(7));
-    w.ue(c->value(7));
-    w.put(1, !c->once_in(32));
-    w.put(1, 1);
-    const bool is_cropped = c->once_in(4);
-    w.put(1, is_cropped);
-    for (int i = 0; is_cropped && i < 4; ++i) w.ue(c->value(8));
-    const bool has_vui = c->once_in(4);
-    w.put(1, has_vui);
-    if (has_vui) write_vui(c, &w);
-    w.trailing();
-    return nal_unit(c, 0x67, w.bytes());
+    w.any_ue(16);
+    w.flag();
+    w.any_ue(7);  // width, height
+    w.any_ue(7);
+    w.u(1, !c->once_in(32)).u(1, 1);
+    const bool is_cropped = w.flag(4);
+    for (int i = 0; is_cropped && i < 4; ++i) w.any_ue(8);
+    if (w.flag(4)) w.noise();  // usability information
+    return nal_unit(c, 0x67, w.trailing().str());
 }
 
-std::string write_pps(Choices* c, bool is_high_profile, bool* is_cabac) {
-    BitWriter w;
-    w.ue(c->once_in(4) ? c->value(255) : 0);
-    w.ue(c->once_in(8) ? c->value(32) : 0);
-    *is_cabac = c->flag();
-    w.put(1, *is_cabac);
-    w.put(1, c->once_in(4));
-    w.ue(c->once_in(32) ? c->value(7) : 0);
-    w.ue(c->value(15));
-    w.ue(c->value(15));
-    w.put(3, c->byte() % 6);
-    w.se(signed_value(c, 25));
-    w.se(signed_value(c, 25));
-    w.se(signed_value(c, 12));
-    w.put(3, c->once_in(8) ? c->byte() : 4);  // deblocking control
-    if (is_high_profile) {
-        w.put(1, c->flag());
-        const bool has_matrix = c->once_in(4);
-        w.put(1, has_matrix);
-        if (has_matrix) write_scaling_lists(c, &w, 8);
-        w.se(signed_value(c, 12));
+std::string write_pps(Choices* c, AvcSyntax* syntax) {
+    ChosenBits w(c);
+    w.ue_rarely(4, 255);
+    w.ue_rarely(8, 32);
+    syntax->is_cabac = w.flag();
+    syntax->has_order_pair = w.flag(4);
+    w.ue_rarely(32, 7);
+    w.any_ue(15);
+    w.any_ue(15);
+    w.u(3, c->byte() % 6);
+    w.any_se(25);
+    w.any_se(25);
+    w.any_se(12);
+    syntax->has_deblocking = !c->once_in(8);
+    w.u(1, syntax->has_deblocking);
+    w.flag(8);
+    syntax->has_redundant = w.flag(8);
+    syntax->has_8x8 = false;
+    if (syntax->is_high_profile) {
+        syntax->has_8x8 = w.flag();
+        if (w.flag(4)) write_scaling_lists(&w, syntax->has_8x8 ? 8 : 6);
+        w.any_se(12);
     }
-    w.trailing();
-    return nal_unit(c, 0x68, w.bytes());
+    return nal_unit(c, 0x68, w.trailing().str());
 }
 
-// CAVLC macroblocks: well-formed up to the residual, which is noise.
-static void write_macroblocks(Choices* c, BitWriter* w) {
-    for (uint32_t i = c->byte() % 16; i > 0; --i) {
-        const uint32_t mb_type = c->once_in(8) ? 25 : c->flag() ? 0 : c->value(25);
-        w->ue(mb_type);
-        if (mb_type == 25) {
-            w->align();
-            w->append(c->bytes(384));
-            continue;
-        }
-        for (int b = 0; mb_type == 0 && b < 16; ++b) w->put(1, !c->once_in(4));
-        w->ue(c->value(3));
-        if (mb_type == 0) w->ue(c->value(47));
-        w->se(signed_value(c, 26));
-        w->append(c->bytes(c->byte() % 24));
+// Of a picture that is no IDR picture.
+static void write_marking(ChosenBits* w) {
+    static const uint8_t kOperands[] = {1, 1, 2, 1, 0, 1};
+    if (!w->flag()) return;
+    for (uint32_t n = w->c->once_in(4) ? 80 : w->c->byte() % 4; n > 0; --n) {
+        const uint32_t operation = w->c->byte() % 6;
+        w->ue(operation + 1);
+        for (int i = 0; i < kOperands[operation]; ++i) w->any_ue(9);
+    }
+    w->ue_rarely(8, 9);
+}
+
+static void write_modes(ChosenBits* w, const AvcSyntax& syntax) {
+    const int modes = syntax.has_8x8 && w->flag() ? 4 : 16;
+    for (int b = 0; b < modes; ++b) {
+        const bool is_predicted = !w->c->once_in(4);
+        w->u(1, is_predicted);
+        if (!is_predicted) w->any(3);
     }
 }
 
-// Written for a frame number and picture order count of 4 bits each.
-static std::string write_slice(Choices* c, bool is_first, bool is_cabac) {
-    BitWriter w;
+// A CAVLC macroblock: samples, or prediction alone, or noise for residual.
+static void write_macroblock(ChosenBits* w, const AvcSyntax& syntax) {
+    const uint32_t kind = w->c->byte() % 4;
+    if (kind == 0) {
+        w->ue(25);
+        w->align().bytes(w->c->bytes(384));
+        return;
+    }
+    const uint32_t mb_type = kind == 1 ? 0 : w->any_ue(25);
+    if (kind == 1) w->ue(mb_type);
+    if (mb_type == 0) write_modes(w, syntax);
+    w->any_ue(3);
+    if (mb_type == 0 && w->ue_rarely(2, 47, 3) == 3) return;
+    w->any_se(26);
+    if (w->flag()) return;  // no coefficients
+    w->noise();
+}
+
+std::string write_slice(Choices* c, const AvcSyntax& syntax, bool is_first) {
+    const uint32_t header = c->once_in(8) ? c->byte() : c->once_in(4) ? 0x61 : 0x65;
+    const bool is_idr = (header & 31) == 5;
+    ChosenBits w(c);
     w.ue(is_first && !c->once_in(16) ? 0 : c->value(63));
-    w.ue(c->once_in(16) ? c->value(9) : 7);
-    w.ue(c->once_in(8) ? c->value(255) : 0);
-    w.put(4, c->byte());
-    w.ue(c->value(3));
-    w.put(4, c->byte());
-    w.put(2, 0);
-    w.se(signed_value(c, 26));
-    w.ue(c->value(2));
-    w.se(signed_value(c, 6));
-    w.se(signed_value(c, 6));
-    if (is_cabac) w.align(true);
-    if (!is_cabac) write_macroblocks(c, &w);
-    w.append(c->payload());
-    w.trailing();
-    return nal_unit(c, c->once_in(8) ? c->byte() : 0x65, w.bytes());
-}
-
-static void append_nal(std::string* out, const std::string& nal, int length_size) {
-    for (int i = length_size - 1; i >= 0; --i) *out += static_cast<char>(nal.size() >> 8 * i);
-    *out += nal;
+    w.ue_rarely(16, 9, 7);
+    w.ue_rarely(8, 255);
+    w.u(static_cast<int>(syntax.frame_num_bits % 32), c->byte());
+    if (is_idr) w.any_ue(3);
+    if (syntax.order_type == 0) w.u(static_cast<int>(syntax.order_bits % 32), c->byte());
+    if (syntax.order_type == 1 && syntax.has_order_deltas) w.any_se(9);
+    if (syntax.order_type != 2 && syntax.has_order_pair) w.any_se(9);
+    if (syntax.has_redundant) w.ue_rarely(8, 3);
+    if (is_idr) w.any(2);
+    if (!is_idr && header & 0x60) write_marking(&w);
+    w.any_se(26);
+    if (syntax.has_deblocking && w.any_ue(2) != 1) {
+        w.any_se(6);
+        w.any_se(6);
+    }
+    if (syntax.is_cabac) w.align(1);
+    for (uint32_t i = syntax.is_cabac ? 0 : c->byte() % 16; i > 0; --i)
+        write_macroblock(&w, syntax);
+    return nal_unit(c, header, w.with_payload() + '\x80');
 }
 
 AvcStream write_avc_stream(Choices* c, int length_size) {
     AvcStream stream;
-    bool is_high_profile = false, is_cabac = false;
+    AvcSyntax syntax;
     for (uint32_t i = c->once_in(4) ? 3 : 1; i > 0; --i) {
-        append_nal(&stream.sets, write_sps(c, &is_high_profile), 2);
-        append_nal(&stream.sets, write_pps(c, is_high_profile, &is_cabac), 2);
+        stream.sets += with_length(write_sps(c, &syntax), 2);
+        stream.sets += with_length(write_pps(c, &syntax), 2);
     }
     const uint32_t slices = 1 + c->byte() % 4;
     for (uint32_t i = 0; i < slices; ++i) {
-        if (c->once_in(8)) {
-            append_nal(&stream.sample, write_sps(c, &is_high_profile), length_size);
-        }
-        if (c->once_in(8)) {
-            append_nal(&stream.sample, write_pps(c, is_high_profile, &is_cabac), length_size);
-        }
-        append_nal(&stream.sample, write_slice(c, i == 0, is_cabac), length_size);
+        const auto add = [&](const std::string& unit) {
+            stream.sample += with_length(unit, length_size);
+        };
+        if (c->once_in(8)) add(write_sps(c, &syntax));
+        if (c->once_in(8)) add(write_pps(c, &syntax));
+        add(write_slice(c, syntax, i == 0));
     }
     if (c->once_in(16)) stream.sample.resize(c->below(65536) % (stream.sample.size() + 1));
     return stream;

@@ -6,11 +6,20 @@
 
 #include "fuzz/choices.h"
 
+// What the sets written last say about the syntax behind them.
+struct AvcSyntax {
+    bool is_high_profile = true, is_cabac = false, has_8x8 = false;
+    bool has_order_deltas = false, has_order_pair = false;
+    bool has_deblocking = true, has_redundant = false;
+    uint32_t frame_num_bits = 4, order_type = 0, order_bits = 4;
+};
+// NAL units without their lengths.
+std::string write_sps(Choices* choices, AvcSyntax* syntax);
+std::string write_pps(Choices* choices, AvcSyntax* syntax);
+std::string write_slice(Choices* choices, const AvcSyntax& syntax, bool is_first);
+
 struct AvcStream {
     std::string sets;    // each behind its 16-bit length
     std::string sample;  // NAL units behind lengths of length_size bytes
 };
 AvcStream write_avc_stream(Choices* choices, int length_size);
-// NAL units without their lengths.
-std::string write_sps(Choices* choices, bool* is_high_profile);
-std::string write_pps(Choices* choices, bool is_high_profile, bool* is_cabac);

@@ -18,17 +18,6 @@ static std::string decoder_seed(char mode, const KeyFrame& record) {
            text(record.config, record.config_length) + text(record.sample, record.bytes_read);
 }
 
-// Each parameter set behind a byte of length instead of two, and two choices behind it.
-static std::string sets_seed(const std::string& sets) {
-    std::string seed(1, '\0');
-    for (size_t at = 0; at + 2 < sets.size();) {
-        const size_t length = static_cast<uint8_t>(sets[at + 1]);
-        seed += sets.substr(at + 1, 1 + length) + zeros(2);
-        at += 2 + length;
-    }
-    return seed;
-}
-
 static void add(const std::string& folder, const std::string& name, const std::string& bytes) {
     std::filesystem::create_directories(folder);
     write_file(folder + "/" + name, bytes);
@@ -41,7 +30,7 @@ static void add_key_frame(const std::string& folder, const std::string& name, in
                           : record.length_prefix_size == 2 ? 4
                                                            : 2;
         add(folder + "/avc", name, decoder_seed(mode, record));
-        add(folder + "/avc_sets", name, sets_seed(text(record.config, record.config_length)));
+        add(folder + "/avc_sets", name, zeros(1) + text(record.config, record.config_length));
     } else {
         add(folder + "/m4v", name, decoder_seed(codec_kind == kCodecMpeg4 ? 2 : 0, record));
     }

@@ -83,10 +83,10 @@ static std::string write_sample(Choices* c, std::string* entry) {
         *entry = h263_entry();
         return write_h263_picture(c);
     }
-    bool is_high = false, is_cabac = false;
-    const std::string sps = write_sps(c, &is_high);
+    AvcSyntax syntax;
+    const std::string sps = write_sps(c, &syntax);
     const int length_size = 1 << c->byte() % 3;
-    *entry = avc_entry(sps, write_pps(c, is_high, &is_cabac), length_size);
+    *entry = avc_entry(sps, write_pps(c, &syntax), length_size);
     return write_avc_stream(c, length_size).sample;
 }
 
