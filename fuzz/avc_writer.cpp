@@ -155,8 +155,9 @@ AvcStream write_avc_stream(Choices* c, int length_size) {
     AvcStream stream;
     AvcSyntax syntax;
     for (uint32_t i = c->once_in(4) ? 3 : 1; i > 0; --i) {
-        stream.sets += with_length(write_sps(c, &syntax), 2);
-        stream.sets += with_length(write_pps(c, &syntax), 2);
+        stream.sps = write_sps(c, &syntax);
+        stream.pps = write_pps(c, &syntax);
+        stream.sets += with_length(stream.sps, 2) + with_length(stream.pps, 2);
     }
     const uint32_t slices = 1 + c->byte() % 4;
     for (uint32_t i = 0; i < slices; ++i) {

@@ -19,7 +19,8 @@ std::string write_pps(Choices* choices, AvcSyntax* syntax);
 std::string write_slice(Choices* choices, const AvcSyntax& syntax, bool is_first);
 
 struct AvcStream {
-    std::string sets;    // each behind its 16-bit length
-    std::string sample;  // NAL units behind lengths of length_size bytes
+    std::string sps, pps;  // the last ones
+    std::string sets;      // all, each behind its 16-bit length
+    std::string sample;    // NAL units behind lengths of length_size bytes
 };
 AvcStream write_avc_stream(Choices* choices, int length_size);

@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Walks a file and collects its key frames. The first two bytes choose how many and from where, and
-// the third one whether the rest is the file or the choices for one.
+// the rest the file.
 #include "fuzz/choices.h"
 #include "fuzz/movie_writer.h"
 #include "fuzz/target.h"
 #include "tool/key_frames.h"
 
-static std::string make_file(Choices* c) {
-    const uint32_t mode = c->byte();
-    if (mode % 4 == 0) return c->rest();
-    return mode % 4 == 1 ? write_boxes(c) : write_movie(c);
-}
+const size_t g_file_start = 3;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Choices choices(data, size);

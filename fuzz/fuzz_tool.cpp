@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// The whole program on one file. Six bytes choose the arguments, and the seventh one whether the
-// rest is the file or the choices for one.
+// The whole program on one file. Six bytes choose the arguments and the rest the file.
 #include "fuzz/choices.h"
 #include "fuzz/movie_writer.h"
 #include "fuzz/target.h"
 #include "tool/run_keystill.h"
+
+const size_t g_file_start = 7;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Choices c(data, size);
@@ -16,8 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (i == 3) value += 1;
         numbers[i] = std::to_string(value);
     }
-    const bool is_written = c.flag();
-    const MemoryFile file(is_written ? write_movie(&c) : c.rest());
+    const MemoryFile file(make_file(&c));
     const char* const argv[] = {"keystill",         file.path(),
                                 "/dev/null",        numbers[0].c_str(),
                                 numbers[1].c_str(), numbers[2].c_str(),

@@ -14,7 +14,7 @@ static std::string text(const uint8_t* bytes, int32_t length) {
 
 // The mode byte, and the key frame behind the length of its configuration.
 static std::string decoder_seed(char mode, const KeyFrame& record) {
-    return mode + u16(static_cast<uint32_t>(record.config_length)) +
+    return std::string(1, mode) + u16(static_cast<uint32_t>(record.config_length)) +
            text(record.config, record.config_length) + text(record.sample, record.bytes_read);
 }
 
@@ -40,7 +40,7 @@ static int add_clip(const std::string& folder, const std::string& path) {
     const std::string name = std::filesystem::path(path).filename();
     const std::string bytes = read_file(path);
     add(folder + "/boxes", name, zeros(3) + bytes);
-    add(folder + "/tool", name, "\50\50\120\5\12\106" + zeros(1) + bytes);
+    add(folder + "/tool", name, std::string("\50\50\120\5\12\106\0", 7) + bytes);
     KeyFrame record = {};
     KeyFrameRequest request = {50, 1, &record, kCodecNone, 0};
     if (GetKeyFrameMpeg4(path.c_str(), &request) != 0 || request.key_frame_count != 1) return 1;
@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
     upnp_memory_init();
     const std::string folder = argv[1];
     add(folder + "/thumb", "small", zeros(20));
-    add(folder + "/thumb", "cropped", "\1" + zeros(1) + "\50" + zeros(2) + "\36" + zeros(1) + "\1");
+    add(folder + "/thumb", "cropped", std::string("\1\0\50\0\0\36\0\1", 8));
     int status = 0;
     for (int i = 2; i < argc; ++i) status |= add_clip(folder, argv[i]);
     return status;

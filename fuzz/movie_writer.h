@@ -6,8 +6,8 @@
 
 #include "fuzz/choices.h"
 
-// A movie of H.264, MPEG-4 or H.263 pictures, in sample tables or fragments, some bytes of which
-// are changed.
-std::string write_movie(Choices* choices);
-// Lists of boxes of all types in each other, in any order.
-std::string write_boxes(Choices* choices, int depth = 0);
+// The rest of the choices as they are, boxes of all types in each other in any order, or a movie of
+// H.264, MPEG-4 or H.263 pictures, in sample tables or fragments, some of whose boxes are changed.
+std::string make_file(Choices* choices);
+// Changes one box of a file, with or without telling the boxes around it.
+void change_box(Choices* choices, std::string* file);

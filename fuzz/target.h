@@ -12,6 +12,9 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
+// In targets whose inputs are or choose files: where those begin, behind the byte that tells.
+extern const size_t g_file_start;
+
 // A block of exactly that size, so that the sanitizer sees one byte too many.
 inline Owned<uint8_t> exact_copy(const std::string& bytes) {
     Owned<uint8_t> copy = owned_malloc<uint8_t>(bytes.size());
