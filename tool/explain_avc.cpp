@@ -51,22 +51,25 @@ static int32_t read_se(NalBits* bits) {
     return code & 1 ? magnitude : -magnitude;
 }
 
-// The first NAL unit of a run behind its 16-bit length, header byte left out.
-static NalBits first_set(const uint8_t* run, uint32_t length) {
+// What lies behind the header byte.
+static NalBits payload_of(AvcUnit unit) {
     NalBits bits = {};
-    if (!run || length < 3) {
-        bits.overrun = true;
-        return bits;
-    }
-    const uint32_t stated = static_cast<uint32_t>(run[0] << 8 | run[1]);
-    bits.next = run + 3;
-    bits.end = run + std::max<uint32_t>(3, std::min(stated + 2, length));
+    bits.overrun = unit.length < 2;
+    if (bits.overrun) return bits;
+    bits.next = unit.bytes + 1;
+    bits.end = unit.bytes + unit.length;
     return bits;
 }
 
+AvcUnit avc_first_unit(const uint8_t* run, uint32_t length) {
+    if (!run || length < 2) return {};
+    const uint32_t stated = static_cast<uint32_t>(run[0] << 8 | run[1]);
+    return {run + 2, std::min(stated, length - 2)};
+}
+
 static bool has_chroma_format(uint32_t profile_idc) {
-    static const uint8_t kProfiles[] = {100, 110, 122, 244, 44,  83, 86,
-                                        118, 128, 138, 139, 134, 135};
+    static const uint8_t kProfiles[] = {100, 110, 122, 244, 44,  83,  86,
+                                        118, 128, 138, 139, 134, 135, 144};
     return std::find(std::begin(kProfiles), std::end(kProfiles), profile_idc) !=
            std::end(kProfiles);
 }
@@ -122,11 +125,12 @@ static void read_picture_size(NalBits* bits, AvcFacts* facts) {
     const uint64_t cut_y = unit_y * (uint64_t{crop[2]} + crop[3]);
     facts->width = static_cast<uint32_t>(width_mbs * 16 - std::min(cut_x, width_mbs * 16));
     facts->height = static_cast<uint32_t>(height_mbs * 16 - std::min(cut_y, height_mbs * 16));
-    facts->macroblocks = width_mbs * height_mbs;
+    facts->width_mbs = width_mbs;
+    facts->height_mbs = height_mbs;
 }
 
-void avc_look_at_sequence_set(const uint8_t* run, uint32_t length, AvcFacts* facts) {
-    NalBits bits = first_set(run, length);
+void avc_look_at_sequence_set(AvcUnit unit, AvcFacts* facts) {
+    NalBits bits = payload_of(unit);
     facts->chroma_format_idc = 1;
     facts->bit_depth_luma = 8;
     facts->bit_depth_chroma = 8;
@@ -143,8 +147,8 @@ void avc_look_at_sequence_set(const uint8_t* run, uint32_t length, AvcFacts* fac
     facts->has_sequence_set = !bits.overrun;
 }
 
-void avc_look_at_picture_set(const uint8_t* run, uint32_t length, AvcFacts* facts) {
-    NalBits bits = first_set(run, length);
+void avc_look_at_picture_set(AvcUnit unit, AvcFacts* facts) {
+    NalBits bits = payload_of(unit);
     read_ue(&bits);
     read_ue(&bits);
     read_bits(&bits, 2);
@@ -152,24 +156,39 @@ void avc_look_at_picture_set(const uint8_t* run, uint32_t length, AvcFacts* fact
     facts->has_picture_set = !bits.overrun;
 }
 
-AvcSlice avc_look_at_sample(const uint8_t* sample, uint32_t length, uint32_t prefix_size) {
-    uint32_t at = 0;
-    while (length - at > prefix_size) {
-        uint32_t nal_length = 0;
-        for (uint32_t i = 0; i < prefix_size; ++i) nal_length = nal_length << 8 | sample[at++];
-        if (nal_length < 2 || nal_length > length - at) return AvcSlice::kNone;
-        const uint32_t nal_unit_type = sample[at] & 31;
-        if ((nal_unit_type == 1 || nal_unit_type == 5)) {
-            NalBits bits = {};
-            bits.next = sample + at + 1;
-            bits.end = sample + at + nal_length;
-            read_ue(&bits);  // first_mb_in_slice
-            const uint32_t slice_type = read_ue(&bits) % 5;
-            return slice_type == 2 ? AvcSlice::kIntra : AvcSlice::kOther;
-        }
-        at += nal_length;
+// From frame_num to redundant_pic_cnt (H.264 7.3.3), of a frame. Returns the latter.
+static uint32_t read_redundant_pic_cnt(NalBits* bits, bool is_idr, const AvcSps& sps,
+                                       const AvcPps& pps) {
+    const bool has_bottom = pps.bottom_field_pic_order_in_frame_present_flag != 0;
+    read_bits(bits, static_cast<int>(sps.log2_max_frame_num));
+    if (is_idr) read_ue(bits);  // idr_pic_id
+    if (sps.pic_order_cnt_type == 0) {
+        read_bits(bits, sps.log2_max_pic_order_cnt_lsb);
+        if (has_bottom) read_se(bits);
     }
-    return AvcSlice::kNone;
+    if (sps.pic_order_cnt_type == 1 && !sps.delta_pic_order_always_zero_flag) {
+        read_se(bits);
+        if (has_bottom) read_se(bits);
+    }
+    return pps.redundant_pic_cnt_present_flag ? read_ue(bits) : 0;
+}
+
+AvcSliceFacts avc_look_at_slice(AvcUnit unit, const AvcDecoder& decoder) {
+    NalBits bits = payload_of(unit);
+    const bool is_idr = (unit.bytes[0] & 31) == 5;
+    AvcSliceFacts facts = {};
+    facts.is_idr_without_reference = is_idr && (unit.bytes[0] >> 5 & 3) == 0;
+    read_ue(&bits);  // first_mb_in_slice
+    facts.slice_type = read_ue(&bits) % 5;
+    facts.pic_parameter_set_id = read_ue(&bits);
+    const uint32_t id = facts.pic_parameter_set_id;
+    const AvcPps* const pps = id < kMaxPps ? decoder.pps_table[id] : nullptr;
+    const AvcSps* const sps = pps ? decoder.sps_table[pps->seq_parameter_set_id] : nullptr;
+    if (!sps) return facts;
+    facts.has_sets = true;
+    facts.seq_parameter_set_id = sps->seq_parameter_set_id;
+    facts.is_redundant = read_redundant_pic_cnt(&bits, is_idr, *sps, *pps) != 0 && !bits.overrun;
+    return facts;
 }
 
 const char* avc_profile_name(uint32_t profile_idc) {

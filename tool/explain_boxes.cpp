@@ -50,6 +50,8 @@ static void copy_type(const uint8_t* from, char* to) {
 static void look_at_track_header(BoxScan* scan) {
     uint8_t content[56];
     read_content(scan->file, content, sizeof content);
+    scan->track.id = load_be32(content + (content[0] == 1 ? 20 : 12));
+    scan->facts->last_track_id = scan->track.id;
     const uint8_t* const matrix = content + (content[0] == 1 ? 52 : 40);
     scan->track.is_rotated =
         content[0] != 1 && load_be32(matrix) == 0 && load_be32(matrix + 4) != 0;
@@ -62,10 +64,41 @@ static void look_at_handler(BoxScan* scan) {
     if (!is_data_handler) scan->track.is_video = memcmp(content + 8, "vide", 4) == 0;
 }
 
+// Where a descriptor's content starts: behind its tag and its length of up to four bytes.
+static size_t descriptor_content(const uint8_t* bytes, size_t at) {
+    ++at;
+    for (int i = 0; i < 3 && bytes[at] & 0x80; ++i) ++at;
+    return at + 1;
+}
+
+// ISO/IEC 14496-1 7.2.6.6: the object type of the decoder configuration in an ES descriptor.
+static uint8_t read_object_type(const uint8_t* esds_content) {
+    constexpr uint8_t kEsDescriptor = 3, kDecoderConfigDescriptor = 4;
+    if (esds_content[4] != kEsDescriptor) return 0;
+    const size_t config = descriptor_content(esds_content, 4) + 3;
+    if (esds_content[config] != kDecoderConfigDescriptor) return 0;
+    return esds_content[descriptor_content(esds_content, config)];
+}
+
+// The sample entry of MPEG-4 has its decoder configuration at a fixed place.
 static void look_at_description(BoxScan* scan) {
-    uint8_t content[16];
+    constexpr size_t kEsdsType = 98;
+    uint8_t content[512];
     read_content(scan->file, content, sizeof content);
-    if (load_be32(content + 4) != 0) copy_type(content + 12, scan->track.format);
+    TrackFacts* const track = &scan->track;
+    if (load_be32(content + 4) != 0) copy_type(content + 12, track->format);
+    track->has_esds = memmem(content, sizeof content, "esds", 4) != nullptr;
+    track->has_esds_in_place = memcmp(content + kEsdsType, "esds", 4) == 0;
+    if (track->has_esds_in_place) {
+        track->esds_object_type = read_object_type(content + kEsdsType + 4);
+    }
+}
+
+static void look_at_fragment_header(BoxScan* scan) {
+    uint8_t content[8];
+    read_content(scan->file, content, sizeof content);
+    const bool is_of_video = load_be32(content + 4) == scan->facts->video.id;
+    if (is_of_video && (content[3] & 1)) scan->facts->has_base_data_offset = true;
 }
 
 static void look_at_sizes(BoxScan* scan) {
@@ -74,24 +107,48 @@ static void look_at_sizes(BoxScan* scan) {
     scan->track.has_constant_size = load_be32(content + 4) != 0;
 }
 
-static void look_at_box(BoxScan* scan, const char* type) {
+static void look_at_random_access(BoxScan* scan) {
+    uint8_t content[16];
+    read_content(scan->file, content, sizeof content);
+    ++scan->facts->random_access_tables;
+    if (load_be32(content + 4) != scan->facts->video.id) return;
+    scan->facts->has_video_random_access = true;
+    scan->facts->random_access_entries = load_be32(content + 12);
+}
+
+static bool is_leaf_of_track(const char* type) {
+    static const char* const kTypes[] = {"tkhd", "mdhd", "hdlr", "stsd", "stts",
+                                         "stss", "stsc", "stsz", "stco"};
+    return std::any_of(std::begin(kTypes), std::end(kTypes),
+                       [type](const char* leaf) { return is_type(type, leaf); });
+}
+
+static void look_at_box(BoxScan* scan, const BoxHeader& header, int64_t position) {
+    const char* const type = header.type;
     TrackFacts* const track = &scan->track;
     BoxFacts* const facts = scan->facts;
     if (mp4_find_handler(type) && !is_type(type, "url ")) facts->has_known_box = true;
     if (is_type(type, "moov")) facts->has_movie = true;
     if (is_type(type, "moof")) facts->has_fragments = true;
-    if (is_type(type, "tfra")) facts->has_random_access = true;
     if (is_type(type, "trak")) *track = {};
     if (is_type(type, "tkhd")) look_at_track_header(scan);
     if (is_type(type, "hdlr")) look_at_handler(scan);
     if (is_type(type, "stsd")) look_at_description(scan);
     if (is_type(type, "stsz")) look_at_sizes(scan);
+    if (is_type(type, "tfhd")) look_at_fragment_header(scan);
+    if (is_type(type, "tfra")) look_at_random_access(scan);
     if (is_type(type, "stss")) track->has_sync_samples = true;
-    if (is_type(type, "stts")) track->has_time_to_sample = true;
-    if (is_type(type, "stsc")) track->has_sample_to_chunk = true;
     if (is_type(type, "stco")) track->has_chunk_offsets = true;
     if (is_type(type, "co64")) track->has_large_chunk_offsets = true;
     if (is_type(type, "stz2")) track->has_compact_sizes = true;
+    if (header.size_field < 2 && is_leaf_of_track(type)) {
+        memcpy(track->skipped_type, type, sizeof track->skipped_type);
+    }
+    const bool is_metadata = is_type(type, "udta") || is_type(type, "meta");
+    if (is_metadata && facts->video_tracks == 0 && !track->is_video) {
+        memcpy(facts->metadata.type, type, sizeof facts->metadata.type);
+        facts->metadata.offset = position;
+    }
 }
 
 // A later video track replaces what an earlier one has, table by table.
@@ -99,16 +156,22 @@ static void finish_track(BoxScan* scan) {
     const TrackFacts& track = scan->track;
     TrackFacts* const video = &scan->facts->video;
     if (!track.is_video) return;
+    ++scan->facts->video_tracks;
     video->is_video = true;
+    video->id = track.id;
     if (track.format[0]) memcpy(video->format, track.format, sizeof video->format);
+    if (track.skipped_type[0]) {
+        memcpy(video->skipped_type, track.skipped_type, sizeof video->skipped_type);
+    }
     video->has_sync_samples |= track.has_sync_samples;
-    video->has_time_to_sample |= track.has_time_to_sample;
-    video->has_sample_to_chunk |= track.has_sample_to_chunk;
     video->has_chunk_offsets |= track.has_chunk_offsets;
     video->has_large_chunk_offsets |= track.has_large_chunk_offsets;
     video->has_compact_sizes |= track.has_compact_sizes;
     video->has_constant_size |= track.has_constant_size;
     video->is_rotated = track.is_rotated;
+    video->esds_object_type = track.esds_object_type;
+    video->has_esds = track.has_esds;
+    video->has_esds_in_place = track.has_esds_in_place;
 }
 
 static const char* remark_on(const BoxHeader& header, bool passes_end) {
@@ -118,6 +181,16 @@ static const char* remark_on(const BoxHeader& header, bool passes_end) {
     const bool is_plain = is_container(header.type) || is_type(header.type, "mdat");
     if (header.size_field < 2 && !is_plain) return "64-bit or open size: skipped";
     return mp4_find_handler(header.type) ? "" : "unknown: skipped";
+}
+
+// A movie that an editor has hidden by changing the type of its box.
+static bool is_hidden_movie(BoxScan* scan, const BoxHeader& header) {
+    uint8_t content[8];
+    if (!is_type(header.type, "free") || header.size_field <= 8 || scan->facts->has_movie) {
+        return false;
+    }
+    read_content(scan->file, content, sizeof content);
+    return is_type(reinterpret_cast<const char*>(content) + 4, "mvhd");
 }
 
 static void print_box(BoxScan* scan, const BoxHeader& header, int64_t start, uint64_t size,
@@ -140,10 +213,12 @@ static void scan_boxes(BoxScan* scan, int64_t position, int64_t end, int depth) 
         const uint64_t size = header.size_field == 0 ? rest : header.size;
         const bool passes_end = size > rest;
         print_box(scan, header, position, size, depth, passes_end);
-        look_at_box(scan, header.type);
+        if (is_hidden_movie(scan, header)) memcpy(header.type, "moov", 4);
+        look_at_box(scan, header, position);
         if (passes_end && scan->facts->declared_end == 0 && mp4_box_gets_ahead(&header, position)) {
             scan->facts->declared_end = position + static_cast<int64_t>(size);
-            copy_type(reinterpret_cast<const uint8_t*>(header.type), scan->facts->passing_type);
+            scan->facts->passing.offset = position;
+            copy_type(reinterpret_cast<const uint8_t*>(header.type), scan->facts->passing.type);
         }
         const int64_t box_end = passes_end ? file_size : position + static_cast<int64_t>(size);
         if (is_container(header.type) && depth < kDeepest) {

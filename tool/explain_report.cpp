@@ -9,6 +9,7 @@
 #include "mp4/video_state.h"
 #include "runtime/message_log.h"
 #include "runtime/owned.h"
+#include "thumb/decode_key_frame_mpeg4.h"
 #include "tool/explain_verdict.h"
 #include "tool/key_frames.h"
 #include "tool/movie_index.h"
@@ -33,7 +34,7 @@ struct Report {
     BoxFacts boxes;
     AvcFacts avc;
     TrialRun trial;
-    SampleEnd chosen_end;
+    WantedFrames frames;
     int64_t chosen_index;  // of the chosen key frame in the table, or -1
     Verdict verdict;
 };
@@ -56,57 +57,67 @@ static void print_time(FILE* out, uint64_t ms) {
             static_cast<unsigned>(ms % 1000));
 }
 
-static void look_at_chosen(const KeyFrame& chosen, TrialRun* trial) {
-    trial->frame = chosen;
-    trial->frame.config = nullptr;
-    trial->frame.sample = nullptr;
-    if (trial->codec_kind != kCodecAvc) return;
-    trial->slice = avc_look_at_sample(chosen.sample, static_cast<uint32_t>(chosen.bytes_read),
-                                      static_cast<uint32_t>(chosen.length_prefix_size));
+static Owned<uint8_t> copy_of(const uint8_t* bytes, int32_t length) {
+    const uint64_t count = static_cast<uint64_t>(std::max(length, 0));
+    Owned<uint8_t> copy = owned_malloc<uint8_t>(count + 1);
+    if (copy && count != 0) memcpy(copy.get(), bytes, count);
+    return copy;
 }
 
+static void explain_frame(const KeyFrame& frame, int32_t codec_kind, FrameFault* fault) {
+    if (codec_kind == kCodecAvc) {
+        explain_avc_frame(frame, fault);
+        return;
+    }
+    DecodedPicture picture = {};
+    const int status = DecodeKeyFrameMpeg4(&frame, &picture, codec_kind);
+    const Owned<uint8_t> planes(picture.planes);
+    if (status != 0) explain_m4v_frame(frame, codec_kind, fault);
+}
+
+// Decoding changes the frame, so what there is to explain is looked for in a copy.
 static void write_to_nowhere(const Arguments& args, const KeyFrame* records, TrialRun* trial) {
     const KeyFrame* const chosen = selection_pick(records, trial->collected, args.size_percentile);
     if (!chosen) return;
     trial->chosen = static_cast<int32_t>(chosen - records);
-    look_at_chosen(*chosen, trial);
+    const Owned<uint8_t> config = copy_of(chosen->config, chosen->config_length);
+    const Owned<uint8_t> sample = copy_of(chosen->sample, chosen->bytes_read);
+    KeyFrame copy = *chosen;
+    copy.config = config.get();
+    copy.sample = sample.get();
     trial->params = {"/dev/null", args.quality, args.width, args.height};
     trial->is_written = WriteThumbnail(chosen, &trial->params, trial->codec_kind) != 1;
+    if (!trial->is_written && config && sample) {
+        explain_frame(copy, trial->codec_kind, &trial->fault);
+    }
+}
+
+static void release_records(const KeyFrame* records, int32_t requested, int32_t reported) {
+    for (int32_t i = 0; i < requested; ++i) {
+        if (i >= reported && !records[i].config && !records[i].sample) return;
+        const Owned<uint8_t> config(records[i].config), sample(records[i].sample);
+    }
 }
 
 // Runs what keystill runs, and throws the picture away.
-static TrialRun run_trial(const Arguments& args) {
-    TrialRun trial = {};
-    trial.codec_kind = kCodecNone;
-    trial.collected = -1;
-    trial.chosen = -1;
+static void run_trial(const Arguments& args, TrialRun* trial) {
+    trial->codec_kind = kCodecNone;
+    trial->collected = -1;
+    trial->chosen = -1;
     const Owned<KeyFrame> records =
         owned_calloc<KeyFrame>(static_cast<uint64_t>(args.key_frame_count));
-    if (!records) return trial;
+    trial->has_records = records != nullptr;
+    if (!records) return;
     KeyFrameRequest request = {args.clip_offset_percent, args.key_frame_count, records.get(),
                                kCodecNone, 0};
     if (GetKeyFrameMpeg4(args.input_path, &request) == 0) {
-        trial.codec_kind = request.codec_kind;
-        trial.collected = request.key_frame_count;
+        trial->codec_kind = request.codec_kind;
+        trial->collected = request.key_frame_count;
         if (request.codec_kind != kCodecNone && request.key_frame_count > 0) {
-            write_to_nowhere(args, records.get(), &trial);
+            write_to_nowhere(args, records.get(), trial);
         }
     }
-    for (int32_t i = 0; i < args.key_frame_count; ++i) {
-        if (i >= trial.collected && !records[i].config && !records[i].sample) break;
-        const Owned<uint8_t> config(records[i].config), sample(records[i].sample);
-    }
-    return trial;
-}
-
-// Whether the picture as such can be decoded shows in its own size.
-static void run_trials(Report* report) {
-    report->trial = run_trial(report->args);
-    if (report->trial.is_written) return;
-    Arguments own_size = report->args;
-    own_size.width = 0;
-    own_size.height = 0;
-    report->trial.is_decoded = run_trial(own_size).is_written;
+    release_records(records.get(), args.key_frame_count, trial->collected);
 }
 
 // The text of a log line behind its time and section.
@@ -158,8 +169,10 @@ static int walk_and_listen(Report* report, BufferedFile* file, ParseContext* con
 static void look_at_avc(AvcFacts* avc) {
     const VideoState& state = g_video_state;
     if (state.codec_kind != kCodecAvc) return;
-    avc_look_at_sequence_set(state.sequence_sets.bytes.get(), state.sequence_sets.length, avc);
-    avc_look_at_picture_set(state.picture_sets.bytes.get(), state.picture_sets.length, avc);
+    const ConfigBlock& sequence_sets = state.sequence_sets;
+    const ConfigBlock& picture_sets = state.picture_sets;
+    avc_look_at_sequence_set(avc_first_unit(sequence_sets.bytes.get(), sequence_sets.length), avc);
+    avc_look_at_picture_set(avc_first_unit(picture_sets.bytes.get(), picture_sets.length), avc);
 }
 
 static void print_avc(const AvcFacts& avc, FILE* out) {
@@ -280,15 +293,19 @@ static int list_key_frame(Report* report, KeyFrameTable* table, uint32_t index) 
         return 0;
     }
     SamplePlace place;
-    if (movie_locate_key_frame(table->file, index, &place) != 0) return 1;
+    if (movie_locate_key_frame(table->file, index, &place) != 0) {
+        report->frames.is_broken_off = is_wanted;
+        return 1;
+    }
     const char* mark = "";
+    if (is_wanted) report->frames.largest = std::max(report->frames.largest, place.size);
     if (is_wanted && place.size == 0) mark = "  empty";
     if (is_wanted && place.size != 0) {
         const bool is_chosen = table->filled++ == report->trial.chosen;
         mark = is_chosen ? "  collected, picked" : "  collected";
         if (is_chosen) {
             report->chosen_index = index;
-            report->chosen_end.stated = int64_t{place.offset} + place.size;
+            report->frames.chosen_end = int64_t{place.offset} + place.size;
         }
     }
     if (is_worth_a_row(*report, *table, index, is_wanted)) {
@@ -304,7 +321,10 @@ static void list_key_frames(Report* report, BufferedFile* file, bool is_collecte
     table.file = file;
     table.first = movie_first_key_index(file, is_collected ? report->args.clip_offset_percent : 0);
     table.to_fill = is_collected ? report->args.key_frame_count : 0;
-    mp4_grant_work(report->chosen_end.file_size);
+    if (report->trial.collected > 0) table.to_fill = report->trial.collected;
+    report->frames.is_in_fragments = g_video_state.fragments.has_table;
+    report->frames.has_base_data_offset = report->boxes.has_base_data_offset;
+    mp4_grant_work(file->handle->size);
     fprintf(report->out, "\nKey frames\n  %8s  %13s  %10s\n", "index", "time", "bytes");
     for (uint32_t i = 0; i < movie_key_index_end(); ++i) {
         if (list_key_frame(report, &table, i) != 0) return;
@@ -317,8 +337,7 @@ static void report_on_file(Report* report, BufferedFile* file) {
     Verdict* const verdict = &report->verdict;
     const int64_t file_size = file->handle->size;
     const bool has_wrong_arguments = verdict->is_failure;
-    report->chosen_end.file_size = file_size;
-    if (!has_wrong_arguments) run_trials(report);
+    if (!has_wrong_arguments) run_trial(report->args, &report->trial);
     explain_boxes(file, file_size, report->out, &report->boxes);
     mp4_release_video_state();
     upnp_file_seek_b(file, 0, 0);
@@ -326,14 +345,15 @@ static void report_on_file(Report* report, BufferedFile* file) {
     if (walk_and_listen(report, file, &context) == 0) {
         look_at_avc(&report->avc);
         if (report->boxes.video.is_video) print_video(*report, context);
-        explain_container(report->boxes, file_size, verdict);
+        if (!report->trial.is_written) explain_container(report->boxes, context, verdict);
         if (g_video_state.sync_sample_count != 0 && movie_has_needed_tables()) {
             list_key_frames(report, file, !has_wrong_arguments);
         }
+    } else {
+        verdict_fail(verdict, "", "It is no MP4, QuickTime or 3GPP file, whatever its name says.");
     }
     mp4_release_video_state();
-    if (has_wrong_arguments) return;
-    explain_trial(report->trial, report->avc, report->chosen_end, verdict);
+    explain_trial(report->trial, report->frames, report->avc, file_size, verdict);
 }
 
 static void print_verdict(const Report& report) {

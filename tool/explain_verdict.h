@@ -4,41 +4,38 @@
 
 #include <stdint.h>
 
-#include "thumb/key_frame.h"
+#include "mp4/parse_context.h"
 #include "thumb/thumbnail.h"
 #include "tool/arguments.h"
 #include "tool/explain_avc.h"
 #include "tool/explain_boxes.h"
-
-struct Verdict {
-    bool is_failure;
-    char reason[512];
-    char advice[512];  // "" when there is nothing to do
-};
+#include "tool/explain_frame.h"
 
 // What a real run came to, short of writing the file.
 struct TrialRun {
+    bool has_records;  // there was memory for as many as were asked for
     int32_t codec_kind;
     int32_t collected;  // key frames; -1 when the collection failed
     int32_t chosen;     // which of them, -1 for none
-    KeyFrame frame;     // sizes only: the blocks are gone
-    AvcSlice slice;     // what the chosen frame starts with; H.264 only
-    bool is_decoded;
+    FrameFault fault;   // of the chosen one; when nothing could be written
     bool is_written;
     ThumbnailParams params;  // with the fitted size once it is decoded
 };
 
-// Where the chosen sample should end, against the end of the file.
-struct SampleEnd {
-    int64_t stated;
-    int64_t file_size;
+// What the key frame table says of those that were to be collected.
+struct WantedFrames {
+    bool is_broken_off;  // a fragment's header ends the collection
+    uint32_t largest;    // bytes
+    int64_t chosen_end;  // where the chosen one should end in the file
+    bool is_in_fragments;
+    bool has_base_data_offset;  // fragments state one: it is misread
 };
 
 // Each leaves a verdict alone that is a failure already, in the order in which a run meets the
 // reasons. The container's is to be asked while the video state of the walk is there.
 void explain_arguments(const Arguments& args, Verdict* verdict);
 void explain_input(const Arguments& args, Verdict* verdict);
-void explain_container(const BoxFacts& facts, int64_t file_size, Verdict* verdict);
-void explain_trial(const TrialRun& trial, const AvcFacts& avc, const SampleEnd& end,
-                   Verdict* verdict);
+void explain_container(const BoxFacts& facts, const ParseContext& context, Verdict* verdict);
+void explain_trial(const TrialRun& trial, const WantedFrames& frames, const AvcFacts& avc,
+                   int64_t file_size, Verdict* verdict);
 void explain_output(const Arguments& args, Verdict* verdict);

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "tool/explain_reason.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+
+const char kCopyStreams[] = "Copy the streams into a new file: ffmpeg -i IN -c copy OUT.mp4";
+const char kEncodeAgain[] =
+    "Encode the video again: ffmpeg -i IN -c:v libx264 -pix_fmt yuv420p OUT.mp4";
+const char kLookElsewhere[] = "Start at another part of the clip, or take another percentile.";
+
+void verdict_fail(Verdict* verdict, const char* advice, const char* format, ...) {
+    if (verdict->is_failure) return;
+    verdict->is_failure = true;
+    va_list args;
+    va_start(args, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
+    vsnprintf(verdict->reason, sizeof verdict->reason, format, args);
+    va_end(args);
+    snprintf(verdict->advice, sizeof verdict->advice, "%s", advice);
+}
