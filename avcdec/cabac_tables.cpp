@@ -38,24 +38,22 @@ static constexpr uint64_t lps_entries(int variable) {
     return entries;
 }
 
-static constexpr uint16_t next_variables(int variable) {
-    const int state = variable >> 1;
-    const int mps = variable & 1;
-    const int state_after_mps = state < 62 ? state + 1 : state;
-    const int mps_after_lps = state == 0 ? 1 - mps : mps;
-    return static_cast<uint16_t>((state_after_mps * 2 + mps) << 8 |
-                                 (kTransIdxLps[state] * 2 + mps_after_lps));
+static constexpr uint8_t next_variable(int index) {
+    const int state = index >> 1 & 63;
+    const int mps = index & 1;
+    if (index >= 128) return static_cast<uint8_t>((state < 62 ? state + 1 : state) * 2 + mps);
+    return static_cast<uint8_t>(kTransIdxLps[state] * 2 + (state == 0 ? 1 - mps : mps));
 }
 
-template <typename Entry>
-static constexpr std::array<Entry, 128> table_of(Entry (*entry)(int variable)) {
-    std::array<Entry, 128> table{};
-    for (int i = 0; i < 128; ++i) table[i] = entry(i);
+template <typename Entry, int kCount>
+static constexpr std::array<Entry, kCount> table_of(Entry (*entry)(int index)) {
+    std::array<Entry, kCount> table{};
+    for (int i = 0; i < kCount; ++i) table[i] = entry(i);
     return table;
 }
 
-constexpr std::array<uint64_t, 128> kCabacLps = table_of(lps_entries);
-constexpr std::array<uint16_t, 128> kCabacNext = table_of(next_variables);
+constexpr std::array<uint64_t, 128> kCabacLps = table_of<uint64_t, 128>(lps_entries);
+constexpr std::array<uint8_t, 256> kCabacNext = table_of<uint8_t, 256>(next_variable);
 
 const int8_t kCabacInitI[kCabacContexts][2] = {
     // mb_type, ctxIdx 3 to 10

@@ -1,28 +1,27 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/residual_cabac.h"
 
-// Context offsets of a category and its size. In 8x8 blocks and chroma DC blocks the context of a
+// Context offsets of a category and its size. In 8x8 blocks the context of a
 // position is looked up; elsewhere it is the position.
 struct CategoryLayout {
     uint16_t significant;
-    uint16_t last;
     uint16_t abs_level;
-    uint8_t coefficients;
+    uint8_t final;        // the highest scan index
     uint8_t max_greater;  // the highest ctxIdxInc - 5 of the bins behind the first
 };
 
 static constexpr CategoryLayout kLayouts[6] = {
-    {kCtxSignificant + 0, kCtxLast + 0, kCtxAbsLevel + 0, 16, 4},
-    {kCtxSignificant + 15, kCtxLast + 15, kCtxAbsLevel + 10, 15, 4},
-    {kCtxSignificant + 29, kCtxLast + 29, kCtxAbsLevel + 20, 16, 4},
-    {kCtxSignificant + 44, kCtxLast + 44, kCtxAbsLevel + 30, 4, 3},
-    {kCtxSignificant + 47, kCtxLast + 47, kCtxAbsLevel + 39, 15, 4},
-    {kCtxSignificant8x8, kCtxLast8x8, kCtxAbsLevel8x8, 64, 4},
+    {kCtxSignificant + 0, kCtxAbsLevel + 0, 15, 4},
+    {kCtxSignificant + 15, kCtxAbsLevel + 10, 14, 4},
+    {kCtxSignificant + 29, kCtxAbsLevel + 20, 15, 4},
+    {kCtxSignificant + 44, kCtxAbsLevel + 30, 3, 3},
+    {kCtxSignificant + 47, kCtxAbsLevel + 39, 14, 4},
+    {kCtxSignificant8x8, kCtxAbsLevel8x8, 63, 4},
 };
 
 // ctxIdxInc in frame coded 8x8 blocks (H.264 Table 9-43).
 // clang-format off
-static constexpr uint8_t kSignificant8x8[63] = {
+static constexpr uint8_t kSignificant8x8[64] = {
      0,  1,  2,  3,  4,  5,  5,  4,  4,  3,  3,  4,  4,  4,  5,  5,
      4,  4,  4,  4,  3,  3,  6,  7,  7,  7,  8,  9, 10,  9,  8,  7,
      7,  6, 11, 12, 13, 11,  6,  7,  8,  9, 14, 10,  9,  8,  6, 11,
@@ -36,27 +35,112 @@ static constexpr uint8_t kLast8x8[63] = {
 };
 // clang-format on
 
-// Reads the significance map: the scan indices of the coefficients that are not 0, in scan order.
-// Returns their number, 1 to count.
-template <bool kIs8x8>
-[[gnu::always_inline]] static inline int read_significance(CabacEngine* e, uint8_t* significant,
-                                                           uint8_t* last, int count,
-                                                           uint8_t* indices) {
-    int total = 0;
-    for (int i = 0; i < count - 1; ++i) {
-        uint8_t* const context = significant + (kIs8x8 ? kSignificant8x8[i] : i);
-        if (!cabac_decode_decision(e, context)) continue;
-        indices[total++] = static_cast<uint8_t>(i);
-        if (cabac_decode_decision(e, last + (kIs8x8 ? kLast8x8[i] : i))) return total;
+// Bit i: position i + 1 has the same context as position i.
+static constexpr uint64_t repeated_contexts() {
+    uint64_t repeated = 0;
+    for (int i = 0; i < 62; ++i) {
+        repeated |= uint64_t{kSignificant8x8[i] == kSignificant8x8[i + 1]} << i;
     }
-    indices[total++] = static_cast<uint8_t>(count - 1);
+    return repeated;
+}
+
+// The context of significant_coeff_flag at scan index i, from the first of its
+// category.
+template <bool kIs8x8>
+static inline size_t significant_place(size_t i) {
+    return kIs8x8 ? kSignificant8x8[i] : i;
+}
+
+// The same for last_significant_coeff_flag.
+template <bool kIs8x8>
+static inline size_t last_place(size_t i) {
+    return kIs8x8 ? kCtxLast8x8 - kCtxSignificant8x8 + kLast8x8[i] : kCtxLast - kCtxSignificant + i;
+}
+
+// Reads the significance map: the scan indices of the coefficients that are not
+// 0, in scan order. contexts begin with those of significant_coeff_flag, final
+// is the highest scan index, indices has room for final + 2. Returns the number
+// of indices, 1 to final + 1.
+template <bool kIs8x8>
+[[gnu::always_inline]] static inline int read_map_by_branches(CabacEngine* e, uint8_t* contexts,
+                                                              size_t final, uint8_t* indices) {
+    int total = 0;
+    for (size_t i = 0; i < final; ++i) {
+        if (!cabac_decode_branch(e, contexts + significant_place<kIs8x8>(i))) continue;
+        indices[total++] = static_cast<uint8_t>(i);
+        if (cabac_decode_branch(e, contexts + last_place<kIs8x8>(i))) return total;
+    }
+    indices[total++] = static_cast<uint8_t>(final);
     return total;
+}
+
+// b when mask is all ones, a when it is 0.
+static inline uint64_t choose(uint64_t mask, uint64_t a, uint64_t b) {
+    return a ^ ((a ^ b) & mask);
+}
+
+// The same map for processors that execute many instructions at once. At high
+// rates its bins cannot be predicted, and a branch that goes wrong costs more
+// than a decision. So each turn decodes one bin, of either flag, with both
+// contexts that can follow looked up ahead, and what depends on the bin is
+// chosen by mask: only the end of the map is a branch.
+template <bool kIs8x8>
+[[gnu::always_inline]] static inline int read_map_by_masks(CabacEngine* e, uint8_t* contexts,
+                                                           size_t final, uint8_t* indices) {
+    constexpr uint64_t kRepeated = repeated_contexts();
+    uint8_t* out = indices;
+    size_t i = 0;
+    size_t place = 0;  // of the context of this bin
+    uint64_t variable = contexts[0];
+    uint64_t row = kCabacLps[variable];
+    uint64_t is_last_flag = 0;  // all ones for last_significant_coeff_flag
+    for (;;) {
+        const size_t place_after_0 = significant_place<kIs8x8>(i + 1);
+        const size_t place_after_1 = last_place<kIs8x8>(i);
+        uint64_t after_0 = contexts[place_after_0];
+        const uint64_t after_1 = contexts[place_after_1];
+        if (kIs8x8) {  // the same context again: what a bin of 0 will make of it
+            const uint64_t repeated = ~is_last_flag & (0 - (kRepeated >> i & 1));
+            after_0 = choose(repeated, after_0, kCabacNext[variable + (variable & 1 ? 0 : 128)]);
+        }
+        const uint64_t row_after_0 = kCabacLps[after_0];
+        const uint64_t row_after_1 = kCabacLps[after_1];
+
+        const uint64_t mps = cabac_decide(e, row);
+        contexts[place] = kCabacNext[variable + (mps & 128)];
+        cabac_keep_lookahead(e);
+        const uint64_t bin = mps ^ ((variable & 1) - 1);  // all ones for 1
+
+        *out = static_cast<uint8_t>(i);
+        if (bin & is_last_flag) return static_cast<int>(out - indices);
+        out -= static_cast<intptr_t>(bin);
+        i += 1 + bin;
+        if (i == final) break;
+        variable = choose(bin, after_0, after_1);
+        row = choose(bin, row_after_0, row_after_1);
+        place =
+            kIs8x8 ? choose(bin, place_after_0, place_after_1) : i + (bin & last_place<false>(0));
+        is_last_flag = bin;
+    }
+    *out++ = static_cast<uint8_t>(final);
+    return static_cast<int>(out - indices);
+}
+
+template <bool kIs8x8>
+[[gnu::always_inline]] static inline int read_map(CabacEngine* e, uint8_t* contexts, size_t final,
+                                                  uint8_t* indices) {
+    if constexpr (kBitWordSize == 64) {
+        return read_map_by_masks<kIs8x8>(e, contexts, final, indices);
+    } else {
+        return read_map_by_branches<kIs8x8>(e, contexts, final, indices);
+    }
 }
 
 // More bits than the level of any profile has: the stream is broken.
 static constexpr int kLevelTooLong = 1 << 21;
 
-// The suffix of coeff_abs_level_minus1, an Exp-Golomb code of order 0 (H.264 9.3.2.3).
+// The suffix of coeff_abs_level_minus1, an Exp-Golomb code of order 0
+// (H.264 9.3.2.3).
 [[gnu::always_inline]] static inline int read_level_suffix(CabacEngine* e) {
     int k = 0;
     int value = 0;
@@ -68,12 +152,12 @@ static constexpr int kLevelTooLong = 1 << 21;
     return value;
 }
 
-// The absolute value of a level that is at least 2. Its bins share a context, which stays in a
-// register.
+// The absolute value of a level that is at least 2. Its bins share a context,
+// which stays in a register.
 [[gnu::always_inline]] static inline int read_large_level(CabacEngine* e, uint8_t* context) {
     int level = 2;
     uint8_t variable = *context;
-    while (cabac_decode_decision(e, &variable)) {
+    while (cabac_decode_branch(e, &variable)) {
         if (++level == 15) {
             *context = variable;
             return 15 + read_level_suffix(e);
@@ -87,17 +171,17 @@ template <bool kIs8x8>
 static ResidualCount read_block(CabacEngine* engine, uint8_t* contexts,
                                 const CategoryLayout& layout, const ResidualTarget& target) {
     CabacEngine e = *engine;  // in registers for the whole block
-    uint8_t indices[64];
+    uint8_t indices[65];
     const int total =
-        read_significance<kIs8x8>(&e, contexts + layout.significant, contexts + layout.last,
-                                  kIs8x8 ? 64 : layout.coefficients, indices);
+        read_map<kIs8x8>(&e, contexts + layout.significant, kIs8x8 ? 63 : layout.final, indices);
     uint8_t* const abs_level = contexts + layout.abs_level;
-    int ones = 1;     // ctxIdxInc of the first bin: 1 + levels of 1 so far, 0 behind a larger one
+    int ones = 1;     // ctxIdxInc of the first bin: 1 + levels of 1 so far, 0 behind
+                      // a larger one
     int greater = 0;  // larger levels so far
     bool has_error = false;
     for (int n = total - 1; n >= 0; --n) {
         int level = 1;
-        if (cabac_decode_decision(&e, abs_level + ones)) {
+        if (cabac_decode_branch(&e, abs_level + ones)) {
             level = read_large_level(&e, abs_level + 5 + greater);
             has_error |= level >= kLevelTooLong;
             if (greater < layout.max_greater) ++greater;
