@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/residual_cabac.h"
 
-// Context offsets of a category and its size. In 8x8 blocks the context of a
-// position is looked up; elsewhere it is the position.
+// Context offsets of a category and its size. In 8x8 blocks the context of a position is looked up;
+// elsewhere it is the position.
 struct CategoryLayout {
     uint16_t significant;
     uint16_t abs_level;
@@ -44,8 +44,7 @@ static constexpr uint64_t repeated_contexts() {
     return repeated;
 }
 
-// The context of significant_coeff_flag at scan index i, from the first of its
-// category.
+// The context of significant_coeff_flag at scan index i, from the first of its category.
 template <bool kIs8x8>
 static inline size_t significant_place(size_t i) {
     return kIs8x8 ? kSignificant8x8[i] : i;
@@ -57,10 +56,9 @@ static inline size_t last_place(size_t i) {
     return kIs8x8 ? kCtxLast8x8 - kCtxSignificant8x8 + kLast8x8[i] : kCtxLast - kCtxSignificant + i;
 }
 
-// Reads the significance map: the scan indices of the coefficients that are not
-// 0, in scan order. contexts begin with those of significant_coeff_flag, final
-// is the highest scan index, indices has room for final + 2. Returns the number
-// of indices, 1 to final + 1.
+// Reads the significance map: the scan indices of the coefficients that are not 0, in scan order.
+// contexts begin with those of significant_coeff_flag, final is the highest scan index, indices has
+// room for final + 2. Returns the number of indices, 1 to final + 1.
 template <bool kIs8x8>
 [[gnu::always_inline]] static inline int read_map_by_branches(CabacEngine* e, uint8_t* contexts,
                                                               size_t final, uint8_t* indices) {
@@ -79,11 +77,10 @@ static inline uint64_t choose(uint64_t mask, uint64_t a, uint64_t b) {
     return a ^ ((a ^ b) & mask);
 }
 
-// The same map for processors that execute many instructions at once. At high
-// rates its bins cannot be predicted, and a branch that goes wrong costs more
-// than a decision. So each turn decodes one bin, of either flag, with both
-// contexts that can follow looked up ahead, and what depends on the bin is
-// chosen by mask: only the end of the map is a branch.
+// The same map for processors that execute many instructions at once. At high rates its bins cannot
+// be predicted, and a branch that goes wrong costs more than a decision. So each turn decodes one
+// bin, of either flag, with both contexts that can follow looked up ahead, and what depends on the
+// bin is chosen by mask: only the end of the map is a branch.
 template <bool kIs8x8>
 [[gnu::always_inline]] static inline int read_map_by_masks(CabacEngine* e, uint8_t* contexts,
                                                            size_t final, uint8_t* indices) {
@@ -139,8 +136,7 @@ template <bool kIs8x8>
 // More bits than the level of any profile has: the stream is broken.
 static constexpr int kLevelTooLong = 1 << 21;
 
-// The suffix of coeff_abs_level_minus1, an Exp-Golomb code of order 0
-// (H.264 9.3.2.3).
+// The suffix of coeff_abs_level_minus1, an Exp-Golomb code of order 0 (H.264 9.3.2.3).
 [[gnu::always_inline]] static inline int read_level_suffix(CabacEngine* e) {
     int k = 0;
     int value = 0;
@@ -152,8 +148,8 @@ static constexpr int kLevelTooLong = 1 << 21;
     return value;
 }
 
-// The absolute value of a level that is at least 2. Its bins share a context,
-// which stays in a register.
+// The absolute value of a level that is at least 2. Its bins share a context, which stays in a
+// register.
 [[gnu::always_inline]] static inline int read_large_level(CabacEngine* e, uint8_t* context) {
     int level = 2;
     uint8_t variable = *context;
