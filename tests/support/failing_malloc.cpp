@@ -4,8 +4,7 @@
 #include <stddef.h>
 
 static int g_calls_until_failure = 0;
-static bool g_fails_for_good = false;
-static bool g_has_failed = false;
+static bool g_fails_for_good = false, g_has_failed = false;
 
 void fail_allocation(int n, bool and_all_later) {
     g_calls_until_failure = n;
@@ -16,14 +15,9 @@ void fail_allocation(int n, bool and_all_later) {
 bool has_allocation_failed() { return g_has_failed; }
 
 static bool fails_now() {
-    if (g_calls_until_failure == 0) return false;
-    if (g_calls_until_failure > 1) {
-        --g_calls_until_failure;
-        return false;
-    }
-    if (!g_fails_for_good) g_calls_until_failure = 0;
-    g_has_failed = true;
-    return true;
+    if (g_calls_until_failure == 0 || --g_calls_until_failure > 0) return false;
+    if (g_fails_for_good) g_calls_until_failure = 1;
+    return g_has_failed = true;
 }
 
 extern "C" {

@@ -36,10 +36,9 @@ static int hand_out(DecodedPicture* picture) {
     const uint32_t width = static_cast<uint32_t>(g_decoder.size.width);
     const uint32_t height = static_cast<uint32_t>(g_decoder.size.height);
     const uint32_t pitch = (width + 15) & ~15u, luma = pitch * ((height + 15) & ~15u);
-    const Crop& crop = g_decoder.crop;
+    const auto& [left, right, top, bottom] = g_decoder.crop;
     uint8_t* const planes = static_cast<uint8_t*>(upnp_malloc(luma * 3 / 2));
-    *picture = {planes, width,     height,     pitch,    luma,       luma / 4 * 5,
-                true,   crop.left, crop.right, crop.top, crop.bottom};
+    *picture = {planes, width, height, pitch, luma, luma / 4 * 5, true, left, right, top, bottom};
     if (!planes) return 1;
     for (uint32_t i = 0; i < luma; ++i) planes[i] = sample(i % pitch + i / pitch * 2);
     for (uint32_t i = 0; i < luma / 4; ++i) {
@@ -56,30 +55,36 @@ int DecodeKeyFrameMpeg4(const KeyFrame*, DecodedPicture* picture, int32_t) {
 
 class Thumbnail : public testing::Test {
  protected:
-    Thumbnail() { g_decoder = {}; }
-    ~Thumbnail() override { EXPECT_EQ(g_memUsed, 0); }
-
-    int write(PictureSize requested, int32_t codec_kind = kCodecMpeg4) {
+    // The status for a picture and what is cut off it; the fitted size is in fitted_.
+    int write(PictureSize picture, Crop crop, PictureSize requested,
+              int32_t codec_kind = kCodecMpeg4) {
+        g_decoder = {picture, crop};
+        return write_again(requested, codec_kind);
+    }
+    int write_again(PictureSize requested, int32_t codec_kind = kCodecMpeg4) {
         KeyFrame record = {bytes_, 4, bytes_, 6, 4, 10};
         ThumbnailParams params = {output_.c_str(), 90, requested.width, requested.height};
-        return WriteThumbnail(&record, &params, codec_kind);
+        const int status = WriteThumbnail(&record, &params, codec_kind);
+        EXPECT_EQ(g_memUsed, 0);
+        fitted_ = {params.width, params.height};
+        return status;
     }
-    void crop_to(PictureSize grid, Crop crop) {
-        g_decoder.size = grid;
-        g_decoder.crop = crop;
+    void expect_written(PictureSize picture, PictureSize requested) {
+        const int status = write(picture, {}, requested);
+        EXPECT_EQ(status, fitted_.width > 0 && fitted_.height > 0 ? 0 : 1)
+            << picture.width << "x" << picture.height << " into " << requested.width << "x"
+            << requested.height << " gives " << fitted_.width << "x" << fitted_.height;
     }
 
     uint8_t bytes_[8] = {};
+    PictureSize fitted_;
     TempFolder folder_;
     std::string output_ = folder_.path("o.jpg");
 };
 
 TEST_F(Thumbnail, ShowsTheFittedPicture) {
-    static const struct {
-        PictureSize grid;
-        Crop crop;
-        PictureSize requested, want;
-    } kCases[] = {
+    // clang-format off
+    static const struct { PictureSize grid; Crop crop; PictureSize requested, want; } kCases[] = {
         {{96, 64}, {0, 0, 0, 0}, {48, 48}, {48, 32}},      // in place
         {{64, 96}, {0, 0, 0, 0}, {40, 60}, {40, 60}},      // in place, padded
         {{96, 64}, {0, 0, 0, 0}, {192, 192}, {192, 128}},  // enlarged
@@ -87,10 +92,10 @@ TEST_F(Thumbnail, ShowsTheFittedPicture) {
         {{96, 64}, {0, 0, 8, 2}, {0, 0}, {96, 54}},        // moved to whole blocks first
         {{96, 64}, {0, 16, 16, 0}, {40, 30}, {40, 24}},    // cropped and in place
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(&c - kCases);
-        crop_to(c.grid, c.crop);
-        ASSERT_EQ(write(c.requested, kCodecAvc), 0);
+        ASSERT_EQ(write(c.grid, c.crop, c.requested, kCodecAvc), 0);
         const JpegImage image = read_jpeg(read_file(output_));
         ASSERT_EQ(image.width, c.want.width);
         ASSERT_EQ(image.height, c.want.height);
@@ -105,14 +110,52 @@ TEST_F(Thumbnail, ShowsTheFittedPicture) {
             ASSERT_NEAR(image.at(x, y)[2], at_y / 2, 5) << x << " " << y;
         }
     }
-}
-
-TEST_F(Thumbnail, CropsOnTheLeftMoveChromaByAQuarter) {
-    crop_to({96, 64}, {32, 0, 0, 0});
-    write({0, 0});
+    write({96, 64}, {32, 0, 0, 0}, {0, 0});
     const JpegImage image = read_jpeg(read_file(output_));
     EXPECT_NEAR(image.at(0, 0)[0], 32, 3);
-    EXPECT_NEAR(image.at(0, 0)[1], 8, 3);
+    EXPECT_NEAR(image.at(0, 0)[1], 8, 3) << "columns on the left move chroma by a quarter";
+}
+
+TEST_F(Thumbnail, KeepsTheShapeInSinglePrecisionAndEndsWhereJpegDoes) {
+    // clang-format off
+    static const struct { PictureSize picture, requested, want; int status; } kCases[] = {
+        {{640, 480}, {160, 160}, {160, 120}, 0},
+        {{480, 640}, {160, 160}, {120, 160}, 0},
+        {{640, 480}, {600, 600}, {600, 449}, 0},  // 449.99997
+        {{1920, 1080}, {0, 240}, {1920, 1080}, 0},
+        {{4096, 16}, {160, 160}, {160, 0}, 1},
+        {{16, 16}, {2000, 2000}, {1999, 2000}, 0},  // both ratios not above 0.01
+        {{32, 16}, {2000, 4000}, {7999, 4000}, 0},  // so the width cannot bind
+        {{65520, 16}, {65534, 65534}, {268361728, 65534}, 1},
+        {{16, 16}, {2, 2147483646}, {INT32_MAX, 2147483646}, 1},
+        {{4096, 4080}, {4096, 4096}, {4096, 4080}, 0},
+        {{65520, 16}, {65534, 600}, {65534, 16}, 1},  // JPEG ends at 65500
+        {{65520, 16}, {65500, 600}, {65500, 15}, 0},
+        {{16, 65520}, {65534, 4096}, {1, 4096}, 0},
+        {{1, 1}, {65534, 65534}, {65534, 65534}, 1},
+    };
+    // clang-format on
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(&c - kCases);
+        EXPECT_EQ(write(c.picture, {}, c.requested), c.status);
+        EXPECT_EQ(fitted_.width, c.want.width);
+        EXPECT_EQ(fitted_.height, c.want.height);
+        if (c.status != 0) continue;
+        const JpegImage image = read_jpeg(read_file(output_));
+        EXPECT_EQ(image.width, c.want.width);
+        EXPECT_EQ(image.height, c.want.height);
+    }
+}
+
+TEST_F(Thumbnail, EverySmallSizeWorks) {
+    static const PictureSize kRequested[] = {{0, 0}, {2, 2}, {16, 64}, {30, 46}, {64, 16}};
+    static const PictureSize kPictures[] = {{1, 1}, {17, 33}, {640, 2}, {2, 1080}, {353, 289}};
+    output_ = "/dev/null";
+    for (int32_t i = 0; i < 64 * 64 * 5; ++i) {
+        const PictureSize size = {1 + i / 5 % 64, 1 + i / 320};
+        expect_written(size, kRequested[i % 5]);
+        if ((size.width | size.height) % 2 == 0) expect_written(kPictures[i % 5], size);
+    }
 }
 
 TEST_F(Thumbnail, RefusesBadRecordsBeforeDecoding) {
@@ -122,9 +165,8 @@ TEST_F(Thumbnail, RefusesBadRecordsBeforeDecoding) {
         {4, 6, 3, kCodecAvc, 0},  {4, 6, 0, kCodecAvc, 0}, {4, 3, 1, kCodecAvc, 1},
         {4, -1, 1, kCodecAvc, 0}, {4, 6, 4, 4, 0},         {0, 0, 0, kCodecMpeg4, 1},
     };
-    g_decoder.size = {16, 16};
     for (const auto& [config_length, bytes_read, prefix, kind, calls] : kCases) {
-        g_decoder.calls = 0;
+        g_decoder = {{16, 16}};
         KeyFrame record = {bytes_, config_length, bytes_, bytes_read, prefix, 10};
         ThumbnailParams params = {"/dev/null", 90, 16, 16};
         EXPECT_EQ(WriteThumbnail(&record, &params, kind), 1 - calls);
@@ -133,33 +175,27 @@ TEST_F(Thumbnail, RefusesBadRecordsBeforeDecoding) {
 }
 
 TEST_F(Thumbnail, LeavesTheFileAloneUnlessThereIsAPictureToWrite) {
-    g_decoder.size = {32, 32};
     write_file(output_, "old");
-    g_decoder.status = 1;
-    EXPECT_EQ(write({16, 16}), 1);
-    g_decoder.has_planes = false;
-    g_decoder.status = 0;
-    EXPECT_EQ(write({16, 16}), 0);  // a decoder's word without a picture is taken as it stands
-    g_decoder.has_planes = true;
-    crop_to({32, 32}, {16, 16, 0, 0});
-    EXPECT_EQ(write({16, 16}), 1);
-    crop_to({32, 32}, {0, 0, 4000000000u, 4000000000u});
-    EXPECT_EQ(write({16, 16}), 1);
+    g_decoder = {{32, 32}, {}, 1};
+    EXPECT_EQ(write_again({16, 16}), 1);
+    g_decoder = {{32, 32}, {}, 0, false};
+    EXPECT_EQ(write_again({16, 16}),
+              0);  // a decoder's word without a picture is taken as it stands
+    EXPECT_EQ(write({32, 32}, {16, 16, 0, 0}, {16, 16}), 1);
+    EXPECT_EQ(write({32, 32}, {0, 0, 4000000000u, 4000000000u}, {16, 16}), 1);
     EXPECT_EQ(read_file(output_), "old");
-    crop_to({4096, 16}, {});
-    EXPECT_EQ(write({160, 160}), 1);  // fitted to 160x0, which the JPEG library refuses
+    EXPECT_EQ(write({4096, 16}, {}, {160, 160}), 1);  // to 160x0, which the JPEG library refuses
     EXPECT_EQ(read_file(output_), "");
 }
 
 TEST_F(Thumbnail, FailsCleanlyWhenAnyAllocationFails) {
     for (const Crop crop : {Crop{0, 1, 0, 0}, {16, 0, 3, 0}}) {  // the latter with room behind V
         for (const PictureSize requested : {PictureSize{0, 0}, {90, 90}}) {
-            crop_to({48, 48}, crop);
             int n = 0;
             do {
                 write_file(output_, "old");
                 fail_allocation(++n);
-                const int status = write(requested);
+                const int status = write({48, 48}, crop, requested);
                 EXPECT_EQ(status, has_allocation_failed() ? 1 : 0) << n;
             } while (has_allocation_failed());
             fail_allocation(0);

@@ -3,22 +3,18 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "tests/support/temp_folder.h"
 #include "tool/file_query.h"
 
-using Argv = std::array<const char*, 9>;
-static const Argv kGood = {"keystill", "in.mp4", "out.jpg", "320", "240", "85", "5", "10", "70"};
-
 // Good arguments but one.
 static Arguments with(int position, const char* text) {
-    Argv argv = kGood;
+    const char* argv[] = {"keystill", "in.mp4", "out.jpg", "320", "240", "85", "5", "10", "70"};
     argv[position] = text;
     Arguments args;
-    EXPECT_EQ(arguments_read(9, argv.data(), &args), 0);
+    EXPECT_EQ(arguments_read(9, argv, &args), 0);
     return args;
 }
 
@@ -34,14 +30,16 @@ TEST(Arguments, AreReadAsNumbersOf32Bits) {
 }
 
 TEST(Arguments, AreHeldToTheirRanges) {
-    static const std::pair<int, const char*> kInside[] = {
-        {3, "0"}, {3, "2147483646"}, {4, "0"},   {5, "0"}, {5, "100"},
-        {6, "1"}, {7, "0"},          {7, "100"}, {8, "0"}, {8, "100"}};
-    static const std::pair<int, const char*> kOutside[] = {
-        {3, "161"}, {3, "-2"},  {4, "1"},  {4, "-240"}, {5, "101"}, {5, "-1"},
-        {6, "0"},   {7, "101"}, {7, "-5"}, {8, "101"},  {8, "-1"}};
-    for (const auto& [i, text] : kInside) EXPECT_TRUE(arguments_are_in_range(with(i, text))) << i;
-    for (const auto& [i, text] : kOutside) EXPECT_FALSE(arguments_are_in_range(with(i, text))) << i;
+    static const std::vector<const char*> kInside[] = {
+        {"0", "2147483646"}, {"0"}, {"0", "100"}, {"1"}, {"0", "100"}, {"0", "100"}};
+    static const std::vector<const char*> kOutside[] = {
+        {"161", "-2"}, {"1", "-240"}, {"101", "-1"}, {"0"}, {"101", "-5"}, {"101", "-1"}};
+    for (int i = 0; i < 6; ++i) {
+        SCOPED_TRACE(i + 3);
+        for (auto text : kInside[i]) EXPECT_TRUE(arguments_are_in_range(with(i + 3, text))) << text;
+        for (auto text : kOutside[i])
+            EXPECT_FALSE(arguments_are_in_range(with(i + 3, text))) << text;
+    }
 }
 
 TEST(FileQuery, FindsTheExtension) {
@@ -60,16 +58,14 @@ TEST(FileQuery, FindsTheExtension) {
 
 TEST(Arguments, NameAnExistingVideo) {
     const TempFolder folder;
-    static const struct {
-        const char* name;
-        bool passes;
-    } kCases[] = {{"a.MP4", true},  {"a.Mov", true},    {"a.qt", true},  {"a.m1v", true},
-                  {"a.m4v", true},  {"a.mpeg4", true},  {"a.3gp", true}, {"a.ISMV", true},
-                  {"a.avi", false}, {"a.mp4.a", false}, {"mp4", false},  {".mp4", true}};
-    for (const auto& c : kCases) {
-        const std::string path = folder.path(c.name);
-        EXPECT_FALSE(arguments_name_a_video(with(1, path.c_str()))) << c.name;
+    static const std::pair<const char*, bool> kCases[] = {
+        {"a.MP4", true}, {"a.Mov", true},   {"a.qt", true},     {"a.m1v", true},
+        {"a.m4v", true}, {"a.mpeg4", true}, {"a.3gp", true},    {"a.ISMV", true},
+        {".mp4", true},  {"a.avi", false},  {"a.mp4.a", false}, {"mp4", false}};
+    for (const auto& [name, passes] : kCases) {
+        const std::string path = folder.path(name);
+        EXPECT_FALSE(arguments_name_a_video(with(1, path.c_str()))) << name;
         write_file(path, "");
-        EXPECT_EQ(arguments_name_a_video(with(1, path.c_str())), c.passes) << c.name;
+        EXPECT_EQ(arguments_name_a_video(with(1, path.c_str())), passes) << name;
     }
 }

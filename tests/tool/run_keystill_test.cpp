@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
 #include <vector>
 
@@ -18,9 +17,8 @@ static struct {
     int32_t reported = 0;             // what the collector says it filled
     std::vector<int32_t> sizes = {};  // what it fills; 0 leaves the record empty
     int32_t codec_kind = kCodecAvc;
-    int written_size = -1;  // of the frame that the writer got
-    ThumbnailParams params = {};
     int writer_result = 0;
+    int written_size = -1;  // of the frame that the writer got
 } g_fake;
 
 int GetKeyFrameMpeg4(const char*, KeyFrameRequest* request) {
@@ -41,55 +39,34 @@ int GetKeyFrameMpeg4(const char*, KeyFrameRequest* request) {
 
 int WriteThumbnail(const KeyFrame* record, ThumbnailParams* params, int32_t codec_kind) {
     EXPECT_EQ(codec_kind, g_fake.codec_kind);
+    EXPECT_EQ(params->quality, 85);
+    EXPECT_EQ(params->height, 120);
     g_fake.written_size = record->bytes_read;
-    g_fake.params = *params;
     return g_fake.writer_result;
 }
 
-class RunKeystill : public testing::Test {
- protected:
-    RunKeystill() {
-        write_file(input_, "");
-        g_fake = {};
-    }
-    // Runs silently and leaves no memory behind, whatever comes out.
-    int run(const char* key_frames) {
-        const std::array<const char*, 9> argv = {"keystill", input_.c_str(), "o.jpg", "160", "120",
-                                                 "85",       key_frames,     "10",    "50"};
-        testing::internal::CaptureStderr();
-        const int status = run_keystill(argv.size(), argv.data());
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-        EXPECT_EQ(g_memUsed, 0);
-        return status;
-    }
-    TempFolder folder_;
-    std::string input_ = folder_.path("in.mp4");
-};
-
-TEST_F(RunKeystill, HandsTheChosenFrameToTheWriter) {
-    g_fake.sizes = {30, 0, 10, 20};
-    g_fake.reported = 4;
-    EXPECT_EQ(run("4"), 0);
-    EXPECT_EQ(g_fake.written_size, 20);
-    EXPECT_EQ(g_fake.params.quality, 85);
-    EXPECT_EQ(g_fake.params.height, 120);
-    g_fake.writer_result = 1;
-    EXPECT_EQ(run("4"), 1);
-}
-
-TEST_F(RunKeystill, GivesUpWithoutAUsableCollection) {
+TEST(RunKeystill, HandsTheChosenFrameToTheWriterOrGivesUp) {
+    const TempFolder folder;
+    const std::string input = folder.path("in.mp4");
+    const char* const argv[] = {"keystill", input.c_str(), "o.jpg", "160", "120",
+                                "85",       "4",           "10",    "50"};
+    write_file(input, "");
+    // clang-format off
     static const struct {
-        int result;
-        int32_t reported, codec_kind;
-        std::vector<int32_t> sizes;
+        decltype(g_fake) fake; int status, written_size;
     } kCases[] = {
-        {1, 2, kCodecAvc, {5, 6}}, {0, 2, kCodecNone, {5, 6}},   {0, 0, kCodecAvc, {}},
-        {0, 5, kCodecAvc, {5, 6}}, {0, 3, kCodecAvc, {0, 0, 0}},
+        {{0, 4, {30, 0, 10, 20}}, 0, 20}, {{0, 4, {30, 0, 10, 20}, kCodecAvc, 1}, 1, 20},
+        {{1, 2, {5, 6}}, 1, -1}, {{0, 2, {5, 6}, kCodecNone}, 1, -1}, {{0, 0, {}}, 1, -1},
+        {{0, 5, {5, 6}}, 1, -1}, {{0, 3, {0, 0, 0}}, 1, -1},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(&c - kCases);
-        g_fake = {c.result, c.reported, c.sizes, c.codec_kind};
-        EXPECT_EQ(run("4"), 1);
-        EXPECT_EQ(g_fake.written_size, -1);
+        g_fake = c.fake;
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(run_keystill(9, argv), c.status);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+        EXPECT_EQ(g_fake.written_size, c.written_size);
+        EXPECT_EQ(g_memUsed, 0);
     }
 }
