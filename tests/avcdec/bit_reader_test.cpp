@@ -37,19 +37,16 @@ std::string bytes(std::initializer_list<int> values) {
 }
 
 TEST(BitReader, ReadsCodesUpToTheirLimits) {
-    static const struct {
-        const char* bits;
-        uint32_t want;
-    } kCases[] = {
+    static const std::pair<const char*, uint32_t> kCases[] = {
         {"000000000000001 11111111111111", 32766},
         // All 15 zeros are taken, then 16 bits as they come.
         {"000000000000000 1000000000000000", 32767},
         {"000000000000000 0000000000000001", 0},
         {"000000000000000 0000000000000000", 0xffffffff},
     };
-    for (const auto& c : kCases) {
-        Reading f(BitPacker(c.bits).str());
-        EXPECT_EQ(bits_ue(&f.reader), c.want) << c.bits;
+    for (const auto& [bits, want] : kCases) {
+        Reading f(BitPacker(bits).str());
+        EXPECT_EQ(bits_ue(&f.reader), want) << bits;
     }
     BitPacker packer;
     const int32_t values[] = {1, -1, 32766, 32767, -32767, 32768, 1 << 29, 0x7fffffff, -0x7fffffff};
@@ -59,12 +56,9 @@ TEST(BitReader, ReadsCodesUpToTheirLimits) {
 }
 
 TEST(BitReader, FindsTheEndOfTheData) {
-    static const struct {
-        const char* bits;
-        uint32_t position;
-        int more, overrun;
-        int trailing;  // bits_trailing_check
-    } kCases[] = {
+    // clang-format off
+    static const struct { const char* bits; uint32_t position; int more, overrun, trailing; }
+    kCases[] = {
         {"10110101 10000000", 8, 0, 0, 0},  // the stop bit in the last byte, nothing behind
         {"10110101 10000000", 7, 1, 0, 0},
         {"10110100", 6, 1, 0, 0},           // behind the stop bit: zeros are no stop bit
@@ -73,6 +67,7 @@ TEST(BitReader, FindsTheEndOfTheData) {
         {"1000 0000 00000000 00000000 00000001", 0, 1, 0, 0},
         {"10110100", 8, 0, 1, 0},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(std::string(c.bits) + " at " + std::to_string(c.position));
         Reading f(BitPacker(c.bits).str());

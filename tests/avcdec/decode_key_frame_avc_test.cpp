@@ -77,12 +77,12 @@ TEST(DecodeKeyFrameAvc, FollowsTheRunOfNalUnits) {
     static const std::string ab = planes_of('a', 'b'), a = planes_of('a', '\x80');
     static const std::string sps = run_of({sps_nal({.width_mbs = 2})}, 2);
     static const std::string start = run_of({kFirst}), whole = run_of({kWhole});
+    const std::string chroma_mode_4 =
+        slice_nal({}, slice_header({}).text("00100 00101 1 1 00100 00101 1 1").trailing());
     static const std::string larger = run_of({sps_nal({.width_mbs = 2, .height_mbs = 9})}, 2);
-    static const struct {
-        const char* what;
-        std::string sets, sample;
-        std::string want;  // planes; empty: the decode fails
-    } kCases[] = {
+    // No planes are wanted where the decode fails.
+    // clang-format off
+    const struct { const char* what; std::string sets, sample, want; } kCases[] = {
         {"two slices", kSets, run_of({nal(9), nal(6), nal(12), kFirst, nal(31), kSecond}), ab},
         {"what follows the picture", kSets, whole + "\xff\xff\xff\xff", ab},
         {"a stray byte behind the sets", kSets + "x", whole, ""},
@@ -100,8 +100,10 @@ TEST(DecodeKeyFrameAvc, FollowsTheRunOfNalUnits) {
         {"end of sequence in the picture", kSets, run_of({kFirst, nal(10), kSecond}), a},
         {"type 14 in the picture", kSets, run_of({nal(10), kFirst, nal(14)}), a},
         {"set replaced by a larger one", kSets + larger, whole, ""},
+        {"chroma mode 4", kSets, run_of({chroma_mode_4}), ""},
         {"samples missing", kSets, run_of({kWhole.substr(0, kWhole.size() - 2)}), ""},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.what);
         const Decoded d = decode(c.sets, c.sample);
@@ -110,23 +112,68 @@ TEST(DecodeKeyFrameAvc, FollowsTheRunOfNalUnits) {
     }
 }
 
-// An Intra 16x16 macroblock without residual, predicted from the mean of what is there, whose luma
-// DC block is coded without coefficients.
+// Adds an Intra 16x16 macroblock, predicted from the mean of what is there. Its luma DC block is
+// coded without coefficients, or with one that adds 14 to all samples at QP 51.
+BitPacker& add_flat(BitPacker&& data, const char* luma_dc) {
+    return data.ue(3).ue(0).se(0).text(luma_dc);
+}
+const char kNone[] = "1", kNoneBehindPcm[] = "000011", kPlus14[] = "01 0 1";
+
+std::string flat_slice(const SliceSpec& spec, const std::vector<const char*>& macroblocks) {
+    BitPacker data = slice_header(spec);
+    for (const char* const luma_dc : macroblocks) add_flat(std::move(data), luma_dc);
+    return slice_nal(spec, data.trailing());
+}
+
 TEST(DecodeKeyFrameAvc, PredictsOnlyWithinTheSlice) {
-    // Behind I_PCM, which counts as 16 coefficients, nC is 16.
-    const auto add_flat = [](BitPacker p, const char* coeff_token) {
-        return p.ue(3).ue(0).se(0).text(coeff_token);
-    };
-    const BitPacker pcm = slice_header({}).ue(25).align().bytes(kPcmA);
-    const std::string joined = slice_nal({}, add_flat(pcm, "000011").trailing());
+    // I_PCM counts as 16 coefficients.
+    BitPacker data = slice_header({}).ue(25).align().bytes(kPcmA);
+    const std::string joined = slice_nal({}, add_flat(std::move(data), kNoneBehindPcm).trailing());
     EXPECT_TRUE(decode(kSets, run_of({joined})).planes == planes_of('a', 'a'));
-    const std::string apart =
-        slice_nal({}, add_flat(slice_header({.first_mb = 1}), "1").trailing());
+    const std::string apart = flat_slice({.first_mb = 1}, {kNone});
     EXPECT_TRUE(decode(kSets, run_of({kFirst, apart})).planes == planes_of('a', '\x80'));
-    const BitPacker left = add_flat(slice_header({}), "1");
     for (const int size : {1, 2}) {
-        const std::string run = run_of({slice_nal({}, add_flat(left, "1").trailing())}, size);
+        const std::string run = run_of({flat_slice({}, {kNone, kNone})}, size);
         EXPECT_TRUE(decode(kSets, run, size).planes == planes_of('\x80', '\x80')) << size;
+    }
+}
+
+TEST(DecodeKeyFrameAvc, FiltersEdgesAsTheSliceSays) {
+    for (int i = 0; i < 12; ++i) {
+        const bool is_tall = i & 1, is_apart = i & 2;
+        const uint32_t disable_deblocking_filter_idc = static_cast<uint32_t>(i) / 4;
+        SCOPED_TRACE(i);
+        const auto spec = [&](uint32_t first_mb) -> SliceSpec {
+            const BitPacker idc = BitPacker().ue(disable_deblocking_filter_idc);
+            return {.first_mb = first_mb,
+                    .slice_qp_delta = 25,
+                    .deblocking = idc.bits() + (i / 4 == 1 ? "" : "11")};
+        };
+        const std::string sets =
+            sets_of({.width_mbs = is_tall ? 1u : 2, .height_mbs = is_tall ? 2u : 1},
+                    {.deblocking_control = 1});
+        const std::vector<std::string> apart = {flat_slice(spec(0), {kPlus14}),
+                                                flat_slice(spec(1), {kNone})};
+        const std::vector<std::string> joined = {flat_slice(spec(0), {kPlus14, kPlus14})};
+        const Decoded d = decode(sets, run_of(is_apart ? apart : joined));
+        ASSERT_EQ(d.result, 0);
+        const bool is_filtered = d.planes[is_tall ? 15 * 16 : 15] != '\x8e';
+        EXPECT_EQ(is_filtered, i / 4 == 0 || (i / 4 == 2 && !is_apart));
+        EXPECT_EQ(d.planes[0], '\x8e');
+    }
+}
+
+// Nothing is known of a macroblock that never came, so the edges around it stay as they are.
+TEST(DecodeKeyFrameAvc, LeavesTheEdgesOfAMissingMacroblock) {
+    const Decoded d = decode(
+        sets_of({.width_mbs = 3, .height_mbs = 3}),
+        run_of(
+            {flat_slice({.slice_qp_delta = 25}, {kPlus14, kNone, kNone, kNone}),
+             flat_slice({.first_mb = 5, .slice_qp_delta = 25}, {kPlus14, kPlus14, kNone, kNone})}));
+    ASSERT_EQ(d.result, 0);
+    for (int i = 0; i < 48 * 48; ++i) {
+        const bool is_missing = i / 48 / 16 == 1 && i % 48 / 16 == 1;
+        ASSERT_EQ(d.planes[i], is_missing ? '\x80' : '\x8e') << i % 48 << "," << i / 48;
     }
 }
 

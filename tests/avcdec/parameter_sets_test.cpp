@@ -60,10 +60,7 @@ std::string ue(uint32_t value) { return BitPacker().ue(value).bits(); }
 TEST_F(ParameterSets, TakesOrRefusesASet) {
     const std::string cycle = "1" + ue(4) + ue(0) + ue(2) + ue(7) + ue(8);
     const std::string cycle_of_256 = "111" + ue(256) + std::string(256, '1');
-    static const struct {
-        bool is_taken;
-        std::string nal;
-    } kCases[] = {
+    const std::pair<bool, std::string> kCases[] = {
         {true, sps_nal({.id = 31})},
         {false, sps_nal({.id = 32})},
         {true, sps_nal({.profile_idc = 144, .chroma_format_idc = 0})},
@@ -87,48 +84,42 @@ TEST_F(ParameterSets, TakesOrRefusesASet) {
         {false, pps_nal({.chroma_qp_index_offset = 13})},
         {false, pps_nal({.sps_id = 9, .extension = "00" + ue(25)})},
     };
-    for (const auto& c : kCases) EXPECT_EQ(feed(c.nal) == 0, c.is_taken) << &c - kCases;
+    for (const auto& c : kCases) EXPECT_EQ(feed(c.second) == 0, c.first) << &c - kCases;
 }
 
 TEST_F(ParameterSets, LooksForThePictureSetExtensionWhereItCanBe) {
     static const std::string extension = "10" + ue(9), list = "01 1" + std::string(16, '1');
-    static const struct {
-        uint32_t sps_id;  // 0 is not stored, 1 is Baseline, 2 is High
-        std::string extension, behind;
-        int transform, second_offset;
-    } kCases[] = {
-        {0, extension, "", 1, 5},
-        {1, extension, "", 0, 2},
-        {2, extension, "", 1, 5},
-        {2, "", "", 0, 2},
-        {2, "", std::string(3, 0), 0, 2},
-        {2, extension, std::string(1, 0), 1, 5},
-        {2, list + "00000" + ue(9), "", 0, 5},
+    // The sequence set 0 is not stored, 1 is Baseline, 2 is High.
+    // clang-format off
+    static const struct { uint32_t sps_id; std::string extension, behind; int transform, offset; }
+    kCases[] = {
+        {0, extension, "", 1, 5}, {1, extension, "", 0, 2}, {2, extension, "", 1, 5},
+        {2, "", "", 0, 2}, {2, "", std::string(3, 0), 0, 2},
+        {2, extension, std::string(1, 0), 1, 5}, {2, list + "00000" + ue(9), "", 0, 5},
     };
+    // clang-format on
     feed(sps_nal({.id = 1}));
     feed(sps_nal({.profile_idc = 100, .id = 2}));
     for (const auto& c : kCases) {
         SCOPED_TRACE(&c - kCases);
-        feed(pps_nal({.sps_id = c.sps_id,
-                      .chroma_qp_index_offset = 2,
-                      .extension = c.extension,
-                      .behind = c.behind}));
+        PpsSpec pps = {.sps_id = c.sps_id, .chroma_qp_index_offset = 2};
+        pps.extension = c.extension;
+        pps.behind = c.behind;
+        feed(pps_nal(pps));
         EXPECT_EQ(decoder->pps_table[0]->transform_8x8_mode_flag, c.transform);
-        EXPECT_EQ(decoder->pps_table[0]->second_chroma_qp_index_offset, c.second_offset);
+        EXPECT_EQ(decoder->pps_table[0]->second_chroma_qp_index_offset, c.offset);
     }
 }
 
 TEST_F(ParameterSets, ScalingListsRepeatWhatIsNotSent) {
-    static const struct {
-        std::vector<int> deltas;
-        int result;
-        std::vector<int> start;  // of the list; its last entry goes on to the end
-    } kCases[] = {
-        {{-8}, 1, {77}},
-        {{2, -3, 4, -11}, 0, {10, 7, 11}},
+    // The last entry of the list's start goes on to the end.
+    // clang-format off
+    static const struct { std::vector<int> deltas; int result; std::vector<int> start; }
+    kCases[] = {
+        {{-8}, 1, {77}}, {{1, -9}, 0, {9}}, {{2, -3, 4, -11}, 0, {10, 7, 11}},
         {{-9, 2, 127, 127, 0}, 0, {255, 1, 128, 255}},  // wraps
-        {{1, -9}, 0, {9}},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         BitPacker p;
         for (const int delta : c.deltas) p.se(delta);
@@ -162,10 +153,7 @@ TEST_F(ParameterSets, StoredAndActiveSetsAreKept) {
 TEST_F(ParameterSets, TakesOrRefusesASliceHeader) {
     static const std::string operations =
         "1" + ue(1) + ue(3) + ue(3) + ue(1) + ue(7) + ue(5) + ue(4) + ue(0) + ue(0);
-    static const struct {
-        bool is_taken;
-        SliceSpec spec;
-    } kCases[] = {
+    const std::pair<bool, SliceSpec> kCases[] = {
         {true, {.slice_type = 2, .slice_qp_delta = 100}},
         {false, {.nal_ref_idc = 0}},  // IDR and no reference
         {false, {.slice_type = 12}},  // I and 10
@@ -175,10 +163,11 @@ TEST_F(ParameterSets, TakesOrRefusesASliceHeader) {
         {true, {.is_idr = false, .marking = operations}},
         {false, {.is_idr = false, .marking = "1" + ue(7)}},
         {false, {.is_idr = false, .marking = "1" + std::string(34 * 5, '0')}},  // 34 operations
-        {false, {.pps_id = 3, .deblocking = ue(3)}},
+        {false, {.pps_id = 3, .deblocking = ue(3) + "11"}},
         {true, {.pps_id = 3, .deblocking = "1" + ue(12) + ue(11)}},  // -6 and 6
         {false, {.pps_id = 3, .deblocking = "1" + ue(13) + "1"}},
         {false, {.pps_id = 3, .deblocking = "1 1" + ue(14)}},
+        {false, {.pps_id = 3, .deblocking = "1 1" + ue(13)}},
         {true, {.pps_id = 4, .pic_order_cnt = "1010101" + ue(70000)}},
         {true, {.pps_id = 5, .pic_order_cnt = ue(100000) + ue(3)}},
     };
@@ -191,13 +180,13 @@ TEST_F(ParameterSets, TakesOrRefusesASliceHeader) {
     feed(pps_nal({.id = 3, .deblocking_control = 1}));
     feed(pps_nal({.id = 4, .sps_id = 1, .pic_order_present = 1}));
     feed(pps_nal({.id = 5, .sps_id = 2, .pic_order_present = 1}));
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(&c - kCases);
-        target_sps_id = c.spec.pps_id == 4 ? 1 : c.spec.pps_id == 5 ? 2 : 0;
-        std::fill(target, target + 384, 0);
-        feed(pcm_slice_nal(c.spec, {std::string(384, 'x')}));
-        EXPECT_EQ(out.error, c.is_taken ? 0U : uint32_t{kAvcBadSliceHeader});
-        EXPECT_EQ(target[383], c.is_taken ? 'x' : 0);
+    for (const auto& [is_taken, spec] : kCases) {
+        SCOPED_TRACE(testing::PrintToString(spec.pps_id) + spec.deblocking + spec.marking);
+        target_sps_id = spec.pps_id == 4 ? 1 : spec.pps_id == 5 ? 2 : 0;
+        target[383] = 0;
+        feed(pcm_slice_nal(spec, {std::string(384, 'x')}));
+        EXPECT_EQ(out.error, is_taken ? 0U : uint32_t{kAvcBadSliceHeader});
+        EXPECT_EQ(target[383], is_taken ? 'x' : 0);
     }
 }
 

@@ -14,17 +14,16 @@
 namespace {
 
 TEST(Quantiser, QpWrapsOnceAndThenSaturates) {
-    static const struct {
-        int from, delta, want;
-    } kCases[] = {{51, 1, 0}, {0, -1, 51}, {51, 60, 51}, {0, -60, 0}, {51, 32767, 51}};
+    static const int kCases[][3] = {
+        {51, 1, 0}, {0, -1, 51}, {51, 60, 51}, {0, -60, 0}, {51, 32767, 51}};
     const auto q = std::make_unique<AvcQuantiser>();
     const AvcSps sps = {};
     const AvcPps pps = {};
     quantiser_apply_parameter_sets(q.get(), &sps, &pps);
-    for (const auto& c : kCases) {
-        quantiser_set_qp(q.get(), c.from);
-        quantiser_update(q.get(), c.delta);
-        EXPECT_EQ(q->qp, c.want) << c.from << " " << c.delta;
+    for (const auto& [from, delta, want] : kCases) {
+        quantiser_set_qp(q.get(), from);
+        quantiser_update(q.get(), delta);
+        EXPECT_EQ(q->qp, want) << from << " " << delta;
     }
 }
 
@@ -59,9 +58,7 @@ ScalingLists make_lists(const std::string& states, uint8_t first_weight) {
 TEST(Quantiser, ListsFallBackByRuleAAndB) {
     // Wanted for intra Y, Cb, Cr and 8x8: a, b, c, h are the lists of the sequence set, the
     // capitals those of the picture set, d the defaults, f flat.
-    static const struct {
-        const char *sps, *pps, *want;
-    } kCases[] = {
+    static const char* const kCases[][3] = {
         {"", "", "ffff"},         {"xxxx", "", "abch"},     {"----", "", "dddd"},
         {"x---", "", "aaad"},     {"-x-x", "", "dbbh"},     {"dxd-", "", "dbdd"},
         {"", "xxxx", "ABCH"},     {"", "---x", "dddH"},     {"", "-x-d", "dBBd"},
@@ -69,16 +66,16 @@ TEST(Quantiser, ListsFallBackByRuleAAndB) {
         {"xxxx", "-x--", "aBBh"}, {"xx--", "d-xd", "ddCd"}, {"--x-", "----", "dddd"},
     };
     const auto q = std::make_unique<AvcQuantiser>();
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(std::string(c.sps) + " " + c.pps);
+    for (const auto& [sps_lists, pps_lists, want] : kCases) {
+        SCOPED_TRACE(std::string(sps_lists) + " " + pps_lists);
         AvcSps sps = {};
-        sps.seq_scaling_matrix_present_flag = *c.sps != 0;
-        sps.scaling = make_lists(c.sps, 100);
+        sps.seq_scaling_matrix_present_flag = *sps_lists != 0;
+        sps.scaling = make_lists(sps_lists, 100);
         AvcPps pps = {};
         pps.transform_8x8_mode_flag = 1;
         pps.entropy_coding_mode_flag = 1;
-        pps.pic_scaling_matrix_present_flag = *c.pps != 0;
-        pps.scaling = make_lists(c.pps, 200);
+        pps.pic_scaling_matrix_present_flag = *pps_lists != 0;
+        pps.scaling = make_lists(pps_lists, 200);
         quantiser_apply_parameter_sets(q.get(), &sps, &pps);
         quantiser_set_qp(q.get(), 0);
         std::string got;
@@ -89,7 +86,7 @@ TEST(Quantiser, ListsFallBackByRuleAAndB) {
                    : first < 100 ? 'f'
                                  : (first < 200 ? "abch" : "ABCH")[first % 100];
         }
-        EXPECT_EQ(got, c.want);
+        EXPECT_EQ(got, want);
     }
 }
 
