@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Which kernels a run takes. A machine without SIMD, or an emulator that hides it, has to be told
+// apart by the running program. KEYSTILL_EXPECT_KERNELS, "scalar" or "simd", says what this run
+// should find.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include "avcdec/recon_kernels.h"
+
+static bool is_scalar(const ReconKernels& k) {
+    const ReconKernels scalar = recon_kernels_scalar();
+    return k.add_4x4 == scalar.add_4x4 && k.pred16x16[0] == scalar.pred16x16[0] &&
+           k.deblock_luma[0] == scalar.deblock_luma[0];
+}
+
+TEST(KernelChoice, GoesByTheProcessor) {
+    const char* const found = is_scalar(recon_kernels_best()) ? "scalar" : "simd";
+    const char* const expected = getenv("KEYSTILL_EXPECT_KERNELS");
+    printf("kernels: %s\n", found);
+    if (!expected) GTEST_SKIP() << "KEYSTILL_EXPECT_KERNELS is not set";
+    EXPECT_STREQ(found, expected);
+}
