@@ -9,9 +9,8 @@
 // What the sets written last say about the syntax behind them.
 struct AvcSyntax {
     bool is_high_profile = true, is_cabac = false, has_8x8 = false;
-    bool has_order_deltas = false, has_order_pair = false;
-    bool has_deblocking = true, has_redundant = false;
-    uint32_t frame_num_bits = 4, order_type = 0, order_bits = 4;
+    bool has_deblocking = true;
+    uint32_t frame_num_bits = 4, order_bits = 4;
 };
 // NAL units without their lengths.
 std::string write_sps(Choices* choices, AvcSyntax* syntax);

@@ -2,11 +2,12 @@
 #include "fuzz/choices.h"
 
 #include <algorithm>
+#include <random>
 
 uint32_t Choices::value(uint32_t usual) {
-    if (!once_in(16)) return below(usual + 1);
+    if (!once_in(16)) return word() % (usual + 1);
     const uint32_t power = uint32_t{1} << byte() % 32;
-    return power - 1 + below(3);  // 2^n - 1, 2^n, 2^n + 1
+    return power - 1 + byte() % 3;  // 2^n - 1, 2^n, 2^n + 1
 }
 
 std::string Choices::bytes(size_t n) {
@@ -17,22 +18,15 @@ std::string Choices::bytes(size_t n) {
 }
 
 std::string Choices::payload() {
-    const uint32_t length = below(4096);
+    const uint32_t length = word() % 4096;
     const uint32_t kind = byte() % 6;
     if (kind < 2) return bytes(length);
-    uint32_t state = word() | 0x10000;
+    std::minstd_rand random(1 + word());
     std::string noise(length, '\0');
-    const auto random = [&state] {
-        state ^= state << 13;
-        state ^= state >> 17;
-        state ^= state << 5;
-        return state >> 8;
-    };
     for (char& c : noise) {
-        uint32_t bits = random();
-        if (kind == 3) bits |= random();
-        if (kind == 4) bits &= random();
-        if (kind == 5) bits |= random() | random();
+        auto bits = random() >> 8;
+        if (kind == 3) bits |= random() >> 8;
+        if (kind == 4) bits &= random() >> 8;
         c = static_cast<char>(bits);
     }
     return noise;

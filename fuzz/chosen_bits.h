@@ -2,7 +2,6 @@
 // Packs syntax elements whose values are chosen when they are written.
 #pragma once
 
-#include <algorithm>
 #include <string>
 
 #include "fuzz/choices.h"
@@ -17,25 +16,24 @@ class ChosenBits : public BitPacker {
         u(1, is_set);
         return is_set;
     }
-    uint32_t any(int bits) {
-        const uint32_t value = c->word() & ((1U << bits) - 1);
-        u(bits, value);
-        return value;
+    uint32_t any_ue(uint32_t most, int times = 1) {
+        while (--times > 0) ue_rarely(1, most);
+        return ue_rarely(1, most);
     }
-    uint32_t any_ue(uint32_t most) { return ue_rarely(1, most); }
     // A value up to most, or beyond, once in n times, and otherwise the usual one.
     uint32_t ue_rarely(uint32_t n, uint32_t most, uint32_t usual = 0) {
         const uint32_t value = c->once_in(n) ? c->value(most) : usual;
         ue(value);
         return value;
     }
-    void any_se(uint32_t most) {
-        const int32_t value = static_cast<int32_t>(c->value(most) & INT32_MAX);
-        se(c->flag() ? value : -value);
+    void any(int bits) { u(bits, c->word()); }  // up to 16
+    void any_se(uint32_t most, int times = 1) {
+        for (; times > 0; --times) {
+            const int32_t value = static_cast<int32_t>(c->value(most) & INT32_MAX);
+            se(c->flag() ? value : -value);
+        }
     }
-    void noise() {
-        for (uint32_t n = c->byte() % 40; n > 0; --n) u(8, c->byte());
-    }
+    void noise() { bytes(c->bytes(c->byte() % 40)); }
     // The bytes and a payload, without a gap of zeros between them.
     std::string with_payload() {
         while (bits().size() % 8 != 0) flag();

@@ -1,29 +1,24 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Walks a file and collects its key frames. The first two bytes choose how many and from where, and
-// the rest the file.
-#include "fuzz/choices.h"
+// Walks a file and collects its key frames. The inputs are those of the whole program, of whose
+// six bytes of arguments two are used.
 #include "fuzz/movie_writer.h"
 #include "fuzz/target.h"
+#include "runtime/owned.h"
 #include "tool/key_frames.h"
 
-const size_t g_file_start = 3;
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Choices choices(data, size);
+void run_target(Choices* c) {
+    c->bytes(3);
     KeyFrameRequest request = {};
-    request.key_frame_count = 1 + static_cast<int32_t>(choices.byte() % 16);
-    request.clip_offset_percent = static_cast<int32_t>(choices.byte() % 101);
-    const MemoryFile file(make_file(&choices));
+    request.key_frame_count = 1 + static_cast<int32_t>(c->byte() % 16);
+    request.clip_offset_percent = static_cast<int32_t>(c->byte() % 101);
+    c->byte();
     const int32_t requested = request.key_frame_count;
-    Owned<KeyFrame> records = owned_calloc<KeyFrame>(static_cast<uint64_t>(requested));
+    const Owned<KeyFrame> records = owned_calloc<KeyFrame>(static_cast<uint64_t>(requested));
     request.records = records.get();
     request.codec_kind = kCodecNone;
-    GetKeyFrameMpeg4(file.path(), &request);
+    GetKeyFrameMpeg4(store_file(make_file(c)), &request);
     for (int32_t i = 0; i < requested; ++i) {
         if (records[i].config) upnp_free(records[i].config);
         if (records[i].sample) upnp_free(records[i].sample);
     }
-    records.reset();
-    check_memory();
-    return 0;
 }

@@ -2,8 +2,8 @@
 // Crops, fits, scales, pads and compresses a picture of any size to any size. Brings decoders of
 // its own, which the linker finds before those of the libraries.
 #include "avcdec/decode_key_frame_avc.h"
-#include "fuzz/choices.h"
 #include "fuzz/target.h"
+#include "runtime/owned.h"
 #include "thumb/decode_key_frame_mpeg4.h"
 #include "thumb/plane_block.h"
 #include "thumb/thumbnail.h"
@@ -26,38 +26,35 @@ int DecodeKeyFrameMpeg4(const KeyFrame*, DecodedPicture* picture, int32_t) {
 }
 
 static uint32_t side(Choices* c) {
-    return 1 + (c->once_in(8) ? c->below(65535) : c->byte() % (c->once_in(4) ? 200 : 40));
+    return 1 + (c->once_in(8) ? c->word() % 65535 : c->byte() % (c->once_in(4) ? 200 : 40));
 }
 
 static uint32_t up_to_16(uint32_t n) { return (n + 15) & ~15U; }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Choices c(data, size);
-    const bool is_avc = c.flag();
+void run_target(Choices* c) {
+    const bool is_avc = c->flag();
     DecodedPicture* const p = &g_picture;
-    p->width = is_avc ? up_to_16(side(&c)) : side(&c);
-    p->height = is_avc ? up_to_16(side(&c)) : side(&c);
+    p->width = is_avc ? up_to_16(side(c)) : side(c);
+    p->height = is_avc ? up_to_16(side(c)) : side(c);
     p->stride = up_to_16(p->width);
-    if (uint64_t{p->stride} * up_to_16(p->height) > kMostSamples) return -1;
+    if (uint64_t{p->stride} * up_to_16(p->height) > kMostSamples) return;
     p->u_offset = p->stride * up_to_16(p->height);
     p->v_offset = p->u_offset / 4 * 5;
-    p->cropped = is_avc && c.flag();
+    p->cropped = is_avc && c->flag();
     for (uint32_t* const crop : {&p->crop_left, &p->crop_right, &p->crop_top, &p->crop_bottom}) {
-        *crop = c.once_in(8) ? c.value(65535) * 2 : c.byte() % 16 * 2;
+        *crop = c->once_in(8) ? c->value(65535) * 2 : c->byte() % 16 * 2;
     }
-    ThumbnailParams params = {"/dev/null", static_cast<int32_t>(c.byte() % 101),
-                              static_cast<int32_t>(side(&c) & ~1U),
-                              static_cast<int32_t>(side(&c) & ~1U)};
+    ThumbnailParams params = {"/dev/null", static_cast<int32_t>(c->byte() % 101),
+                              static_cast<int32_t>(side(c) & ~1U),
+                              static_cast<int32_t>(side(c) & ~1U)};
     const PictureSize cropped = {
         static_cast<int32_t>(p->width - p->cropped * (p->crop_left + p->crop_right)),
         static_cast<int32_t>(p->height - p->cropped * (p->crop_top + p->crop_bottom))};
     if (cropped.width > 0 && cropped.height > 0 &&
         plane_block_length(fit_size(cropped, {params.width, params.height})) > kMostSamples) {
-        return -1;
+        return;
     }
     uint8_t bytes[8] = {};
     const KeyFrame record = {bytes, 8, bytes, 8, 4, 8};
     WriteThumbnail(&record, &params, is_avc ? kCodecAvc : kCodecMpeg4);
-    check_memory();
-    return 0;
 }
