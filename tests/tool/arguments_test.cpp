@@ -19,13 +19,11 @@ static Arguments with(int position, const char* text) {
 }
 
 TEST(Arguments, AreReadAsNumbersOf32Bits) {
-    static const std::pair<const char*, int32_t> kCases[] = {{" \t+7x", 7},
-                                                             {"-3", -3},
-                                                             {"x9", 0},
-                                                             {"0x10", 0},
-                                                             {"2147483648", INT32_MAX},
-                                                             {"-2147483649", INT32_MIN},
-                                                             {"-99999999999999999999", INT32_MIN}};
+    // clang-format off
+    static const std::pair<const char*, int32_t> kCases[] = {
+        {" \t+7x", 7}, {"-3", -3}, {"x9", 0}, {"0x10", 0}, {"2147483648", INT32_MAX},
+        {"-2147483649", INT32_MIN}, {"-99999999999999999999", INT32_MIN}};
+    // clang-format on
     for (const auto& [text, want] : kCases) EXPECT_EQ(with(6, text).key_frame_count, want) << text;
 }
 
@@ -36,32 +34,29 @@ TEST(Arguments, AreHeldToTheirRanges) {
         {"161", "-2"}, {"1", "-240"}, {"101", "-1"}, {"0"}, {"101", "-5"}, {"101", "-1"}};
     for (int i = 0; i < 6; ++i) {
         SCOPED_TRACE(i + 3);
-        for (auto text : kInside[i]) EXPECT_TRUE(arguments_are_in_range(with(i + 3, text))) << text;
-        for (auto text : kOutside[i])
-            EXPECT_FALSE(arguments_are_in_range(with(i + 3, text))) << text;
+        for (auto text : kInside[i]) EXPECT_TRUE(arguments_are_in_range(with(i + 3, text)));
+        for (auto text : kOutside[i]) EXPECT_FALSE(arguments_are_in_range(with(i + 3, text)));
     }
 }
 
 TEST(FileQuery, FindsTheExtension) {
-    static const char* const kCases[][2] = {{"/a/b.c/clip.MOV", "MOV"},
-                                            {"/a.d/clip", nullptr},
-                                            {"x.mp4.", "mp4."},
-                                            {"x.mp4.a", "mp4.a"},
-                                            {"long.mpeg4.a", "a"},
-                                            {"x.y.", ""},
-                                            {"a.b.c.", "b.c."},
-                                            {"/d.r/x.a", "r/x.a"},
-                                            {"clip.", ""},
-                                            {"", nullptr}};
+    // clang-format off
+    static const char* const kCases[][2] = {
+        {"/a/b.c/clip.MOV", "MOV"}, {"/a.d/clip", nullptr}, {"x.mp4.", "mp4."},
+        {"x.mp4.a", "mp4.a"}, {"long.mpeg4.a", "a"}, {"x.y.", ""}, {"a.b.c.", "b.c."},
+        {"/d.r/x.a", "r/x.a"}, {"clip.", ""}, {"", nullptr}};
+    // clang-format on
     for (const auto& [path, want] : kCases) EXPECT_STREQ(file_query_extension(path), want) << path;
 }
 
 TEST(Arguments, NameAnExistingVideo) {
     const TempFolder folder;
+    // clang-format off
     static const std::pair<const char*, bool> kCases[] = {
-        {"a.MP4", true}, {"a.Mov", true},   {"a.qt", true},     {"a.m1v", true},
-        {"a.m4v", true}, {"a.mpeg4", true}, {"a.3gp", true},    {"a.ISMV", true},
-        {".mp4", true},  {"a.avi", false},  {"a.mp4.a", false}, {"mp4", false}};
+        {"a.MP4", true}, {"a.Mov", true}, {"a.qt", true}, {"a.m1v", true}, {"a.m4v", true},
+        {"a.mpeg4", true}, {"a.3gp", true}, {"a.ISMV", true}, {".mp4", true},
+        {"a.avi", false}, {"a.mp4.a", false}, {"mp4", false}};
+    // clang-format on
     for (const auto& [name, passes] : kCases) {
         const std::string path = folder.path(name);
         EXPECT_FALSE(arguments_name_a_video(with(1, path.c_str()))) << name;
