@@ -32,6 +32,7 @@ class Cli : public testing::Test {
         if (child == 0) {
             dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
             dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+            setenv("QEMU_ARGV0", argv[0], 1);  // an emulated program starts behind a script
             prepare();
             execv(KEYSTILL_PROGRAM, argv.data());
             _exit(127);
