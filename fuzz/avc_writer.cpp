@@ -95,29 +95,33 @@ static void write_macroblock(ChosenBits* w, const AvcSyntax& syntax) {
     w->noise();
 }
 
-std::string write_slice(Choices* c, const AvcSyntax& syntax, bool is_first) {
+std::string write_slice(Choices* c, AvcSyntax* syntax) {
     const uint32_t header = c->once_in(8) ? c->byte() : c->once_in(4) ? 0x61 : 0x65;
     const bool is_idr = (header & 31) == 5;
     ChosenBits w(c);
-    w.ue(is_first && !c->once_in(16) ? 0 : c->value(63));
+    w.ue(c->once_in(8) ? c->value(63) : syntax->next_mb);
     w.ue_rarely(16, 9, 7);
     w.ue_rarely(8, 255);
-    w.u(static_cast<int>(syntax.frame_num_bits % 32), c->byte());
+    w.u(static_cast<int>(syntax->frame_num_bits % 32), c->byte());
     if (is_idr) w.any_ue(3);
-    w.u(static_cast<int>(syntax.order_bits % 32), c->byte());
+    w.u(static_cast<int>(syntax->order_bits % 32), c->byte());
     if (is_idr) w.any(2);
-    if (!is_idr && header & 0x60 &&
-        w.flag()) {  // operations, most of them the one without operands
+    const bool is_marked = !is_idr && header & 0x60 && w.flag();
+    if (is_marked) {  // mostly by operations without operands
         for (uint32_t n = c->byte() % 80; n > 0; --n) w.ue_rarely(16, 6, 5);
         w.ue(0);
     }
     w.any_se(26);
-    if (syntax.has_deblocking && w.any_ue(2) != 1) w.any_se(6, 2);
-    if (syntax.is_cabac) w.align(1);
-    for (uint32_t i = syntax.is_cabac ? 0 : 1 + c->byte() % 32; i > 0; --i)
-        write_macroblock(&w, syntax);
+    if (syntax->has_deblocking && w.any_ue(2) != 1) w.any_se(6, 2);
+    if (syntax->is_cabac) w.align(1);
+    const uint32_t count = 1 + c->byte() % 32;
+    for (uint32_t i = 0; !syntax->is_cabac && i < count; ++i) write_macroblock(&w, *syntax);
+    syntax->next_mb += count;
+    if (!syntax->is_cabac && c->flag()) return nal_unit(c, header, w.trailing().str());
     return nal_unit(c, header, w.with_payload() + '\x80');
 }
+
+static const char kEndOfSequence[] = "\x0a\x80";
 
 AvcStream write_avc_stream(Choices* c, int length_size) {
     AvcStream stream;
@@ -127,11 +131,11 @@ AvcStream write_avc_stream(Choices* c, int length_size) {
         stream.pps = write_pps(c, &syntax);
         stream.sets += with_length(stream.sps, 2) + with_length(stream.pps, 2);
     }
-    const uint32_t slices = 1 + c->byte() % 4;
-    for (uint32_t i = 0; i < slices; ++i) {
+    for (uint32_t i = 1 + c->byte() % 4; i > 0; --i) {
         if (c->once_in(8)) stream.sample += with_length(write_sps(c, &syntax), length_size);
         if (c->once_in(8)) stream.sample += with_length(write_pps(c, &syntax), length_size);
-        stream.sample += with_length(write_slice(c, syntax, i == 0), length_size);
+        stream.sample += with_length(write_slice(c, &syntax), length_size);
+        if (c->once_in(16)) stream.sample += with_length(kEndOfSequence, length_size);
     }
     if (c->once_in(16)) stream.sample.resize(c->word() % (stream.sample.size() + 1));
     return stream;

@@ -6,16 +6,17 @@
 
 #include "fuzz/choices.h"
 
-// What the sets written last say about the syntax behind them.
+// What the units written so far say about the syntax behind them.
 struct AvcSyntax {
     bool is_high_profile = true, is_cabac = false, has_8x8 = false;
     bool has_deblocking = true;
     uint32_t frame_num_bits = 4, order_bits = 4;
+    uint32_t next_mb = 0;  // of the picture in progress
 };
 // NAL units without their lengths.
 std::string write_sps(Choices* choices, AvcSyntax* syntax);
 std::string write_pps(Choices* choices, AvcSyntax* syntax);
-std::string write_slice(Choices* choices, const AvcSyntax& syntax, bool is_first);
+std::string write_slice(Choices* choices, AvcSyntax* syntax);
 
 struct AvcStream {
     std::string sps, pps;  // the last ones

@@ -21,8 +21,7 @@ class Choices {
     }
     // Mostly 0 to usual, and now and then one of the values at which 1 to 31 bits wrap.
     uint32_t value(uint32_t usual);
-    std::string bytes(size_t n);  // fewer at the end
-    std::string rest() { return bytes(static_cast<size_t>(end_ - next_)); }
+    std::string bytes(size_t n = SIZE_MAX);  // fewer at the end
     // A payload of up to 4 KiB: some of the input, or noise in which ones or zeros prevail.
     std::string payload();
 

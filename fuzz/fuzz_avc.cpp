@@ -11,7 +11,7 @@ void run_target(Choices* c) {
     const int length_size = 1 << mode % 3;
     AvcStream stream;
     if (mode < 252) stream = write_avc_stream(c, length_size);
-    if (mode >= 252) stream = {"", "", c->bytes(c->word()), c->rest()};
+    if (mode >= 252) stream = {"", "", c->bytes(c->word()), c->bytes()};
     // Blocks of their exact sizes, so that the sanitizer sees one byte too many.
     std::vector<uint8_t> sets(stream.sets.begin(), stream.sets.end());
     std::vector<uint8_t> sample(stream.sample.begin(), stream.sample.end());

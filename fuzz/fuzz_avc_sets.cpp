@@ -8,33 +8,32 @@
 #include "fuzz/target.h"
 
 constexpr uint32_t kSide = 64;
-constexpr uint32_t kTargetSize = kSide * kSide * 3 / 2;
 
 static std::string write_unit(Choices* c, AvcSyntax* syntax) {
     const uint32_t kind = c->byte() % 8;
     if (kind == 7) return c->bytes(1 + c->byte() % 8);
-    if (kind > 4) return write_slice(c, *syntax, c->flag());
+    if (kind > 4) return write_slice(c, syntax);
     return kind % 2 == 0 ? write_sps(c, syntax) : write_pps(c, syntax);
 }
 
 static void feed(AvcDecoder* decoder, Choices* c, bool has_start_codes) {
-    std::vector<uint8_t> target(kTargetSize);
+    std::vector<uint8_t> target(kSide * kSide * 3 / 2);
     AvcSyntax syntax;
+    std::string unit;  // now and then the same again
     for (int i = 0; i < 16; ++i) {
-        std::string unit = write_unit(c, &syntax);
-        if (has_start_codes && !c->once_in(8))
-            unit = std::string(c->byte() % 4, '\0') + '\1' + unit;
+        const std::string start = std::string(c->byte() % 4, '\0') + '\1';
+        if (!c->once_in(8)) unit = (has_start_codes ? start : "") + write_unit(c, &syntax);
         std::vector<uint8_t> copy(unit.begin(), unit.end());
-        const AvcDecodeInput in = {decoder,
-                                   copy.data(),
-                                   c->once_in(8) ? nullptr : target.data(),
-                                   static_cast<uint32_t>(copy.size()),
-                                   0,
-                                   c->once_in(8) ? c->byte() : kSide,
-                                   kTargetSize,
-                                   c->once_in(8),
-                                   c->byte(),
-                                   c->once_in(4) ? c->byte() : 0};
+        AvcDecodeInput in = {};
+        in.decoder = decoder;
+        in.nal = copy.data();
+        in.nal_length = static_cast<uint32_t>(copy.size());
+        in.target = c->once_in(8) ? nullptr : target.data();
+        in.target_size = static_cast<uint32_t>(target.size());
+        in.stride = c->once_in(8) ? c->byte() : kSide;
+        in.target_sps_id = c->once_in(8);
+        in.option_index = c->byte();
+        in.call_flags = c->once_in(4) ? c->byte() : 0;
         AvcDecodeOutput out;
         avcdec_decode_nal(&in, &out);
         if (c->flag()) avc_activate_pps(decoder, c->byte());

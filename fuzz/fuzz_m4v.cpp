@@ -16,7 +16,7 @@ void run_target(Choices* c) {
         is_written && is_mpeg4 ? write_m4v_config(c, &syntax) : c->bytes(c->word());
     std::string sample = is_written && mode & 2 ? write_m4v_config(c, &syntax) : "";
     if (is_written) sample += is_vop ? write_m4v_picture(c, syntax) : write_h263_picture(c);
-    if (!is_written) sample = c->rest();
+    if (!is_written) sample = c->bytes();
     // Blocks of their exact sizes, so that the sanitizer sees one byte too many.
     std::vector<uint8_t> config_copy(config.begin(), config.end());
     std::vector<uint8_t> sample_copy(sample.begin(), sample.end());

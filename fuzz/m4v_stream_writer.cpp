@@ -10,7 +10,7 @@ constexpr uint32_t kMostMacroblocks = 100;  // the rest of a picture is a payloa
 constexpr int kTimeBits = 5;                // of the increment, for 25 a second
 constexpr uint32_t kQuantCoded = 4;         // of MCBPC, whose lower bits are the chroma blocks
 
-static void start_code(ChosenBits* w, uint32_t code) { w->align().u(32, 0x100 | code); }
+static BitPacker& start_code(ChosenBits* w, uint32_t code) { return w->align().u(32, 256 | code); }
 
 // Bits that hold numbers below n.
 static int bits_for(uint32_t n) { return n <= 2 ? 1 : 32 - __builtin_clz(n - 1); }
@@ -54,10 +54,8 @@ static void write_layer(ChosenBits* w, M4vSyntax* syntax) {
 
 std::string write_m4v_config(Choices* c, M4vSyntax* syntax) {
     ChosenBits w(c);
-    start_code(&w, 0xb0);
-    w.u(8, c->once_in(16) ? c->byte() : 1);
-    start_code(&w, 0xb5);
-    w.u(8, 0x08);
+    start_code(&w, 0xb0).u(8, c->once_in(16) ? c->byte() : 1);
+    start_code(&w, 0xb5).u(8, 0x08);
     start_code(&w, 0x20 + c->byte() % 16);
     write_layer(&w, syntax);
     return w.trailing().str();
@@ -101,13 +99,13 @@ static void write_escape(ChosenBits* w, const M4vSyntax& syntax, bool is_last) {
 }
 
 static void write_coefficients(ChosenBits* w, const M4vSyntax& syntax) {
+    const bool has_raised = !syntax.is_h263 && !syntax.is_reversible;
     for (uint32_t n = w->c->byte() % 8; n > 0; --n) {
         const uint32_t kind = w->c->byte() % 64;
         if (kind == 63) w->any(16);
         if (kind < 8) write_escape(w, syntax, false);
         // The level or the run of the code behind it is raised.
-        if (kind < 16 && !syntax.is_h263 && !syntax.is_reversible)
-            w->u(7, 3).u(1 + kind % 2, kind % 2 * 2);
+        if (has_raised && kind < 16) w->u(7, 3).u(1 + kind % 2, kind % 2 * 2);
         if (kind > 7) w->u(syntax.is_reversible ? 3 : 2, syntax.is_reversible ? 6 : 2).u(1, kind);
     }
     write_escape(w, syntax, true);
@@ -160,8 +158,7 @@ static void write_packet_header(ChosenBits* w, const M4vSyntax& syntax, uint32_t
 
 std::string write_m4v_picture(Choices* c, const M4vSyntax& syntax) {
     ChosenBits w(c);
-    start_code(&w, 0xb6);
-    w.u(2, c->once_in(16) ? c->byte() : 0).u(2, 1).u(kTimeBits, 0).u(2, 3);
+    start_code(&w, 0xb6).u(2, c->once_in(16) ? c->byte() : 0).u(2, 1).u(kTimeBits, 0).u(2, 3);
     if (syntax.has_reduced_resolution) w.flag(8);
     w.u(3, c->once_in(8) ? c->byte() : 0);  // intra_dc_vlc_thr
     if (syntax.is_interlaced) w.any(2);

@@ -134,7 +134,7 @@ std::string make_file(Choices* c) {
     const bool is_written = c->flag();
     const std::string bytes = c->bytes(100);
     Choices changes(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-    std::string file = is_written ? write_movie(c) : c->rest();
+    std::string file = is_written ? write_movie(c) : c->bytes();
     for (uint32_t i = changes.byte() % 8; i > 0; --i) change_box(&changes, &file);
     return file;
 }
