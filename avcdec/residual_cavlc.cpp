@@ -141,16 +141,12 @@ KS_INLINE int read_run_before(AvcBitReader* r, int zeros_left) {
     return static_cast<int>(entry & 15);
 }
 
-ResidualCount cavlc_read_block(AvcBitReader* reader, int nc, int max_coefficients,
-                               const ResidualTarget& target) {
+// The block behind its coeff_token.
+[[gnu::noinline]] static ResidualCount read_coefficients(AvcBitReader* reader, CoeffToken token,
+                                                         int max_coefficients,
+                                                         const ResidualTarget& target) {
     AvcBitReader r = *reader;  // in registers for the whole block
-    bits_refill(&r);
-    const CoeffToken token = read_coeff_token(&r, nc);
     const int total = token.total_coeff;
-    if (total == 0 || total > max_coefficients) {
-        *reader = r;
-        return token.length == 0 || total != 0 ? kNoCode : ResidualCount{0, 0};
-    }
     int32_t levels[16];
     read_levels(&r, token, levels);
     int zeros_left = total < max_coefficients ? read_total_zeros(&r, total, max_coefficients) : 0;
@@ -172,4 +168,15 @@ ResidualCount cavlc_read_block(AvcBitReader* reader, int nc, int max_coefficient
     }
     *reader = r;
     return {total, end};
+}
+
+ResidualCount cavlc_read_block(AvcBitReader* reader, int nc, int max_coefficients,
+                               const ResidualTarget& target) {
+    bits_refill(reader);
+    const CoeffToken token = read_coeff_token(reader, nc);
+    const int total = token.total_coeff;
+    if (total == 0 || total > max_coefficients) {
+        return token.length == 0 || total != 0 ? kNoCode : ResidualCount{0, 0};
+    }
+    return read_coefficients(reader, token, max_coefficients, target);
 }
