@@ -1,188 +1,189 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// The decoder as the thumbnail writer calls it: headers wherever they stand, what is refused, and
-// damaged streams, which must neither leak nor touch what is not theirs (the sanitizers watch).
+// The decoder as the thumbnail writer calls it: pictures with every tool, headers wherever they
+// stand, what is refused, and damaged streams, which must neither leak nor touch what is not theirs
+// (the sanitizers watch).
 #include "m4vdec/m4v_decoder.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
+#include <random>
+
 #include "runtime/accounted_memory.h"
 #include "tests/m4vdec/m4v_writer.h"
+#include "tests/support/bit_packer.h"
+#include "thumb/decode_key_frame_mpeg4.h"
 
 namespace {
 
 using Bytes = std::string;
+using Planes = std::vector<uint8_t>;
 
-const char* const kPlain = "0 1 0 0 0 1 1 0 0";  // the fields from `interlaced` to `scalability`
-
-Bytes layer(unsigned width, unsigned height, const char* middle = kPlain, const char* shape = "00",
-            unsigned type = 1) {
-    BitPacker out;
-    out.u(32, 0x120).text("0").u(8, type).text("0 0001 0").text(shape);
-    out.text("1 0000000000011001 1 0 1").u(13, width).u(1, 1).u(13, height).u(1, 1);
-    return out.text(middle).str();
+// Empty when the decoder refuses. Leaves no memory behind.
+Planes decode(const Bytes& config, const Bytes& sample, bool is_mpeg4 = true) {
+    // Copies of the exact size, so that a sanitizer sees any access behind them.
+    const auto config_copy = std::make_unique<uint8_t[]>(config.size());
+    const auto sample_copy = std::make_unique<uint8_t[]>(sample.size());
+    std::copy(config.begin(), config.end(), config_copy.get());
+    std::copy(sample.begin(), sample.end(), sample_copy.get());
+    const int lengths[2] = {static_cast<int>(config.size()), static_cast<int>(sample.size())};
+    const KeyFrame record = {config_copy.get(), lengths[0], sample_copy.get(), lengths[1], 0, 0};
+    DecodedPicture p = {};
+    upnp_memory_init();
+    const int result = DecodeKeyFrameMpeg4(&record, &p, is_mpeg4 ? kCodecMpeg4 : kCodecH263);
+    const Planes planes(p.planes, p.planes + (result ? 0 : p.v_offset + p.u_offset / 4));
+    if (p.planes) upnp_free(p.planes);
+    EXPECT_EQ(planes.empty(), result != 0);
+    EXPECT_EQ(g_memUsed, 0);
+    EXPECT_LT(g_memPeak, 4096 + 4096 * static_cast<int64_t>(sample.size()));
+    upnp_memory_exit();
+    return planes;
 }
 
-// Each macroblock codes a DC difference of `step` in its first block and nothing else.
-Bytes vop(unsigned mbs, const char* type = "00", const char* coded = "1",
-          const char* quant = "00100") {
+// Each macroblock codes a DC difference in its first block and nothing else.
+Bytes vop(unsigned mbs, const Bytes& header = "00 0 1 0000 1 1 000 00100") {
     BitPacker out;
-    out.u(32, 0x1b6).text(type).text("0 1 00000 1").text(coded).text("000").text(quant);
-    for (unsigned i = 0; i < mbs; ++i) out.text("1 0 0011 11 0 011 011 011 11 11");
+    out.u(32, 0x1b6).text(header);
+    for (unsigned i = 0; i < mbs; ++i) out.text("1 0 0011 11 1 011 011 011 11 11");
     return out.text("0111111").str();
 }
 
-Bytes h263(unsigned mbs) {
+// 99 macroblocks that begin with samples of 64; the header from behind the temporal reference.
+Bytes h263(const Bytes& header = "10 000 010 00000 00101 0 0") {
     BitPacker out;
-    out.u(22, 0x20).text("00000000 10 000 001 00000 00101 0 0");
-    for (unsigned i = 0; i < mbs; ++i) out.text("1 0011").u(48, 0x404142434445);
+    out.u(22, 0x20).u(8, 77).text(header);
+    for (unsigned i = 0; i < 99; ++i) out.text("1 0011").u(48, 0x404142434445);
     return out.str();
 }
 
-const Bytes kUserData("\0\0\1\xb2x\0\0\x81\0\0\2\x20", 12);
-const Bytes kSequence("\0\0\1\xb0\1\0\0\1\xb5\t\0\0\1\0", 14);
-const Bytes kStudioSequence("\0\0\1\xb0\xe3\0\0\1\xb5\t\0\0\1\0", 14);
-
-// As many pictures as can be had from the sample, with nothing left behind.
-int decode(const Bytes& config, const Bytes& sample, bool is_mpeg4 = true) {
-    std::vector<uint8_t> planes;
-    upnp_memory_init();
-    const int result = decode_sample(config, sample, is_mpeg4, &planes);
-    EXPECT_EQ(g_memUsed, 0);
-    upnp_memory_exit();
-    return result;
+Bytes h263_plus(const Bytes& format_and_modes, const Bytes& type = "000000001") {
+    return h263("10 000 111 001" + format_and_modes + type + "0 00101 0");
 }
 
 }  // namespace
 
-TEST(Decoder, FindsHeadersWhereverTheyStand) {
-    const Bytes l = layer(32, 16), picture = vop(2), other = layer(48, 16);
-    const struct {
-        Bytes config, sample;
-        int want;
-        bool is_mpeg4 = true;
-    } kCases[] = {
-        {l, picture, 0},
-        {"", l + picture, 0},
-        {kSequence + l + kUserData, kUserData + picture, 0},
-        {kSequence + l, kSequence + l + kUserData + picture, 0},
-        {kSequence + l.substr(0, 9), l + picture, 0},
-        {layer(32, 16, kPlain, "01"), l + picture, 0},
-        {l, picture + vop(2, "01"), 0},  // another picture packed behind it
-        {kSequence, kSequence + h263(48), 0},
-        {"\1\2\3", h263(48), 0, false},
-        {"", Bytes("\0\0\1\7", 4) + h263(48), 0, false},
-        {"", picture, 1},
-        {l, other + vop(3), 1},  // not what the buffer was made for
-        {l, h263(48), 1},
-        {kStudioSequence + l, picture, 1},
-        {"", l + picture, 1, false},
-        {l, "", 1},
-    };
-    for (const auto& c : kCases) {
-        EXPECT_EQ(decode(c.config, c.sample, c.is_mpeg4), c.want) << &c - kCases;
+TEST(Decoder, MakesThePicturesThatWereWritten) {
+    for (unsigned seed = 1; seed <= 800; ++seed) {
+        const auto [config, sample, planes] = write_picture(seed % 2, seed);
+        ASSERT_TRUE(decode(config, sample) == planes) << "seed " << seed;
     }
 }
 
-TEST(Decoder, RefusesWhatIsNoIntraPictureOrNotSupported) {
-    static const struct {
-        const char* name;
-        const char* middle;
-        const char* shape = "00";
-        unsigned type = 1;
-    } kLayers[] = {
-        {"binary shape", kPlain, "01"},
-        {"grey shape", kPlain, "11"},
-        {"fine granularity", kPlain, "00", 0x12},
-        {"studio", kPlain, "00", 0x0e},
-        {"static sprite", "0 1 1 0 0 1 1 0 0"},
-        {"12 bits", "0 1 0 1 0101 1100 0 1 1 0 0"},
-        {"quantiser of 6 bits", "0 1 0 1 0110 1000 0 1 1 0 0"},
-        {"matrix that begins with 0", "0 1 0 0 1 1 00000000"},
-        {"reserved complexity", "0 1 0 0 0 0 10 1 1 0 0"},
-        {"scalability", "0 1 0 0 0 1 1 0 1"},
-    };
-    for (const auto& l : kLayers) {
-        const Bytes config = layer(16, 16, l.middle, l.shape, l.type);
-        EXPECT_EQ(decode(config, vop(1)), 1) << l.name;
-    }
-    EXPECT_EQ(decode(layer(0, 16), vop(1)), 1);
-    EXPECT_EQ(decode(layer(16, 0), vop(1)), 1);
-    const Bytes l = layer(16, 16);
-    EXPECT_EQ(decode(l, vop(1)), 0);
-    EXPECT_EQ(decode(l, vop(1, "01")), 1) << "predicted";
-    EXPECT_EQ(decode(l, vop(1, "10")), 1) << "bidirectional";
-    EXPECT_EQ(decode(l, vop(1, "11")), 1) << "sprite";
-    EXPECT_EQ(decode(l, vop(1, "00", "0")), 1) << "not coded";
-    EXPECT_EQ(decode(l, vop(1, "00", "1", "00000")), 1) << "quantiser 0";
-    EXPECT_EQ(decode(l, vop(0)), 1) << "no macroblock";
-}
-
-TEST(Decoder, RefusesHugePicturesBeforeTakingMemory) {
-    upnp_memory_init();
-    std::vector<uint8_t> planes;
-    EXPECT_EQ(decode_sample(layer(8191, 8191), vop(50), true, &planes), 1);
-    EXPECT_LT(g_memPeak, 4096);
-    upnp_memory_exit();
-    // And one of that size decodes when the sample is long enough to hold it.
-    EXPECT_EQ(decode(layer(8191, 8191), vop(512 * 512)), 0);
-    EXPECT_EQ(decode(layer(8191, 8191), vop(512 * 512 - 1)), 1);
-}
-
-TEST(Decoder, SurvivesEndlessStuffing) {
-    BitPacker out;
-    out.u(32, 0x1b6).text("00 0 1 00000 1 1 000 00100");
-    for (int i = 0; i < 20000; ++i) out.text("000000001");
-    for (const char* middle : {kPlain, "0 1 0 0 0 1 0 1 0 0", "0 1 0 0 0 1 0 0 0"}) {
-        EXPECT_EQ(decode(layer(16, 16, middle), out.str()), 1);
-    }
-    // Endless modulo time.
-    EXPECT_EQ(decode(layer(16, 16), Bytes("\0\0\1\xb6", 4) + Bytes(5000, '\xff')), 1);
-}
-
-// Pairs of configuration and sample that decode: plain, partitioned with reversible codes and two
-// packets, interlaced with a matrix and complexity fields, short video header.
-static std::vector<std::pair<Bytes, Bytes>> some_streams() {
-    BitPacker partitioned, interlaced;
-    partitioned.u(32, 0x1b6).text("00 0 1 00000 1 1 000 00100");
-    for (int packet = 0; packet < 2; ++packet) {
-        if (packet) partitioned.u(1, 0).align(1).u(17, 1).text("1 00101 1 10 1 00011 1 00 000");
-        partitioned.text("1 11 0 011 011 011 11 11 1101011000000000001 1 00010");
-        partitioned.text("1010 0  00001 0 000001 1 00000001111 1 0000 1  1011 1");
-    }
-    interlaced.u(32, 0x1b6).text("00 0 1 00000 1 1").u(48, 0x12345678abcd).text("000 1 1 01000");
-    for (int i = 0; i < 6; ++i) {
-        interlaced.text("1 1 00010 1 11 0 110 0 0000011 11 0 000001 1 000000001010 1");
-        interlaced.text("0000011 11 1 000110 1 111111110000 1 011 011 011 11 11");
-    }
-    return {
-        {layer(48, 32), vop(6)},
-        {layer(32, 16, "0 1 0 0 0 1 0 1 1 0"), partitioned.u(1, 0).align(1).str()},
-        {layer(48, 32, "1 1 0 0 1 1 00010000 00100000 00000000 0 0 01 0 111111 1 1 1 1 1 1 1 0 0"),
-         interlaced.u(1, 0).align(1).str()},
-        {"", h263(48)}};
-}
-
-TEST(Decoder, SurvivesTruncationAtEveryByte) {
-    for (const auto& [config, sample] : some_streams()) {
-        ASSERT_EQ(decode(config, sample), 0);
-        for (size_t n = 0; n < sample.size(); ++n) {
-            const int result = decode(config, sample.substr(0, n));
-            ASSERT_TRUE(result == 1 || n + 2 >= sample.size()) << n;  // all but stuffing matters
+TEST(Decoder, SurvivesDamage) {
+    std::mt19937 random(11);
+    for (unsigned seed = 1; seed <= 20; ++seed) {
+        const auto [config, sample, planes] = write_picture(seed % 4 == 0, seed);
+        for (size_t n = 0; n + 2 < std::min<size_t>(sample.size(), 400); ++n) {
+            ASSERT_TRUE(decode(config, sample.substr(0, n)).empty()) << seed << ", length " << n;
         }
         for (size_t n = 0; n < config.size(); ++n) decode(config.substr(0, n), sample);
+        for (int n = 0; n < 600; ++n) {
+            Bytes damaged[2] = {sample, config};
+            for (unsigned flips = 1 + random() % 4; flips > 0; --flips) {
+                Bytes& bytes = damaged[!config.empty() && random() % 3 == 0];
+                bytes[random() % bytes.size()] ^= static_cast<char>(1u << random() % 8);
+            }
+            decode(damaged[1], damaged[0], random() % 8 != 0);
+        }
     }
 }
 
-TEST(Decoder, SurvivesFlippedBits) {
-    std::mt19937 random(11);
-    for (const auto& [config, sample] : some_streams()) {
-        for (int n = 0; n < 3000; ++n) {
-            Bytes c = config, s = sample;
-            for (unsigned flips = 1 + random() % 4; flips > 0; --flips) {
-                Bytes& damaged = !c.empty() && random() % 3 == 0 ? c : s;
-                damaged[random() % damaged.size()] ^= static_cast<char>(1u << random() % 8);
-            }
-            decode(c, s, random() % 8 != 0);
-        }
+// The sample at the top left, or -1 for pictures that are to be refused.
+TEST(Decoder, ReadsHeadersAndRefusesWhatIsNotSupported) {
+    const Bytes plain = "0 1 0 0 0 1 1 0 0";  // a layer's fields from `interlaced` on
+    const Bytes l = mpeg4_layer(32, 16, plain), picture = vop(2);
+    const Bytes user_data("\0\0\1\xb2x\0\0\x81\0\0\2\x20\1\x20\0\1", 16);
+    const Bytes sequence("\0\0\1\xb0\1\0\0\1\xb5\t\0\0\1\0", 14);
+    const Bytes huge = mpeg4_layer(8191, 8191, plain);
+
+    BitPacker full;  // with the second version of the syntax by word of the visual object
+    full.u(32, 0x1b0).u(8, 0xf3).u(32, 0x1b5).text("1 0010 001 0001 1 101 0 1").u(24, 0x010203);
+    full.align().u(32, 0x12f).text("0 00000001 0 1111").u(16, 0x100b);  // pixel aspect ratio
+    full.text("1 01 1 1").u(48, 0x123456789abd).u(31, 0x2aaaaaaa);      // control and VBV
+    full.text("00 1 0000000000010000 1 1 0101 1").u(13, 32).u(1, 1).u(13, 16).text("1 0 1");
+    full.text("10 000011 01 0 0 0 1");  // global motion compensation, quarter sample
+    full.text("0 01 0 111111 0 1101 1 0 1111 0 111111 1 0 11");  // complexity: 13 fields
+    full.text("1 0 0 1 0").u(48, 0x1b3).u(8, 0xff);              // reduced resolution
+
+    Bytes stuffing = "00 0 1 0000 1 1 000 00100";
+    for (int i = 0; i < 20000; ++i) stuffing += "000000001";
+    const Bytes every_field =
+        "1111 000000011 1 000000100 0000101000001011 10000001 01 01 100 1 0000000001 01 00101 0";
+    const Bytes first_dc = "00 0 1 0000 1 1 000 00100 1 0 0011", other_dcs = "011 011 011 11 11";
+    const Bytes modes = "000000000001000", custom = "110" + modes + "000000001 0 0010 000000001 1";
+
+    const struct {
+        Bytes config, sample;
+        int want = -1;
+        bool is_mpeg4 = true;
+    } kCases[] = {
+        // Headers wherever they stand.
+        {l, picture, 129},
+        {"", l + picture, 129},
+        {sequence + l + user_data, sequence + l + user_data + picture, 129},
+        {sequence + l.substr(0, 9), l + picture, 129},
+        {mpeg4_layer(32, 16, plain, "01"), l + picture, 129},
+        {l, picture + vop(2, "01"), 129},  // another picture packed behind it
+        {sequence, sequence + h263(), 64},
+        {"\1\2\3", h263(), 64, false},
+        {"", Bytes("\0\0\1\7", 4) + h263(), 64, false},
+        {"", picture},
+        {l, mpeg4_layer(48, 16, plain) + vop(3)},         // not what the buffer was made for
+        {l, mpeg4_layer(32, 16, plain, "01") + picture},  // binary shape
+        {l, h263()},
+        {Bytes("\0\0\1\xb0\xe3", 5) + l, picture},  // studio profile
+        {"", l + picture, -1, false},
+        {l, ""},
+        // MPEG-4: every field, layers, VOPs.
+        {full.str(), vop(2, "00 1110 1 0101 1 1 0" + Bytes(100, '1') + "000 10100"), 133},
+        {full.str(), vop(2, "00 1110 1 0101 1 1 1" + Bytes(100, '1') + "000 10100")},
+        {huge, vop(512 * 512), 129},
+        {huge, vop(50)},
+        {huge, vop(512 * 512 - 1)},
+        {mpeg4_layer(32, 16, plain, "00", 0x12), picture},  // fine granularity
+        {mpeg4_layer(32, 16, plain, "00", 0x0e), picture},  // studio
+        {mpeg4_layer(32, 16, plain, "00", 0x0f), picture},
+        {mpeg4_layer(0, 16, plain), picture},
+        {mpeg4_layer(32, 0, plain), picture},
+        {mpeg4_layer(32, 16, "0 1 1 0 0 1 1 0 0"), picture},               // static sprite
+        {mpeg4_layer(32, 16, "0 1 0 1 0101 1100 0 1 1 0 0"), picture},     // 12 bits
+        {mpeg4_layer(32, 16, "0 1 0 1 0110 1000 0 1 1 0 0"), picture},     // quantiser of 6 bits
+        {mpeg4_layer(32, 16, "0 1 0 0 1 1 00000000 0 1 1 0 0"), picture},  // matrix of zeros
+        {mpeg4_layer(32, 16, "0 1 0 0 0 0 10 11111111 1 0 0"), picture},   // complexity
+        {mpeg4_layer(32, 16, "0 1 0 0 0 1 1 0 1"), picture},               // scalability
+        {l, vop(2, "01 0 1 0000 1 1 000 00100")},
+        {l, vop(2, "00 0 1 0000 1 0 000 00100")},                            // not coded
+        {l, vop(2, "00 0 1 0000 1 1 000 00000")},                            // quantiser 0
+        {l, vop(2, Bytes(40000, '1'))},                                      // endless time
+        {l, vop(2, first_dc + "000000000001 1000000000000 1" + other_dcs)},  // 13 bits
+        {l, vop(2, first_dc + "0000001 100000000 0" + other_dcs)},           // no marker
+        {l, vop(0, stuffing)},
+        {mpeg4_layer(32, 16, "0 1 0 0 0 1 0 1 0 0"), vop(0, stuffing)},  // partitioned
+        {mpeg4_layer(32, 16, "0 1 0 0 0 1 0 0 0"), vop(0, stuffing)},    // in packets
+        // H.263: every field, then each that is refused.
+        {"", h263("10 101 010 01010 00101 1 01 1 00000000 1 11111111 0"), 64},
+        {"", h263("10 101 111 001 110 110100010101000 000001001 1 10" + every_field), 64},
+        {"", h263_plus("010" + modes), 64},
+        {"", h263("00 000 010 00000 00101 0 0")},                          // fixed bits
+        {"", h263("10 000 000 00000 00101 0 0")},                          // forbidden format
+        {"", h263("10 000 110 00000 00101 0 0")},                          // reserved format
+        {"", h263("10 000 010 10000 00101 0 0")},                          // inter picture
+        {"", h263("10 000 010 00100 00101 0 0")},                          // arithmetic coding
+        {"", h263("10 000 010 00001 00101 0 0")},                          // PB-frame
+        {"", h263("10 000 010 00000 00000 0 0")},                          // quantiser 0
+        {"", h263("10 000 111 000 010" + modes + "000000001 0 00101 0")},  // no OPPTYPE
+        {"", h263_plus("111" + modes)},                                    // reserved format
+        {"", h263_plus("010 001000000001000")},                            // arithmetic coding
+        {"", h263_plus("010" + modes, "001000001")},                       // inter picture
+        {"", h263_plus("010" + modes, "000100001")},                       // resampling
+        {"", h263_plus("010" + modes, "000010001")},                       // reduced resolution
+        {"", h263_plus("010 000000010001000", "000000001 0 100 0 1")},     // back-channel message
+        {"", h263("10 000 111 001" + custom + "000000000 00101 0")},       // height 0
+        {"", h263("10 000 111 001" + custom + "100100001 00101 0")},       // height 1156
+    };
+    for (const auto& c : kCases) {
+        const Planes planes = decode(c.config, c.sample, c.is_mpeg4);
+        EXPECT_EQ(planes.empty() ? -1 : planes[0], c.want) << "row " << &c - kCases;
     }
 }
