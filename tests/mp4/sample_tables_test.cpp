@@ -78,7 +78,7 @@ TEST(SampleTables, TablesAreBoundedByTheFile) {
     // clang-format off
     const struct { const char* name; std::string boxes; uint32_t count, first, second; } kCases[] = {
         {"cut", full_box("stsz", words({0, 1000000, 5})) + "\1\2\3", 1000000, 5, 0},
-        {"one size for all", full_box("stsz", words({77, 3})), 3, 0, 0},
+        {"one size for all", full_box("stsz", words({77, 3, 5, 6})), 3, 0, 0},
         {"past the box", full_box("stsz", words({0, 2, 5})) + u32(6) + "abcd", 2, 5, 6},
         {"too large to hold", two + full_box("stsz", words({0, 0x20000000, 7, 8})), 2, 5, 6},
         {"64-bit box", two + large_box("stsz", zeros(12)), 2, 5, 6},
