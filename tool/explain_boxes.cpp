@@ -47,6 +47,11 @@ static void copy_type(const uint8_t* from, char* to) {
     to[4] = '\0';
 }
 
+static void note_place(const BoxHeader& header, int64_t position, BoxPlace* place) {
+    place->offset = position;
+    copy_type(reinterpret_cast<const uint8_t*>(header.type), place->type);
+}
+
 static void look_at_track_header(BoxScan* scan) {
     uint8_t content[56];
     read_content(scan->file, content, sizeof content);
@@ -146,8 +151,7 @@ static void look_at_box(BoxScan* scan, const BoxHeader& header, int64_t position
     }
     const bool is_metadata = is_type(type, "udta") || is_type(type, "meta");
     if (is_metadata && facts->video_tracks == 0 && !track->is_video) {
-        memcpy(facts->metadata.type, type, sizeof facts->metadata.type);
-        facts->metadata.offset = position;
+        note_place(header, position, &facts->metadata);
     }
 }
 
@@ -217,8 +221,11 @@ static void scan_boxes(BoxScan* scan, int64_t position, int64_t end, int depth) 
         look_at_box(scan, header, position);
         if (passes_end && scan->facts->declared_end == 0 && mp4_box_gets_ahead(&header, position)) {
             scan->facts->declared_end = position + static_cast<int64_t>(size);
-            scan->facts->passing.offset = position;
-            copy_type(reinterpret_cast<const uint8_t*>(header.type), scan->facts->passing.type);
+            note_place(header, position, &scan->facts->passing);
+        }
+        const bool fits = size >= 8 && position + static_cast<int64_t>(std::min(size, rest)) <= end;
+        if (!fits && depth > 0 && scan->facts->misfit.type[0] == '\0') {
+            note_place(header, position, &scan->facts->misfit);
         }
         const int64_t box_end = passes_end ? file_size : position + static_cast<int64_t>(size);
         if (is_container(header.type) && depth < kDeepest) {

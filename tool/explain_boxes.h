@@ -38,7 +38,8 @@ struct BoxFacts {
     bool has_base_data_offset;  // stated by a fragment of the last video track
     int64_t declared_end;  // where the first box that passes the end of the file would end, or 0
     BoxPlace passing;      // that box
-    BoxPlace metadata;     // the last "udta" or "meta" in front of the first video handler
+    BoxPlace misfit;    // the first box in the movie that is too short, or passes its parent's end
+    BoxPlace metadata;  // the last "udta" or "meta" in front of the first video handler
     uint32_t last_track_id;
     int video_tracks;
     int random_access_tables;        // "tfra"

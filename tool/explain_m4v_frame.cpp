@@ -122,7 +122,7 @@ static void explain_layer(const M4vStream& stream, FrameFault* fault) {
                      "Neither the key frame nor the file's esds has an MPEG-4 video object layer "
                      "header, which says how large the pictures are.");
     } else if (stream.refused_tool) {
-        verdict_fail(verdict, kEncodeAgain, "The MPEG-4 stream uses %s, which is not decoded.",
+        verdict_fail(verdict, kEncodeAgain, "The MPEG-4 stream uses %s: that is not decoded.",
                      stream.refused_tool);
     } else if (!stream.layer.is_valid) {
         verdict_fail(verdict, kEncodeAgain,

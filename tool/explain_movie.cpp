@@ -85,7 +85,12 @@ static void explain_missing_movie(const BoxFacts& facts, int64_t file_size, Verd
 // The reader trusts the sizes of metadata boxes and finds only part of some movies.
 static void explain_unread_movie(const BoxFacts& facts, const ParseContext& context,
                                  Verdict* verdict) {
-    if (!facts.video.is_video) {
+    if (!facts.video.is_video && facts.misfit.type[0]) {
+        verdict_fail(verdict, "Copy the file again.",
+                     "The index is damaged: the size of its %s box at %" PRId64
+                     " is wrong, and no video track is found.",
+                     facts.misfit.type, facts.misfit.offset);
+    } else if (!facts.video.is_video) {
         verdict_fail(verdict, "", "The file has no video track.");
     } else if (facts.video.skipped_type[0] && !context.info.has_video) {
         verdict_fail(verdict, kCopyStreams,
