@@ -14,10 +14,13 @@ static void run(const std::string& bytes) {
     LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
 }
 
+// Random but for the second and third byte, which 65536 numbers have go through all values.
 static std::string make_up(int number) {
     std::minstd_rand random(static_cast<uint32_t>(number) + 1);
-    std::string bytes(random() % 2048, '\0');
+    std::string bytes(3 + random() % 2048, '\0');
     for (char& c : bytes) c = static_cast<char>(random() >> 8);
+    bytes[1] = static_cast<char>(number);
+    bytes[2] = static_cast<char>(number >> 8);
     return bytes;
 }
 
