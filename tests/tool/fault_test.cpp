@@ -199,10 +199,10 @@ TEST_F(Faults, HostileFilesCostLittleTimeAndMemory) {
         {"stsz", [] { return huge_count("stsz", 12); }},
         {"stco", [] { return huge_count("stco", 8); }},
     };
-    for (const auto& [name, make] : kFiles) {
-        SCOPED_TRACE(name);
+    for (const auto& file : kFiles) {
+        SCOPED_TRACE(file.first);
         const std::string path = folder_.path("x.mp4");
-        peak_of([&] { write_file(path, make()); });  // its memory does not count
+        peak_of([&] { write_file(path, file.second()); });  // its memory does not count
         const int64_t peak = peak_of([&] { run(path, "1000000"); });
         constexpr int64_t kGTest = 8 << 20;
         if (kIsInstrumented) continue;
