@@ -115,7 +115,6 @@ static bool is_target_large_enough(const AvcDecodeInput* in) {
 
 static void set_target(AvcDecoder* d, const AvcDecodeInput* in) {
     const size_t luma_size = static_cast<size_t>(in->stride) * d->active_sps->height;
-    d->stride = in->stride;
     d->time_stamp = in->time_stamp;
     d->picture.stride = in->stride;
     d->picture.plane[0] = in->target;

@@ -113,7 +113,6 @@ struct AvcDecoder {
     AvcSps* active_sps;   // into sps_table
     AvcPps* active_pps;   // into pps_table
     uint32_t next_mb;     // next macroblock address expected in the picture in progress
-    uint32_t stride;      // the stride last seen
     uint64_t time_stamp;  // of the target
     int32_t picture_count;
     uint8_t picture_flags;  // of the picture in progress, set by option bytes only

@@ -163,23 +163,26 @@ static void begin_macroblock(AvcDecoder* d) {
     if (!(mb->available & kHasTop)) d->columns[mb->x] = missing;
 }
 
-static DeblockRecord deblock_record(const AvcDecoder* d) {
+static uint8_t deblock_flags(const AvcDecoder* d) {
+    const uint8_t idc = d->slice.disable_deblocking_filter_idc;
+    uint8_t flags = kDeblockDecoded;
+    if (d->mb.kind == kMbIntra8x8) flags |= kDeblockTransform8x8;
+    if (d->monochrome) flags |= kDeblockMonochrome;
+    if (idc == 1) return flags;
+    flags |= kDeblockInner;
+    if (idc == 0 || d->mb.available & kHasLeft) flags |= kDeblockLeft;
+    if (idc == 0 || d->mb.available & kHasTop) flags |= kDeblockTop;
+    return flags;
+}
+
+static void note_for_deblocking(const AvcDecoder* d, DeblockRecord* record) {
     const AvcSliceHeader& slice = d->slice;
-    DeblockRecord record = {};
-    record.qp = d->mb.kind == kMbPcm ? 0 : d->quantiser.qp;
-    record.offset_a = static_cast<int8_t>(slice.slice_alpha_c0_offset_div2 * 2);
-    record.offset_b = static_cast<int8_t>(slice.slice_beta_offset_div2 * 2);
-    record.chroma_offset[0] = d->quantiser.chroma_offset[0];
-    record.chroma_offset[1] = d->quantiser.chroma_offset[1];
-    record.flags = kDeblockDecoded;
-    if (d->mb.kind == kMbIntra8x8) record.flags |= kDeblockTransform8x8;
-    if (d->monochrome) record.flags |= kDeblockMonochrome;
-    if (slice.disable_deblocking_filter_idc == 1) return record;
-    record.flags |= kDeblockInner;
-    const bool is_any_slice = slice.disable_deblocking_filter_idc == 0;
-    if (is_any_slice || d->mb.available & kHasLeft) record.flags |= kDeblockLeft;
-    if (is_any_slice || d->mb.available & kHasTop) record.flags |= kDeblockTop;
-    return record;
+    record->qp = d->mb.kind == kMbPcm ? 0 : d->quantiser.qp;
+    record->flags = deblock_flags(d);
+    record->offset_a = static_cast<int8_t>(slice.slice_alpha_c0_offset_div2 * 2);
+    record->offset_b = static_cast<int8_t>(slice.slice_beta_offset_div2 * 2);
+    record->chroma_offset[0] = d->quantiser.chroma_offset[0];
+    record->chroma_offset[1] = d->quantiser.chroma_offset[1];
 }
 
 // True when the reader has used bits that the slice does not have.
@@ -208,7 +211,8 @@ int avc_decode_slice_data(AvcDecoder* d) {
         begin_macroblock(d);
         read_macroblock(d);
         if (d->mb.has_error || is_overrun(d)) return 1;
-        picture_macroblock_done(d, deblock_record(d));
+        note_for_deblocking(d, picture_record(d));
+        picture_macroblock_done(d);
         if (d->next_mb == size) return 0;
         int overrun = 0;
         if (!has_more_macroblocks(d, &overrun)) return overrun;

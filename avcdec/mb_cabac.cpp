@@ -26,12 +26,18 @@ uint32_t cabac_read_mb_type(AvcDecoder* d) {
     return mb_type + decide(d, kCtxMbType + 7);
 }
 
-static ModeField read_mode_field(AvcDecoder* d) {
-    if (decide(d, kCtxIntraMode)) return -1;
-    uint32_t rem = decide(d, kCtxIntraMode + 1);
-    rem |= decide(d, kCtxIntraMode + 1) << 1;
-    rem |= decide(d, kCtxIntraMode + 1) << 2;
-    return static_cast<ModeField>(rem);
+// The mode fields of a macroblock, which follow each other.
+static void read_mode_fields(AvcDecoder* d, ModeField* fields, int count) {
+    CabacEngine e = d->cabac;  // in registers for all fields
+    uint8_t* const contexts = d->contexts + kCtxIntraMode;
+    for (int b = 0; b < count; ++b) {
+        fields[b] = -1;
+        if (cabac_decode_branch(&e, contexts)) continue;
+        uint32_t rem = 0;
+        for (int bit = 0; bit < 3; ++bit) rem |= cabac_decode_decision(&e, contexts + 1) << bit;
+        fields[b] = static_cast<ModeField>(rem);
+    }
+    d->cabac = e;
 }
 
 static uint32_t read_chroma_mode(AvcDecoder* d) {
@@ -68,7 +74,7 @@ void cabac_read_prediction(AvcDecoder* d, uint32_t mb_type) {
             mb->kind = kMbIntra8x8;
         }
         ModeField fields[16];
-        for (int b = 0; b < mode_field_count(mb->kind); ++b) fields[b] = read_mode_field(d);
+        read_mode_fields(d, fields, mode_field_count(mb->kind));
         mb_set_modes(d, fields);
     } else {
         mb_set_intra16(d, mb_type);
@@ -98,12 +104,11 @@ static int32_t read_qp_delta(AvcDecoder* d) {
     return k & 1 ? (k + 1) >> 1 : -(k >> 1);
 }
 
-// coded_block_flag, and the block when it is set.
+// A block between its neighbours' coded_block_flags.
 static ResidualCount read_coded_block(AvcDecoder* d, ResidualCategory category, bool left, bool top,
                                       const ResidualTarget& target) {
-    const int context = kCtxCodedBlockFlag + category * 4 + left + 2 * top;
-    if (!decide(d, context)) return {0, 0};
-    const ResidualCount count = cabac_read_block(&d->cabac, d->contexts, category, target);
+    const ResidualCount count =
+        cabac_read_block(&d->cabac, d->contexts, category, left + 2 * top, target);
     if (count.total < 0) d->mb.has_error = 1;
     return count;
 }
@@ -112,8 +117,7 @@ static void read_luma_8x8(AvcDecoder* d, int quadrant) {
     AvcMacroblock* const mb = &d->mb;
     const ResidualTarget target = {kScan8x8.data(), d->quantiser.scale8x8,
                                    mb->coefficients + quadrant * 64};
-    const ResidualCount count = cabac_read_block(&d->cabac, d->contexts, kCatLuma8x8, target);
-    if (count.total < 0) mb->has_error = 1;
+    const ResidualCount count = read_coded_block(d, kCatLuma8x8, false, false, target);
     mb->coded_mask |= luma_bit(4 * quadrant);
     if (count.end > 1) mb->ac_mask |= luma_bit(4 * quadrant);
     MbNeighbour* const top = &d->columns[mb->x];

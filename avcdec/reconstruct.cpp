@@ -199,10 +199,11 @@ static void deblock_picture_row(const AvcDecoder* d, uint32_t row) {
                 deblock_ring(d, row));
 }
 
-void picture_macroblock_done(AvcDecoder* d, const DeblockRecord& record) {
+DeblockRecord* picture_record(const AvcDecoder* d) { return deblock_ring(d, d->mb.y) + d->mb.x; }
+
+void picture_macroblock_done(AvcDecoder* d) {
     AvcMacroblock* const mb = &d->mb;
     const uint32_t row = mb->y;
-    deblock_ring(d, row)[mb->x] = record;
     ++d->next_mb;
     if (++mb->x < d->picture.width_mbs) return;
     mb->x = 0;
@@ -223,7 +224,8 @@ void picture_skip_to(AvcDecoder* d, uint32_t address) {
         fill_block(to.plane[0], to.luma_pitch, 16, kMissingSample);
         fill_block(to.plane[1], to.chroma_pitch, 8, kMissingSample);
         fill_block(to.plane[2], to.chroma_pitch, 8, kMissingSample);
-        picture_macroblock_done(d, DeblockRecord{});
+        *picture_record(d) = {};
+        picture_macroblock_done(d);
     }
 }
 

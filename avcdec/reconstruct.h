@@ -21,9 +21,12 @@ void picture_begin(AvcDecoder* decoder);
 // Fills the macroblocks from the next expected one up to address with grey: no slice has them.
 void picture_skip_to(AvcDecoder* decoder, uint32_t address);
 
-// Notes the macroblock that was just decoded and moves on to the next. Rows are deblocked one
-// behind the row that is decoded, as prediction needs the samples before deblocking.
-void picture_macroblock_done(AvcDecoder* decoder, const DeblockRecord& record);
+// What deblocking will know of the current macroblock: all of it is written before it is done.
+DeblockRecord* picture_record(const AvcDecoder* decoder);
+
+// Moves on to the next macroblock. Rows are deblocked one behind the row that is decoded, as
+// prediction needs the samples before deblocking.
+void picture_macroblock_done(AvcDecoder* decoder);
 
 // Completes a picture of which the remaining macroblocks never came.
 void picture_finish(AvcDecoder* decoder);

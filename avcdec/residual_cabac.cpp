@@ -164,9 +164,16 @@ static constexpr int kLevelTooLong = 1 << 21;
 }
 
 template <bool kIs8x8>
-static ResidualCount read_block(CabacEngine* engine, uint8_t* contexts,
-                                const CategoryLayout& layout, const ResidualTarget& target) {
+static ResidualCount read_block(CabacEngine* engine, uint8_t* contexts, ResidualCategory category,
+                                int flag_inc, const ResidualTarget& target) {
     CabacEngine e = *engine;  // in registers for the whole block
+    if (!kIs8x8) {
+        if (!cabac_decode_branch(&e, contexts + kCtxCodedBlockFlag + category * 4 + flag_inc)) {
+            *engine = e;
+            return {0, 0};
+        }
+    }
+    const CategoryLayout& layout = kLayouts[category];
     uint8_t indices[65];
     const int total =
         read_map<kIs8x8>(&e, contexts + layout.significant, kIs8x8 ? 63 : layout.final, indices);
@@ -195,8 +202,8 @@ static ResidualCount read_block(CabacEngine* engine, uint8_t* contexts,
 }
 
 ResidualCount cabac_read_block(CabacEngine* engine, uint8_t* contexts, ResidualCategory category,
-                               const ResidualTarget& target) {
-    const CategoryLayout& layout = kLayouts[category];
-    return category == kCatLuma8x8 ? read_block<true>(engine, contexts, layout, target)
-                                   : read_block<false>(engine, contexts, layout, target);
+                               int flag_inc, const ResidualTarget& target) {
+    return category == kCatLuma8x8
+               ? read_block<true>(engine, contexts, category, flag_inc, target)
+               : read_block<false>(engine, contexts, category, flag_inc, target);
 }

@@ -17,7 +17,8 @@ enum ResidualCategory {
     kCatLuma8x8 = 5,
 };
 
-// Reads a block whose coded_block_flag is 1 (or is not coded) and writes its scaled coefficients;
-// the others are left alone. total is -1 when a level has more bits than any profile allows.
+// Reads coded_block_flag (no 8x8 block has one) and, when it is set, the block, and writes its
+// scaled coefficients; the others are left alone. flag_inc is ctxIdxInc of the flag, 0 to 3. total
+// is 0 without the flag, -1 when a level has more bits than any profile allows.
 ResidualCount cabac_read_block(CabacEngine* engine, uint8_t* contexts, ResidualCategory category,
-                               const ResidualTarget& target);
+                               int flag_inc, const ResidualTarget& target);

@@ -11,7 +11,6 @@ static int activate_sps(AvcDecoder* d, AvcSps* sps) {
     avc_release_work(d);
     d->active_sps = nullptr;
     picture_begin(d);
-    d->stride = 0;
     if (avc_allocate_work(d, sps)) return 1;
     d->active_sps = sps;
     return 0;
