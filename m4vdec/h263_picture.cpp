@@ -93,11 +93,10 @@ static int finish_macroblock(PictureDecoder* d) {
 }
 
 static int decode_macroblock(PictureDecoder* d) {
-    if (d->y == d->picture->height_mbs) return 1;
     M4vBits* const bits = &d->blocks.bits;
     const unsigned mcbpc = m4v_read_mcbpc(bits);
     if (mcbpc == kMcbpcStuffing) return bits->overrun();
-    if (mcbpc == kMcbpcInvalid) return 1;
+    if (mcbpc == kMcbpcInvalid || d->y == d->picture->height_mbs) return 1;
     M4vAicMode mode = M4vAicMode::kDcOnly;
     if (d->header.has_advanced_intra) mode = read_intra_mode(bits);
     const unsigned cbpy = m4v_read_cbpy(bits);
