@@ -18,7 +18,7 @@ std::string Choices::bytes(size_t n) {
 }
 
 std::string Choices::payload() {
-    const uint32_t length = word() % 4096;
+    const uint32_t length = word() % 8192;
     const uint32_t kind = byte() % 6;
     if (kind < 2) return bytes(length);
     std::minstd_rand random(1 + word());

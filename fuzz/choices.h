@@ -22,7 +22,7 @@ class Choices {
     // Mostly 0 to usual, and now and then one of the values at which 1 to 31 bits wrap.
     uint32_t value(uint32_t usual);
     std::string bytes(size_t n = SIZE_MAX);  // fewer at the end
-    // A payload of up to 4 KiB: some of the input, or noise in which ones or zeros prevail.
+    // A payload of up to 8 KiB: some of the input, or noise in which ones or zeros prevail.
     std::string payload();
 
  private:
