@@ -330,8 +330,8 @@ class Writer {
     }
 
     int quant_of(unsigned n) const {
-        const auto luma_quant = static_cast<uint8_t>(quant);
-        return n >= 4 && has_modified_quant ? h263_chroma_quant(luma_quant) : quant;
+        static const char kChroma[] = "abcdefgghijjkkllmmmnnnoooooppppp";  // H.263 Table T.1
+        return n >= 4 && has_modified_quant ? kChroma[quant] - 'a' : quant;
     }
 
     static int dc_of(const Coded* block) { return block ? block->values[0] : 1024; }
