@@ -9,7 +9,6 @@
 #include <map>
 #include <random>
 
-#include "m4vdec/m4v_deblock.h"
 #include "m4vdec/m4v_idct.h"
 #include "m4vdec/m4v_scan.h"
 #include "tests/support/bit_packer.h"
