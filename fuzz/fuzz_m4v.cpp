@@ -12,8 +12,8 @@ void run_target(Choices* c) {
     const bool is_mpeg4 = mode % 2 == 0, is_written = mode < 254;
     const bool is_vop = is_mpeg4 && mode % 16 < 12;  // rather than a short video header
     M4vSyntax syntax;
-    const std::string config =
-        is_written && is_mpeg4 ? write_m4v_config(c, &syntax) : c->bytes(c->word());
+    const std::string config = is_written && is_mpeg4 ? write_m4v_config(c, &syntax)
+                                                      : c->bytes(is_written ? 4 : c->word());
     std::string sample = is_written && mode & 2 ? write_m4v_config(c, &syntax) : "";
     if (is_written) sample += is_vop ? write_m4v_picture(c, syntax) : write_h263_picture(c);
     if (!is_written) sample = c->bytes();
