@@ -20,7 +20,8 @@
 #include "tests/support/temp_folder.h"
 #include "tool/run_keystill.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// Sanitizers and emulators take time and memory of their own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(KEYSTILL_EMULATED)
 static constexpr bool kIsInstrumented = true;
 #else
 static constexpr bool kIsInstrumented = false;
