@@ -154,6 +154,22 @@ TEST(DecodeKeyFrameAvc, FiltersEdgesAsTheSliceSays) {
     }
 }
 
+TEST(DecodeKeyFrameAvc, SlicesScaleByTheirOwnParameterSets) {
+    // The second set doubles all luma weights.
+    const std::string doubled = "0 1  1 00000110000" + std::string(15, '1') + " 00000  1";
+    const SpsSpec sps = {.profile_idc = 100, .width_mbs = 3};
+    const std::string sets =
+        run_of({sps_nal(sps), pps_nal({}), pps_nal({.id = 1, .extension = doubled})}, 2);
+    std::string run;
+    for (const uint32_t mb : {0, 1, 2}) {
+        const SliceSpec spec = {.first_mb = mb, .pps_id = mb % 2, .slice_qp_delta = 25};
+        run += run_of({flat_slice(spec, {kPlus14})});
+    }
+    const Decoded d = decode(sets, run);
+    ASSERT_EQ(d.result, 0);
+    EXPECT_EQ((std::string{d.planes[8], d.planes[24], d.planes[40]}), "\x8e\x9c\x8e");
+}
+
 // Nothing is known of a macroblock that never came, so the edges around it stay as they are.
 TEST(DecodeKeyFrameAvc, LeavesTheEdgesOfAMissingMacroblock) {
     const SliceSpec front = {.slice_qp_delta = 25}, back = {.first_mb = 5, .slice_qp_delta = 25};
