@@ -3,7 +3,7 @@
 // Coefficients come column by column, so the first pass, along the rows, needs no turning. Sums are
 // unsigned, which wraps as the reference does.
 #include "avcdec/recon_kernels.h"
-#include "avcdec/simd_vectors.h"
+#include "runtime/simd_vectors.h"
 
 template <int kShift>
 static inline U16x8 arithmetic_shift(U16x8 v) {

@@ -2,7 +2,7 @@
 // The edge filters of deblocking with SSE2 or NEON, 16 positions along an edge at a time. Filters
 // work across rows; for vertical edges the samples are turned first and turned back after.
 #include "avcdec/recon_kernels.h"
-#include "avcdec/simd_vectors.h"
+#include "runtime/simd_vectors.h"
 
 // One threshold per position.
 struct Limits {

@@ -5,7 +5,7 @@
 // a window of them that slides from row to row.
 #include "avcdec/intra_modes.h"
 #include "avcdec/recon_kernels.h"
-#include "avcdec/simd_vectors.h"
+#include "runtime/simd_vectors.h"
 
 // The first kSize samples.
 template <int kSize>

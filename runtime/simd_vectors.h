@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Vectors of 16 samples or 8 coefficients, for kernels whose one source serves SSE2 and NEON.
-// Arithmetic, comparisons and shuffles are GCC's vector extensions, which Clang has too: they read
-// like scalar code, and the compilers make of them what intrinsics would give. What the extensions
-// cannot say follows here. A comparison yields 0xff in the lanes where it holds.
+// Vectors of 16 samples, 8 coefficients or 4 sums, for kernels whose one source serves SSE2 and
+// NEON. Arithmetic, comparisons and shuffles are GCC's vector extensions, which Clang has too: they
+// read like scalar code, and the compilers make of them what intrinsics would give. What the
+// extensions cannot say follows here. A comparison yields 0xff in the lanes where it holds.
 //
 // Everything is static: on 32-bit ARM these functions are built for NEON, and the linker must not
 // take a copy of them for code that runs without.
@@ -21,6 +21,7 @@
 typedef uint8_t U8x16 __attribute__((vector_size(16)));
 typedef uint16_t U16x8 __attribute__((vector_size(16)));
 typedef int16_t I16x8 __attribute__((vector_size(16)));
+typedef int32_t I32x4 __attribute__((vector_size(16)));
 typedef uint32_t U32x4 __attribute__((vector_size(16)));
 typedef uint64_t U64x2 __attribute__((vector_size(16)));
 
@@ -56,6 +57,14 @@ static inline U16x8 interleave_low(U16x8 a, U16x8 b) {
 
 static inline U16x8 interleave_high(U16x8 a, U16x8 b) {
     return __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15);
+}
+
+static inline I16x8 interleave_low(I16x8 a, I16x8 b) {
+    return (I16x8)interleave_low((U16x8)a, (U16x8)b);
+}
+
+static inline I16x8 interleave_high(I16x8 a, I16x8 b) {
+    return (I16x8)interleave_high((U16x8)a, (U16x8)b);
 }
 
 // kRounds perfect shuffles over kCount vectors: with an element's place written as vector number

@@ -1,0 +1,6 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// What the processor can do that the build does not promise.
+#pragma once
+
+// Whether kernels written with runtime/simd_vectors.h run here.
+bool processor_has_simd();
