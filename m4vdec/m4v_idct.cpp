@@ -3,62 +3,70 @@
 
 #include <string.h>
 
-#include "m4vdec/m4v_idct_constants.h"
+#include "m4vdec/m4v_idct_pass.h"
 #include "runtime/byte_order.h"
+#include "runtime/processor.h"
 
-// Eight outputs of one dimension. Sums of wild blocks may wrap, as they do in a vector register:
-// the arithmetic is unsigned.
-static void idct_1d(const int16_t* in, size_t stride, uint32_t round, uint32_t out[8]) {
-    uint32_t x[8];
-    for (unsigned i = 0; i < 8; ++i) {
-        x[i] = static_cast<uint32_t>(static_cast<int32_t>(in[i * stride]));
-    }
-    const uint32_t e0 = kIdctC4 * (x[0] + x[4]) + round;
-    const uint32_t e1 = kIdctC4 * (x[0] - x[4]) + round;
-    const uint32_t f0 = kIdctC2 * x[2] + kIdctC6 * x[6];
-    const uint32_t f1 = kIdctC6 * x[2] - kIdctC2 * x[6];
-    const uint32_t a[4] = {e0 + f0, e1 + f1, e1 - f1, e0 - f0};
-    const uint32_t b[4] = {
-        kIdctC1 * x[1] + kIdctC3 * x[3] + kIdctC5 * x[5] + kIdctC7 * x[7],
-        kIdctC3 * x[1] - kIdctC7 * x[3] - kIdctC1 * x[5] - kIdctC5 * x[7],
-        kIdctC5 * x[1] - kIdctC1 * x[3] + kIdctC7 * x[5] + kIdctC3 * x[7],
-        kIdctC7 * x[1] - kIdctC5 * x[3] + kIdctC3 * x[5] - kIdctC1 * x[7],
+// Unsigned, so that sums may wrap as they do in a vector register.
+struct ValuePair {
+    uint32_t first, second;
+};
+
+template <int kFirst, int kSecond>
+static inline uint32_t products(ValuePair v) {
+    return v.first * static_cast<uint32_t>(idct_factor(kFirst)) +
+           v.second * static_cast<uint32_t>(idct_factor(kSecond));
+}
+template <int kFirst, int kSecond>
+static inline uint32_t add_products(uint32_t sum, ValuePair v) {
+    return sum + products<kFirst, kSecond>(v);
+}
+
+template <unsigned kShift>
+static void idct_1d(const int16_t* in, size_t stride, int32_t out[8]) {
+    uint32_t sums[8];
+    const auto pair = [&](size_t a, size_t b) {
+        return ValuePair{static_cast<uint32_t>(in[a * stride]),
+                         static_cast<uint32_t>(in[b * stride])};
     };
-    for (unsigned i = 0; i < 4; ++i) {
-        out[i] = a[i] + b[i];
-        out[7 - i] = a[i] - b[i];
-    }
+    idct_pass<8>(pair(0, 4), pair(2, 6), pair(1, 3), pair(5, 7), 1u << (kShift - 1), sums);
+    for (unsigned i = 0; i < 8; ++i) out[i] = static_cast<int32_t>(sums[i]) >> kShift;
 }
 
 static int16_t saturate(int32_t v) { return static_cast<int16_t>(clip3(INT16_MIN, INT16_MAX, v)); }
 
 void m4v_idct_scalar(uint8_t* dst, size_t pitch, int16_t* block, unsigned width, unsigned height) {
     int16_t rows[64];  // [x][v] after the pass along u
-    uint32_t out[8];
+    int32_t out[8];
     for (unsigned v = 0; v < height; ++v) {
         if (width == 1) {  // what the pass makes of a lone DC term
             for (unsigned x = 0; x < 8; ++x) rows[x * 8 + v] = saturate(block[v] * 8);
             continue;
         }
-        idct_1d(block + v, 8, kIdctRound1, out);
-        for (unsigned x = 0; x < 8; ++x) {
-            rows[x * 8 + v] = saturate(static_cast<int32_t>(out[x]) >> kIdctShift1);
-        }
+        idct_1d<kIdctShift1>(block + v, 8, out);
+        for (unsigned x = 0; x < 8; ++x) rows[x * 8 + v] = saturate(out[x]);
     }
     for (unsigned x = 0; x < 8; ++x) {
         memset(rows + x * 8 + height, 0, (8 - height) * sizeof(int16_t));
-        idct_1d(rows + x * 8, 1, kIdctRound2, out);
-        for (unsigned y = 0; y < 8; ++y) {
-            dst[y * pitch + x] = clip_u8(static_cast<int32_t>(out[y]) >> kIdctShift2);
-        }
+        idct_1d<kIdctShift2>(rows + x * 8, 1, out);
+        for (unsigned y = 0; y < 8; ++y) dst[y * pitch + x] = clip_u8(out[y]);
     }
     memset(block, 0, 64 * sizeof(int16_t));
 }
 
-M4vIdctFn m4v_idct_best() {
-#if KEYSTILL_M4V_X86
-    return __builtin_cpu_supports("avx2") ? m4v_idct_avx2 : m4v_idct_sse2;
-#else
-    return m4v_idct_scalar;
+unsigned m4v_idct_variants(M4vIdctFn variants[kM4vIdctVariants]) {
+    unsigned count = 0;
+    variants[count++] = m4v_idct_scalar;
+#if KEYSTILL_HAS_SIMD
+    if (processor_has_simd()) variants[count++] = m4v_idct_simd;
 #endif
+#if KEYSTILL_M4V_AVX2
+    if (__builtin_cpu_supports("avx2")) variants[count++] = m4v_idct_avx2;
+#endif
+    return count;
+}
+
+M4vIdctFn m4v_idct_best() {
+    M4vIdctFn variants[kM4vIdctVariants];
+    return variants[m4v_idct_variants(variants) - 1];
 }

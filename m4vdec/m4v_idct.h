@@ -18,13 +18,16 @@ constexpr unsigned m4v_position(unsigned u, unsigned v) { return u * 8 + v; }
 using M4vIdctFn = void (*)(uint8_t* dst, size_t pitch, int16_t* block, unsigned width,
                            unsigned height);
 
+// The reference, always built, and what the build may add: for SSE2 or NEON, and for AVX2.
 void m4v_idct_scalar(uint8_t* dst, size_t pitch, int16_t* block, unsigned width, unsigned height);
-#if KEYSTILL_M4V_X86
-void m4v_idct_sse2(uint8_t* dst, size_t pitch, int16_t* block, unsigned width, unsigned height);
+void m4v_idct_simd(uint8_t* dst, size_t pitch, int16_t* block, unsigned width, unsigned height);
 void m4v_idct_avx2(uint8_t* dst, size_t pitch, int16_t* block, unsigned width, unsigned height);
-#endif
 
-// The fastest variant that this processor can run.
+// Lists the variants of this build that this processor can run, the reference first and the fastest
+// last. Returns how many those are.
+constexpr unsigned kM4vIdctVariants = 3;
+unsigned m4v_idct_variants(M4vIdctFn variants[kM4vIdctVariants]);
+
 M4vIdctFn m4v_idct_best();
 
 // The transform of a block that has only a DC coefficient: every sample is this one.

@@ -3,15 +3,24 @@
 #include <immintrin.h>
 
 #include "m4vdec/m4v_idct.h"
-#include "m4vdec/m4v_idct_constants.h"
+#include "m4vdec/m4v_idct_pass.h"
 
-// Multipliers of a pair of rows.
-static inline __m256i pair(uint32_t even, uint32_t odd) {
-    return _mm256_set1_epi32(static_cast<int32_t>((odd << 16) | (even & 0xffff)));
+typedef int32_t I32x8 __attribute__((vector_size(32)));
+typedef uint32_t U32x8 __attribute__((vector_size(32)));
+
+// All lanes of two rows, in turns.
+struct RowPair {
+    __m256i both;
+};
+
+template <int kFirst, int kSecond>
+static inline U32x8 products(RowPair v) {
+    constexpr int kFactors = idct_factor(kSecond) * 65536 + (idct_factor(kFirst) & 0xffff);
+    return (U32x8)_mm256_madd_epi16(v.both, _mm256_set1_epi32(kFactors));
 }
-
-static inline __m256i madd(__m256i a, uint32_t even, uint32_t odd) {
-    return _mm256_madd_epi16(a, pair(even, odd));
+template <int kFirst, int kSecond>
+static inline U32x8 add_products(U32x8 sum, RowPair v) {
+    return sum + products<kFirst, kSecond>(v);
 }
 
 // Rows two by two: rows[0] has row 0 in the lower halves of its lanes and row 1 in the upper ones,
@@ -19,31 +28,14 @@ static inline __m256i madd(__m256i a, uint32_t even, uint32_t odd) {
 // 7. kRows 4: rows 4 to 7 are zero. out[i]: row i of the result with 32 bits, shifted.
 template <int kRows, int kShift>
 static inline void pass(const __m256i rows[4], __m256i out[8]) {
-    const __m256i round = _mm256_set1_epi32(1 << (kShift - 1));
-    const __m256i zero = _mm256_setzero_si256();
-    const __m256i x04 = _mm256_unpacklo_epi16(rows[0], kRows == 8 ? rows[2] : zero);
-    const __m256i x26 = _mm256_unpacklo_epi16(rows[1], kRows == 8 ? rows[3] : zero);
-    const __m256i x13 = _mm256_unpackhi_epi16(rows[0], rows[1]);
-    const __m256i e0 = _mm256_add_epi32(madd(x04, kIdctC4, kIdctC4), round);
-    const __m256i e1 = kRows == 8 ? _mm256_add_epi32(madd(x04, kIdctC4, -kIdctC4), round) : e0;
-    const __m256i f0 = madd(x26, kIdctC2, kIdctC6);
-    const __m256i f1 = madd(x26, kIdctC6, -kIdctC2);
-    const __m256i a[4] = {_mm256_add_epi32(e0, f0), _mm256_add_epi32(e1, f1),
-                          _mm256_sub_epi32(e1, f1), _mm256_sub_epi32(e0, f0)};
-    __m256i b[4] = {madd(x13, kIdctC1, kIdctC3), madd(x13, kIdctC3, -kIdctC7),
-                    madd(x13, kIdctC5, -kIdctC1), madd(x13, kIdctC7, -kIdctC5)};
-    if (kRows == 8) {
-        const __m256i x57 = _mm256_unpackhi_epi16(rows[2], rows[3]);
-        b[0] = _mm256_add_epi32(b[0], madd(x57, kIdctC5, kIdctC7));
-        b[1] = _mm256_sub_epi32(b[1], madd(x57, kIdctC1, kIdctC5));
-        b[2] = _mm256_add_epi32(b[2], madd(x57, kIdctC7, kIdctC3));
-        b[3] = _mm256_add_epi32(b[3], madd(x57, kIdctC3, -kIdctC1));
-    }
-#pragma GCC unroll 4
-    for (int i = 0; i < 4; ++i) {
-        out[i] = _mm256_srai_epi32(_mm256_add_epi32(a[i], b[i]), kShift);
-        out[7 - i] = _mm256_srai_epi32(_mm256_sub_epi32(a[i], b[i]), kShift);
-    }
+    U32x8 sums[8];
+    idct_pass<kRows>(RowPair{_mm256_unpacklo_epi16(rows[0], rows[2])},
+                     RowPair{_mm256_unpacklo_epi16(rows[1], rows[3])},
+                     RowPair{_mm256_unpackhi_epi16(rows[0], rows[1])},
+                     RowPair{_mm256_unpackhi_epi16(rows[2], rows[3])},
+                     U32x8{} + (1u << (kShift - 1)), sums);
+#pragma GCC unroll 8
+    for (int i = 0; i < 8; ++i) out[i] = (__m256i)((I32x8)sums[i] >> kShift);
 }
 
 static inline __m256i pack_rows(__m256i lower, __m256i upper) {
@@ -84,7 +76,7 @@ static inline void store_four_rows(uint8_t* dst, size_t pitch, const __m256i in[
 template <int kWidth, int kHeight>
 static void transform(uint8_t* dst, size_t pitch, int16_t* block) {
     __m256i* const in = reinterpret_cast<__m256i*>(block);
-    __m256i rows[4], out[8];
+    __m256i rows[4] = {}, out[8];
 #pragma GCC unroll 4
     for (int i = 0; i < kWidth / 2; ++i) {
         rows[i] = _mm256_permute4x64_epi64(_mm256_loadu_si256(in + i), 0xd8);
