@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Times every sample kernel of the H.264 decoder, the scalar reference and what this build and
-// processor choose, on the same samples. Calls of kernels that use up their input include its
-// restoring: of 64 coefficients, or of the samples around a macroblock for deblocking. After the
-// usual lines comes the ratio of the fastest repetitions, chosen kernel to reference.
+// Times every sample kernel of the H.264 decoder and the inverse DCT of the other one, the scalar
+// reference and what this build and processor choose, on the same samples. Calls of kernels that
+// use up their input include its restoring: of 64 coefficients, or of the samples around a
+// macroblock for deblocking. After the usual lines comes the ratio of the fastest repetitions,
+// chosen kernel to reference.
 #include <benchmark/benchmark.h>
 #include <stdio.h>
 #include <string.h>
@@ -14,6 +15,7 @@
 
 #include "avcdec/intra_modes.h"
 #include "avcdec/recon_kernels.h"
+#include "m4vdec/m4v_idct.h"
 
 namespace {
 
@@ -39,7 +41,7 @@ Work make_work() {
     return w;
 }
 
-std::map<std::string, Call> kernel_calls(const ReconKernels& k) {
+std::map<std::string, Call> kernel_calls(const ReconKernels& k, M4vIdctFn idct) {
     static const DeblockEdges kEdges[2] = {{{40, 10, 0}, {40, 10, 3}, 4},
                                            {{40, 10, 0}, {40, 10, 3}, 4}};
     static const Work start = make_work();
@@ -56,6 +58,20 @@ std::map<std::string, Call> kernel_calls(const ReconKernels& k) {
     block("add_four_4x4_dc", k.add_four_4x4_dc);
     block("add_8x8", k.add_8x8);
     block("add_8x8_dc", k.add_8x8_dc);
+    const auto idct_of = [&](const char* name, unsigned width, unsigned height) {
+        calls[name] = [=](Work* w) {
+            memset(w->coefficients, 0, sizeof w->coefficients);
+            for (unsigned u = 0; u < width; ++u) {
+                memcpy(w->coefficients + m4v_position(u, 0), start.coefficients,
+                       height * sizeof(int16_t));
+            }
+            idct(w->block(), kPitch, w->coefficients, width, height);
+        };
+    };
+    idct_of("m4v_idct_8x8", 8, 8);
+    idct_of("m4v_idct_8x4", 8, 4);
+    idct_of("m4v_idct_4x8", 4, 8);
+    idct_of("m4v_idct_4x4", 4, 4);
     for (const int d : {kVerticalEdge, kHorizontalEdge}) {
         const std::string edges = d == kVerticalEdge ? "_vertical" : "_horizontal";
         calls["deblock_luma" + edges] = [fn = k.deblock_luma[d]](Work* w) {
@@ -120,8 +136,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
     std::map<std::string, double> fastest_;
 };
 
-void register_all(const char* variant, const ReconKernels& kernels) {
-    for (const auto& [name, call] : kernel_calls(kernels)) {
+void register_all(const char* variant, const ReconKernels& kernels, M4vIdctFn idct) {
+    for (const auto& [name, call] : kernel_calls(kernels, idct)) {
         benchmark::RegisterBenchmark((name + "/" + variant).c_str(), run, call)
             ->Repetitions(5)
             ->MinTime(0.02);
@@ -133,8 +149,8 @@ void register_all(const char* variant, const ReconKernels& kernels) {
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    register_all("scalar", recon_kernels_scalar());
-    register_all("best", recon_kernels_best());
+    register_all("scalar", recon_kernels_scalar(), m4v_idct_scalar);
+    register_all("best", recon_kernels_best(), m4v_idct_best());
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     return 0;
