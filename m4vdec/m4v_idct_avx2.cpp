@@ -29,11 +29,11 @@ static inline U32x8 add_products(U32x8 sum, RowPair v) {
 template <int kRows, int kShift>
 static inline void pass(const __m256i rows[4], __m256i out[8]) {
     U32x8 sums[8];
-    idct_pass<kRows>(RowPair{_mm256_unpacklo_epi16(rows[0], rows[2])},
-                     RowPair{_mm256_unpacklo_epi16(rows[1], rows[3])},
-                     RowPair{_mm256_unpackhi_epi16(rows[0], rows[1])},
-                     RowPair{_mm256_unpackhi_epi16(rows[2], rows[3])},
-                     U32x8{} + (1u << (kShift - 1)), sums);
+    const RowPair x04 = {_mm256_unpacklo_epi16(rows[0], rows[2])};
+    const RowPair x26 = {_mm256_unpacklo_epi16(rows[1], rows[3])};
+    const RowPair x13 = {_mm256_unpackhi_epi16(rows[0], rows[1])};
+    const RowPair x57 = {_mm256_unpackhi_epi16(rows[2], rows[3])};
+    idct_pass<kRows>(x04, x26, x13, x57, U32x8{} + (1u << (kShift - 1)), sums);
 #pragma GCC unroll 8
     for (int i = 0; i < 8; ++i) out[i] = (__m256i)((I32x8)sums[i] >> kShift);
 }
