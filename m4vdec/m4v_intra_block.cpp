@@ -212,7 +212,8 @@ int m4v_decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n,
 
 int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target) {
     M4vBits bits = d->bits;
-    const unsigned code = bits.read(8);
+    bits.refill();
+    const unsigned code = bits.take(8);
     const int dc = static_cast<int>(code == 255 ? 128 : code) * 8;
     int last = 0;
     if (is_coded) {
