@@ -22,10 +22,12 @@ static int make_event(bool last, unsigned run, int level, TcoefEvent* event) {
 // ISO/IEC 14496-2 7.4.1.3: a code of the table follows, whose level or run is to be raised above
 // what the table has, or all three with fixed lengths.
 static int read_mpeg4_escape(M4vBits* bits, const TcoefTable& table, TcoefEvent* event) {
-    const bool is_not_level_offset = bits->flag();
-    const bool is_fixed_length = is_not_level_offset && bits->flag();
+    bits->refill();
+    const bool is_level_offset = bits->take(1) == 0;
+    const bool is_fixed_length = !is_level_offset && bits->take(1) != 0;
     if (is_fixed_length) {
-        const unsigned fields = bits->read(21);  // last 1, run 6, marker 1, level 12, marker 1
+        bits->refill();
+        const unsigned fields = bits->take(21);  // last 1, run 6, marker 1, level 12, marker 1
         if ((fields & 0x2001) != 0x2001) return 1;
         return make_event(fields >> 20, fields >> 14 & 63, sign_extend(fields >> 1 & 0xfff, 12),
                           event);
@@ -35,10 +37,10 @@ static int read_mpeg4_escape(M4vBits* bits, const TcoefTable& table, TcoefEvent*
     const bool last = entry.step >= kTcoefLast;
     unsigned run = (entry.step & (kTcoefLast - 1)) - 1;
     int level = entry.level < 0 ? -entry.level : entry.level;
-    if (is_not_level_offset) {
-        run += table.max_run[last][level] + 1u;
-    } else {
+    if (is_level_offset) {
         level += table.max_level[last][run];
+    } else {
+        run += table.max_run[last][level] + 1u;
     }
     return make_event(last, run, entry.level < 0 ? -level : level, event);
 }
@@ -50,6 +52,15 @@ static int read_reversible_escape(M4vBits* bits, TcoefEvent* event) {
     if ((head & 1) == 0 || (tail >> 1 & 31) != 16) return 1;
     const int level = static_cast<int>(tail >> 6);
     return make_event(head >> 7, head >> 1 & 63, tail & 1 ? -level : level, event);
+}
+
+static int read_long_reversible(M4vBits* bits, TcoefEvent* event) {
+    bits->refill();
+    const TcoefEntry entry = m4v_reversible_event(bits->peek(16));
+    if (entry.step >= kTcoefLong) return 1;
+    bits->skip(entry.length);
+    return make_event(entry.step >= kTcoefLast, (entry.step & (kTcoefLast - 1)) - 1, entry.level,
+                      event);
 }
 
 // H.263 5.4.2: last 1, run 6, level 8. T.4: level -128 announces one of 11 bits that are rotated by
@@ -73,7 +84,8 @@ int m4v_read_escaped_event(M4vBits* bits, const TcoefTable& table, TcoefEntry en
         case TcoefEscapes::kMpeg4:
             return read_mpeg4_escape(bits, table, event);
         case TcoefEscapes::kReversible:
-            return read_reversible_escape(bits, event);
+            return entry.length == 0 ? read_long_reversible(bits, event)
+                                     : read_reversible_escape(bits, event);
         case TcoefEscapes::kH263:
         case TcoefEscapes::kH263Extended:
             return read_h263_escape(bits, table.escapes == TcoefEscapes::kH263Extended, event);
@@ -119,7 +131,7 @@ constexpr struct DcTables {
             dc_size(is_chroma, zeros, code >> (kM4vDcBits - 2 - zeros) & 1, &length);
         if (length + size > kM4vDcBits) return {0, 0};
         const unsigned low = code >> (kM4vDcBits - length - size) & ((1u << size) - 1);
-        return {static_cast<int16_t>(dc_value(size, low)), static_cast<uint16_t>(length + size)};
+        return {static_cast<int8_t>(dc_value(size, low)), static_cast<uint8_t>(length + size)};
     }
 } kDcTables;
 

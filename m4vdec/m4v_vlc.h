@@ -11,16 +11,18 @@
 
 // One event, the sign bit included in code and level.
 struct TcoefEntry {
-    int16_t level;   // signed; for kTcoefLong the first entry in `secondary`
+    int16_t level;   // signed; for kTcoefLong the first of a group in `secondary`
     uint8_t step;    // run + 1, + kTcoefLast on the last event of the block, or a kTcoef... below
     uint8_t length;  // bits of the code and the sign, 0 when invalid
 };
 constexpr unsigned kTcoefLast = 128;
 constexpr unsigned kTcoefLong = 253;     // longer than kTcoefPrimaryBits: see `secondary`
-constexpr unsigned kTcoefEscape = 254;   // the escape code itself, without what follows
+constexpr unsigned kTcoefEscape = 254;   // the escape code itself, without what follows; of length
+                                         // 0 for any code beyond kTcoefPrimaryBits of kReversible
 constexpr unsigned kTcoefInvalid = 255;  // no such code
 
 constexpr unsigned kTcoefPrimaryBits = 10;
+constexpr unsigned kTcoefSecondaryBits = 3;
 
 enum class TcoefEscapes : uint8_t {
     kMpeg4,        // three kinds: level offset, run offset, fixed length with 12-bit levels
@@ -31,10 +33,9 @@ enum class TcoefEscapes : uint8_t {
 
 struct TcoefTable {
     const TcoefEntry* primary;    // 1 << kTcoefPrimaryBits, indexed by the next bits
-    const TcoefEntry* secondary;  // groups of 1 << (max_bits - kTcoefPrimaryBits)
+    const TcoefEntry* secondary;  // groups of 1 << kTcoefSecondaryBits; null for kReversible
     const uint8_t* max_level[2];  // [last][run]: the highest level that has a code; kMpeg4 only
     const uint8_t* max_run[2];    // [last][level]: the highest run that has a code; kMpeg4 only
-    uint8_t max_bits;             // of the longest code with its sign
     TcoefEscapes escapes;
 };
 
@@ -53,10 +54,13 @@ struct TcoefEvent {
 
 // The entry behind one of kTcoefLong.
 inline TcoefEntry m4v_long_event(const M4vBits& bits, const TcoefTable& table, TcoefEntry link) {
-    const unsigned group_size = 1u << (table.max_bits - kTcoefPrimaryBits);
-    const unsigned low = bits.peek(table.max_bits) & (group_size - 1);
+    constexpr unsigned kMask = (1u << kTcoefSecondaryBits) - 1;
+    const unsigned low = bits.peek(kTcoefPrimaryBits + kTcoefSecondaryBits) & kMask;
     return table.secondary[static_cast<unsigned>(link.level) + low];
 }
+
+// Which code of kTcoefReversible the next 16 bits begin with.
+TcoefEntry m4v_reversible_event(unsigned bits);
 
 // Reads the event behind an entry of kTcoefEscape, whose length is not skipped yet. Returns 1 when
 // it is not valid, or the entry is kTcoefInvalid.
@@ -100,8 +104,8 @@ inline unsigned m4v_read_cbpy(M4vBits* bits) {
 
 // dct_dc_size and dct_dc_differential of one block (MPEG-4 B-13, B-14) in one.
 struct M4vDcEntry {
-    int16_t value;
-    uint16_t length;  // of both codes together, 0 when longer than the index
+    int8_t value;
+    uint8_t length;  // of both codes together, 0 when longer than the index
 };
 constexpr unsigned kM4vDcBits = 9;
 extern const M4vDcEntry* const kM4vDcDifference[2];  // luma, chroma

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Code tables in the order of the standards, and the lookup tables that the compiler makes of them.
+#include <bit>
+#include <iterator>
 
 #include "m4vdec/m4v_vlc.h"
 
@@ -35,11 +37,11 @@ constexpr RunLimits run_limits(const Levels& levels) {
     return limits;
 }
 
-template <unsigned kMaxBits, unsigned kGroups>
 struct Lookup {
-    static constexpr unsigned kSecondaryBits = kMaxBits - kTcoefPrimaryBits;
+    static constexpr unsigned kMaxBits = kTcoefPrimaryBits + kTcoefSecondaryBits;
+    static constexpr unsigned kGroups = 24;
     TcoefEntry primary[1 << kTcoefPrimaryBits];
-    TcoefEntry secondary[kGroups << kSecondaryBits];
+    TcoefEntry secondary[kGroups << kTcoefSecondaryBits];
     unsigned groups;
 
     constexpr Lookup() : primary(), secondary(), groups(0) {
@@ -57,11 +59,11 @@ struct Lookup {
         }
         TcoefEntry& link = primary[code >> (length - kTcoefPrimaryBits)];
         if (link.step != kTcoefLong) {
-            link = {static_cast<int16_t>(groups << kSecondaryBits), kTcoefLong, 0};
+            link = {static_cast<int16_t>(groups << kTcoefSecondaryBits), kTcoefLong, 0};
             ++groups;  // more than kGroups does not compile: the write below leaves the array
         }
         const unsigned spare = kMaxBits - length;
-        const unsigned low = (code << spare) & ((1u << kSecondaryBits) - 1);
+        const unsigned low = (code << spare) & ((1u << kTcoefSecondaryBits) - 1);
         for (unsigned i = 0; i < 1u << spare; ++i) {
             secondary[static_cast<unsigned>(link.level) + low + i] = entry;
         }
@@ -75,8 +77,8 @@ struct Lookup {
     }
 };
 
-constexpr auto build(const Levels& levels, const Code* codes) {
-    Lookup<13, 24> lookup;
+constexpr Lookup build(const Levels& levels, const Code* codes) {
+    Lookup lookup;
     for (unsigned last = 0; last < 2; ++last) {
         for (unsigned run = 0; run < kRuns; ++run) {
             for (unsigned level = 1; level <= levels.of[last][run]; ++level) {
@@ -226,48 +228,60 @@ constexpr uint8_t kReversibleEvents[169][3] = {
 
 // clang-format on
 
-// The code words of length n read 0 1..1 0 1..1 0 x with n - 4 ones in all, the first group growing
-// from word to word, and then 1 0..0 1 x; the one word 0000 is the escape.
-constexpr Code reversible_code(unsigned length, unsigned index_in_length) {
-    const unsigned x = index_in_length & 1;
-    const unsigned first = index_in_length >> 1;
-    if (length < 4 || first > length - 4) {
-        return {static_cast<uint16_t>(1u << (length - 1) | 2 | x), static_cast<uint8_t>(length)};
+// The code words of length n, 3 or more, are 0 1..1 0 1..1 0 x with n - 4 ones in all, the first
+// group growing from word to word, and then 1 0..0 1 x. The sign follows. The word 0000 is the
+// escape's, with a sign of 1; the events have the others in order.
+constexpr TcoefEntry reversible_event(unsigned bits) {
+    const auto zeros_behind = [&](unsigned n) {
+        return static_cast<unsigned>(std::countl_zero(static_cast<uint16_t>(bits << n)));
+    };
+    const auto ones_behind = [&](unsigned n) {
+        return static_cast<unsigned>(std::countl_one(static_cast<uint16_t>(bits << n)));
+    };
+    unsigned length = 0;
+    unsigned index = 0;  // among the words of this length
+    if (bits >> 15) {
+        length = zeros_behind(1) + 3;
+        index = 2 * (length - 3);
+    } else {
+        const unsigned ones = ones_behind(1);
+        length = ones + ones_behind(ones + 2) + 4;
+        index = 2 * ones;
     }
-    const unsigned ones = (1u << (length - 1)) - 4;  // 0 1..1 1..1 0 0, one digit too many set
-    const unsigned gap = 1u << (length - 2 - first);
-    return {static_cast<uint16_t>((ones & ~gap) | x), static_cast<uint8_t>(length)};
+    constexpr TcoefEntry kInvalid = {0, kTcoefInvalid, 0};
+    if (length > 15) return kInvalid;
+    index += bits >> (16 - length) & 1;
+    const bool is_negative = bits >> (15 - length) & 1;
+    if (length == 4 && index == 0) return is_negative ? TcoefEntry{0, kTcoefEscape, 5} : kInvalid;
+    const unsigned shorter_words = (length - 3) * (length - 2) - (length >= 4 ? 1 : 0);
+    if (shorter_words + index >= std::size(kReversibleEvents)) return kInvalid;
+    const auto& [last, run, level] = kReversibleEvents[shorter_words + index];
+    return {static_cast<int16_t>(is_negative ? -level : level),
+            static_cast<uint8_t>(run + 1 + (last ? kTcoefLast : 0)),
+            static_cast<uint8_t>(length + 1)};
 }
 
-constexpr unsigned words_of_length(unsigned length) { return 2 * (length - 2); }
+struct ReversibleLookup {
+    TcoefEntry primary[1 << kTcoefPrimaryBits];
 
-constexpr auto build_reversible() {
-    Lookup<16, 65> lookup;
-    unsigned length = 3;
-    unsigned index = 0;
-    for (const uint8_t(&event)[3] : kReversibleEvents) {
-        if (length == 4 && index == 0) index = 1;  // 0000 is the escape
-        lookup.add_signed(reversible_code(length, index), event[0], event[1], event[2]);
-        if (++index == words_of_length(length)) {
-            ++length;
-            index = 0;
+    constexpr ReversibleLookup() : primary() {
+        for (unsigned code = 0; code < 1u << kTcoefPrimaryBits; ++code) {
+            const TcoefEntry entry = reversible_event(code << (16 - kTcoefPrimaryBits));
+            const bool is_long = entry.length == 0 || entry.length > kTcoefPrimaryBits;
+            primary[code] = is_long ? TcoefEntry{0, kTcoefEscape, 0} : entry;
         }
     }
-    lookup.add(1, 5, 0, kTcoefEscape);
-    return lookup;
-}
+};
 
-constexpr auto kIntraLookup = build(kIntraLevels, kIntraCodes);
-constexpr auto kH263Lookup = build(kH263Levels, kH263Codes);
-constexpr auto kAicLookup = build(kAicLevels, kAicCodes);
-constexpr auto kReversibleLookup = build_reversible();
+constexpr Lookup kIntraLookup = build(kIntraLevels, kIntraCodes);
+constexpr Lookup kH263Lookup = build(kH263Levels, kH263Codes);
+constexpr Lookup kAicLookup = build(kAicLevels, kAicCodes);
+constexpr ReversibleLookup kReversibleLookup;
 
 constexpr RunLimits kIntraRuns = run_limits(kIntraLevels);
 
-template <typename LookupType>
-constexpr TcoefTable plain_table(const LookupType& lookup, uint8_t max_bits, TcoefEscapes escapes) {
-    return {lookup.primary,     lookup.secondary, {nullptr, nullptr},
-            {nullptr, nullptr}, max_bits,         escapes};
+constexpr TcoefTable plain_table(const Lookup& lookup, TcoefEscapes escapes) {
+    return {lookup.primary, lookup.secondary, {}, {}, escapes};
 }
 
 }  // namespace
@@ -276,13 +290,15 @@ const TcoefTable kTcoefIntra = {kIntraLookup.primary,
                                 kIntraLookup.secondary,
                                 {kIntraLevels.of[0], kIntraLevels.of[1]},
                                 {kIntraRuns.of[0], kIntraRuns.of[1]},
-                                13,
                                 TcoefEscapes::kMpeg4};
-const TcoefTable kTcoefReversible = plain_table(kReversibleLookup, 16, TcoefEscapes::kReversible);
-const TcoefTable kTcoefH263 = plain_table(kH263Lookup, 13, TcoefEscapes::kH263);
-const TcoefTable kTcoefH263Extended = plain_table(kH263Lookup, 13, TcoefEscapes::kH263Extended);
-const TcoefTable kTcoefAic = plain_table(kAicLookup, 13, TcoefEscapes::kH263);
-const TcoefTable kTcoefAicExtended = plain_table(kAicLookup, 13, TcoefEscapes::kH263Extended);
+const TcoefTable kTcoefReversible = {
+    kReversibleLookup.primary, nullptr, {}, {}, TcoefEscapes::kReversible};
+const TcoefTable kTcoefH263 = plain_table(kH263Lookup, TcoefEscapes::kH263);
+const TcoefTable kTcoefH263Extended = plain_table(kH263Lookup, TcoefEscapes::kH263Extended);
+const TcoefTable kTcoefAic = plain_table(kAicLookup, TcoefEscapes::kH263);
+const TcoefTable kTcoefAicExtended = plain_table(kAicLookup, TcoefEscapes::kH263Extended);
+
+TcoefEntry m4v_reversible_event(unsigned bits) { return reversible_event(bits); }
 
 // clang-format off
 
