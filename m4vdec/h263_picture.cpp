@@ -56,10 +56,10 @@ static int read_dquant(PictureDecoder* d) {
     return 0;
 }
 
-// I.2: "0", "10" and "11".
+// I.2: "0", "10" and "11", behind MCBPC.
 static M4vAicMode read_intra_mode(M4vBits* bits) {
-    if (!bits->flag()) return M4vAicMode::kDcOnly;
-    return bits->flag() ? M4vAicMode::kHorizontal : M4vAicMode::kVertical;
+    if (bits->take(1) == 0) return M4vAicMode::kDcOnly;
+    return bits->take(1) ? M4vAicMode::kHorizontal : M4vAicMode::kVertical;
 }
 
 static int decode_blocks(PictureDecoder* d, M4vAicMode mode, unsigned cbp) {

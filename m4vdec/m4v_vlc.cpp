@@ -66,7 +66,8 @@ static int read_long_reversible(M4vBits* bits, TcoefEvent* event) {
 // H.263 5.4.2: last 1, run 6, level 8. T.4: level -128 announces one of 11 bits that are rotated by
 // five positions.
 static int read_h263_escape(M4vBits* bits, bool is_extended, TcoefEvent* event) {
-    const unsigned fields = bits->read(15);
+    bits->refill();
+    const unsigned fields = bits->take(15);
     int level = sign_extend(fields & 255, 8);
     if (level == -128) {
         if (!is_extended) return 1;
@@ -131,7 +132,7 @@ constexpr struct DcTables {
             dc_size(is_chroma, zeros, code >> (kM4vDcBits - 2 - zeros) & 1, &length);
         if (length + size > kM4vDcBits) return {0, 0};
         const unsigned low = code >> (kM4vDcBits - length - size) & ((1u << size) - 1);
-        return {static_cast<int8_t>(dc_value(size, low)), static_cast<uint8_t>(length + size)};
+        return {static_cast<int16_t>(dc_value(size, low)), static_cast<uint16_t>(length + size)};
     }
 } kDcTables;
 
@@ -147,6 +148,6 @@ int m4v_read_long_dc_difference(M4vBits* bits, bool is_chroma, int* difference) 
     const unsigned size = dc_size(is_chroma, zeros, window >> (11 - zeros) & 1, &length);
     if (size > 12) return 1;
     bits->skip(length);
-    *difference = dc_value(size, bits->read(size));
+    *difference = dc_value(size, bits->take(size));  // at most 11 + 12 bits since the refill
     return size > 8 && !bits->flag();
 }

@@ -83,7 +83,7 @@ extern const ShortCode kMcbpcIntra[1 << kMcbpcBits];
 constexpr unsigned kCbpyBits = 6;
 extern const ShortCode kCbpyIntra[1 << kCbpyBits];  // value: block 0 at bit 3
 
-// Returns a combination of the kMcbpc... bits.
+// Returns a combination of the kMcbpc... bits. 15 more can be taken without a refill.
 inline unsigned m4v_read_mcbpc(M4vBits* bits) {
     bits->refill();
     const ShortCode code = kMcbpcIntra[bits->peek(kMcbpcBits)];
@@ -104,8 +104,8 @@ inline unsigned m4v_read_cbpy(M4vBits* bits) {
 
 // dct_dc_size and dct_dc_differential of one block (MPEG-4 B-13, B-14) in one.
 struct M4vDcEntry {
-    int8_t value;
-    uint8_t length;  // of both codes together, 0 when longer than the index
+    int16_t value : 8;
+    uint16_t length : 8;  // of both codes together, 0 when longer than the index
 };
 constexpr unsigned kM4vDcBits = 9;
 extern const M4vDcEntry* const kM4vDcDifference[2];  // luma, chroma

@@ -79,7 +79,7 @@ static int decode_macroblock(VopDecoder* d) {
     if (mcbpc == kMcbpcStuffing) return 0;
     if (mcbpc == kMcbpcInvalid) return 1;
     M4vIntraMb mb;
-    mb.ac_pred_flag = bits->flag();
+    mb.ac_pred_flag = bits->take(1);
     const unsigned cbpy = m4v_read_cbpy(bits);
     if (cbpy > 15) return 1;
     mb.dc_coding = read_quant(d, mcbpc);
