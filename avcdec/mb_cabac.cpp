@@ -113,11 +113,17 @@ static ResidualCount read_coded_block(AvcDecoder* d, ResidualCategory category, 
     return count;
 }
 
+// With finer quantisers than this the maps of 8x8 blocks are too dense to be predicted. Blocks of
+// 4x4 are so at any rate.
+static constexpr int kDenseQp = 23;
+
 static void read_luma_8x8(AvcDecoder* d, int quadrant) {
     AvcMacroblock* const mb = &d->mb;
     const ResidualTarget target = {kScan8x8.data(), d->quantiser.scale8x8,
                                    mb->coefficients + quadrant * 64};
-    const ResidualCount count = read_coded_block(d, kCatLuma8x8, false, false, target);
+    const bool is_dense = d->quantiser.qp < kDenseQp;
+    const ResidualCount count = cabac_read_block_8x8(&d->cabac, d->contexts, is_dense, target);
+    if (count.total < 0) mb->has_error = 1;
     mb->coded_mask |= luma_bit(4 * quadrant);
     if (count.end > 1) mb->ac_mask |= luma_bit(4 * quadrant);
     MbNeighbour* const top = &d->columns[mb->x];

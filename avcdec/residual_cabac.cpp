@@ -123,16 +123,6 @@ template <bool kIs8x8>
     return static_cast<int>(out - indices);
 }
 
-template <bool kIs8x8>
-[[gnu::always_inline]] static inline int read_map(CabacEngine* e, uint8_t* contexts, size_t final,
-                                                  uint8_t* indices) {
-    if constexpr (kBitWordSize == 64) {
-        return read_map_by_masks<kIs8x8>(e, contexts, final, indices);
-    } else {
-        return read_map_by_branches<kIs8x8>(e, contexts, final, indices);
-    }
-}
-
 // More bits than the level of any profile has: the stream is broken.
 static constexpr int kLevelTooLong = 1 << 21;
 
@@ -163,47 +153,76 @@ static constexpr int kLevelTooLong = 1 << 21;
     return level;
 }
 
-template <bool kIs8x8>
-static ResidualCount read_block(CabacEngine* engine, uint8_t* contexts, ResidualCategory category,
-                                int flag_inc, const ResidualTarget& target) {
-    CabacEngine e = *engine;  // in registers for the whole block
-    if (!kIs8x8) {
-        if (!cabac_decode_branch(&e, contexts + kCtxCodedBlockFlag + category * 4 + flag_inc)) {
-            *engine = e;
-            return {0, 0};
-        }
-    }
-    const CategoryLayout& layout = kLayouts[category];
-    uint8_t indices[65];
-    const int total =
-        read_map<kIs8x8>(&e, contexts + layout.significant, kIs8x8 ? 63 : layout.final, indices);
-    uint8_t* const abs_level = contexts + layout.abs_level;
-    int ones = 1;     // ctxIdxInc of the first bin: 1 + levels of 1 so far, 0 behind
-                      // a larger one
+// Reads the levels of the coefficients at the given scan indices, 1 to 64 of them, from the last to
+// the first, and writes them scaled. Returns false when one has more bits than any profile allows.
+[[gnu::always_inline]] static inline bool read_levels(CabacEngine* e, uint8_t* contexts,
+                                                      int max_greater, const uint8_t* indices,
+                                                      int total, const ResidualTarget& target) {
+    int ones = 1;     // ctxIdxInc of the first bin: 1 + levels of 1 so far, 0 behind a larger one
     int greater = 0;  // larger levels so far
-    bool has_error = false;
+    bool is_valid = true;
     for (int n = total - 1; n >= 0; --n) {
         int level = 1;
-        if (cabac_decode_branch(&e, abs_level + ones)) {
-            level = read_large_level(&e, abs_level + 5 + greater);
-            has_error |= level >= kLevelTooLong;
-            if (greater < layout.max_greater) ++greater;
+        if (cabac_decode_branch(e, contexts + ones)) {
+            level = read_large_level(e, contexts + 5 + greater);
+            is_valid &= level < kLevelTooLong;
+            if (greater < max_greater) ++greater;
             ones = 0;
         } else if (ones > 0 && ones < 4) {
             ++ones;
         }
-        const int sign = -static_cast<int>(cabac_decode_bypass(&e));
+        const int sign = -static_cast<int>(cabac_decode_bypass(e));
         const int index = indices[n];
         target.coefficients[target.scan[index]] =
             scale_level((level ^ sign) - sign, target.scale.factors[index], target.scale);
     }
-    *engine = e;
-    return {has_error ? -1 : total, indices[total - 1] + 1};
+    return is_valid;
 }
+
+// Reads what stands behind coded_block_flag.
+template <bool kIs8x8, bool kByMasks>
+[[gnu::always_inline]] static inline ResidualCount read_coefficients(CabacEngine* e,
+                                                                     uint8_t* contexts,
+                                                                     ResidualCategory category,
+                                                                     const ResidualTarget& target) {
+    const CategoryLayout& layout = kLayouts[category];
+    uint8_t* const map = contexts + layout.significant;
+    const size_t final = kIs8x8 ? 63 : layout.final;
+    uint8_t indices[65];
+    const int total = kByMasks ? read_map_by_masks<kIs8x8>(e, map, final, indices)
+                               : read_map_by_branches<kIs8x8>(e, map, final, indices);
+    const bool is_valid =
+        read_levels(e, contexts + layout.abs_level, layout.max_greater, indices, total, target);
+    return {is_valid ? total : -1, indices[total - 1] + 1};
+}
+
+// 32-bit processors execute too few instructions at once for masks.
+static constexpr bool kHasMasks = kBitWordSize == 64;
 
 ResidualCount cabac_read_block(CabacEngine* engine, uint8_t* contexts, ResidualCategory category,
                                int flag_inc, const ResidualTarget& target) {
-    return category == kCatLuma8x8
-               ? read_block<true>(engine, contexts, category, flag_inc, target)
-               : read_block<false>(engine, contexts, category, flag_inc, target);
+    CabacEngine e = *engine;  // in registers for the whole block
+    uint8_t* const flag = contexts + kCtxCodedBlockFlag + category * 4 + flag_inc;
+    ResidualCount count = {0, 0};
+    if (cabac_decode_branch(&e, flag)) {
+        count = read_coefficients<false, kHasMasks>(&e, contexts, category, target);
+    }
+    *engine = e;
+    return count;
+}
+
+template <bool kByMasks>
+static ResidualCount read_block_8x8(CabacEngine* engine, uint8_t* contexts,
+                                    const ResidualTarget& target) {
+    CabacEngine e = *engine;  // in registers for the whole block
+    const ResidualCount count =
+        read_coefficients<true, kByMasks>(&e, contexts, kCatLuma8x8, target);
+    *engine = e;
+    return count;
+}
+
+ResidualCount cabac_read_block_8x8(CabacEngine* engine, uint8_t* contexts, bool is_dense,
+                                   const ResidualTarget& target) {
+    return is_dense && kHasMasks ? read_block_8x8<kHasMasks>(engine, contexts, target)
+                                 : read_block_8x8<false>(engine, contexts, target);
 }
