@@ -139,17 +139,42 @@ static int pad(PictureSize picture, PictureSize fitted, PlaneBlock* block) {
     return 0;
 }
 
+static void copy_rows(uint8_t* to, ptrdiff_t to_pitch, const uint8_t* from, ptrdiff_t from_pitch,
+                      int32_t rows) {
+    for (; rows > 0; --rows, to += to_pitch, from += from_pitch) {
+        memcpy(to, from, static_cast<size_t>(to_pitch));
+    }
+}
+
+// Gives back most of a large picture that was scaled in place, before the JPEG library takes
+// memory. Without memory for the copy the block stays as it is.
+static void shrink(PictureSize fitted, PlaneBlock* block) {
+    PlaneBlock small;
+    const bool is_padded = static_cast<int32_t>(align16(fitted.width)) <= block->pitch &&
+                           static_cast<int32_t>(align16(fitted.height)) <= block->rows;
+    if (!is_padded || plane_block_length(fitted) > block->length / 2) return;
+    if (plane_block_create(fitted, &small) != 0) return;
+    const YuvPlanes from = plane_block_planes(*block);
+    const YuvPlanes to = plane_block_planes(small);
+    copy_rows(to.y, small.pitch, from.y, block->pitch, small.rows);
+    copy_rows(to.u, small.pitch / 2, from.u, block->pitch / 2, small.rows / 2);
+    copy_rows(to.v, small.pitch / 2, from.v, block->pitch / 2, small.rows / 2);
+    *block = std::move(small);
+}
+
 static bool is_encodable(PictureSize size) {
     return size.width >= 1 && size.height >= 1 && size.width <= kJpegMaxSide &&
            size.height <= kJpegMaxSide;
 }
 
-// Scales and pads the picture to the fitted size, unless the JPEG writer will refuse that size in
-// any case. Returns 1 without memory.
+// Scales and pads the picture to the fitted size, in a block not much larger than that, unless the
+// JPEG writer will refuse the size in any case. Returns 1 without memory.
 static int prepare(PictureSize picture, PictureSize fitted, PlaneBlock* block) {
     if (!is_encodable(fitted)) return plane_block_length(fitted) > kUpnpMaxBlock ? 1 : 0;
     if (!is_same(picture, fitted) && scale(picture, fitted, block) != 0) return 1;
-    return pad(picture, fitted, block);
+    if (pad(picture, fitted, block) != 0) return 1;
+    shrink(fitted, block);
+    return 0;
 }
 
 static int write_file(const PlaneBlock& block, const ThumbnailParams& params) {
