@@ -132,7 +132,8 @@ struct BorderArea {
     uint8_t* block(int plane) { return (plane == 0 ? luma : chroma[plane - 1]) + kPitch + 16; }
 };
 
-// Copies the neighbours of one plane that are there.
+// Copies the neighbours of one plane that are there. The one above to the left never is: with it
+// all others are there too, and the macroblock is not at the border.
 static void copy_neighbours(const uint8_t* from, ptrdiff_t pitch, int size, uint8_t available,
                             uint8_t* to) {
     const ptrdiff_t to_pitch = BorderArea::kPitch;
@@ -140,7 +141,6 @@ static void copy_neighbours(const uint8_t* from, ptrdiff_t pitch, int size, uint
     memset(to - to_pitch - 1, kMissingSample, 2 * n + 1);
     if (available & kHasTop) memcpy(to - to_pitch, from - pitch, n);
     if (available & kHasTopRight) memcpy(to - to_pitch + size, from - pitch + size, n);
-    if (available & kHasTopLeft) to[-to_pitch - 1] = from[-pitch - 1];
     for (int y = 0; y < size; ++y) {
         to[y * to_pitch - 1] = available & kHasLeft ? from[y * pitch - 1] : kMissingSample;
     }
