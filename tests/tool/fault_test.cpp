@@ -211,6 +211,17 @@ TEST_F(Faults, HostileFilesCostLittleTimeAndMemory) {
     }
 }
 
+TEST_F(Faults, MediaDataCostsNoMemory) {
+    const std::string path = folder_.path("long.mp4");
+    for (const char* const name : {"cabac_8x8.mp4", "index_last.mov", "mpeg4.mp4", "h263.3gp"}) {
+        const std::string clip = read_file(kMedia + name);
+        write_file(path, clip + u32(1 << 30) + "free");
+        std::filesystem::resize_file(path, clip.size() + (1 << 30));  // as a hole
+        EXPECT_EQ(run(path), 0) << name;
+        EXPECT_LT(g_memPeak, most_memory(clip.size(), 1 << 20)) << name;
+    }
+}
+
 // Sets, removes and inserts bytes, in half of the mutants those of the index alone.
 static std::string mutate(std::string clip, uint32_t seed) {
     std::mt19937 random(seed);
