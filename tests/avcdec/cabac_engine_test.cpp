@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// The ends of the engine's ranges; clips show that it decodes what was encoded.
+// The ends of the engine's ranges, and readers that must agree; clips show that both decode what
+// was encoded.
 #include "avcdec/cabac_engine.h"
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <vector>
+
+#include "avcdec/quant_tables.h"
+#include "avcdec/residual_cabac.h"
 
 namespace {
 
@@ -52,6 +57,36 @@ TEST(CabacEngine, ReadsZerosBehindTheEndAndCountsThem) {
         for (int i = 0; i < 400; ++i) cabac_decode_bypass(&engine);
         EXPECT_EQ(cabac_position(&engine, data.data()), 409U) << length;
     }
+}
+
+// Any bytes are some block. Contexts are kept from block to block, so that they grow skewed.
+TEST(CabacEngine, DenseAndSparseBlocksAreReadAlike) {
+    static constexpr int kBlocks = 2000;
+    std::mt19937 random(1);
+    Bytes data(40 * kBlocks);
+    for (uint8_t& byte : data) byte = static_cast<uint8_t>(random());
+    const std::vector<int32_t> factors(64, 1);
+    CabacEngine engines[2] = {started(data), started(data)};
+    std::vector<Bytes> contexts(2, Bytes(kCabacContexts));
+    for (int block = 0; block < kBlocks; ++block) {
+        if (block % 50 == 0) {
+            for (uint8_t& context : contexts[0]) context = static_cast<uint8_t>(random() % 124);
+            contexts[1] = contexts[0];
+        }
+        std::vector<int16_t> levels[2];
+        for (const bool is_dense : {false, true}) {
+            levels[is_dense].assign(64, 0);
+            const ResidualTarget target = {
+                kScan8x8.data(), {factors.data(), 0, 0}, levels[is_dense].data()};
+            const ResidualCount count = cabac_read_block_8x8(
+                &engines[is_dense], contexts[is_dense].data(), is_dense, target);
+            levels[is_dense].push_back(static_cast<int16_t>(count.total));
+            levels[is_dense].push_back(static_cast<int16_t>(count.end));
+        }
+        ASSERT_EQ(levels[0], levels[1]) << block;
+        ASSERT_EQ(contexts[0], contexts[1]) << block;
+    }
+    EXPECT_EQ(engines[0].padding_bits, 0U);
 }
 
 }  // namespace
