@@ -7,9 +7,9 @@
 #include <stdlib.h>
 #include <time.h>
 
-#include "bench/record_decoder.h"
 #include "bench/sync_samples.h"
 #include "runtime/accounted_memory.h"
+#include "thumb/decode_key_frame.h"
 
 struct Totals {
     long frames;
@@ -27,7 +27,7 @@ static double cpu_now_s() {
 static void decode_timed(const KeyFrame* record, int32_t codec_kind, Totals* totals) {
     DecodedPicture picture;
     const double start_s = cpu_now_s();
-    const int result = decode_record(record, codec_kind, &picture);
+    const int result = decode_key_frame(*record, codec_kind, &picture);
     if (result == 0) upnp_free(picture.planes);
     totals->cpu_s += cpu_now_s() - start_s;
     totals->bytes += record->bytes_read;
@@ -41,7 +41,7 @@ static Totals decode_movie(SyncSamples* samples, long repeat) {
         sync_samples_rewind(samples);
         while (sync_samples_read(samples, &record) == 0) {
             decode_timed(&record, sync_samples_codec_kind(), &totals);
-            release_record(&record);
+            key_frame_release(&record);
         }
     }
     return totals;

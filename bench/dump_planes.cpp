@@ -8,8 +8,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "bench/record_decoder.h"
 #include "runtime/accounted_memory.h"
+#include "thumb/decode_key_frame.h"
 #include "tool/key_frames.h"
 
 // Returns 0 and fills *picture, or 1.
@@ -21,8 +21,8 @@ static int decode_at(const char* path, int percent, DecodedPicture* picture) {
     request.records = &record;
     request.codec_kind = kCodecNone;
     const bool is_there = GetKeyFrameMpeg4(path, &request) == 0 && request.key_frame_count == 1;
-    const int result = is_there ? decode_record(&record, request.codec_kind, picture) : 1;
-    release_record(&record);
+    const int result = is_there ? decode_key_frame(record, request.codec_kind, picture) : 1;
+    key_frame_release(&record);
     return result;
 }
 

@@ -6,7 +6,7 @@
 #include <stdint.h>
 
 #include "mp4/buffered_file.h"
-#include "thumb/key_frame.h"
+#include "runtime/key_frame.h"
 
 struct SyncSamples {
     OpenFile file;

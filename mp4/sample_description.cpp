@@ -9,6 +9,7 @@
 #include "mp4/sample_tables.h"
 #include "mp4/video_state.h"
 #include "runtime/byte_order.h"
+#include "runtime/key_frame.h"
 #include "runtime/message_log.h"
 
 // Offsets in the content of "stsd": the first entry stands at 8.
@@ -62,14 +63,14 @@ void searchESD(ByteView data) {
     if (start < 0) return;
     // The descriptor's length, as far as its last byte tells it.
     const uint32_t length = u8_at(data, start - 1) & 0x7f;
-    g_video_state.codec_kind = 1;
+    g_video_state.codec_kind = kCodecMpeg4;
     copy_block(data, start, length, &g_video_state.mpeg4_config, __func__);
 }
 
 void get_H263_config(ByteView data) {
     const int64_t tag = find_tag(data, "d263");
     if (tag < 0) return;
-    g_video_state.codec_kind = 2;
+    g_video_state.codec_kind = kCodecH263;
     copy_block(data, tag + 4, static_cast<uint32_t>(data.length - tag), &g_video_state.h263_config,
                __func__);
 }
@@ -101,14 +102,14 @@ static void parse_avc_entry(ByteView content, ParseContext* context) {
     context->info.height = u16_at(content, kEntryHeight);
     upnp_log_message(kLogTrace, kLogScan, "mp4_parse_stsd", 0, "Size: %dx%d ",
                      static_cast<int>(context->info.width), static_cast<int>(context->info.height));
-    g_video_state.codec_kind = 3;
+    g_video_state.codec_kind = kCodecAvc;
     const int64_t record = find_bytes(content, "avcC");
     // Four bytes of version, profile and level lie between the type and what is parsed.
     if (record >= 0) parseAVCC(view_from(content, record + 8));
 }
 
 static void parse_mpeg4_entry(ByteView content) {
-    g_video_state.codec_kind = 1;
+    g_video_state.codec_kind = kCodecMpeg4;
     const ByteView esds = view_from(content, kEsdsType);
     if (esds.length >= 4 && memcmp(esds.bytes, "esds", 4) == 0) searchESD(esds);
 }
@@ -122,10 +123,10 @@ static void parse_entry(ByteView content, ParseContext* context) {
     } else if (strcmp(format, "mp4v") == 0) {
         parse_mpeg4_entry(content);
     } else if (strcmp(format, "s263") == 0) {
-        g_video_state.codec_kind = 2;
+        g_video_state.codec_kind = kCodecH263;
         if (!g_video_state.h263_config.bytes) get_H263_config(content);
     } else {
-        g_video_state.codec_kind = -1;
+        g_video_state.codec_kind = kCodecNone;
         if (strcmp(format, "drmi") == 0) context->info.is_protected = true;
     }
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "mp4/video_state.h"
 
+#include "runtime/key_frame.h"
+
 VideoState g_video_state;
 
 void mp4_release_video_state() {
@@ -8,7 +10,7 @@ void mp4_release_video_state() {
     const int32_t length_prefix_size = state->length_prefix_size;
     const int64_t work_left = state->work_left;
     *state = VideoState{};
-    state->codec_kind = -1;
+    state->codec_kind = kCodecNone;
     state->length_prefix_size = length_prefix_size;
     state->work_left = work_left;
 }

@@ -62,7 +62,7 @@ struct VideoState {
     FileTable sample_sizes;
     FileTable chunk_offsets;
     SampleCursor cursor;
-    int32_t codec_kind;         // -1 none or protected, 1 MPEG-4 Part 2, 2 H.263, 3 H.264
+    int32_t codec_kind;         // kCodec... of runtime/key_frame.h
     ConfigBlock sequence_sets;  // H.264, each behind its 16-bit length
     ConfigBlock picture_sets;
     ConfigBlock mpeg4_config;

@@ -5,7 +5,7 @@
 #include <stdint.h>
 
 #include "avcdec/decoded_picture.h"
-#include "thumb/key_frame.h"
+#include "runtime/key_frame.h"
 
 // Decodes the record's sample (codec kind kCodecMpeg4 or kCodecH263). Returns 0 and fills *picture,
 // whose planes the caller releases, or 1 on any failure; planes that are in *picture then are

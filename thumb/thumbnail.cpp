@@ -7,40 +7,12 @@
 #include <algorithm>
 #include <utility>
 
-#include "avcdec/decode_key_frame_avc.h"
-#include "thumb/decode_key_frame_mpeg4.h"
+#include "thumb/decode_key_frame.h"
 #include "thumb/fit.h"
 #include "thumb/jpeg_writer.h"
 #include "thumb/pad.h"
 #include "thumb/plane_block.h"
 #include "thumb/scale.h"
-
-constexpr int32_t kSmallestAvcConfig = 4;
-
-static int decode_avc(const KeyFrame& record, DecodedPicture* picture) {
-    const int32_t prefix = record.length_prefix_size;
-    if (prefix != 1 && prefix != 2 && prefix != 4) return 1;
-    if (record.config_length < kSmallestAvcConfig || prefix + 1 >= record.bytes_read) return 1;
-    AvcFrameRequest request = {};
-    request.parameter_sets = record.config;
-    request.parameter_sets_length = static_cast<uint32_t>(record.config_length);
-    request.sample = record.sample;
-    request.sample_length = static_cast<uint32_t>(record.bytes_read);
-    request.nal_length_size = prefix;
-    return DecodeKeyFrameAvc(&request, picture);
-}
-
-static int decode(const KeyFrame& record, DecodedPicture* picture, int32_t codec_kind) {
-    switch (codec_kind) {
-        case kCodecAvc:
-            return decode_avc(record, picture);
-        case kCodecMpeg4:
-        case kCodecH263:
-            return DecodeKeyFrameMpeg4(&record, picture, codec_kind);
-        default:
-            return 1;
-    }
-}
 
 // Takes over the decoder's block, in which V is as long as U and comes last.
 static void take_planes(const DecodedPicture& picture, PlaneBlock* block) {
@@ -189,11 +161,10 @@ static int write_file(const PlaneBlock& block, const ThumbnailParams& params) {
 int WriteThumbnail(const KeyFrame* record, ThumbnailParams* params, int32_t codec_kind) {
     if (!params || !record || !record->config || !record->sample || !params->output_path) return 1;
     DecodedPicture picture = {};
-    const int status = decode(*record, &picture, codec_kind);
+    if (decode_key_frame(*record, codec_kind, &picture) != 0) return 1;
     PlaneBlock block;
     take_planes(picture, &block);
-    if (status == 1) return 1;
-    if (!picture.planes) return status;
+    if (!picture.planes) return 0;
 
     PictureSize size = {static_cast<int32_t>(picture.width), static_cast<int32_t>(picture.height)};
     if (crop(picture, &block, &size) != 0) return 1;

@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-#include "thumb/key_frame.h"
+#include "runtime/key_frame.h"
 
 struct ThumbnailParams {
     const char* output_path;

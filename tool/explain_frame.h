@@ -5,7 +5,7 @@
 
 #include <stdint.h>
 
-#include "thumb/key_frame.h"
+#include "runtime/key_frame.h"
 #include "tool/explain_avc.h"
 #include "tool/explain_reason.h"
 

@@ -92,10 +92,10 @@ static void write_to_nowhere(const Arguments& args, const KeyFrame* records, Tri
     }
 }
 
-static void release_records(const KeyFrame* records, int32_t requested, int32_t reported) {
+static void release_records(KeyFrame* records, int32_t requested, int32_t reported) {
     for (int32_t i = 0; i < requested; ++i) {
         if (i >= reported && !records[i].config && !records[i].sample) return;
-        const Owned<uint8_t> config(records[i].config), sample(records[i].sample);
+        key_frame_release(&records[i]);
     }
 }
 

@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-#include "thumb/key_frame.h"
+#include "runtime/key_frame.h"
 
 struct KeyFrameRequest {
     int32_t clip_offset_percent;  // in: 0 to 100

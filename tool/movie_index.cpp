@@ -7,8 +7,8 @@
 #include "mp4/fragments.h"
 #include "mp4/sample_tables.h"
 #include "mp4/video_state.h"
+#include "runtime/key_frame.h"
 #include "runtime/message_log.h"
-#include "thumb/key_frame.h"
 #include "tool/file_query.h"
 
 int movie_walk(BufferedFile* file, const char* path, ParseContext* context) {

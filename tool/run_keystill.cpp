@@ -21,18 +21,12 @@ static int write_chosen(const Arguments& args, const KeyFrameRequest& request) {
     return WriteThumbnail(chosen, &params, request.codec_kind) == 1 ? 1 : 0;
 }
 
-static void release_block(uint8_t** block) {
-    if (*block) upnp_free(*block);
-    *block = nullptr;
-}
-
 // Records are filled from the front, so the first empty one behind those reported ends them: the
 // untouched rest of a long array is not even read.
 static void release_records(KeyFrame* records, int32_t requested, int32_t reported) {
     for (int32_t i = 0; i < requested; ++i) {
         if (i >= reported && !records[i].config && !records[i].sample) return;
-        release_block(&records[i].config);
-        release_block(&records[i].sample);
+        key_frame_release(&records[i]);
     }
 }
 

@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-#include "thumb/key_frame.h"
+#include "runtime/key_frame.h"
 
 // The frame at the percentile (0 to 100) of the bytes read, among the first count records that
 // have both blocks. Null when none has, or without memory.

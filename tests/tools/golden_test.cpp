@@ -8,8 +8,8 @@
 #include <sstream>
 #include <string>
 
-#include "bench/record_decoder.h"
 #include "runtime/accounted_memory.h"
+#include "thumb/decode_key_frame.h"
 #include "tool/key_frames.h"
 
 namespace {
@@ -42,11 +42,11 @@ std::string describe_key_frame(const std::string& clip, int percent) {
     std::ostringstream text;
     const std::string path = KEYSTILL_MEDIA + clip;
     if (GetKeyFrameMpeg4(path.c_str(), &request) == 0 && request.key_frame_count == 1 &&
-        decode_record(&record, request.codec_kind, &picture) == 0) {
+        decode_key_frame(record, request.codec_kind, &picture) == 0) {
         text << picture.width << 'x' << picture.height << ' ' << std::hex << crc_of_planes(picture);
         upnp_free(picture.planes);
     }
-    release_record(&record);
+    key_frame_release(&record);
     return text.str();
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// One collected key frame: what the collector fills and the thumbnail writer decodes.
+// One coded key frame, as a container reader finds it and a decoder takes it, and the numbers of
+// the codecs.
 #pragma once
 
 #include <stdint.h>
@@ -10,7 +11,7 @@ constexpr int32_t kCodecMpeg4 = 1;  // MPEG-4 Part 2, "mp4v" with "esds"
 constexpr int32_t kCodecH263 = 2;   // H.263, "s263" with "d263"
 constexpr int32_t kCodecAvc = 3;    // H.264, "avc1" with "avcC"
 
-// Both blocks are owned by whoever owns the record and released with upnp_free.
+// Both blocks are owned by whoever owns the record and released with key_frame_release.
 struct KeyFrame {
     uint8_t* config;             // decoder configuration that precedes the sample in decoding
     int32_t config_length;       // bytes
@@ -19,3 +20,6 @@ struct KeyFrame {
     int32_t length_prefix_size;  // 1 to 4 for H.264, 0 for the other codecs
     int32_t sample_capacity;     // bytes asked for: sample size + length prefix size
 };
+
+// Releases both blocks and forgets them; the other fields stay.
+void key_frame_release(KeyFrame* frame);

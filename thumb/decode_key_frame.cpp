@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "thumb/decode_key_frame.h"
+
+#include "avcdec/decode_key_frame_avc.h"
+#include "runtime/accounted_memory.h"
+#include "thumb/decode_key_frame_mpeg4.h"
+
+constexpr int32_t kSmallestAvcConfig = 4;
+
+static int decode_avc(const KeyFrame& frame, DecodedPicture* picture) {
+    const int32_t prefix = frame.length_prefix_size;
+    if (prefix != 1 && prefix != 2 && prefix != 4) return 1;
+    if (frame.config_length < kSmallestAvcConfig || prefix + 1 >= frame.bytes_read) return 1;
+    AvcFrameRequest request = {};
+    request.parameter_sets = frame.config;
+    request.parameter_sets_length = static_cast<uint32_t>(frame.config_length);
+    request.sample = frame.sample;
+    request.sample_length = static_cast<uint32_t>(frame.bytes_read);
+    request.nal_length_size = prefix;
+    return DecodeKeyFrameAvc(&request, picture);
+}
+
+static int decode(const KeyFrame& frame, int32_t codec_kind, DecodedPicture* picture) {
+    if (!frame.config || !frame.sample) return 1;
+    switch (codec_kind) {
+        case kCodecAvc:
+            return decode_avc(frame, picture);
+        case kCodecMpeg4:
+        case kCodecH263:
+            return DecodeKeyFrameMpeg4(&frame, picture, codec_kind);
+        default:
+            return 1;
+    }
+}
+
+int decode_key_frame(const KeyFrame& frame, int32_t codec_kind, DecodedPicture* picture) {
+    *picture = {};
+    if (decode(frame, codec_kind, picture) == 0) return 0;
+    if (picture->planes) upnp_free(picture->planes);
+    *picture = {};
+    return 1;
+}
