@@ -94,6 +94,7 @@ void avcdec_get_stream_info(const AvcDecoder* d, AvcStreamInfo* info, uint32_t s
     info->crop_right = sps->frame_crop_right_offset;
     info->crop_top = sps->frame_crop_top_offset;
     info->crop_bottom = sps->frame_crop_bottom_offset;
+    info->presentation = sps->presentation;
 }
 
 static void count_picture(AvcDecoder* d, AvcDecodeOutput* out) {

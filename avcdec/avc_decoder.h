@@ -90,6 +90,7 @@ struct AvcStreamInfo {
     uint32_t crop_right;
     uint32_t crop_top;
     uint32_t crop_bottom;
+    StreamPresentation presentation;
 };
 
 struct AvcDecoder {

@@ -40,6 +40,7 @@ static int make_picture(const AvcStreamInfo& info, DecodedPicture* picture, AvcD
     picture->crop_right = info.crop_right << shift;
     picture->crop_top = info.crop_top << shift;
     picture->crop_bottom = info.crop_bottom << shift;
+    picture->presentation = info.presentation;
     in->target = picture->planes;
     in->target_size = static_cast<uint32_t>(luma_size * 3 / 2);
     in->stride = info.width;

@@ -4,6 +4,15 @@
 
 #include <stdint.h>
 
+// What a stream says about showing its pictures; 0 where it says nothing. Decoding does not depend
+// on any of it.
+struct StreamPresentation {
+    uint16_t pixel_width;  // shape of a pixel
+    uint16_t pixel_height;
+    uint8_t matrix_coefficients;  // ISO/IEC 23091-2 8.3
+    uint8_t full_range;           // 1 when samples use 0 to 255
+};
+
 // One block holds Y, then U, then V (4:2:0, 8 bits a sample). Chroma planes are width/2 x height/2
 // with pitch stride/2, grey (128) for a monochrome stream.
 struct DecodedPicture {
@@ -18,4 +27,5 @@ struct DecodedPicture {
     uint32_t crop_right;
     uint32_t crop_top;
     uint32_t crop_bottom;
+    StreamPresentation presentation = {};
 };

@@ -111,12 +111,36 @@ static void skip_hrd_parameters(AvcBitReader* r) {
     bits_skip(r, 10);
 }
 
-// H.264 E.1.1, read over: nothing in it changes the decoding of one picture.
-static void skip_vui(AvcBitReader* r) {
-    if (bits_read_1(r) && bits_read(r, 8) == 255) bits_skip(r, 32);  // aspect ratio
-    if (bits_read_1(r)) bits_skip(r, 1);                             // overscan
-    if (bits_read_1(r) && bits_read(r, 5) & 1) bits_skip(r, 24);     // video signal type
-    if (bits_read_1(r)) {                                            // chroma sample location
+// H.264 table E-1.
+static void parse_aspect_ratio(AvcBitReader* r, StreamPresentation* presentation) {
+    static constexpr uint8_t kPixelShapes[][2] = {
+        {0, 0},   {1, 1},   {12, 11}, {10, 11}, {16, 11},  {40, 33}, {24, 11}, {20, 11}, {32, 11},
+        {80, 33}, {18, 11}, {15, 11}, {64, 33}, {160, 99}, {4, 3},   {3, 2},   {2, 1}};
+    constexpr uint32_t kExtendedSar = 255;
+    const uint32_t aspect_ratio_idc = bits_read(r, 8);
+    if (aspect_ratio_idc == kExtendedSar) {
+        presentation->pixel_width = static_cast<uint16_t>(bits_read(r, 16));
+        presentation->pixel_height = static_cast<uint16_t>(bits_read(r, 16));
+    } else if (aspect_ratio_idc < sizeof kPixelShapes / sizeof kPixelShapes[0]) {
+        presentation->pixel_width = kPixelShapes[aspect_ratio_idc][0];
+        presentation->pixel_height = kPixelShapes[aspect_ratio_idc][1];
+    }
+}
+
+static void parse_video_signal_type(AvcBitReader* r, StreamPresentation* presentation) {
+    bits_skip(r, 3);  // video_format
+    presentation->full_range = static_cast<uint8_t>(bits_read_1(r));
+    if (!bits_read_1(r)) return;
+    bits_skip(r, 16);  // primaries, transfer characteristics
+    presentation->matrix_coefficients = static_cast<uint8_t>(bits_read(r, 8));
+}
+
+// H.264 E.1.1: nothing in it changes the decoding of one picture.
+static void parse_vui(AvcBitReader* r, StreamPresentation* presentation) {
+    if (bits_read_1(r)) parse_aspect_ratio(r, presentation);
+    if (bits_read_1(r)) bits_skip(r, 1);  // overscan
+    if (bits_read_1(r)) parse_video_signal_type(r, presentation);
+    if (bits_read_1(r)) {  // chroma sample location
         bits_ue(r);
         bits_ue(r);
     }
@@ -156,7 +180,7 @@ static int parse_sps_fields(AvcBitReader* r, AvcSps* sps) {
     sps->direct_8x8_inference_flag = static_cast<uint8_t>(bits_read_1(r));
     parse_cropping(r, sps);
     sps->vui_parameters_present_flag = static_cast<uint8_t>(bits_read_1(r));
-    if (sps->vui_parameters_present_flag) skip_vui(r);
+    if (sps->vui_parameters_present_flag) parse_vui(r, &sps->presentation);
     bits_skip_trailing(r);
     return 0;
 }

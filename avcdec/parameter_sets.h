@@ -8,6 +8,7 @@
 #include <stdint.h>
 
 #include "avcdec/bit_reader.h"
+#include "avcdec/decoded_picture.h"
 
 struct AvcDecoder;
 
@@ -48,7 +49,8 @@ struct AvcSps {
     uint16_t frame_crop_top_offset;
     uint16_t frame_crop_bottom_offset;
     uint8_t vui_parameters_present_flag;
-    uint16_t width;  // luma samples of the macroblock grid
+    StreamPresentation presentation;  // of the VUI
+    uint16_t width;                   // luma samples of the macroblock grid
     uint16_t height;
     uint16_t width_mbs;
     uint16_t height_mbs;

@@ -5,6 +5,8 @@ namespace {
 
 constexpr unsigned kExtendedType = 7;  // source format: PLUSPTYPE follows
 constexpr unsigned kCustomFormat = 6;
+constexpr unsigned kCifPixels = 2;  // 12:11, in all standard formats
+constexpr unsigned kExtendedPar = 15;
 
 // OPPTYPE, 18 bits, first bit at 17.
 constexpr unsigned kOptCustomClock = 1u << 14;
@@ -29,6 +31,7 @@ static int set_standard_format(unsigned format, H263Picture* picture) {
     if (format < 1 || format > 5) return 1;
     picture->width = kSizes[format][0];
     picture->height = kSizes[format][1];
+    m4v_set_pixel_shape(kCifPixels, 0, 0, &picture->presentation);
     return 0;
 }
 
@@ -39,7 +42,8 @@ static int parse_custom_format(M4vBits* bits, H263Picture* picture) {
     if (!bits->flag()) return 1;
     const unsigned height = bits->read(9) * 4;
     picture->height = static_cast<uint16_t>(height);
-    if (aspect == 15) bits->read(16);
+    const unsigned par = aspect == kExtendedPar ? bits->read(16) : 0;
+    m4v_set_pixel_shape(aspect, par >> 8, par & 0xff, &picture->presentation);
     return height == 0 || height > 1152;
 }
 

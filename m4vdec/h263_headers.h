@@ -7,11 +7,13 @@
 #include <stdint.h>
 
 #include "m4vdec/m4v_bits.h"
+#include "m4vdec/m4v_presentation.h"
 
 struct H263Picture {
-    uint16_t width;           // luma samples: 4 to 2048, a multiple of 4
-    uint16_t height;          // 4 to 1152
-    uint8_t quant;            // 1 to 31
+    uint16_t width;   // luma samples: 4 to 2048, a multiple of 4
+    uint16_t height;  // 4 to 1152
+    uint8_t quant;    // 1 to 31
+    M4vPresentation presentation;
     bool is_multipoint;       // CPM: sub-bitstream indicators in the headers below
     bool has_advanced_intra;  // Annex I
     bool has_deblocking;      // Annex J

@@ -47,6 +47,7 @@ static void read_h263_size(M4vDecoder* d, const uint8_t* data, size_t length) {
     bits.start(data, length);
     if (h263_parse_picture(&bits, &picture) == 0) {
         set_size(d, picture.width, picture.height);
+        d->layer.presentation = picture.presentation;
     }
 }
 
@@ -118,6 +119,8 @@ void m4v_picture_size(const M4vDecoder* decoder, uint32_t* width, uint32_t* heig
     *width = decoder->width;
     *height = decoder->height;
 }
+
+M4vPresentation m4v_presentation(const M4vDecoder* decoder) { return decoder->layer.presentation; }
 
 bool m4v_can_hold_picture(const M4vDecoder* decoder, uint32_t sample_length) {
     const uint64_t macroblocks =

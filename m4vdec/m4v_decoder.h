@@ -5,6 +5,8 @@
 
 #include <stdint.h>
 
+#include "m4vdec/m4v_presentation.h"
+
 struct M4vDecoder;
 
 struct M4vInput {
@@ -31,6 +33,9 @@ int m4v_read_headers(M4vDecoder* decoder, const M4vInput& sample);
 
 // Luma samples: up to 8191 each way.
 void m4v_picture_size(const M4vDecoder* decoder, uint32_t* width, uint32_t* height);
+
+// What the headers read so far say about showing the picture.
+M4vPresentation m4v_presentation(const M4vDecoder* decoder);
 
 // Whether a sample of that many bytes can hold a picture of the decoder's size at all. To be asked
 // before memory is spent on a picture that only a damaged header claims.

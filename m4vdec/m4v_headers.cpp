@@ -6,6 +6,9 @@
 #include "m4vdec/m4v_idct.h"
 #include "m4vdec/m4v_scan.h"
 
+constexpr unsigned kVideoObject = 1;  // visual_object_type
+constexpr unsigned kExtendedPar = 15;
+
 // Marker bits are not insisted on in headers: some writers got them wrong.
 static void skip_marker(M4vBits* bits) { bits->read(1); }
 
@@ -33,9 +36,26 @@ void m4v_parse_sequence(M4vBits* bits, M4vLayer* layer) {
     layer->is_studio = profile_and_level >= 0xe1 && profile_and_level <= 0xe8;
 }
 
+// ISO/IEC 14496-2 6.2.2.
+static void parse_video_signal_type(M4vBits* bits, M4vPresentation* presentation) {
+    presentation->matrix_coefficients = 0;
+    presentation->is_full_range = false;
+    if (!bits->flag()) return;
+    bits->read(3);  // video_format
+    presentation->is_full_range = bits->flag();
+    if (!bits->flag()) return;
+    bits->read(16);  // primaries, transfer characteristics
+    presentation->matrix_coefficients = static_cast<uint8_t>(bits->read(8));
+}
+
 void m4v_parse_visual_object(M4vBits* bits, M4vLayer* layer) {
     layer->visual_object_verid = 1;
-    if (bits->flag()) layer->visual_object_verid = static_cast<uint8_t>(bits->read(4));
+    if (bits->flag()) {
+        layer->visual_object_verid = static_cast<uint8_t>(bits->read(4));
+        bits->read(3);  // visual_object_priority
+    }
+    const unsigned type = bits->read(4);
+    if (type == kVideoObject) parse_video_signal_type(bits, &layer->presentation);
 }
 
 static void skip_control_parameters(M4vBits* bits) {
@@ -141,7 +161,9 @@ static int parse_layer_fields(M4vBits* bits, M4vLayer* layer) {
         verid = bits->read(4);
         bits->read(3);
     }
-    if (bits->read(4) == 15) bits->read(16);  // aspect_ratio_info, extended_PAR
+    const unsigned aspect_ratio_info = bits->read(4);
+    const unsigned par = aspect_ratio_info == kExtendedPar ? bits->read(16) : 0;
+    m4v_set_pixel_shape(aspect_ratio_info, par >> 8, par & 0xff, &layer->presentation);
     if (bits->flag()) skip_control_parameters(bits);
     if (bits->read(2) != 0) return 1;  // video_object_layer_shape: rectangular
     skip_marker(bits);
@@ -165,6 +187,7 @@ int m4v_parse_layer(M4vBits* bits, M4vLayer* layer) {
     M4vLayer next = {};
     next.visual_object_verid = layer->visual_object_verid;
     next.is_studio = layer->is_studio;
+    next.presentation = layer->presentation;
     next.is_valid = !next.is_studio && parse_layer_fields(bits, &next) == 0 && !bits->overrun();
     *layer = next;
     return !next.is_valid;

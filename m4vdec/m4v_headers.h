@@ -7,6 +7,7 @@
 #include <stdint.h>
 
 #include "m4vdec/m4v_bits.h"
+#include "m4vdec/m4v_presentation.h"
 
 // Start code values, behind 00 00 01.
 constexpr unsigned kStartVideoObjectLast = 0x1f;
@@ -32,6 +33,7 @@ struct M4vLayer {
     bool has_reversible_vlc;
     bool has_reduced_resolution;  // a VOP may be coded with it
     uint8_t intra_matrix[64];     // by m4v_position
+    M4vPresentation presentation;
 };
 
 struct M4vVop {

@@ -29,6 +29,9 @@ static int decode(M4vDecoder* decoder, const M4vInput& sample, DecodedPicture* p
     picture->u_offset = luma;
     picture->v_offset = luma + luma / 4;
     picture->cropped = 0;
+    const M4vPresentation presentation = m4v_presentation(decoder);
+    picture->presentation = {presentation.pixel_width, presentation.pixel_height,
+                             presentation.matrix_coefficients, presentation.is_full_range};
     return 0;
 }
 

@@ -57,6 +57,31 @@ class ParameterSets : public testing::Test {
 
 std::string ue(uint32_t value) { return BitPacker().ue(value).bits(); }
 
+TEST_F(ParameterSets, HandsOutWhatTheStreamSaysOfShowingIt) {
+    const std::string rest = "0 0 0 0 0 0";  // chroma location to bitstream restriction
+    const struct {
+        std::string vui;
+        int pixel_width, pixel_height, matrix, full_range;
+    } kCases[] = {
+        {"", 0, 0, 0, 0},
+        {"0 0 0 " + rest, 0, 0, 0, 0},
+        {"1 00001110 0 0 " + rest, 4, 3, 0, 0},
+        {"1 00010001 0 0 " + rest, 0, 0, 0, 0},
+        {"1 11111111 0000000100000000 0000000000000011 1 1 0 " + rest, 256, 3, 0, 0},
+        {"0 0 1 101 1 0 " + rest, 0, 0, 0, 1},
+        {"0 0 1 101 0 1 00000001 00000001 00001001 " + rest, 0, 0, 9, 0},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.vui);
+        ASSERT_EQ(feed(sps_nal({.vui = c.vui})), 0u);
+        const StreamPresentation p = info().presentation;
+        EXPECT_EQ(p.pixel_width, c.pixel_width);
+        EXPECT_EQ(p.pixel_height, c.pixel_height);
+        EXPECT_EQ(p.matrix_coefficients, c.matrix);
+        EXPECT_EQ(p.full_range, c.full_range);
+    }
+}
+
 TEST_F(ParameterSets, TakesOrRefusesASet) {
     const std::string cycle = "1" + ue(4) + ue(0) + ue(2) + ue(7) + ue(8);
     const std::string cycle_of_256 = "111" + ue(256) + std::string(256, '1');
