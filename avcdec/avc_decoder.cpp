@@ -47,7 +47,6 @@ void avcdec_destroy(AvcDecoder* d) {
         if (sps) upnp_free(sps);
     }
     for (AvcPps* const pps : d->pps_table) {
-        if (pps && pps->raw) upnp_free(pps->raw);
         if (pps) upnp_free(pps);
     }
     upnp_free(d->block);
@@ -108,10 +107,11 @@ static bool is_target_of_active_sps(const AvcDecodeInput* in) {
 }
 
 // A parameter set may have been replaced by one of another size after the target was made for it.
-static bool is_target_large_enough(const AvcDecodeInput* in) {
+// In a larger target samples would stay unset.
+static bool is_target_of_active_size(const AvcDecodeInput* in) {
     const AvcSps* const sps = in->decoder->active_sps;
-    const uint64_t size = uint64_t{in->stride} * sps->height * 3 / 2;
-    return in->stride >= sps->width && in->stride % 2 == 0 && size <= in->target_size;
+    const uint64_t size = uint64_t{sps->width} * sps->height * 3 / 2;
+    return in->stride == sps->width && in->target_size == size;
 }
 
 static void set_target(AvcDecoder* d, const AvcDecodeInput* in) {
@@ -160,7 +160,7 @@ static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
         out->consumed = 0;
         return;
     }
-    if (!is_target_large_enough(in)) {
+    if (!is_target_of_active_size(in)) {
         out->error = kAvcBadSliceHeader;
         return;
     }

@@ -60,8 +60,8 @@ struct AvcDecodeInput {
     uint8_t* target;  // the picture to decode into, null until the first SPS is known
     uint32_t nal_length;
     uint64_t time_stamp;
-    uint32_t stride;        // luma pitch of the target; U follows after height rows, then V
-    uint32_t target_size;   // bytes at target: no sample is written beyond them
+    uint32_t stride;        // luma pitch of the target, its width; U follows after height rows
+    uint32_t target_size;   // bytes at target; a slice of pictures of another size is refused
     int32_t target_sps_id;  // the SPS for which the target was sized, -1 = none yet
     uint32_t option_index;
     uint32_t call_flags;  // AvcCallFlags

@@ -11,22 +11,22 @@ static EdgeThresholds thresholds(const DeblockRecord& q, int qp) {
     return {kDeblockAlpha[index_a], kDeblockBeta[index_b], kDeblockTc0[index_a]};
 }
 
-// The quantiser of plane c of macroblock r, where the edges of macroblock q are filtered.
-static int plane_qp(const DeblockRecord& r, int c, const DeblockRecord& q) {
-    return c == 0 ? r.qp : kChromaQp[12 + r.qp + q.chroma_offset[c - 1]];
+// The quantiser of plane c of a macroblock.
+static int plane_qp(const DeblockRecord& r, int c) {
+    return c == 0 ? r.qp : kChromaQp[12 + r.qp + r.chroma_offset[c - 1]];
 }
 
 // Sets the edges of plane c towards both neighbours. sides are the macroblocks on the other side of
 // the outer edges, by DeblockDirection; null when that edge is not filtered.
 static void set_edges(const DeblockRecord* const sides[2], const DeblockRecord& q, int c,
                       DeblockEdges edges[2][3]) {
-    const int q_qp = plane_qp(q, c, q);
+    const int q_qp = plane_qp(q, c);
     for (int direction = 0; direction < 2; ++direction) {
         const DeblockRecord* const p = sides[direction];
         DeblockEdges* const e = &edges[direction][c];
         e->inner = thresholds(q, q_qp);
         e->inner_step = c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;
-        e->outer = p ? thresholds(q, (plane_qp(*p, c, q) + q_qp + 1) >> 1) : EdgeThresholds{};
+        e->outer = p ? thresholds(q, (plane_qp(*p, c) + q_qp + 1) >> 1) : EdgeThresholds{};
     }
 }
 

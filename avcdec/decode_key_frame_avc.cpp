@@ -60,7 +60,8 @@ static int update_picture(const AvcDecodeOutput& out, DecodedPicture* picture, A
     }
     AvcStreamInfo info;
     avcdec_get_stream_info(in->decoder, &info, id);
-    return info.error ? 1 : make_picture(info, picture, in);
+    // Without a size the set cannot be used, and the first one is the one that has to be.
+    return info.error || info.width == 0 ? 1 : make_picture(info, picture, in);
 }
 
 static int decode(AvcDecoder* decoder, const AvcFrameRequest* request, DecodedPicture* picture) {

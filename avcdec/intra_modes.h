@@ -41,7 +41,7 @@ enum IntraChromaMode : uint8_t {
     kIntraChromaPlane = 3,
     kIntraChromaDcLeft = 4,
     kIntraChromaDcTop = 5,
-    kIntraChromaNone = 7,  // monochrome: the chroma samples stay as they are
+    kIntraChromaNone = 7,  // monochrome: grey
 };
 
 // A mode field: -1 takes the predicted mode, 0 to 7 is rem_intra_pred_mode.
@@ -54,6 +54,7 @@ void derive_intra4x4_modes(AvcMacroblock* mb, const ModeField* fields, MbNeighbo
 void derive_intra8x8_modes(AvcMacroblock* mb, const ModeField* fields, MbNeighbour* top,
                            MbNeighbour* left);
 
-// Table index of a 16x16 mode (0 to 3) and of a chroma mode (0 to 3) given the MbAvailability.
+// Table index of a 16x16 mode (0 to 3) and of a chroma mode (0 to 7, of which the standard has 0 to
+// 3) given the MbAvailability.
 uint8_t intra16_table_mode(uint32_t mode, uint8_t available);
 uint8_t chroma_table_mode(uint32_t mode, uint8_t available);

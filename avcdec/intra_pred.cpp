@@ -302,7 +302,7 @@ static void dc_top_chroma(uint8_t* dst, ptrdiff_t pitch) {
         fill<4, 8>(dst + x, pitch, (sum_top<4>(dst + x, pitch) + 2) >> 2);
 }
 
-static void leave(uint8_t*, ptrdiff_t) {}
+static void grey(uint8_t* dst, ptrdiff_t pitch) { fill<8, 8>(dst, pitch, 128); }
 
 static constexpr unsigned kAround = kEdgeLeft | kEdgeTop;
 
@@ -352,7 +352,7 @@ static constexpr IntraPredFn kPred16x16[8] = {
 
 static constexpr IntraPredFn kPredChroma[8] = {
     dc_chroma,      horizontal<8>, vertical<8>, plane_chroma,
-    dc_left_chroma, dc_top_chroma, dc_chroma,   leave,
+    dc_left_chroma, dc_top_chroma, dc_chroma,   grey,
 };
 
 void intra_pred_use_scalar(ReconKernels* k) {

@@ -84,6 +84,10 @@ void mb_clear_chroma(AvcDecoder* d) {
     memset(d->left.chroma, 0, sizeof d->left.chroma);
 }
 
+static bool is_last_of_picture(const AvcDecoder* d) {
+    return d->next_mb + 1 == d->active_sps->pic_size_in_mbs;
+}
+
 // Copies the samples of an I_PCM macroblock from the stream and starts the entropy coder behind
 // them. A monochrome macroblock has luma samples only.
 static void read_pcm(AvcDecoder* d) {
@@ -94,8 +98,12 @@ static void read_pcm(AvcDecoder* d) {
     const size_t length = static_cast<size_t>(d->bits.end - d->bits.start);
     const size_t size = d->monochrome ? 256 : 384;
     mb->kind = kMbPcm;
-    if (from > length || length - from < size) {
-        mb->has_error = 1;
+    const size_t there = from < length ? length - from : 0;
+    if (there < size) {
+        uint8_t samples[384] = {};
+        memcpy(samples, d->bits.start + length - there, there);
+        reconstruct_pcm(d, samples);
+        mb->has_error = !is_last_of_picture(d);
         return;
     }
     reconstruct_pcm(d, d->bits.start + from);
@@ -210,7 +218,8 @@ int avc_decode_slice_data(AvcDecoder* d) {
     for (;;) {
         begin_macroblock(d);
         read_macroblock(d);
-        if (d->mb.has_error || is_overrun(d)) return 1;
+        // What the last macroblock lacks reads as zeros; before it, the slice is cut off.
+        if (d->mb.has_error || (is_overrun(d) && !is_last_of_picture(d))) return 1;
         note_for_deblocking(d, picture_record(d));
         picture_macroblock_done(d);
         if (d->next_mb == size) return 0;

@@ -46,8 +46,8 @@ void cavlc_read_prediction(AvcDecoder* d, uint32_t mb_type) {
         mb->chroma_mode = kIntraChromaNone;
     } else {
         const uint32_t mode = bits_ue(r);
-        if (mode > 3) mb->has_error = 1;
-        mb->chroma_mode = chroma_table_mode(mode & 3, mb->available);
+        if (mode > kIntraChromaNone) mb->has_error = 1;
+        mb->chroma_mode = chroma_table_mode(mode & 7, mb->available);
     }
     if (mb_type == 0) {
         const uint32_t code = bits_ue(r);

@@ -53,9 +53,7 @@ static int parse_pic_order_cnt(AvcBitReader* r, AvcSps* sps) {
     if (type > 2) return 1;
     sps->pic_order_cnt_type = static_cast<uint8_t>(type);
     if (type == 0) {
-        const uint32_t bits = bits_ue(r) + 4;
-        if (bits > 16) return 1;  // H.264 7.4.2.1.1: 4 to 16
-        sps->log2_max_pic_order_cnt_lsb = static_cast<uint8_t>(bits);
+        sps->log2_max_pic_order_cnt_lsb = bits_ue(r) + 4;
     } else if (type == 1) {
         sps->delta_pic_order_always_zero_flag = static_cast<uint8_t>(bits_read_1(r));
         sps->offset_for_non_ref_pic = bits_se_long(r);
@@ -67,19 +65,24 @@ static int parse_pic_order_cnt(AvcBitReader* r, AvcSps* sps) {
     return 0;
 }
 
-// The sizes are kept in 16 bits. A picture whose samples or macroblocks they cannot count is
-// refused: 4096x4096 is 65536 macroblocks, hence 0.
-static int parse_picture_size(AvcBitReader* r, AvcSps* sps) {
+// The sizes are kept in 16 bits, and stay 0 for a picture whose samples or macroblocks those cannot
+// count: 4096x4096 is 65536 macroblocks.
+static void parse_picture_size(AvcBitReader* r, AvcSps* sps) {
     const uint32_t width_mbs = bits_ue(r) + 1;
     const uint32_t height_mbs = bits_ue(r) + 1;
-    if (width_mbs > 0xffff / 16 || height_mbs > 0xffff / 16) return 1;
-    if (width_mbs * height_mbs > 0xffff) return 1;
+    if (width_mbs > 0xffff / 16 || height_mbs > 0xffff / 16) return;
+    if (width_mbs * height_mbs > 0xffff) return;
     sps->width_mbs = static_cast<uint16_t>(width_mbs);
     sps->height_mbs = static_cast<uint16_t>(height_mbs);
     sps->width = static_cast<uint16_t>(width_mbs * 16);
     sps->height = static_cast<uint16_t>(height_mbs * 16);
     sps->pic_size_in_mbs = static_cast<uint16_t>(width_mbs * height_mbs);
-    return 0;
+}
+
+// H.264 7.4.2.1.1: the numbers in slice headers have 4 to 16 bits.
+bool avc_is_sps_usable(const AvcSps& sps) {
+    return sps.pic_size_in_mbs != 0 && sps.log2_max_frame_num <= 16 &&
+           sps.log2_max_pic_order_cnt_lsb <= 16;
 }
 
 static void parse_cropping(AvcBitReader* r, AvcSps* sps) {
@@ -170,11 +173,10 @@ static int parse_sps_fields(AvcBitReader* r, AvcSps* sps) {
         if (parse_high_profile_fields(r, sps)) return 1;
     }
     sps->log2_max_frame_num = bits_ue(r) + 4;
-    if (sps->log2_max_frame_num > 16) return 1;  // H.264 7.4.2.1.1: 4 to 16
     if (parse_pic_order_cnt(r, sps)) return 1;
     sps->max_num_ref_frames = bits_ue(r);
     sps->gaps_in_frame_num_value_allowed_flag = static_cast<uint8_t>(bits_read_1(r));
-    if (parse_picture_size(r, sps)) return 1;
+    parse_picture_size(r, sps);
     const uint32_t frame_mbs_only_flag = bits_read_1(r);
     if (!frame_mbs_only_flag) return 1;
     sps->direct_8x8_inference_flag = static_cast<uint8_t>(bits_read_1(r));
@@ -259,30 +261,14 @@ static int parse_pps_fields(AvcBitReader* r, const AvcDecoder* d, AvcPps* pps) {
     return 0;
 }
 
-static bool has_same_bytes(const AvcPps* pps, const uint8_t* bytes, uint32_t length) {
-    return pps->raw && pps->raw_length == length && memcmp(pps->raw, bytes, length) == 0;
-}
-
-// True when tables derived from the stored record do not serve the new one. Keeps the new NAL
-// unit's bytes, by which a repeated set with matrices is recognised, in *fresh.
-static bool is_pps_changed(const AvcPps* stored, AvcPps* fresh, const uint8_t* bytes,
-                           uint32_t length) {
-    if (!stored->pic_scaling_matrix_present_flag && !fresh->pic_scaling_matrix_present_flag) {
-        return stored->transform_8x8_mode_flag != fresh->transform_8x8_mode_flag ||
-               stored->chroma_qp_index_offset != fresh->chroma_qp_index_offset ||
-               stored->second_chroma_qp_index_offset != fresh->second_chroma_qp_index_offset;
-    }
-    if (has_same_bytes(stored, bytes, length)) {
-        fresh->raw = stored->raw;
-        fresh->raw_length = stored->raw_length;
-        return false;
-    }
-    fresh->raw = static_cast<uint8_t*>(upnp_malloc(length));
-    if (fresh->raw) {
-        memcpy(fresh->raw, bytes, length);
-        fresh->raw_length = length;
-    }
-    return true;
+// What the tables of the quantiser are made of; an unused list is zeros.
+static bool has_same_scaling(const AvcPps& a, const AvcPps& b) {
+    return a.entropy_coding_mode_flag == b.entropy_coding_mode_flag &&
+           a.transform_8x8_mode_flag == b.transform_8x8_mode_flag &&
+           a.chroma_qp_index_offset == b.chroma_qp_index_offset &&
+           a.second_chroma_qp_index_offset == b.second_chroma_qp_index_offset &&
+           a.pic_scaling_matrix_present_flag == b.pic_scaling_matrix_present_flag &&
+           memcmp(&a.scaling, &b.scaling, sizeof a.scaling) == 0;
 }
 
 int avc_parse_pps(AvcBitReader* r, AvcDecoder* d) {
@@ -294,10 +280,7 @@ int avc_parse_pps(AvcBitReader* r, AvcDecoder* d) {
         *slot = static_cast<AvcPps*>(upnp_calloc(1, sizeof(AvcPps)));
         if (!*slot) return 1;
     }
-    const bool is_changed =
-        is_pps_changed(*slot, &pps, r->start, static_cast<uint32_t>(r->end - r->start));
-    if ((*slot)->raw && (*slot)->raw != pps.raw) upnp_free((*slot)->raw);
-    pps.changed = is_new || is_changed || (*slot)->changed;
+    pps.changed = is_new || (*slot)->changed || !has_same_scaling(**slot, pps);
     **slot = pps;
     return 0;
 }

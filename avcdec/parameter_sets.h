@@ -2,7 +2,8 @@
 // Sequence and picture parameter sets (H.264 7.3.2.1, 7.3.2.2): what the decoder keeps of them.
 //
 // Accepted are frames of progressive, 8-bit, 4:2:0 or monochrome streams without slice groups;
-// everything else is refused here, before any memory for pictures is taken.
+// everything else is refused here, before any memory for pictures is taken. Sizes and field widths
+// that cannot be decoded are refused when a slice needs them: a set that is not used does no harm.
 #pragma once
 
 #include <stdint.h>
@@ -35,7 +36,7 @@ struct AvcSps {
     ScalingLists scaling;
     uint32_t log2_max_frame_num;
     uint8_t pic_order_cnt_type;
-    uint8_t log2_max_pic_order_cnt_lsb;        // type 0
+    uint32_t log2_max_pic_order_cnt_lsb;       // type 0
     uint8_t delta_pic_order_always_zero_flag;  // type 1
     int32_t offset_for_non_ref_pic;
     int32_t offset_for_top_to_bottom_field;
@@ -50,7 +51,8 @@ struct AvcSps {
     uint16_t frame_crop_bottom_offset;
     uint8_t vui_parameters_present_flag;
     StreamPresentation presentation;  // of the VUI
-    uint16_t width;                   // luma samples of the macroblock grid
+    // Of the macroblock grid, in luma samples and in macroblocks; 0 when one is too large.
+    uint16_t width;
     uint16_t height;
     uint16_t width_mbs;
     uint16_t height_mbs;
@@ -77,9 +79,10 @@ struct AvcPps {
     ScalingLists scaling;
     int8_t second_chroma_qp_index_offset;
     uint8_t changed;  // 1 when the tables derived from this record must be rebuilt
-    uint8_t* raw;     // owned copy of the unescaped NAL unit, kept with scaling matrices only
-    uint32_t raw_length;
 };
+
+// Whether pictures of the set can be decoded: their size, and the fields of their slice headers.
+bool avc_is_sps_usable(const AvcSps& sps);
 
 // Parse the parameter set behind the NAL header that the reader stands on, and store it in the
 // decoder's table; a record with the same id is replaced in place. Return 0, or 1 when the set is

@@ -113,11 +113,7 @@ static void predict_add(AvcDecoder* d, const MbSamples& to) {
             break;
     }
     for (int c = 0; c < 2; ++c) {
-        if (d->monochrome) {
-            fill_block(to.plane[1 + c], to.chroma_pitch, 8, kMissingSample);
-        } else {
-            predict_add_chroma(d, c, to.plane[1 + c], to.chroma_pitch);
-        }
+        predict_add_chroma(d, c, to.plane[1 + c], to.chroma_pitch);
     }
 }
 

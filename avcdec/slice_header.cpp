@@ -26,7 +26,7 @@ static void apply_pps(AvcDecoder* d) {
 int avc_activate_pps(AvcDecoder* d, uint32_t pic_parameter_set_id) {
     AvcPps* const pps = d->pps_table[pic_parameter_set_id];
     AvcSps* const sps = pps ? d->sps_table[pps->seq_parameter_set_id] : nullptr;
-    if (!sps || sps->pic_size_in_mbs == 0) return 1;
+    if (!sps || !avc_is_sps_usable(*sps)) return 1;
     if (pps != d->active_pps || sps != d->active_sps) pps->changed = 1;
     d->active_pps = pps;
     if (sps != d->active_sps && activate_sps(d, sps)) return 1;
@@ -38,7 +38,7 @@ static void parse_pic_order_cnt(AvcBitReader* r, const AvcDecoder* d, AvcSliceHe
     const AvcSps* const sps = d->active_sps;
     const bool is_pair = d->active_pps->bottom_field_pic_order_in_frame_present_flag;
     if (sps->pic_order_cnt_type == 0) {
-        h->pic_order_cnt_lsb = bits_read(r, sps->log2_max_pic_order_cnt_lsb);
+        h->pic_order_cnt_lsb = bits_read(r, static_cast<int>(sps->log2_max_pic_order_cnt_lsb));
         if (is_pair) h->delta_pic_order_cnt_bottom = bits_se_long(r);
     } else if (sps->pic_order_cnt_type == 1 && !sps->delta_pic_order_always_zero_flag) {
         h->delta_pic_order_cnt[0] = bits_se_long(r);

@@ -47,5 +47,5 @@ struct AvcSliceHeader {
 int avc_parse_slice_header(AvcBitReader* r, AvcDecoder* decoder);
 
 // Makes a picture parameter set and the sequence parameter set that it names the active ones.
-// Returns 1 when one of them is not stored or the working arrays cannot be obtained.
+// Returns 1 when one of them is not stored or not usable, or the working arrays cannot be obtained.
 int avc_activate_pps(AvcDecoder* decoder, uint32_t pic_parameter_set_id);

@@ -76,7 +76,7 @@ static RunEnd make_target(AvcTrial* trial) {
     }
     AvcStreamInfo info;
     avcdec_get_stream_info(trial->in.decoder, &info, id);
-    if (info.error) return RunEnd::kRefused;
+    if (info.error || info.width == 0) return RunEnd::kRefused;
     const uint64_t size = uint64_t{info.width} * info.height * 3 / 2;
     trial->target = owned_malloc<uint8_t>(size);
     if (!trial->target) return RunEnd::kNoMemory;
@@ -153,6 +153,7 @@ static void explain_refused_unit(const AvcTrial& trial, FrameFault* fault) {
     Verdict* const verdict = &fault->verdict;
     AvcFacts facts = {};
     switch (trial.out.error) {
+        case kAvcOk:  // the set is stored, but pictures of its size cannot be
         case kAvcBadSps:
             avc_look_at_sequence_set(trial.unit, &facts);
             explain_avc_sets(facts, verdict);

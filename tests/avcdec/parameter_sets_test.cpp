@@ -12,7 +12,7 @@
 
 namespace {
 
-// A decoder with a target for pictures of up to 4 macroblocks, fed one NAL unit at a time.
+// A decoder with a target for square pictures of up to 4 macroblocks, fed one NAL unit at a time.
 class ParameterSets : public testing::Test {
  protected:
     ParameterSets() {
@@ -36,7 +36,7 @@ class ParameterSets : public testing::Test {
         in.nal = block.data();
         in.nal_length = static_cast<uint32_t>(nal.size());
         in.target = target;
-        in.target_size = sizeof target;
+        in.target_size = stride * stride * 3 / 2;
         in.stride = stride;
         in.target_sps_id = target_sps_id;
         avcdec_decode_nal(&in, &out);
@@ -90,14 +90,12 @@ TEST_F(ParameterSets, TakesOrRefusesASet) {
         {false, sps_nal({.id = 32})},
         {true, sps_nal({.profile_idc = 144, .chroma_format_idc = 0})},
         {false, sps_nal({.profile_idc = 110, .bit_depth_chroma_minus8 = 2})},
-        {false, sps_nal({.log2_max_frame_num_minus4 = 13})},
-        {false, sps_nal({.pic_order_cnt_type = 0, .pic_order_cnt = ue(13)})},
+        {true, sps_nal({.log2_max_frame_num_minus4 = 65534})},
+        {true, sps_nal({.pic_order_cnt_type = 0, .pic_order_cnt = ue(65534)})},
         {true, sps_nal({.pic_order_cnt_type = 1, .pic_order_cnt = cycle})},
         {false, sps_nal({.pic_order_cnt_type = 1, .pic_order_cnt = cycle_of_256})},
         {false, sps_nal({.pic_order_cnt_type = 3})},
-        {false, sps_nal({.width_mbs = 4096})},
-        {true, sps_nal({.width_mbs = 256, .height_mbs = 255})},
-        {false, sps_nal({.width_mbs = 256, .height_mbs = 256})},
+        {true, sps_nal({.width_mbs = 4096, .height_mbs = 65535})},
         {true, pps_nal({.id = 255, .sps_id = 31})},
         {false, pps_nal({.id = 256})},
         {false, pps_nal({.sps_id = 32})},
@@ -133,6 +131,30 @@ TEST_F(ParameterSets, LooksForThePictureSetExtensionWhereItCanBe) {
         feed(pps_nal(pps));
         EXPECT_EQ(decoder->pps_table[0]->transform_8x8_mode_flag, c.transform);
         EXPECT_EQ(decoder->pps_table[0]->second_chroma_qp_index_offset, c.offset);
+    }
+}
+
+// A set that no slice can use is stored all the same.
+TEST_F(ParameterSets, SizesAndLongNumbersAreRefusedAtActivation) {
+    const std::pair<bool, SpsSpec> kCases[] = {
+        {false, {.log2_max_frame_num_minus4 = 13}},
+        {true, {.log2_max_frame_num_minus4 = 12}},
+        {false, {.pic_order_cnt_type = 0, .pic_order_cnt = ue(13)}},
+        {true, {.pic_order_cnt_type = 0, .pic_order_cnt = ue(12)}},
+        {false, {.width_mbs = 4096}},
+        {true, {.width_mbs = 256, .height_mbs = 255}},
+        {false, {.width_mbs = 256, .height_mbs = 256}},
+        {false, {.width_mbs = 1, .height_mbs = 65535}},
+    };
+    feed(pps_nal({}));
+    for (const auto& [is_usable, spec] : kCases) {
+        SCOPED_TRACE(&spec - &kCases[0].second);
+        EXPECT_EQ(feed(sps_nal({})) | avc_activate_pps(decoder, 0), 0U);
+        EXPECT_EQ(feed(pps_nal({.id = 1, .sps_id = 1})), 0U);
+        SpsSpec other = spec;
+        other.id = 1;
+        EXPECT_EQ(feed(sps_nal(other)), 0U);
+        EXPECT_EQ(avc_activate_pps(decoder, 1), !is_usable);
     }
 }
 

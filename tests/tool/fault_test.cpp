@@ -15,6 +15,7 @@
 #include <random>
 
 #include "runtime/accounted_memory.h"
+#include "tests/support/avc_builder.h"
 #include "tests/support/box_builder.h"
 #include "tests/support/failing_malloc.h"
 #include "tests/support/temp_folder.h"
@@ -220,6 +221,23 @@ TEST_F(Faults, MediaDataCostsNoMemory) {
         EXPECT_EQ(run(path), 0) << name;
         EXPECT_LT(g_memPeak, most_memory(clip.size(), 1 << 20)) << name;
     }
+}
+
+// The other half of the formula: one key frame and its configuration are held once, whatever is in
+// them.
+TEST_F(Faults, AKeyFrameIsHeldOnce) {
+    constexpr size_t kLength = 16 << 20;
+    const std::string lists = "01 1" + std::string(16, '1') + "00000 1";
+    const std::string set = pps_nal({.extension = lists, .behind = std::string(kLength, 'x')});
+    const std::string sample =
+        with_length(set, 4) + with_length(pcm_slice_nal({}, {std::string(384, 'a')}), 4);
+    const MovieSpec spec = {.entry = avc_entry(sps_nal({.profile_idc = 100}), pps_nal({})),
+                            .samples = {sample},
+                            .sync = {1}};
+    const std::string path = folder_.path("large.mp4");
+    write_file(path, movie_file(spec));
+    EXPECT_EQ(run(path, "1"), 0);
+    EXPECT_LT(g_memPeak, most_memory(0, 384) + static_cast<int64_t>(sample.size() + 128));
 }
 
 // Sets, removes and inserts bytes, in half of the mutants those of the index alone.
