@@ -1,0 +1,267 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "movie/movie.h"
+
+#include <algorithm>
+#include <limits>
+#include <optional>
+
+#include "movie/fragment_walk.h"
+#include "movie/table_lookup.h"
+
+// All that is known of an open movie.
+struct Movie::Parts {
+    explicit Parts(ByteSource* from) : source(from), reader(from, &work) {}
+    MovieRefusal open();
+    bool visit_key_frames(int64_t time_us, KeyFrameVisitor* visitor);
+
+    ByteSource* source;
+    WorkBudget work;
+    SourceReader reader;
+    MovieHeaders headers;
+    Presentation presentation;
+    std::optional<FragmentWalk> fragments;
+    std::vector<VideoDescription> descriptions;
+    MovieRefusal refusal = MovieRefusal::kNone;
+    std::optional<int64_t> duration_us;
+};
+
+// Types that a file of this kind may start with.
+static bool is_first_box(uint32_t type) {
+    static constexpr uint32_t kTypes[] = {
+        fourcc("ftyp"), fourcc("moov"), fourcc("mdat"), fourcc("free"), fourcc("skip"),
+        fourcc("wide"), fourcc("pnot"), fourcc("styp"), fourcc("sidx"), fourcc("moof"),
+        fourcc("uuid"), fourcc("udta"), fourcc("meta"), fourcc("PICT"), fourcc("junk")};
+    return std::find(std::begin(kTypes), std::end(kTypes), type) != std::end(kTypes);
+}
+
+MovieRefusal Movie::Parts::open() {
+    BoxWalk walk(&reader, 0, source->size());
+    Box box;
+    if (!walk.next(&box) || !is_first_box(box.type)) return MovieRefusal::kNotAMovie;
+    std::optional<uint64_t> first_fragment;
+    do {
+        if (box.type == fourcc("moov")) break;
+        if (box.type == fourcc("moof") && !first_fragment) first_fragment = box.begin;
+    } while (walk.next(&box));
+    if (box.type != fourcc("moov")) return MovieRefusal::kNoMovieBox;
+    const MovieRefusal why = read_movie_headers(&reader, box, &headers);
+    if (why != MovieRefusal::kNone) return why;
+    const VideoTrack& video = headers.video;
+    presentation = Presentation(video.edits, headers.time_scale, video.time_scale);
+    if (headers.has_fragments || video.tables.sample_count == 0) {
+        const uint64_t end = table_duration(source, &work, video.tables);
+        fragments.emplace(source, &work, headers, first_fragment.value_or(box.end),
+                          static_cast<int64_t>(end));
+    }
+    return why;
+}
+
+// In the order of decoding, from about time_us on.
+bool Movie::Parts::visit_key_frames(int64_t time_us, KeyFrameVisitor* visitor) {
+    const int64_t media_time = presentation.earliest_media_time(time_us);
+    if (!visit_table_key_frames(source, &work, headers.video.tables, media_time, visitor)) {
+        return false;
+    }
+    return !fragments || fragments->visit(media_time, visitor);
+}
+
+namespace {
+
+constexpr int64_t kEver = std::numeric_limits<int64_t>::max();
+
+// Found key frames as those of the movie.
+struct Resolver {
+    const Presentation& presentation;
+    const std::vector<VideoDescription>& descriptions;
+    uint64_t source_size;
+
+    // Nothing when it cannot be decoded or starts behind the source. The source may cut it.
+    std::optional<MovieKeyFrame> resolve(const FoundKeyFrame& found) const {
+        // An index that is out of range has one plausible meaning.
+        const uint32_t last = static_cast<uint32_t>(descriptions.size()) - 1;
+        const uint32_t description = std::min(std::max(found.description, 1u) - 1, last);
+        if (descriptions[description].refusal != MovieRefusal::kNone) return std::nullopt;
+        if (found.offset >= source_size) return std::nullopt;
+        const uint64_t there = std::min<uint64_t>(found.size, source_size - found.offset);
+        return MovieKeyFrame{presentation.shown_at(found.media_time), found.offset,
+                             static_cast<uint32_t>(there), description};
+    }
+};
+
+// The first ones shown at a time or later.
+class FirstFrom final : public KeyFrameVisitor {
+ public:
+    FirstFrom(const Resolver& resolver, int64_t time_us, size_t count)
+        : resolver_(resolver), time_us_(std::max<int64_t>(time_us, 0)), count_(count) {}
+    bool wants(int64_t media_time) override {
+        const int64_t time = resolver_.presentation.shown_at(media_time);
+        return time >= time_us_ || (time_us_ == 0 && found_.empty());
+    }
+    bool take(const FoundKeyFrame& found) override {
+        std::optional<MovieKeyFrame> key_frame = resolver_.resolve(found);
+        if (!key_frame || key_frame->size < found.size) return true;
+        if (key_frame->time_us < 0) {
+            key_frame->time_us = 0;
+            start_ = key_frame;
+            return true;
+        }
+        if (start_ && key_frame->time_us > 0) found_.push_back(*start_);
+        start_.reset();
+        if (found_.size() < count_) found_.push_back(*key_frame);
+        return found_.size() < count_;
+    }
+    std::vector<MovieKeyFrame> take_found() {
+        if (start_ && found_.empty()) found_.push_back(*start_);
+        return std::move(found_);
+    }
+
+ private:
+    const Resolver& resolver_;
+    int64_t time_us_;
+    size_t count_;
+    std::optional<MovieKeyFrame> start_;  // what the picture at the start is decoded from
+    std::vector<MovieKeyFrame> found_;
+};
+
+// The last one that is there, or else a cut one.
+class LastOne final : public KeyFrameVisitor {
+ public:
+    explicit LastOne(const Resolver& resolver) : resolver_(resolver) {}
+    bool wants(int64_t /*media_time*/) override { return true; }
+    bool take(const FoundKeyFrame& found) override {
+        const std::optional<MovieKeyFrame> key_frame = resolver_.resolve(found);
+        if (!key_frame) return true;
+        (key_frame->size < found.size ? cut_ : whole_) = key_frame;
+        return true;
+    }
+    const std::optional<MovieKeyFrame>& whole() const { return whole_; }
+    const std::optional<MovieKeyFrame>& cut() const { return cut_; }
+
+ private:
+    const Resolver& resolver_;
+    std::optional<MovieKeyFrame> whole_;
+    std::optional<MovieKeyFrame> cut_;
+};
+
+}  // namespace
+
+Movie::Movie(ByteSource* source) : parts_(std::make_unique<Parts>(source)) {
+    parts_->refusal = parts_->open();
+    if (parts_->refusal != MovieRefusal::kNone) return;
+    for (SampleEntry& entry : parts_->headers.video.entries) {
+        parts_->descriptions.push_back(std::move(entry.description));
+    }
+}
+
+Movie::~Movie() = default;
+
+MovieRefusal Movie::refusal() const { return parts_->refusal; }
+
+std::string Movie::refused_format() const {
+    if (refusal() != MovieRefusal::kEncrypted && refusal() != MovieRefusal::kOtherCodec) return "";
+    const uint32_t format = parts_->headers.video.entries.front().description.format;
+    std::string text;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const char letter = static_cast<char>(format >> shift & 0xff);
+        text += letter >= ' ' && letter <= '~' ? letter : '?';
+    }
+    return text;
+}
+
+const std::vector<VideoDescription>& Movie::descriptions() const { return parts_->descriptions; }
+
+Orientation Movie::orientation() const {
+    // ISO 14496-12 8.2.2.3 and 8.3.2.3: a point goes through the track's matrix, then the movie's.
+    const DisplayMatrix& track = parts_->headers.video.matrix;
+    const DisplayMatrix& movie = parts_->headers.matrix;
+    const auto entry = [](int64_t a, int64_t b, int64_t c, int64_t d) {
+        return static_cast<double>(a) * static_cast<double>(b) +
+               static_cast<double>(c) * static_cast<double>(d);
+    };
+    const double a = entry(track.a, movie.a, track.b, movie.c);
+    const double b = entry(track.a, movie.b, track.b, movie.d);
+    const double c = entry(track.c, movie.a, track.d, movie.c);
+    const double d = entry(track.c, movie.b, track.d, movie.d);
+    // x' = ax + cy, y' = bx + dy, with y downwards.
+    const auto size = [](double v) { return v < 0 ? -v : v; };
+    if (size(a) + size(d) >= size(b) + size(c)) {
+        if (a >= 0) return d >= 0 ? Orientation::kUpright : Orientation::kFlipped;
+        return d >= 0 ? Orientation::kMirrored : Orientation::kTurned180;
+    }
+    if (b >= 0) return c >= 0 ? Orientation::kTransposed : Orientation::kTurned90;
+    return c >= 0 ? Orientation::kTurned270 : Orientation::kTransversed;
+}
+
+uint32_t Movie::display_width() const { return parts_->headers.video.width >> 16; }
+uint32_t Movie::display_height() const { return parts_->headers.video.height >> 16; }
+
+int64_t Movie::duration_us() {
+    if (refusal() != MovieRefusal::kNone) return 0;
+    if (parts_->duration_us) return *parts_->duration_us;
+    const MovieHeaders& headers = parts_->headers;
+    const VideoTrack& video = headers.video;
+    const auto clamped = [](uint64_t v) {
+        return static_cast<int64_t>(std::min<uint64_t>(v, static_cast<uint64_t>(kEver)));
+    };
+    int64_t duration = parts_->presentation.duration_us();
+    if (parts_->fragments) {
+        // The headers of the samples in the movie box do not count those in fragments.
+        duration =
+            headers.fragment_duration != 0
+                ? rescale(clamped(headers.fragment_duration), headers.time_scale, kMicroseconds)
+                : rescale(parts_->fragments->end_time(), video.time_scale, kMicroseconds);
+    }
+    if (duration == 0) duration = rescale(clamped(video.duration), video.time_scale, kMicroseconds);
+    if (duration == 0) {
+        const uint64_t sum = table_duration(parts_->source, &parts_->work, video.tables);
+        duration = rescale(clamped(sum), video.time_scale, kMicroseconds);
+    }
+    parts_->duration_us = std::max<int64_t>(duration, 0);
+    return *parts_->duration_us;
+}
+
+std::vector<MovieKeyFrame> Movie::key_frames_from(int64_t time_us, size_t count) {
+    if (refusal() != MovieRefusal::kNone || count == 0) return {};
+    const Resolver resolver = {parts_->presentation, parts_->descriptions, parts_->source->size()};
+    FirstFrom wanted(resolver, time_us, count);
+    parts_->visit_key_frames(time_us, &wanted);
+    std::vector<MovieKeyFrame> found = wanted.take_found();
+    if (!found.empty()) return found;
+    LastOne last(resolver);
+    parts_->visit_key_frames(time_us, &last);
+    if (!last.whole()) parts_->visit_key_frames(std::numeric_limits<int64_t>::min(), &last);
+    if (last.whole()) return {*last.whole()};
+    if (last.cut()) return {*last.cut()};
+    return {};
+}
+
+// NAL units behind length prefixes of three bytes get prefixes of four.
+static std::vector<uint8_t> with_longer_prefixes(const std::vector<uint8_t>& sample) {
+    std::vector<uint8_t> out;
+    out.reserve(sample.size() + sample.size() / 64 + 16);
+    for (size_t at = 0; sample.size() - at >= 3;) {
+        const size_t length = size_t{sample[at]} << 16 | size_t{load_be16(&sample[at + 1])};
+        const size_t end = at + 3 + std::min(length, sample.size() - at - 3);
+        out.push_back(0);
+        out.insert(out.end(), sample.begin() + static_cast<ptrdiff_t>(at),
+                   sample.begin() + static_cast<ptrdiff_t>(end));
+        at = end;
+    }
+    return out;
+}
+
+bool Movie::read_sample(const MovieKeyFrame& key_frame, std::vector<uint8_t>* sample) {
+    sample->clear();
+    if (refusal() != MovieRefusal::kNone || key_frame.size > kMaxSampleSize) return false;
+    sample->resize(key_frame.size);
+    if (parts_->source->read(key_frame.offset, *sample) < key_frame.size) {
+        sample->clear();
+        return false;
+    }
+    const std::vector<SampleEntry>& entries = parts_->headers.video.entries;
+    if (key_frame.description >= entries.size()) return true;
+    if (entries[key_frame.description].stored_prefix_size == 3) {
+        *sample = with_longer_prefixes(*sample);
+    }
+    return true;
+}

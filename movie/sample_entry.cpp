@@ -1,0 +1,263 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "movie/sample_entry.h"
+
+#include <algorithm>
+#include <span>
+
+// Behind these bytes of a visual sample entry its boxes start.
+constexpr uint32_t kVisualEntrySize = 78;
+// More configuration than any stream has, as large as one window.
+constexpr uint64_t kMaxConfiguration = SourceReader::kLargestBlock;
+
+// ISO 14496-1 8.3.3: tags of descriptors in "esds".
+constexpr uint32_t kEsDescriptor = 3;
+constexpr uint32_t kDecoderConfigDescriptor = 4;
+constexpr uint32_t kDecoderSpecificInfo = 5;
+
+namespace {
+
+// Big-endian fields of bytes in memory. A read behind the end yields 0 and sets `overrun` for good.
+struct Fields {
+    std::span<const uint8_t> rest;
+    bool overrun = false;
+
+    std::span<const uint8_t> take(size_t count) {
+        overrun = overrun || count > rest.size();
+        if (overrun) return {};
+        const std::span<const uint8_t> taken = rest.first(count);
+        rest = rest.subspan(count);
+        return taken;
+    }
+    uint32_t u8() {
+        const std::span<const uint8_t> byte = take(1);
+        return byte.empty() ? 0 : byte[0];
+    }
+    uint32_t u16() {
+        const uint32_t high = u8();
+        return high << 8 | u8();
+    }
+};
+
+}  // namespace
+
+// A box that the source cuts gives what is there.
+static Fields content_of(SourceReader* reader, const Box& box) {
+    const uint64_t end = std::min(box.end, reader->source_size());
+    if (box.content >= end) return {};
+    const size_t length = std::min(end - box.content, kMaxConfiguration);
+    const uint8_t* const bytes = reader->at(box.content, length);
+    return bytes ? Fields{{bytes, length}} : Fields{};
+}
+
+// Parameter sets, each behind its length, into the configuration. Stops at one that is cut.
+static void append_sets(Fields* record, uint32_t count, std::vector<uint8_t>* configuration) {
+    for (; count > 0; --count) {
+        const std::span<const uint8_t> start = record->rest;
+        const uint32_t length = record->u16();
+        record->take(length);
+        if (record->overrun) return;
+        configuration->insert(configuration->end(), start.begin(), start.begin() + 2 + length);
+    }
+}
+
+// ISO 14496-15 5.3.3: AVCDecoderConfigurationRecord.
+static void read_avc_record(Fields record, SampleEntry* entry) {
+    record.take(4);  // version, profile, compatibility, level
+    entry->stored_prefix_size = (record.u8() & 3) + 1;
+    if (record.overrun) entry->stored_prefix_size = 4;
+    std::vector<uint8_t>* const configuration = &entry->description.configuration;
+    configuration->clear();
+    append_sets(&record, record.u8() & 31, configuration);
+    append_sets(&record, record.u8(), configuration);
+}
+
+// The content of the next descriptor if it has that tag.
+static Fields read_descriptor(Fields* fields, uint32_t tag) {
+    uint32_t length = 0;
+    if (fields->u8() != tag) return {{}, true};
+    for (int i = 0; i < 4; ++i) {
+        const uint32_t byte = fields->u8();
+        length = length << 7 | (byte & 0x7f);
+        if ((byte & 0x80) == 0) break;
+    }
+    return {fields->take(std::min<size_t>(length, fields->rest.size()))};
+}
+
+// ISO 14496-1 8.3.4, object types that "mp4v" is used for, and what they are usually called.
+static uint32_t format_of_object_type(uint32_t object_type) {
+    if (object_type >= 0x60 && object_type <= 0x65) return fourcc("mp2v");
+    switch (object_type) {
+        case 0x21:
+            return fourcc("avc1");
+        case 0x23:
+            return fourcc("hvc1");
+        case 0x6a:
+            return fourcc("mp1v");
+        case 0x6c:
+            return fourcc("jpeg");
+        case 0x6d:
+            return fourcc("png ");
+        case 0x6e:
+            return fourcc("mjp2");
+        default:
+            return fourcc("mp4v");
+    }
+}
+
+static void read_elementary_stream(Fields fields, SampleEntry* entry) {
+    fields.take(4);  // version and flags
+    Fields stream = read_descriptor(&fields, kEsDescriptor);
+    stream.take(2);
+    const uint32_t flags = stream.u8();
+    if (flags & 0x80) stream.take(2);            // depends on another stream
+    if (flags & 0x40) stream.take(stream.u8());  // URL
+    if (flags & 0x20) stream.take(2);            // clock reference
+    Fields decoder = read_descriptor(&stream, kDecoderConfigDescriptor);
+    const uint32_t object_type = decoder.u8();
+    decoder.take(12);
+    if (decoder.overrun) return;
+    const Fields info = read_descriptor(&decoder, kDecoderSpecificInfo);
+    VideoDescription* const description = &entry->description;
+    description->format = format_of_object_type(object_type);
+    if (description->format == fourcc("avc1")) {
+        description->codec = VideoCodec::kAvc;
+        read_avc_record(info, entry);
+    } else if (description->format == fourcc("mp4v")) {
+        description->configuration.assign(info.rest.begin(), info.rest.end());
+    }
+}
+
+static void read_colour(Fields colour, VideoDescription* description) {
+    const uint32_t kind_high = colour.u16();
+    const uint32_t kind = kind_high << 16 | colour.u16();
+    if (kind != fourcc("nclx") && kind != fourcc("nclc")) return;
+    ColourDescription stated = {};
+    stated.primaries = static_cast<uint16_t>(colour.u16());
+    stated.transfer = static_cast<uint16_t>(colour.u16());
+    stated.matrix = static_cast<uint16_t>(colour.u16());
+    if (colour.overrun) return;
+    if (kind == fourcc("nclx") && !colour.rest.empty())
+        stated.is_full_range = colour.u8() >> 7 != 0;
+    description->colour = stated;
+}
+
+static CleanAperture::Fraction read_fraction(SourceReader* reader, uint64_t offset) {
+    return {static_cast<int32_t>(reader->u32_at(offset)),
+            static_cast<int32_t>(reader->u32_at(offset + 4))};
+}
+
+static void read_clean_aperture(SourceReader* reader, const Box& clap, VideoDescription* out) {
+    if (clap.length() < 32) return;
+    const CleanAperture stated = {
+        read_fraction(reader, clap.content), read_fraction(reader, clap.content + 8),
+        read_fraction(reader, clap.content + 16), read_fraction(reader, clap.content + 24)};
+    for (const CleanAperture::Fraction& fraction :
+         {stated.width, stated.height, stated.horizontal_offset, stated.vertical_offset}) {
+        if (fraction.denominator == 0) return;
+    }
+    out->clean_aperture = stated;
+}
+
+static void read_pixel_aspect(SourceReader* reader, const Box& pasp, VideoDescription* out) {
+    const uint32_t width = reader->u32_at(pasp.content);
+    const uint32_t height = reader->u32_at(pasp.content + 4);
+    if (pasp.length() < 8 || width == 0 || height == 0) return;
+    out->pixel_width = width;
+    out->pixel_height = height;
+}
+
+static VideoCodec codec_of_format(uint32_t format) {
+    static const struct {
+        uint32_t format;
+        VideoCodec codec;
+    } kFormats[] = {
+        {fourcc("avc1"), VideoCodec::kAvc},   {fourcc("avc2"), VideoCodec::kAvc},
+        {fourcc("avc3"), VideoCodec::kAvc},   {fourcc("avc4"), VideoCodec::kAvc},
+        {fourcc("dva1"), VideoCodec::kAvc},   {fourcc("dvav"), VideoCodec::kAvc},
+        {fourcc("mp4v"), VideoCodec::kMpeg4}, {fourcc("s263"), VideoCodec::kH263},
+        {fourcc("h263"), VideoCodec::kH263},  {fourcc("H263"), VideoCodec::kH263},
+    };
+    for (const auto& known : kFormats) {
+        if (known.format == format) return known.codec;
+    }
+    return VideoCodec::kNone;
+}
+
+static bool is_picture_format(uint32_t format) {
+    return format == fourcc("jpeg") || format == fourcc("png ");
+}
+
+// Boxes that the entry has, by which it may yet be refused.
+static void read_extensions(SourceReader* reader, const Box& box, SampleEntry* entry) {
+    VideoDescription* const description = &entry->description;
+    BoxWalk extensions(reader, box.content + kVisualEntrySize, box.end);
+    for (Box child; extensions.next(&child);) {
+        switch (child.type) {
+            case fourcc("avcC"):
+                if (description->codec == VideoCodec::kAvc) {
+                    read_avc_record(content_of(reader, child), entry);
+                }
+                break;
+            case fourcc("esds"):
+                if (description->codec == VideoCodec::kMpeg4) {
+                    read_elementary_stream(content_of(reader, child), entry);
+                }
+                break;
+            case fourcc("d263"):
+                if (description->codec == VideoCodec::kH263) {
+                    const Fields content = content_of(reader, child);
+                    description->configuration.assign(content.rest.begin(), content.rest.end());
+                }
+                break;
+            case fourcc("colr"):
+                read_colour(content_of(reader, child), description);
+                break;
+            case fourcc("pasp"):
+                read_pixel_aspect(reader, child, description);
+                break;
+            case fourcc("clap"):
+                read_clean_aperture(reader, child, description);
+                break;
+            case fourcc("sinf"):
+                description->refusal = MovieRefusal::kEncrypted;
+                break;
+            default:
+                break;
+        }
+    }
+}
+
+static SampleEntry read_entry(SourceReader* reader, const Box& box) {
+    SampleEntry entry;
+    VideoDescription* const description = &entry.description;
+    description->format = box.type;
+    description->codec = codec_of_format(box.type);
+    if (description->codec == VideoCodec::kAvc) entry.stored_prefix_size = 4;
+    if (box.length() >= kVisualEntrySize) {
+        description->width = reader->u16_at(box.content + 24);
+        description->height = reader->u16_at(box.content + 26);
+        read_extensions(reader, box, &entry);
+    }
+    entry.is_picture = is_picture_format(description->format);
+    const bool is_known = codec_of_format(description->format) != VideoCodec::kNone;
+    if (box.type == fourcc("encv") || box.type == fourcc("drmi")) {
+        description->refusal = MovieRefusal::kEncrypted;
+    } else if (description->refusal != MovieRefusal::kEncrypted && is_known) {
+        description->refusal = MovieRefusal::kNone;
+    }
+    if (description->refusal != MovieRefusal::kNone) description->codec = VideoCodec::kNone;
+    if (description->codec != VideoCodec::kAvc) entry.stored_prefix_size = 0;
+    description->length_prefix_size = entry.stored_prefix_size == 3 ? 4 : entry.stored_prefix_size;
+    return entry;
+}
+
+std::vector<SampleEntry> read_sample_entries(SourceReader* reader, const Box& stsd) {
+    std::vector<SampleEntry> entries;
+    if (stsd.length() < 8) return entries;
+    const uint32_t count = reader->u32_at(stsd.content + 4);
+    BoxWalk walk(reader, stsd.content + 8, stsd.end);
+    for (Box box; entries.size() < std::min<size_t>(count, kMaxSampleEntries) && walk.next(&box);) {
+        entries.push_back(read_entry(reader, box));
+    }
+    return entries;
+}
