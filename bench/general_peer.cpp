@@ -4,7 +4,7 @@
 // handed to libjpeg as they are. Two uses:
 //   general_peer FILE [REPEAT]                    times decoding, prints the line of decode_bench
 //   general_peer FILE OUT WIDTH QUALITY PERCENT   makes one thumbnail; WIDTH is a multiple of 16
-// scripts/compare-speed builds it; the libraries are no part of keystill's build.
+// bench/compare-speed builds it; the libraries are no part of keystill's build.
 #include <stdio.h>
 #include <stdlib.h>
 #include <time.h>

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: BSD-2-Clause
 # Toolchain for 32-bit ARM Linux with hardware floating point, as Debian's armhf: the baseline has
 # no NEON, kernels that use it ask for it when they run. libjpeg comes from KEYSTILL_ARMHF_SYSROOT,
-# which scripts/fetch-armhf-sysroot fills; programs run under qemu.
+# which packaging/fetch-armhf-sysroot fills; programs run under qemu.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
