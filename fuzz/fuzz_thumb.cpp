@@ -21,7 +21,9 @@ static int hand_out(DecodedPicture* picture) {
 }
 
 int DecodeKeyFrameAvc(const AvcFrameRequest*, DecodedPicture* p) { return hand_out(p); }
-int DecodeKeyFrameMpeg4(const KeyFrame*, DecodedPicture* p, int32_t) { return hand_out(p); }
+M4vRefusal decode_key_frame_mpeg4(const KeyFrame&, bool, DecodedPicture* p) {
+    return hand_out(p) ? M4vRefusal::kDamagedData : M4vRefusal::kNone;
+}
 
 // Mostly 1 to 64, by one byte.
 static uint32_t side(Choices* c) {

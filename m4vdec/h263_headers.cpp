@@ -54,15 +54,24 @@ static int parse_reference_selection(M4vBits* bits) {
     return bits->flag() || !bits->flag();  // BCI "01": no back-channel message
 }
 
+// MPPTYPE, 9 bits: the picture's type, resampling, reduced resolution, and at last "001".
+static M4vRefusal check_mandatory_type(unsigned type) {
+    if (type >> 6 != 0) return M4vRefusal::kNotIntra;
+    if (type & 1u << 5) return M4vRefusal::kResampling;
+    if (type & 1u << 4) return M4vRefusal::kReducedResolution;
+    return type & 1 ? M4vRefusal::kNone : M4vRefusal::kDamagedHeader;
+}
+
 // From UFEP to in front of PQUANT.
-static int parse_plus_type(M4vBits* bits, H263Picture* picture) {
-    if (bits->read(3) != 1) return 1;  // UFEP: an I-picture tells all its modes
+static M4vRefusal parse_plus_type(M4vBits* bits, H263Picture* picture) {
+    const unsigned ufep = bits->read(3);
+    if (ufep == 0) return M4vRefusal::kNotIntra;  // an I-picture tells all its modes
+    if (ufep != 1) return M4vRefusal::kDamagedHeader;
     const unsigned format = bits->read(3);
     const unsigned options = bits->read(15);
-    const unsigned type = bits->read(9);  // MPPTYPE
-    // Picture type I, neither resampling nor reduced resolution, fixed bits "001".
-    if (type >> 4 != 0 || (type & 1) == 0) return 1;
-    if (options & kOptArithmeticCoding) return 1;
+    const M4vRefusal refusal = check_mandatory_type(bits->read(9));
+    if (refusal != M4vRefusal::kNone) return refusal;
+    if (options & kOptArithmeticCoding) return M4vRefusal::kArithmeticCoding;
     picture->has_advanced_intra = options & kOptAdvancedIntra;
     picture->has_deblocking = options & kOptDeblocking;
     picture->has_slices = options & kOptSlices;
@@ -73,7 +82,7 @@ static int parse_plus_type(M4vBits* bits, H263Picture* picture) {
     if (picture->is_multipoint) bits->read(2);  // PSBI
     if (format == kCustomFormat ? parse_custom_format(bits, picture)
                                 : set_standard_format(format, picture)) {
-        return 1;
+        return M4vRefusal::kDamagedHeader;
     }
     if (options & kOptCustomClock) bits->read(8 + 2);                         // CPCFC, ETR
     if ((options & kOptUnrestrictedVectors) && !bits->flag()) bits->read(1);  // UUI
@@ -81,7 +90,17 @@ static int parse_plus_type(M4vBits* bits, H263Picture* picture) {
         picture->has_rectangular_slices = bits->flag();
         bits->read(1);  // arbitrary order: taken as it comes
     }
-    return (options & kOptReferenceSelection) && parse_reference_selection(bits);
+    if ((options & kOptReferenceSelection) && parse_reference_selection(bits)) {
+        return M4vRefusal::kBackChannel;
+    }
+    return M4vRefusal::kNone;
+}
+
+// What follows the format in PTYPE of 13 bits, up to PQUANT.
+static M4vRefusal check_modes(unsigned modes) {
+    constexpr unsigned kInter = 0x10, kArithmeticCoding = 4, kPbFrame = 1;
+    if (modes & (kInter | kPbFrame)) return M4vRefusal::kNotIntra;
+    return modes & kArithmeticCoding ? M4vRefusal::kArithmeticCoding : M4vRefusal::kNone;
 }
 
 // K.2.5: the length of a macroblock address goes by the standard formats that could hold it.
@@ -124,28 +143,31 @@ static int parse_slice(M4vBits* bits, const H263Picture& picture, bool is_first,
     return slice->quant == 0 || slice->first_mb >= total;
 }
 
-int h263_parse_picture(M4vBits* bits, H263Picture* picture) {
-    *picture = {};
-    if (bits->read(22) != 0x20) return 1;  // PSC
-    bits->read(8);                         // TR
-    if (bits->read(2) != 2) return 1;      // fixed bits of PTYPE
-    bits->read(3);                         // split screen, document camera, freeze release
+static M4vRefusal parse_picture_fields(M4vBits* bits, H263Picture* picture) {
+    if (bits->read(22) != 0x20) return M4vRefusal::kDamagedHeader;  // PSC
+    bits->read(8);                                                  // TR
+    if (bits->read(2) != 2) return M4vRefusal::kDamagedHeader;      // fixed bits of PTYPE
+    bits->read(3);  // split screen, document camera, freeze release
     const unsigned format = bits->read(3);
-    if (format == kExtendedType) {
-        if (parse_plus_type(bits, picture)) return 1;
-        picture->quant = static_cast<uint8_t>(bits->read(5));
-    } else {
-        if (set_standard_format(format, picture)) return 1;
-        const unsigned modes = bits->read(5);
-        // Inter picture, arithmetic coding, PB-frame; vectors and overlap do not matter.
-        if (modes & 0x15) return 1;
-        picture->quant = static_cast<uint8_t>(bits->read(5));
+    const bool is_extended = format == kExtendedType;
+    if (!is_extended && set_standard_format(format, picture)) return M4vRefusal::kDamagedHeader;
+    const M4vRefusal refusal =
+        is_extended ? parse_plus_type(bits, picture) : check_modes(bits->read(5));
+    if (refusal != M4vRefusal::kNone) return refusal;
+    picture->quant = static_cast<uint8_t>(bits->read(5));
+    if (!is_extended) {
         picture->is_multipoint = bits->flag();
         if (picture->is_multipoint) bits->read(2);
     }
-    if (picture->quant == 0) return 1;
+    if (picture->quant == 0) return M4vRefusal::kDamagedHeader;
     while (bits->flag()) bits->read(8);  // PEI, PSUPP; zeros follow the data
-    return bits->overrun();
+    return M4vRefusal::kNone;
+}
+
+M4vRefusal h263_parse_picture(M4vBits* bits, H263Picture* picture) {
+    *picture = {};
+    const M4vRefusal refusal = parse_picture_fields(bits, picture);
+    return bits->overrun() ? M4vRefusal::kDamagedHeader : refusal;
 }
 
 int h263_parse_first_segment(M4vBits* bits, const H263Picture& picture, H263Segment* segment) {

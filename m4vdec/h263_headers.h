@@ -8,6 +8,7 @@
 
 #include "m4vdec/m4v_bits.h"
 #include "m4vdec/m4v_presentation.h"
+#include "m4vdec/m4v_refusal.h"
 
 struct H263Picture {
     uint16_t width;   // luma samples: 4 to 2048, a multiple of 4
@@ -45,9 +46,9 @@ struct H263Segment {
 // Whether data begins with a picture start code.
 bool h263_is_picture_start(const uint8_t* data, size_t length);
 
-// Reads a picture header from its start code on. Returns 1 unless it is an I-picture of a supported
+// Reads a picture header from its start code on. Refuses what is not an I-picture of a supported
 // kind.
-int h263_parse_picture(M4vBits* bits, H263Picture* picture);
+M4vRefusal h263_parse_picture(M4vBits* bits, H263Picture* picture);
 
 // What the picture header begins: in slice structured mode a slice header follows. Returns 1 when
 // that is not valid.

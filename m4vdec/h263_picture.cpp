@@ -136,33 +136,38 @@ static int create_buffers(PictureDecoder* d) {
     return d->segments == nullptr;
 }
 
-static int decode_picture(const uint8_t* data, size_t length, const M4vPicture& picture,
-                          M4vIdctFn idct, bool has_variant_slices) {
+static M4vRefusal decode_picture(const uint8_t* data, size_t length, const M4vPicture& picture,
+                                 M4vIdctFn idct, bool has_variant_slices) {
     PictureDecoder d = {};
     H263Segment first;
     d.picture = &picture;
     d.blocks.bits.start(data, length);
     d.blocks.idct = idct;
-    if (h263_parse_picture(&d.blocks.bits, &d.header)) return 1;
+    const M4vRefusal refusal = h263_parse_picture(&d.blocks.bits, &d.header);
+    if (refusal != M4vRefusal::kNone) return refusal;
     if (d.header.width_mbs() != picture.width_mbs || d.header.height_mbs() != picture.height_mbs) {
-        return 1;
+        return M4vRefusal::kSizeChange;
     }
-    if (has_variant_slices && !d.header.has_slices) return 1;
+    if (has_variant_slices && !d.header.has_slices) return M4vRefusal::kDamagedData;
     d.header.has_variant_slices = has_variant_slices;
-    if (h263_parse_first_segment(&d.blocks.bits, d.header, &first)) return 1;
-    if (create_buffers(&d)) return 1;
+    if (h263_parse_first_segment(&d.blocks.bits, d.header, &first)) {
+        return m4v_refusal_of_data(d.blocks.bits);
+    }
+    if (create_buffers(&d)) return M4vRefusal::kNoMemory;
     select_tables(&d);
     start_segment(&d, first);
-    if (decode_segments(&d)) return 1;
+    if (decode_segments(&d)) return m4v_refusal_of_data(d.blocks.bits);
     if (d.header.has_deblocking) {
         m4v_deblock(picture, {d.quants.get(), d.segments.get(), d.header.has_modified_quant});
     }
-    return 0;
+    return M4vRefusal::kNone;
 }
 
-int h263_decode_picture(const uint8_t* data, size_t length, const M4vPicture& picture,
-                        M4vIdctFn idct) {
-    if (decode_picture(data, length, picture, idct, false) == 0) return 0;
-    if (picture.total_mbs() < kVariantMacroblocks) return 1;
-    return decode_picture(data, length, picture, idct, true);
+M4vRefusal h263_decode_picture(const uint8_t* data, size_t length, const M4vPicture& picture,
+                               M4vIdctFn idct) {
+    const M4vRefusal refusal = decode_picture(data, length, picture, idct, false);
+    const bool is_data = refusal == M4vRefusal::kDamagedData || refusal == M4vRefusal::kCutOff;
+    if (!is_data || picture.total_mbs() < kVariantMacroblocks) return refusal;
+    const M4vRefusal of_variant = decode_picture(data, length, picture, idct, true);
+    return of_variant == M4vRefusal::kNone ? of_variant : refusal;
 }

@@ -8,9 +8,10 @@
 
 #include "m4vdec/m4v_idct.h"
 #include "m4vdec/m4v_picture.h"
+#include "m4vdec/m4v_refusal.h"
 
 // data begins with the picture start code; what follows the last macroblock is not looked at. The
-// header's size must be that of the picture, in macroblocks. Every macroblock is written exactly
-// once, or 1 is returned: no error is concealed. Also 1 when there is no memory.
-[[nodiscard]] int h263_decode_picture(const uint8_t* data, size_t length, const M4vPicture& picture,
-                                      M4vIdctFn idct);
+// header's size must be that of the picture, in macroblocks. Unless it is refused, every macroblock
+// is written exactly once: no error is concealed.
+[[nodiscard]] M4vRefusal h263_decode_picture(const uint8_t* data, size_t length,
+                                             const M4vPicture& picture, M4vIdctFn idct);

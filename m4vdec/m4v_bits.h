@@ -74,6 +74,8 @@ struct M4vBitsT {
 
     // Bits that were taken from behind the end of the data.
     bool overrun() const { return count < padding; }
+    // Whether what is left is too short for the longest code: one that was not found was cut off.
+    bool is_near_end() const { return next == end && count < padding + kMaxRead; }
     // Bits up to the next byte boundary, 0 to 7.
     unsigned bits_to_alignment() const { return count & 7; }
     void align() { skip(bits_to_alignment()); }

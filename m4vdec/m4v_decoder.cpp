@@ -10,6 +10,7 @@
 struct M4vDecoder {
     M4vLayer layer;
     M4vIdctFn idct;
+    M4vRefusal refusal;  // of the last call
     uint32_t state;
     uint32_t width;
     uint32_t height;
@@ -41,14 +42,15 @@ static void read_layer(M4vDecoder* d, M4vBits* bits) {
     if (m4v_parse_layer(bits, &d->layer) == 0) set_size(d, d->layer.width, d->layer.height);
 }
 
-static void read_h263_size(M4vDecoder* d, const uint8_t* data, size_t length) {
+static M4vRefusal read_h263_size(M4vDecoder* d, const uint8_t* data, size_t length) {
     M4vBits bits;
     H263Picture picture;
     bits.start(data, length);
-    if (h263_parse_picture(&bits, &picture) == 0) {
-        set_size(d, picture.width, picture.height);
-        d->layer.presentation = picture.presentation;
-    }
+    const M4vRefusal refusal = h263_parse_picture(&bits, &picture);
+    if (refusal != M4vRefusal::kNone) return refusal;
+    set_size(d, picture.width, picture.height);
+    d->layer.presentation = picture.presentation;
+    return refusal;
 }
 
 // Reads the headers up to the first picture. A short video header stands at the start or behind
@@ -107,12 +109,29 @@ void m4v_destroy(M4vDecoder* decoder) {
     if (decoder) upnp_free(decoder);
 }
 
+M4vRefusal m4v_refusal(const M4vDecoder* decoder) {
+    return decoder ? decoder->refusal : M4vRefusal::kNoMemory;
+}
+
 uint32_t m4v_state(const M4vDecoder* decoder) { return decoder->state; }
 
+// Reads the headers down to what gives the size of the picture that starts there.
+static M4vRefusal read_size(M4vDecoder* d, const PictureStart& start) {
+    switch (start.coding) {
+        case Coding::kVop:
+            return d->layer.refusal;
+        case Coding::kH263:
+            return read_h263_size(d, start.data, start.length);
+        case Coding::kNone:
+            break;
+    }
+    return M4vRefusal::kNoPicture;
+}
+
 int m4v_read_headers(M4vDecoder* d, const M4vInput& sample) {
-    const PictureStart start = find_picture(d, sample);
-    if (start.coding == Coding::kH263) read_h263_size(d, start.data, start.length);
-    return (d->state & kM4vHasSize) == 0;
+    const M4vRefusal refusal = read_size(d, find_picture(d, sample));
+    d->refusal = d->state & kM4vHasSize ? M4vRefusal::kNone : refusal;
+    return d->refusal != M4vRefusal::kNone;
 }
 
 void m4v_picture_size(const M4vDecoder* decoder, uint32_t* width, uint32_t* height) {
@@ -137,21 +156,23 @@ void m4v_set_output(M4vDecoder* d, uint8_t* planes) {
                  round_up_16(d->height) / 16};
 }
 
-int m4v_decode(M4vDecoder* d, const M4vInput& sample) {
+static M4vRefusal decode(M4vDecoder* d, const M4vInput& sample) {
     const uint32_t width = d->width;
     const uint32_t height = d->height;
     const PictureStart start = find_picture(d, sample);
-    if (start.coding == Coding::kH263) read_h263_size(d, start.data, start.length);
+    const M4vRefusal refusal = read_size(d, start);
+    if (refusal != M4vRefusal::kNone) return refusal;
     // A header in the sample may not contradict the size that the output was made for.
-    if (d->output.plane[0] == nullptr || d->width != width || d->height != height) return 1;
-    switch (start.coding) {
-        case Coding::kVop:
-            if (!d->layer.is_valid) return 1;
-            return m4v_decode_vop(start.data, start.length, d->layer, d->output, d->idct);
-        case Coding::kH263:
-            return h263_decode_picture(start.data, start.length, d->output, d->idct);
-        case Coding::kNone:
-            break;
+    if (d->output.plane[0] == nullptr || d->width != width || d->height != height) {
+        return M4vRefusal::kSizeChange;
     }
-    return 1;
+    if (start.coding == Coding::kH263) {
+        return h263_decode_picture(start.data, start.length, d->output, d->idct);
+    }
+    return m4v_decode_vop(start.data, start.length, d->layer, d->output, d->idct);
+}
+
+int m4v_decode(M4vDecoder* d, const M4vInput& sample) {
+    d->refusal = decode(d, sample);
+    return d->refusal != M4vRefusal::kNone;
 }

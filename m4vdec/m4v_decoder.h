@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "m4vdec/m4v_presentation.h"
+#include "m4vdec/m4v_refusal.h"
 
 struct M4vDecoder;
 
@@ -25,6 +26,9 @@ constexpr uint32_t kM4vIsMpeg4 = 2;  // created for MPEG-4; short video headers 
 int m4v_create(const M4vInput& configuration, uint32_t default_width, uint32_t default_height,
                bool is_mpeg4, M4vDecoder** decoder);
 void m4v_destroy(M4vDecoder* decoder);  // null is allowed
+
+// Why the last call of those below that return 1 did so, else kNone. Without a decoder: kNoMemory.
+M4vRefusal m4v_refusal(const M4vDecoder* decoder);
 
 uint32_t m4v_state(const M4vDecoder* decoder);
 

@@ -28,6 +28,7 @@ static const uint8_t kDefaultIntraMatrix[64] = {
 
 void m4v_layer_init(M4vLayer* layer) {
     *layer = {};
+    layer->refusal = M4vRefusal::kNoLayer;
     layer->visual_object_verid = 1;
 }
 
@@ -115,12 +116,12 @@ static int parse_complexity_estimation(M4vBits* bits, M4vLayer* layer) {
 }
 
 // Global motion compensation leaves I-VOPs alone; a static sprite is another kind of picture.
-static int parse_sprite(M4vBits* bits, unsigned verid) {
+static M4vRefusal parse_sprite(M4vBits* bits, unsigned verid) {
     const unsigned sprite_enable = bits->read(verid == 1 ? 1 : 2);
-    if (sprite_enable == 0) return 0;
-    if (sprite_enable != 2) return 1;
-    bits->read(6 + 2 + 1);  // warping points, accuracy, brightness change
-    return 0;
+    if (sprite_enable == 1) return M4vRefusal::kStaticSprite;
+    if (sprite_enable == 3) return M4vRefusal::kDamagedLayer;
+    if (sprite_enable == 2) bits->read(6 + 2 + 1);  // warping points, accuracy, brightness change
+    return M4vRefusal::kNone;
 }
 
 static int parse_rectangle(M4vBits* bits, M4vLayer* layer) {
@@ -151,36 +152,63 @@ static void parse_error_resilience(M4vBits* bits, M4vLayer* layer) {
     layer->has_reversible_vlc = layer->is_data_partitioned && bits->flag();
 }
 
-static int parse_layer_fields(M4vBits* bits, M4vLayer* layer) {
-    bits->read(1);  // random_accessible_vol
-    // Fine granularity scalability and the studio objects have layers of their own.
-    const unsigned type = bits->read(8);
-    if (type == 0x12 || type == 0x0e || type == 0x0f) return 1;
-    unsigned verid = layer->visual_object_verid;
-    if (bits->flag()) {  // is_object_layer_identifier
-        verid = bits->read(4);
+// Fine granularity scalability and the studio objects have layers of their own.
+static M4vRefusal check_object_type(unsigned video_object_type_indication) {
+    switch (video_object_type_indication) {
+        case 0x12:
+            return M4vRefusal::kFineGranularity;
+        case 0x0e:
+        case 0x0f:
+            return M4vRefusal::kStudioProfile;
+        default:
+            return M4vRefusal::kNone;
+    }
+}
+
+// From is_object_layer_identifier to the shape. Stores the version of the syntax.
+static M4vRefusal parse_object(M4vBits* bits, M4vLayer* layer, unsigned* verid) {
+    *verid = layer->visual_object_verid;
+    if (bits->flag()) {
+        *verid = bits->read(4);
         bits->read(3);
     }
     const unsigned aspect_ratio_info = bits->read(4);
     const unsigned par = aspect_ratio_info == kExtendedPar ? bits->read(16) : 0;
     m4v_set_pixel_shape(aspect_ratio_info, par >> 8, par & 0xff, &layer->presentation);
     if (bits->flag()) skip_control_parameters(bits);
-    if (bits->read(2) != 0) return 1;  // video_object_layer_shape: rectangular
-    skip_marker(bits);
-    if (parse_timing(bits, layer) || parse_rectangle(bits, layer)) return 1;
-    layer->is_interlaced = bits->flag();
-    bits->read(1);  // obmc_disable
-    if (parse_sprite(bits, verid)) return 1;
-    if (bits->flag() && bits->read(8) != 0x58) return 1;  // not_8_bit: 5-bit quantiser, 8 bits
-    if (parse_quantisation(bits, layer)) return 1;
+    const unsigned video_object_layer_shape = bits->read(2);
+    return video_object_layer_shape == 0 ? M4vRefusal::kNone : M4vRefusal::kShape;
+}
+
+// From the quantiser matrices on.
+static M4vRefusal parse_tools(M4vBits* bits, unsigned verid, M4vLayer* layer) {
+    if (parse_quantisation(bits, layer)) return M4vRefusal::kDamagedLayer;
     if (verid != 1) bits->read(1);  // quarter_sample
-    if (!bits->flag() && parse_complexity_estimation(bits, layer)) return 1;
+    if (!bits->flag() && parse_complexity_estimation(bits, layer)) return M4vRefusal::kDamagedLayer;
     parse_error_resilience(bits, layer);
     if (verid != 1) {
-        if (bits->flag()) return 1;  // newpred_enable
+        if (bits->flag()) return M4vRefusal::kNewpred;
         layer->has_reduced_resolution = bits->flag();
     }
-    return bits->flag();  // scalability
+    return bits->flag() ? M4vRefusal::kScalability : M4vRefusal::kNone;
+}
+
+static M4vRefusal parse_layer_fields(M4vBits* bits, M4vLayer* layer) {
+    bits->read(1);  // random_accessible_vol
+    M4vRefusal refusal = check_object_type(bits->read(8));
+    if (refusal != M4vRefusal::kNone) return refusal;
+    unsigned verid;
+    refusal = parse_object(bits, layer, &verid);
+    if (refusal != M4vRefusal::kNone) return refusal;
+    skip_marker(bits);
+    if (parse_timing(bits, layer) || parse_rectangle(bits, layer)) return M4vRefusal::kDamagedLayer;
+    layer->is_interlaced = bits->flag();
+    bits->read(1);  // obmc_disable
+    refusal = parse_sprite(bits, verid);
+    if (refusal != M4vRefusal::kNone) return refusal;
+    const bool not_8_bit = bits->flag();
+    if (not_8_bit && bits->read(8) != 0x58) return M4vRefusal::kSampleDepth;  // quantiser 5, 8 bits
+    return parse_tools(bits, verid, layer);
 }
 
 int m4v_parse_layer(M4vBits* bits, M4vLayer* layer) {
@@ -188,9 +216,10 @@ int m4v_parse_layer(M4vBits* bits, M4vLayer* layer) {
     next.visual_object_verid = layer->visual_object_verid;
     next.is_studio = layer->is_studio;
     next.presentation = layer->presentation;
-    next.is_valid = !next.is_studio && parse_layer_fields(bits, &next) == 0 && !bits->overrun();
+    next.refusal = next.is_studio ? M4vRefusal::kStudioProfile : parse_layer_fields(bits, &next);
+    if (bits->overrun()) next.refusal = M4vRefusal::kDamagedLayer;
     *layer = next;
-    return !next.is_valid;
+    return next.refusal != M4vRefusal::kNone;
 }
 
 static void skip_modulo_time(M4vBits* bits, const M4vLayer& layer) {
@@ -201,11 +230,12 @@ static void skip_modulo_time(M4vBits* bits, const M4vLayer& layer) {
     skip_marker(bits);
 }
 
-int m4v_parse_vop(M4vBits* bits, const M4vLayer& layer, M4vVop* vop) {
-    if (bits->read(2) != 0) return 1;  // vop_coding_type: I
+static M4vRefusal parse_vop_fields(M4vBits* bits, const M4vLayer& layer, M4vVop* vop) {
+    if (bits->read(2) != 0) return M4vRefusal::kNotIntra;  // vop_coding_type: I
     skip_modulo_time(bits, layer);
-    if (!bits->flag()) return 1;  // vop_coded
-    if (layer.has_reduced_resolution && bits->flag()) return 1;
+    const bool vop_coded = bits->flag();
+    if (!vop_coded) return M4vRefusal::kNotCoded;
+    if (layer.has_reduced_resolution && bits->flag()) return M4vRefusal::kReducedResolution;
     bits->skip_long(layer.vop_complexity_bits);
     vop->intra_dc_vlc_thr = static_cast<uint8_t>(bits->read(3));
     vop->alternate_vertical_scan = false;
@@ -214,7 +244,12 @@ int m4v_parse_vop(M4vBits* bits, const M4vLayer& layer, M4vVop* vop) {
         vop->alternate_vertical_scan = bits->flag();
     }
     vop->quant = static_cast<uint8_t>(bits->read(5));
-    return vop->quant == 0 || bits->overrun();
+    return vop->quant == 0 ? M4vRefusal::kDamagedHeader : M4vRefusal::kNone;
+}
+
+M4vRefusal m4v_parse_vop(M4vBits* bits, const M4vLayer& layer, M4vVop* vop) {
+    const M4vRefusal refusal = parse_vop_fields(bits, layer, vop);
+    return bits->overrun() ? M4vRefusal::kDamagedHeader : refusal;
 }
 
 bool m4v_is_at_packet_end(M4vBits* bits) {

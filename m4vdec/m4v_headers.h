@@ -8,6 +8,7 @@
 
 #include "m4vdec/m4v_bits.h"
 #include "m4vdec/m4v_presentation.h"
+#include "m4vdec/m4v_refusal.h"
 
 // Start code values, behind 00 00 01.
 constexpr unsigned kStartVideoObjectLast = 0x1f;
@@ -19,7 +20,7 @@ constexpr unsigned kStartVop = 0xb6;
 
 // What is known of a visual object sequence. Owns nothing.
 struct M4vLayer {
-    bool is_valid;                // a video object layer that can be decoded was read
+    M4vRefusal refusal;           // of the video object layer; kNoLayer before there was one
     bool is_studio;               // the sequence has a studio profile: another syntax
     uint8_t visual_object_verid;  // 1 when not given
     uint16_t width;               // luma samples, 1 to 8191
@@ -52,11 +53,11 @@ void m4v_layer_init(M4vLayer* layer);
 // These take the bits behind the start code, as do those below.
 void m4v_parse_sequence(M4vBits* bits, M4vLayer* layer);
 void m4v_parse_visual_object(M4vBits* bits, M4vLayer* layer);
-// Returns 1, and leaves no valid layer, when a tool is not supported or the data ends.
+// Returns 1, with the reason in layer->refusal, when a tool is not supported or the data ends.
 int m4v_parse_layer(M4vBits* bits, M4vLayer* layer);
 
-// Returns 1 unless it is a coded I-VOP.
-int m4v_parse_vop(M4vBits* bits, const M4vLayer& layer, M4vVop* vop);
+// Refuses what is not a coded I-VOP.
+M4vRefusal m4v_parse_vop(M4vBits* bits, const M4vLayer& layer, M4vVop* vop);
 
 // Whether stuffing and a resync marker or a start code come next (or the data ends here).
 bool m4v_is_at_packet_end(M4vBits* bits);

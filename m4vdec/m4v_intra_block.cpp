@@ -71,8 +71,9 @@ static inline int read_events(M4vBits* bits, M4vBlockDecoder* d, const M4vScan& 
         }
         TcoefEvent event;
         M4vBits copy = *bits;
-        if (m4v_read_escaped_event(&copy, table, entry, &event)) return -1;
+        const int failed = m4v_read_escaped_event(&copy, table, entry, &event);
         *bits = copy;
+        if (failed) return -1;
         index += static_cast<int>(event.step);
         if (index > 63) return -1;
         store(index, event.level, true);
@@ -180,11 +181,13 @@ static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned
                                             : kScanVertical;
         const bool has_dc_event = mb.dc_coding == M4vDcCoding::kEvents;
         const int last = read_events<kMethod>(&bits, d, scan, has_dc_event ? -1 : 0, edge);
+        d->bits = bits;
         if (last < 0) return 1;
         extent = {scan.width[last], scan.height[last]};
         if (has_dc_event) dc = edge->slot[0];
+    } else {
+        d->bits = bits;
     }
-    d->bits = bits;
 
     const int scaler = dc_scaler(d->quant, n >= 4);
     dc = clip_coef(clip_coef(dc + scale_dc(from.slot[0], scaler)) * scaler);
@@ -218,9 +221,9 @@ int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target) {
     int last = 0;
     if (is_coded) {
         last = read_events<Method::kH263>(&bits, d, kScanZigzag, 0, nullptr);
-        if (last < 0) return 1;
     }
     d->bits = bits;
+    if (last < 0) return 1;
     reconstruct(d, dc, kScanZigzag.width[last], kScanZigzag.height[last], target);
     return 0;
 }
@@ -260,8 +263,8 @@ int m4v_decode_aic_block(M4vBlockDecoder* d, const M4vNeighbours& near, M4vAicMo
         const M4vScan& scan = *kScans[static_cast<unsigned>(mode)];
         M4vBits bits = d->bits;
         const int last = read_events<Method::kAic>(&bits, d, scan, -1, edge);
-        if (last < 0) return 1;
         d->bits = bits;
+        if (last < 0) return 1;
         extent = {scan.width[last], scan.height[last]};
     }
     const int dc = oddify_dc(edge->slot[0] + predict_aic_dc(near, mode, n));

@@ -10,6 +10,7 @@
 #include "m4vdec/m4v_edges.h"
 #include "m4vdec/m4v_idct.h"
 #include "m4vdec/m4v_picture.h"
+#include "m4vdec/m4v_refusal.h"
 #include "m4vdec/m4v_scan.h"
 #include "m4vdec/m4v_vlc.h"
 
@@ -28,6 +29,11 @@ enum class M4vDcCoding : uint8_t {
     kEvents,     // it is the first of the block's events
     kPartition,  // its difference was in an earlier partition
 };
+
+// Why what the reader came upon is not valid.
+inline M4vRefusal m4v_refusal_of_data(const M4vBits& bits) {
+    return bits.is_near_end() ? M4vRefusal::kCutOff : M4vRefusal::kDamagedData;
+}
 
 // What the blocks of an MPEG-4 macroblock have in common.
 struct M4vIntraMb {

@@ -158,8 +158,8 @@ static int decode_packets(VopDecoder* d) {
     return 0;
 }
 
-int m4v_decode_vop(const uint8_t* data, size_t length, const M4vLayer& layer,
-                   const M4vPicture& picture, M4vIdctFn idct) {
+M4vRefusal m4v_decode_vop(const uint8_t* data, size_t length, const M4vLayer& layer,
+                          const M4vPicture& picture, M4vIdctFn idct) {
     VopDecoder d = {};
     d.blocks.bits.start(data, length);
     d.blocks.idct = idct;
@@ -169,12 +169,14 @@ int m4v_decode_vop(const uint8_t* data, size_t length, const M4vLayer& layer,
     d.picture = &picture;
     const uint32_t total = picture.total_mbs();
     d.number_bits = total <= 2 ? 1 : 32 - static_cast<unsigned>(__builtin_clz(total - 1));
-    if (m4v_parse_vop(&d.blocks.bits, layer, &d.vop)) return 1;
-    if (d.edges.create(picture.width_mbs)) return 1;
+    const M4vRefusal refusal = m4v_parse_vop(&d.blocks.bits, layer, &d.vop);
+    if (refusal != M4vRefusal::kNone) return refusal;
+    if (d.edges.create(picture.width_mbs)) return M4vRefusal::kNoMemory;
     if (layer.is_data_partitioned) {
         d.partitioned = owned_calloc<PartitionedMb>(total);
-        if (!d.partitioned) return 1;
+        if (!d.partitioned) return M4vRefusal::kNoMemory;
     }
     start_packet(&d, d.vop.quant);
-    return decode_packets(&d);
+    if (decode_packets(&d)) return m4v_refusal_of_data(d.blocks.bits);
+    return M4vRefusal::kNone;
 }

@@ -8,6 +8,7 @@
 #include "m4vdec/m4v_headers.h"
 #include "m4vdec/m4v_idct.h"
 #include "m4vdec/m4v_picture.h"
+#include "m4vdec/m4v_refusal.h"
 
 // No macroblock of an I-VOP or of an H.263 I-picture is shorter than this: MCBPC 1, ac_pred_flag
 // or INTRA_MODE 1, and CBPY 4 with no luma block coded (every other CBPY adds at least one block,
@@ -15,7 +16,7 @@
 constexpr unsigned kMinMacroblockBits = 6;
 
 // data begins behind the VOP's start code; nothing is read past its end, and what follows the last
-// macroblock is not looked at. Every macroblock of the picture is written, or 1 is returned: no
-// error is concealed. Also 1 when there is no memory.
-[[nodiscard]] int m4v_decode_vop(const uint8_t* data, size_t length, const M4vLayer& layer,
-                                 const M4vPicture& picture, M4vIdctFn idct);
+// macroblock is not looked at. Unless it is refused, every macroblock of the picture is written: no
+// error is concealed.
+[[nodiscard]] M4vRefusal m4v_decode_vop(const uint8_t* data, size_t length, const M4vLayer& layer,
+                                        const M4vPicture& picture, M4vIdctFn idct);

@@ -20,22 +20,28 @@ static int decode_avc(const KeyFrame& frame, DecodedPicture* picture) {
     return DecodeKeyFrameAvc(&request, picture);
 }
 
-static int decode(const KeyFrame& frame, int32_t codec_kind, DecodedPicture* picture) {
+static int decode(const KeyFrame& frame, int32_t codec_kind, DecodedPicture* picture,
+                  KeyFrameRefusal* refusal) {
     if (!frame.config || !frame.sample) return 1;
     switch (codec_kind) {
         case kCodecAvc:
             return decode_avc(frame, picture);
         case kCodecMpeg4:
         case kCodecH263:
-            return DecodeKeyFrameMpeg4(&frame, picture, codec_kind);
+            refusal->m4v = decode_key_frame_mpeg4(frame, codec_kind == kCodecMpeg4, picture);
+            return refusal->m4v != M4vRefusal::kNone;
         default:
             return 1;
     }
 }
 
-int decode_key_frame(const KeyFrame& frame, int32_t codec_kind, DecodedPicture* picture) {
+int decode_key_frame(const KeyFrame& frame, int32_t codec_kind, DecodedPicture* picture,
+                     KeyFrameRefusal* refusal) {
+    KeyFrameRefusal reason = {};
     *picture = {};
-    if (decode(frame, codec_kind, picture) == 0) return 0;
+    const int result = decode(frame, codec_kind, picture, &reason);
+    if (refusal) *refusal = reason;
+    if (result == 0) return 0;
     if (picture->planes) upnp_free(picture->planes);
     *picture = {};
     return 1;

@@ -124,7 +124,7 @@ static void explain_layer(const M4vStream& stream, FrameFault* fault) {
     } else if (stream.refused_tool) {
         verdict_fail(verdict, kEncodeAgain, "The MPEG-4 stream uses %s: that is not decoded.",
                      stream.refused_tool);
-    } else if (!stream.layer.is_valid) {
+    } else if (stream.layer.refusal != M4vRefusal::kNone) {
         verdict_fail(verdict, kEncodeAgain,
                      "The MPEG-4 stream's video object layer header is cut off or damaged, or "
                      "names a tool that is not decoded (scalability, NEWPRED).");

@@ -9,10 +9,12 @@
 #include <algorithm>
 #include <memory>
 #include <random>
+#include <set>
 
 #include "runtime/accounted_memory.h"
 #include "tests/m4vdec/m4v_writer.h"
 #include "tests/support/bit_packer.h"
+#include "tests/support/failing_malloc.h"
 #include "thumb/decode_key_frame_mpeg4.h"
 
 namespace {
@@ -20,8 +22,9 @@ namespace {
 using Bytes = std::string;
 using Planes = std::vector<uint8_t>;
 
-// Empty when the decoder refuses. Leaves no memory behind.
-Planes decode(const Bytes& config, const Bytes& sample, bool is_mpeg4 = true) {
+// Empty, and with a reason, when the decoder refuses. Leaves no memory behind.
+Planes decode(const Bytes& config, const Bytes& sample, bool is_mpeg4 = true,
+              M4vRefusal* refusal = nullptr) {
     // Copies of the exact size, so that a sanitizer sees any access behind them.
     const auto config_copy = std::make_unique<uint8_t[]>(config.size());
     const auto sample_copy = std::make_unique<uint8_t[]>(sample.size());
@@ -31,10 +34,12 @@ Planes decode(const Bytes& config, const Bytes& sample, bool is_mpeg4 = true) {
     const KeyFrame record = {config_copy.get(), lengths[0], sample_copy.get(), lengths[1], 0, 0};
     DecodedPicture p = {};
     upnp_memory_init();
-    const int result = DecodeKeyFrameMpeg4(&record, &p, is_mpeg4 ? kCodecMpeg4 : kCodecH263);
-    const Planes planes(p.planes, p.planes + (result ? 0 : p.v_offset + p.u_offset / 4));
+    const M4vRefusal result = decode_key_frame_mpeg4(record, is_mpeg4, &p);
+    const bool is_refused = result != M4vRefusal::kNone;
+    if (refusal) *refusal = result;
+    const Planes planes(p.planes, p.planes + (is_refused ? 0 : p.v_offset + p.u_offset / 4));
     if (p.planes) upnp_free(p.planes);
-    EXPECT_EQ(planes.empty(), result != 0);
+    EXPECT_EQ(planes.empty(), is_refused);
     EXPECT_EQ(g_memUsed, 0);
     EXPECT_LT(g_memPeak, 4096 + 4096 * static_cast<int64_t>(sample.size()));
     upnp_memory_exit();
@@ -89,12 +94,21 @@ TEST(Decoder, SurvivesDamage) {
     }
 }
 
-// The sample at the top left, or -1 for pictures that are to be refused.
+// The sample at the top left, or why the picture is to be refused.
+struct Outcome {
+    int sample = -1;
+    M4vRefusal refusal = M4vRefusal::kNone;
+    Outcome(int top_left) : sample(top_left) {}      // NOLINT: a row says one or the other
+    Outcome(M4vRefusal reason) : refusal(reason) {}  // NOLINT
+};
+
 TEST(Decoder, ReadsHeadersAndRefusesWhatIsNotSupported) {
+    using R = M4vRefusal;
     const Bytes plain = "0 1 0 0 0 1 1 0 0";  // a layer's fields from `interlaced` on
     const Bytes l = mpeg4_layer(32, 16, plain), picture = vop(2);
     const Bytes user_data("\0\0\1\xb2x\0\0\x81\0\0\2\x20\1\x20\0\1", 16);
     const Bytes sequence("\0\0\1\xb0\1\0\0\1\xb5\t\0\0\1\0", 14);
+    const Bytes version_2("\0\0\1\xb5\x91", 5);
     const Bytes huge = mpeg4_layer(8191, 8191, plain);
 
     BitPacker full;  // with the second version of the syntax by word of the visual object
@@ -115,7 +129,7 @@ TEST(Decoder, ReadsHeadersAndRefusesWhatIsNotSupported) {
 
     const struct {
         Bytes config, sample;
-        int want = -1;
+        Outcome want;
         bool is_mpeg4 = true;
     } kCases[] = {
         // Headers wherever they stand.
@@ -128,62 +142,91 @@ TEST(Decoder, ReadsHeadersAndRefusesWhatIsNotSupported) {
         {sequence, sequence + h263(), 64},
         {"\1\2\3", h263(), 64, false},
         {"", Bytes("\0\0\1\7", 4) + h263(), 64, false},
-        {"", picture},
-        {l, mpeg4_layer(48, 16, plain) + vop(3)},         // not what the buffer was made for
-        {l, mpeg4_layer(32, 16, plain, "01") + picture},  // binary shape
-        {l, h263()},
-        {Bytes("\0\0\1\xb0\xe3", 5) + l, picture},  // studio profile
-        {"", l + picture, -1, false},
-        {l, ""},
+        {"", picture, R::kNoLayer},
+        {l, mpeg4_layer(48, 16, plain) + vop(3), R::kSizeChange},
+        {l, mpeg4_layer(32, 16, plain, "01") + picture, R::kShape},
+        {l, h263(), R::kSizeChange},
+        {Bytes("\0\0\1\xb0\xe3", 5) + l, picture, R::kStudioProfile},
+        {"", l + picture, R::kNoPicture, false},
+        {l, "", R::kNoPicture},
         // MPEG-4: every field, layers, VOPs.
         {full.str(), vop(2, "00 1110 1 0101 1 1 0" + Bytes(100, '1') + "000 10100"), 133},
-        {full.str(), vop(2, "00 1110 1 0101 1 1 1" + Bytes(100, '1') + "000 10100")},
+        {full.str(), vop(2, "00 1110 1 0101 1 1 1" + Bytes(100, '1') + "000 10100"),
+         R::kReducedResolution},
         {huge, vop(512 * 512), 129},
-        {huge, vop(50)},
-        {huge, vop(512 * 512 - 1)},
-        {mpeg4_layer(32, 16, plain, "00", 0x12), picture},  // fine granularity
-        {mpeg4_layer(32, 16, plain, "00", 0x0e), picture},  // studio
-        {mpeg4_layer(32, 16, plain, "00", 0x0f), picture},
-        {mpeg4_layer(0, 16, plain), picture},
-        {mpeg4_layer(32, 0, plain), picture},
-        {mpeg4_layer(32, 16, "0 1 1 0 0 1 1 0 0"), picture},               // static sprite
-        {mpeg4_layer(32, 16, "0 1 0 1 0101 1100 0 1 1 0 0"), picture},     // 12 bits
-        {mpeg4_layer(32, 16, "0 1 0 1 0110 1000 0 1 1 0 0"), picture},     // quantiser of 6 bits
-        {mpeg4_layer(32, 16, "0 1 0 0 1 1 00000000 0 1 1 0 0"), picture},  // matrix of zeros
-        {mpeg4_layer(32, 16, "0 1 0 0 0 0 10 11111111 1 0 0"), picture},   // complexity
-        {mpeg4_layer(32, 16, "0 1 0 0 0 1 1 0 1"), picture},               // scalability
-        {l, vop(2, "01 0 1 0000 1 1 000 00100")},
-        {l, vop(2, "00 0 1 0000 1 0 000 00100")},                            // not coded
-        {l, vop(2, "00 0 1 0000 1 1 000 00000")},                            // quantiser 0
-        {l, vop(2, Bytes(40000, '1'))},                                      // endless time
-        {l, vop(2, first_dc + "000000000001 1000000000000 1" + other_dcs)},  // 13 bits
-        {l, vop(2, first_dc + "00000001 100000000 0" + other_dcs)},          // no marker
-        {l, vop(2, first_dc + "00000001 100000000" + other_dcs)},
-        {l, vop(0, stuffing)},
-        {mpeg4_layer(32, 16, "0 1 0 0 0 1 0 1 0 0"), vop(0, stuffing)},  // partitioned
-        {mpeg4_layer(32, 16, "0 1 0 0 0 1 0 0 0"), vop(0, stuffing)},    // in packets
+        {huge, vop(50), R::kSampleTooShort},
+        {huge, vop(512 * 512 - 1), R::kCutOff},
+        {mpeg4_layer(32, 16, plain, "00", 0x12), picture, R::kFineGranularity},
+        {mpeg4_layer(32, 16, plain, "00", 0x0e), picture, R::kStudioProfile},
+        {mpeg4_layer(32, 16, plain, "00", 0x0f), picture, R::kStudioProfile},
+        {mpeg4_layer(0, 16, plain), picture, R::kDamagedLayer},
+        {mpeg4_layer(32, 0, plain), picture, R::kDamagedLayer},
+        {mpeg4_layer(32, 16, "0 1 1 0 0 1 1 0 0"), picture, R::kStaticSprite},
+        {mpeg4_layer(32, 16, "0 1 0 1 0101 1100 0 1 1 0 0"), picture, R::kSampleDepth},  // 12 bits
+        {mpeg4_layer(32, 16, "0 1 0 1 0110 1000 0 1 1 0 0"), picture,
+         R::kSampleDepth},  // quantiser of 6 bits
+        {mpeg4_layer(32, 16, "0 1 0 0 1 1 00000000 0 1 1 0 0"), picture,
+         R::kDamagedLayer},  // matrix of zeros
+        {mpeg4_layer(32, 16, "0 1 0 0 0 0 10 11111111 1 0 0"), picture,
+         R::kDamagedLayer},  // complexity
+        {mpeg4_layer(32, 16, "0 1 0 0 0 1 1 0 1"), picture, R::kScalability},
+        {l, vop(2, "01 0 1 0000 1 1 000 00100"), R::kNotIntra},
+        {l, vop(2, "00 0 1 0000 1 0 000 00100"), R::kNotCoded},
+        {l, vop(2, "00 0 1 0000 1 1 000 00000"), R::kDamagedHeader},  // quantiser 0
+        {l, vop(2, "00" + Bytes(40000, '1')), R::kCutOff},            // endless time
+        {l, vop(2, first_dc + "000000000001 1000000000000 1" + other_dcs),
+         R::kDamagedData},                                                            // 13 bits
+        {l, vop(2, first_dc + "00000001 100000000 0" + other_dcs), R::kDamagedData},  // no marker
+        {l, vop(2, first_dc + "00000001 100000000" + other_dcs), R::kDamagedData},
+        {l, vop(0, stuffing), R::kCutOff},
+        {mpeg4_layer(32, 16, "0 1 0 0 0 1 0 1 0 0"), vop(0, stuffing), R::kCutOff},  // partitioned
+        {mpeg4_layer(32, 16, "0 1 0 0 0 1 0 0 0"), vop(0, stuffing), R::kCutOff},    // in packets
+        {version_2 + mpeg4_layer(32, 16, "0 1 00 0 0 0 1 1 0 1"), picture, R::kNewpred},
         // H.263: every field, then each that is refused.
         {"", h263("10 101 010 01010 00101 1 01 1 00000000 1 11111111 0"), 64},
         {"", h263("10 101 111 001 110 110100010101000 000001001 1 10" + every_field), 64},
         {"", h263_plus("010" + modes), 64},
-        {"", h263("00 000 010 00000 00101 0 0")},                          // fixed bits
-        {"", h263("10 000 000 00000 00101 0 0")},                          // forbidden format
-        {"", h263("10 000 110 00000 00101 0 0")},                          // reserved format
-        {"", h263("10 000 010 10000 00101 0 0")},                          // inter picture
-        {"", h263("10 000 010 00100 00101 0 0")},                          // arithmetic coding
-        {"", h263("10 000 010 00001 00101 0 0")},                          // PB-frame
-        {"", h263("10 000 010 00000 00000 0 0")},                          // quantiser 0
-        {"", h263("10 000 111 000 010" + modes + "000000001 0 00101 0")},  // no OPPTYPE
-        {"", h263_plus("010 001000000001000")},                            // arithmetic coding
-        {"", h263_plus("010" + modes, "001000001")},                       // inter picture
-        {"", h263_plus("010" + modes, "000100001")},                       // resampling
-        {"", h263_plus("010" + modes, "000010001")},                       // reduced resolution
-        {"", h263_plus("010 000000010001000", "000000001 0 100 0 1")},     // back-channel message
-        {"", h263("10 000 111 001" + custom + "000000000 00101 0")},       // height 0
-        {"", h263("10 000 111 001" + custom + "100100001 00101 0")},       // height 1156
+        {"", h263("00 000 010 00000 00101 0 0"), R::kDamagedHeader},  // fixed bits
+        {"", h263("10 000 000 00000 00101 0 0"), R::kDamagedHeader},  // forbidden format
+        {"", h263("10 000 110 00000 00101 0 0"), R::kDamagedHeader},  // reserved format
+        {"", h263("10 000 010 10000 00101 0 0"), R::kNotIntra},
+        {"", h263("10 000 010 00100 00101 0 0"), R::kArithmeticCoding},
+        {"", h263("10 000 010 00001 00101 0 0"), R::kNotIntra},       // PB-frame
+        {"", h263("10 000 010 00000 00000 0 0"), R::kDamagedHeader},  // quantiser 0
+        {"", h263("10 000 111 000 010" + modes + "000000001 0 00101 0"),
+         R::kNotIntra},  // no OPPTYPE
+        {"", h263_plus("010 001000000001000"), R::kArithmeticCoding},
+        {"", h263_plus("010" + modes, "001000001"), R::kNotIntra},
+        {"", h263_plus("010" + modes, "000100001"), R::kResampling},
+        {"", h263_plus("010" + modes, "000010001"), R::kReducedResolution},
+        {"", h263_plus("010 000000010001000", "000000001 0 100 0 1"), R::kBackChannel},
+        {"", h263("10 000 111 001" + custom + "000000000 00101 0"), R::kDamagedHeader},  // height 0
+        {"", h263("10 000 111 001" + custom + "100100001 00101 0"),
+         R::kDamagedHeader},  // height 1156
     };
+    std::set<M4vRefusal> seen = {R::kNoMemory};  // which another test brings about
     for (const auto& c : kCases) {
-        const Planes planes = decode(c.config, c.sample, c.is_mpeg4);
-        EXPECT_EQ(planes.empty() ? -1 : planes[0], c.want) << "row " << &c - kCases;
+        M4vRefusal refusal;
+        const Planes planes = decode(c.config, c.sample, c.is_mpeg4, &refusal);
+        EXPECT_EQ(planes.empty() ? -1 : planes[0], c.want.sample) << "row " << &c - kCases;
+        EXPECT_EQ(refusal, c.want.refusal) << "row " << &c - kCases;
+        seen.insert(refusal);
+    }
+    EXPECT_EQ(seen.size(), size_t{static_cast<unsigned>(kM4vLastRefusal)} + 1);
+}
+
+TEST(Decoder, SaysWhenMemoryIsShort) {
+    for (unsigned seed = 1; seed <= 20; ++seed) {
+        const auto [config, sample, planes] = write_picture(seed % 2, seed);
+        M4vRefusal refusal = M4vRefusal::kNone;
+        // The first allocation is that of the allocator's lock.
+        for (int n = 2;; ++n) {
+            fail_allocation(n);
+            decode(config, sample, true, &refusal);
+            if (!has_allocation_failed()) break;
+            EXPECT_EQ(refusal, M4vRefusal::kNoMemory) << "seed " << seed << ", allocation " << n;
+        }
+        fail_allocation(0);
+        EXPECT_EQ(refusal, M4vRefusal::kNone);
     }
 }

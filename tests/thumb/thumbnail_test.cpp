@@ -47,8 +47,8 @@ static int hand_out(DecodedPicture* picture) {
 }
 
 int DecodeKeyFrameAvc(const AvcFrameRequest*, DecodedPicture* picture) { return hand_out(picture); }
-int DecodeKeyFrameMpeg4(const KeyFrame*, DecodedPicture* picture, int32_t) {
-    return hand_out(picture);
+M4vRefusal decode_key_frame_mpeg4(const KeyFrame&, bool, DecodedPicture* picture) {
+    return hand_out(picture) ? M4vRefusal::kDamagedData : M4vRefusal::kNone;
 }
 
 class Thumbnail : public testing::Test {
