@@ -7,5 +7,5 @@ int main(int argc, char** argv) {
     // A file size limit or a closed pipe is a failed write like any other.
     signal(SIGXFSZ, SIG_IGN);
     signal(SIGPIPE, SIG_IGN);
-    return run_keystill(argc, argv);
+    return run_keystill(argc, argv, Surroundings::kSandbox);
 }

@@ -2,6 +2,7 @@
 #include "tool/run_keystill.h"
 
 #include "runtime/owned.h"
+#include "runtime/sandbox.h"
 #include "thumb/thumbnail.h"
 #include "tool/arguments.h"
 #include "tool/key_frames.h"
@@ -45,19 +46,22 @@ static int make_thumbnail(const Arguments& args) {
     return status;
 }
 
-static int check_and_run(int argc, const char* const* argv) {
+static int check_and_run(int argc, const char* const* argv, Surroundings surroundings) {
     Arguments args;
     if (arguments_read(argc, argv, &args) != 0) {
         arguments_print_usage(stderr, argc > 0 ? argv[0] : nullptr);
         return 1;
     }
     if (!arguments_are_in_range(args) || !arguments_name_a_video(args)) return 1;
+    if (surroundings == Surroundings::kSandbox) {
+        sandbox_enter({args.input_path, args.output_path, SandboxOutput::kWritten});
+    }
     return make_thumbnail(args);
 }
 
-int run_keystill(int argc, const char* const* argv) {
+int run_keystill(int argc, const char* const* argv, Surroundings surroundings) {
     upnp_memory_init();
-    const int status = check_and_run(argc, argv);
+    const int status = check_and_run(argc, argv, surroundings);
     upnp_memory_exit();
     return status;
 }

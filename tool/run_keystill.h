@@ -2,6 +2,12 @@
 // The whole program behind main.
 #pragma once
 
+enum class Surroundings {
+    kUnchanged,
+    kSandbox,  // once the arguments are checked, the process gives up all but input and output
+};
+
 // Runs with main's arguments and returns the exit status: 0 when the thumbnail was written, else 1.
 // Every accounted block is released on return. Not re-entrant.
-int run_keystill(int argc, const char* const* argv);
+int run_keystill(int argc, const char* const* argv,
+                 Surroundings surroundings = Surroundings::kUnchanged);
