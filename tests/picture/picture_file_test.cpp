@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "picture/picture_file.h"
+
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/jpeg_reader.h"
+
+namespace {
+
+// A slope from left to right, grey.
+struct Slope {
+    std::vector<uint8_t> bytes;
+    DecodedPicture decoded = {};
+    UprightPicture upright;
+
+    explicit Slope(int32_t width, int32_t height) {
+        bytes.assign(static_cast<size_t>(width * height) * 2, 128);
+        for (int32_t i = 0; i < width * height; ++i) {
+            bytes[static_cast<size_t>(i)] = static_cast<uint8_t>(i % width * 255 / width);
+        }
+        decoded.planes = bytes.data();
+        decoded.width = decoded.stride = static_cast<uint32_t>(width);
+        decoded.height = static_cast<uint32_t>(height);
+        decoded.u_offset = decoded.v_offset = static_cast<uint32_t>(width * height);
+        ShowingHints full;
+        full.full_range = 1;
+        EXPECT_EQ(make_upright(decoded, full, {}, &upright), UprightStatus::kDone);
+    }
+};
+
+std::string written(const std::function<bool(FILE*)>& write) {
+    char* data = nullptr;
+    size_t length = 0;
+    FILE* const file = open_memstream(&data, &length);
+    EXPECT_TRUE(write(file));
+    fclose(file);
+    const std::string bytes(data, length);
+    free(data);
+    return bytes;
+}
+
+TEST(PictureFile, PngGivesTheSameSamplesBack) {
+    for (const int32_t width : {2, 34, 250}) {
+        Slope slope(width, 6);
+        const std::string file = written([&](FILE* f) {
+            return write_png(slope.upright, {{"Thumb::URI", "file:///a%20b.mp4"}}, f);
+        });
+        EXPECT_NE(file.find(std::string("tEXtThumb::URI\0file:///a%20b.mp4", 31)),
+                  std::string::npos);
+        png_image image = {};
+        image.version = PNG_IMAGE_VERSION;
+        ASSERT_TRUE(png_image_begin_read_from_memory(&image, file.data(), file.size()));
+        ASSERT_EQ(image.width, static_cast<uint32_t>(width));
+        ASSERT_EQ(image.height, 6u);
+        image.format = PNG_FORMAT_RGB;
+        std::vector<uint8_t> got(PNG_IMAGE_SIZE(image));
+        ASSERT_TRUE(png_image_finish_read(&image, nullptr, got.data(), 0, nullptr));
+        std::vector<uint8_t> row(static_cast<size_t>(width) * 3);
+        for (int y = 0; y < 6; ++y) {
+            upright_row_rgb(slope.upright, y, row.data());
+            EXPECT_EQ(memcmp(row.data(), &got[static_cast<size_t>(y) * row.size()], row.size()), 0);
+        }
+    }
+}
+
+TEST(PictureFile, JpegShowsThePicture) {
+    Slope slope(250, 37);
+    const JpegImage image =
+        read_jpeg(written([&](FILE* f) { return write_jpeg(slope.upright, 90, f); }));
+    ASSERT_EQ(image.width, 250);
+    ASSERT_EQ(image.height, 37);
+    EXPECT_TRUE(image.is_baseline_420_jfif);
+    for (int x = 0; x < 250; x += 7) {
+        EXPECT_NEAR(image.at(x, x % 37)[0], x * 255 / 250, 4);
+        EXPECT_NEAR(image.at(x, x % 37)[1], 128, 1);
+    }
+}
+
+TEST(PictureFile, AFailingWriteIsReported) {
+    Slope slope(250, 200);
+    const auto fails = [&](const std::function<bool(FILE*)>& write) {
+        FILE* const full = fopen("/dev/full", "wb");
+        ASSERT_TRUE(full);
+        EXPECT_FALSE(write(full));
+        fclose(full);
+    };
+    fails([&](FILE* f) { return write_png(slope.upright, {}, f); });
+    fails([&](FILE* f) { return write_jpeg(slope.upright, 85, f); });
+}
+
+}  // namespace
