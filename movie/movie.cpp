@@ -6,7 +6,10 @@
 #include <optional>
 
 #include "movie/fragment_walk.h"
+#include "movie/key_frame_search.h"
 #include "movie/table_lookup.h"
+
+constexpr int64_t kEver = std::numeric_limits<int64_t>::max();
 
 // All that is known of an open movie.
 struct Movie::Parts {
@@ -64,86 +67,6 @@ bool Movie::Parts::visit_key_frames(int64_t time_us, KeyFrameVisitor* visitor) {
     }
     return !fragments || fragments->visit(media_time, visitor);
 }
-
-namespace {
-
-constexpr int64_t kEver = std::numeric_limits<int64_t>::max();
-
-// Found key frames as those of the movie.
-struct Resolver {
-    const Presentation& presentation;
-    const std::vector<VideoDescription>& descriptions;
-    uint64_t source_size;
-
-    // Nothing when it cannot be decoded or starts behind the source. The source may cut it.
-    std::optional<MovieKeyFrame> resolve(const FoundKeyFrame& found) const {
-        // An index that is out of range has one plausible meaning.
-        const uint32_t last = static_cast<uint32_t>(descriptions.size()) - 1;
-        const uint32_t description = std::min(std::max(found.description, 1u) - 1, last);
-        if (descriptions[description].refusal != MovieRefusal::kNone) return std::nullopt;
-        if (found.offset >= source_size) return std::nullopt;
-        const uint64_t there = std::min<uint64_t>(found.size, source_size - found.offset);
-        return MovieKeyFrame{presentation.shown_at(found.media_time), found.offset,
-                             static_cast<uint32_t>(there), description};
-    }
-};
-
-// The first ones shown at a time or later.
-class FirstFrom final : public KeyFrameVisitor {
- public:
-    FirstFrom(const Resolver& resolver, int64_t time_us, size_t count)
-        : resolver_(resolver), time_us_(std::max<int64_t>(time_us, 0)), count_(count) {}
-    bool wants(int64_t media_time) override {
-        const int64_t time = resolver_.presentation.shown_at(media_time);
-        return time >= time_us_ || (time_us_ == 0 && found_.empty());
-    }
-    bool take(const FoundKeyFrame& found) override {
-        std::optional<MovieKeyFrame> key_frame = resolver_.resolve(found);
-        if (!key_frame || key_frame->size < found.size) return true;
-        if (key_frame->time_us < 0) {
-            key_frame->time_us = 0;
-            start_ = key_frame;
-            return true;
-        }
-        if (start_ && key_frame->time_us > 0) found_.push_back(*start_);
-        start_.reset();
-        if (found_.size() < count_) found_.push_back(*key_frame);
-        return found_.size() < count_;
-    }
-    std::vector<MovieKeyFrame> take_found() {
-        if (start_ && found_.empty()) found_.push_back(*start_);
-        return std::move(found_);
-    }
-
- private:
-    const Resolver& resolver_;
-    int64_t time_us_;
-    size_t count_;
-    std::optional<MovieKeyFrame> start_;  // what the picture at the start is decoded from
-    std::vector<MovieKeyFrame> found_;
-};
-
-// The last one that is there, or else a cut one.
-class LastOne final : public KeyFrameVisitor {
- public:
-    explicit LastOne(const Resolver& resolver) : resolver_(resolver) {}
-    bool wants(int64_t /*media_time*/) override { return true; }
-    bool take(const FoundKeyFrame& found) override {
-        const std::optional<MovieKeyFrame> key_frame = resolver_.resolve(found);
-        if (!key_frame) return true;
-        (key_frame->size < found.size ? cut_ : whole_) = key_frame;
-        return true;
-    }
-    const std::optional<MovieKeyFrame>& whole() const { return whole_; }
-    const std::optional<MovieKeyFrame>& cut() const { return cut_; }
-
- private:
-    const Resolver& resolver_;
-    std::optional<MovieKeyFrame> whole_;
-    std::optional<MovieKeyFrame> cut_;
-};
-
-}  // namespace
 
 Movie::Movie(ByteSource* source) : parts_(std::make_unique<Parts>(source)) {
     parts_->refusal = parts_->open();
@@ -222,16 +145,34 @@ int64_t Movie::duration_us() {
 
 std::vector<MovieKeyFrame> Movie::key_frames_from(int64_t time_us, size_t count) {
     if (refusal() != MovieRefusal::kNone || count == 0) return {};
-    const Resolver resolver = {parts_->presentation, parts_->descriptions, parts_->source->size()};
-    FirstFrom wanted(resolver, time_us, count);
+    const CandidateCheck check(&parts_->reader, parts_->presentation,
+                               parts_->headers.video.entries);
+    FirstFrom wanted(&check, time_us, count);
     parts_->visit_key_frames(time_us, &wanted);
     std::vector<MovieKeyFrame> found = wanted.take_found();
     if (!found.empty()) return found;
-    LastOne last(resolver);
-    parts_->visit_key_frames(time_us, &last);
-    if (!last.whole()) parts_->visit_key_frames(std::numeric_limits<int64_t>::min(), &last);
-    if (last.whole()) return {*last.whole()};
-    if (last.cut()) return {*last.cut()};
+    // The last one before is rarely far away.
+    static constexpr int64_t kSteps_us[] = {30'000'000, 600'000'000, kEver};
+    LastOne last(&check);
+    for (const int64_t step_us : kSteps_us) {
+        int64_t from_us;
+        if (__builtin_sub_overflow(time_us, step_us, &from_us) || step_us == kEver)
+            from_us = -kEver;
+        last.set_start(from_us);
+        parts_->visit_key_frames(from_us, &last);
+        if (last.best_one()) break;
+    }
+    if (last.best_one()) return {*last.best_one()};
+    if (parts_->headers.video.tables.sync.count != 0) {
+        // The table of sync samples may be wrong altogether.
+        SampleTables tables = parts_->headers.video.tables;
+        tables.sync = {};
+        FirstFrom any(&check, 0, count);
+        visit_table_key_frames(parts_->source, &parts_->work, tables, 0, &any);
+        found = any.take_found();
+        if (!found.empty()) return found;
+    }
+    if (last.any_one()) return {*last.any_one()};
     return {};
 }
 

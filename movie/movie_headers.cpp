@@ -101,7 +101,6 @@ static void read_tables(SourceReader* reader, const Box& stbl, VideoTrack* track
                 break;
             case fourcc("stss"):
                 tables->sync = table_of(reader, box, 4);
-                tables->has_sync = true;
                 break;
             case fourcc("stsc"):
                 tables->chunk_runs = table_of(reader, box, 12);

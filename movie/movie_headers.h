@@ -16,13 +16,12 @@ struct DisplayMatrix {
 
 // Where a track's tables lie in the source. A table that is missing has no entries.
 struct SampleTables {
-    Table durations;     // "stts"
-    Table compositions;  // "ctts"
-    Table sync;          // "stss"
-    Table chunk_runs;    // "stsc"
-    Table sizes;         // "stsz", "stz2": entries of size_bits
-    Table chunks;        // "stco", "co64"
-    bool has_sync = false;
+    Table durations;            // "stts"
+    Table compositions;         // "ctts"
+    Table sync;                 // "stss"
+    Table chunk_runs;           // "stsc"
+    Table sizes;                // "stsz", "stz2": entries of size_bits
+    Table chunks;               // "stco", "co64"
     uint32_t sample_size = 0;   // of all samples, 0 if the table has sizes
     uint32_t size_bits = 32;    // 4, 8, 16 or 32
     uint32_t sample_count = 0;  // as far as sizes are there

@@ -156,20 +156,16 @@ class PlaceCursor {
     uint64_t offset_ = 0;
 };
 
-// Sync samples by number, 0-based. Without a table all are.
+// Sync samples by number, 0-based. Without a table all are; with an empty one none should be, but
+// writers leave it empty who do not know.
 class SyncCursor {
  public:
     SyncCursor(ByteSource* source, WorkBudget* work, const SampleTables& tables, uint64_t first)
-        : reader_(source, work), tables_(tables), sample_(first) {
-        // A table without entries: no sample is marked, but decoding has to start somewhere.
-        is_only_first_ = tables.has_sync && tables.sync.count == 0;
-        if (is_only_first_) sample_ = 0;
-    }
+        : reader_(source, work), tables_(tables), sample_(first) {}
     bool next(uint64_t* sample) {
-        if (is_only_first_ || !tables_.has_sync) {
+        if (tables_.sync.count == 0) {
             *sample = sample_++;
-            return *sample <
-                   (is_only_first_ ? std::min(tables_.sample_count, 1u) : tables_.sample_count);
+            return *sample < tables_.sample_count;
         }
         while (entry_ < tables_.sync.count) {
             const uint8_t* const entry = reader_.at(tables_.sync.offset + 4 * entry_++, 4);
@@ -186,7 +182,6 @@ class SyncCursor {
  private:
     SourceReader reader_;
     const SampleTables& tables_;
-    bool is_only_first_ = false;
     uint64_t sample_;
     uint64_t entry_ = 0;
     uint64_t last_ = 0;  // 1-based number
@@ -200,7 +195,7 @@ bool visit_table_key_frames(ByteSource* source, WorkBudget* work, const SampleTa
     RunCursor compositions(source, work, tables.compositions);
     PlaceCursor places(source, work, tables);
     uint64_t first = 0;
-    if (!tables.has_sync && tables.compositions.count == 0 && media_time > 0) {
+    if (tables.sync.count == 0 && tables.compositions.count == 0 && media_time > 0) {
         first = durations.sample_at_sum(static_cast<uint64_t>(media_time), tables.sample_count);
     }
     SyncCursor sync(source, work, tables, first);

@@ -6,8 +6,9 @@
 #include "movie/key_frame_visitor.h"
 #include "movie/movie_headers.h"
 
-// Shows the visitor the sync samples of the tables that may be composed at media_time or later;
-// what is before it is skipped where that saves work. Returns false once the visitor has enough.
+// Shows the visitor the sync samples of the tables, or all samples without a table of these, that
+// may be composed at media_time or later; what is before it is skipped where that saves work.
+// Returns false once the visitor has enough.
 bool visit_table_key_frames(ByteSource* source, WorkBudget* work, const SampleTables& tables,
                             int64_t media_time, KeyFrameVisitor* visitor);
 

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "movie/key_frame_search.h"
+
+#include <algorithm>
+
+#include "movie/intra_probe.h"
+
+CandidateState CandidateCheck::check(const FoundKeyFrame& found, MovieKeyFrame* key_frame) const {
+    // An index that is out of range has one plausible meaning.
+    const size_t description =
+        std::min<size_t>(std::max(found.description, 1U) - 1, entries_.size() - 1);
+    const SampleEntry& entry = entries_[description];
+    const uint64_t source_size = reader_->source_size();
+    if (entry.description.refusal != MovieRefusal::kNone || found.offset >= source_size) {
+        return CandidateState::kAbsent;
+    }
+    const uint64_t there = std::min<uint64_t>(found.size, source_size - found.offset);
+    *key_frame = {shown_at(found.media_time), found.offset, static_cast<uint32_t>(there),
+                  static_cast<uint32_t>(description)};
+    const IntraGuess guess = probe_sample(reader_, entry.description.codec,
+                                          entry.stored_prefix_size, found.offset, key_frame->size);
+    if (guess == IntraGuess::kNotIntra) return CandidateState::kNoPicture;
+    return there < found.size ? CandidateState::kCut : CandidateState::kGood;
+}
+
+bool FirstFrom::wants(int64_t media_time) {
+    return check_->shown_at(media_time) >= time_us_ || (time_us_ == 0 && found_.empty());
+}
+
+bool FirstFrom::take(const FoundKeyFrame& found) {
+    MovieKeyFrame key_frame;
+    if (check_->check(found, &key_frame) != CandidateState::kGood) return true;
+    if (key_frame.time_us < 0) {
+        key_frame.time_us = 0;
+        start_ = key_frame;
+        return true;
+    }
+    if (start_ && key_frame.time_us > 0) found_.push_back(*start_);
+    start_.reset();
+    if (found_.size() < count_) found_.push_back(key_frame);
+    return found_.size() < count_;
+}
+
+std::vector<MovieKeyFrame> FirstFrom::take_found() {
+    if (start_ && found_.empty()) found_.push_back(*start_);
+    return std::move(found_);
+}
+
+bool LastOne::take(const FoundKeyFrame& found) {
+    MovieKeyFrame key_frame;
+    switch (check_->check(found, &key_frame)) {
+        case CandidateState::kGood:
+            best_ = key_frame;
+            break;
+        case CandidateState::kNoPicture:
+            doubtful_ = key_frame;
+            break;
+        case CandidateState::kCut:
+            cut_ = key_frame;
+            break;
+        case CandidateState::kAbsent:
+            break;
+    }
+    return true;
+}
