@@ -19,6 +19,14 @@ function(keystill_library name)
     target_compile_options(${name} PRIVATE -fPIE -fno-exceptions -fno-rtti -ffunction-sections -fdata-sections)
 endfunction()
 
+# keystill_program(NAME): installs a program, which brings what it needs of the C++ library along.
+include(GNUInstallDirs)
+function(keystill_program name)
+    target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti)
+    target_link_options(${name} PRIVATE -Wl,--gc-sections -static-libgcc -static-libstdc++)
+    install(TARGETS ${name} RUNTIME COMPONENT keystill)
+endfunction()
+
 # keystill_test(NAME SOURCES... LIBS ...): one GoogleTest program per module, run as one CTest entry.
 function(keystill_test name)
     cmake_parse_arguments(T "" "" "LIBS" ${ARGN})

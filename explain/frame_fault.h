@@ -5,9 +5,9 @@
 
 #include <stdint.h>
 
+#include "explain/avc_facts.h"
+#include "explain/verdict.h"
 #include "runtime/key_frame.h"
-#include "tool/explain_avc.h"
-#include "tool/explain_reason.h"
 
 struct FrameFault {
     Verdict verdict;  // no failure when the frame can be decoded, or when memory is short

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "tool/explain_verdict.h"
+#include "explain/run_verdict.h"
 
 #include <errno.h>
 #include <inttypes.h>

@@ -4,12 +4,12 @@
 
 #include <stdint.h>
 
+#include "explain/avc_facts.h"
+#include "explain/box_list.h"
+#include "explain/frame_fault.h"
 #include "mp4/parse_context.h"
 #include "thumb/thumbnail.h"
 #include "tool/arguments.h"
-#include "tool/explain_avc.h"
-#include "tool/explain_boxes.h"
-#include "tool/explain_frame.h"
 
 // What a real run came to, short of writing the file.
 struct TrialRun {

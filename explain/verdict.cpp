@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "tool/explain_reason.h"
+#include "explain/verdict.h"
 
 #include <stdarg.h>
 #include <stdio.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "tool/explain_avc.h"
+#include "explain/avc_facts.h"
 
 #include <string.h>
 

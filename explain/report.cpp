@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "tool/explain_report.h"
+#include "explain/report.h"
 
 #include <inttypes.h>
 #include <string.h>
 
 #include <algorithm>
 
+#include "explain/run_verdict.h"
 #include "mp4/video_state.h"
 #include "runtime/message_log.h"
 #include "runtime/owned.h"
 #include "thumb/decode_key_frame_mpeg4.h"
-#include "tool/explain_verdict.h"
 #include "tool/key_frames.h"
 #include "tool/movie_index.h"
 #include "tool/selection.h"

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include <inttypes.h>
 
+#include "explain/frame_fault.h"
 #include "m4vdec/h263_headers.h"
 #include "m4vdec/m4v_decoder.h"
 #include "m4vdec/m4v_headers.h"
-#include "tool/explain_frame.h"
 
 // ISO/IEC 14496-2 6.2.3, read up to the first tool that the decoder refuses; null when there is
 // none down to the quantiser matrices.

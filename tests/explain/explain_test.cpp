@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include "explain/report.h"
 #include "runtime/accounted_memory.h"
 #include "tests/support/avc_builder.h"
 #include "tests/support/box_builder.h"
 #include "tests/support/temp_folder.h"
-#include "tool/explain_report.h"
 #include "tool/run_keystill.h"
 
 static MovieSpec movie(const SpsSpec& sps = {}, const PpsSpec& pps = {}, uint32_t slice_type = 7) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "tool/explain_boxes.h"
+#include "explain/box_list.h"
 
 #include <inttypes.h>
 #include <string.h>

@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "avcdec/avc_decoder.h"
+#include "explain/frame_fault.h"
 #include "runtime/owned.h"
-#include "tool/explain_frame.h"
 
 constexpr uint64_t kMostMacroblocks = 65535;
 constexpr uint64_t kMostMacroblocksOfSide = 4095;

@@ -3,8 +3,8 @@
 #include <inttypes.h>
 #include <string.h>
 
+#include "explain/run_verdict.h"
 #include "mp4/video_state.h"
-#include "tool/explain_verdict.h"
 #include "tool/movie_index.h"
 
 struct FormatName {
