@@ -2,6 +2,7 @@
 #include "movie/movie.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <optional>
 
@@ -93,19 +94,30 @@ std::string Movie::refused_format() const {
 
 const std::vector<VideoDescription>& Movie::descriptions() const { return parts_->descriptions; }
 
-Orientation Movie::orientation() const {
-    // ISO 14496-12 8.2.2.3 and 8.3.2.3: a point goes through the track's matrix, then the movie's.
-    const DisplayMatrix& track = parts_->headers.video.matrix;
-    const DisplayMatrix& movie = parts_->headers.matrix;
+// x' = ax + cy, y' = bx + dy, with y downwards.
+struct CombinedMatrix {
+    double a, b, c, d;
+};
+
+// ISO 14496-12 8.2.2.3 and 8.3.2.3: a point goes through the track's matrix, then the movie's.
+static CombinedMatrix combine(const DisplayMatrix& track, const DisplayMatrix& movie) {
     const auto entry = [](int64_t a, int64_t b, int64_t c, int64_t d) {
         return static_cast<double>(a) * static_cast<double>(b) +
                static_cast<double>(c) * static_cast<double>(d);
     };
-    const double a = entry(track.a, movie.a, track.b, movie.c);
-    const double b = entry(track.a, movie.b, track.b, movie.d);
-    const double c = entry(track.c, movie.a, track.d, movie.c);
-    const double d = entry(track.c, movie.b, track.d, movie.d);
-    // x' = ax + cy, y' = bx + dy, with y downwards.
+    return {entry(track.a, movie.a, track.b, movie.c), entry(track.a, movie.b, track.b, movie.d),
+            entry(track.c, movie.a, track.d, movie.c), entry(track.c, movie.b, track.d, movie.d)};
+}
+
+double Movie::stretch() const {
+    const auto [a, b, c, d] = combine(parts_->headers.video.matrix, parts_->headers.matrix);
+    const double horizontally = std::hypot(a, c);
+    const double vertically = std::hypot(b, d);
+    return horizontally > 0 && vertically > 0 ? horizontally / vertically : 1;
+}
+
+Orientation Movie::orientation() const {
+    const auto [a, b, c, d] = combine(parts_->headers.video.matrix, parts_->headers.matrix);
     const auto size = [](double v) { return v < 0 ? -v : v; };
     if (size(a) + size(d) >= size(b) + size(c)) {
         if (a >= 0) return d >= 0 ? Orientation::kUpright : Orientation::kFlipped;

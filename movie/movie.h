@@ -54,6 +54,9 @@ class Movie {
     const std::vector<VideoDescription>& descriptions() const;
     // What the display matrices of track and movie come nearest to.
     Orientation orientation() const;
+    // How much more they stretch what is shown horizontally than vertically, 1 if nothing is said.
+    // Greater than 0. Players stretch the coded picture by it, also when they turn it.
+    double stretch() const;
     // The track header's size in pixels before it is turned, fractions cut off. 0 if not stated.
     uint32_t display_width() const;
     uint32_t display_height() const;

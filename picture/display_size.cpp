@@ -2,8 +2,9 @@
 #include "picture/display_size.h"
 
 #include <algorithm>
+#include <cmath>
 
-constexpr int64_t kUtmostShape = 8;
+constexpr double kUtmostAspect = 8;
 constexpr int64_t kMaxSide = 65500;  // what a JPEG file can have
 
 static int64_t align16(int64_t size) { return (size + 15) & ~int64_t{15}; }
@@ -37,12 +38,9 @@ static int32_t scaled(int64_t value, int64_t numerator, int64_t denominator) {
     return static_cast<int32_t>(std::clamp<int64_t>(result, 1, kMaxSide));
 }
 
-DisplaySize square_pixel_size(DisplaySize turned, PixelShape shape) {
-    const int64_t width = shape.width;
-    const int64_t height = shape.height;
-    if (width == 0 || height == 0) return turned;
-    if (width > height * kUtmostShape || height > width * kUtmostShape) return turned;
-    return {scaled(turned.width, width, height), turned.height};
+DisplaySize square_pixel_size(DisplaySize size, double aspect) {
+    if (!(aspect >= 1 / kUtmostAspect && aspect <= kUtmostAspect)) return size;
+    return {scaled(std::llround(size.width * aspect), 1, 1), size.height};
 }
 
 DisplaySize limited_size(DisplaySize picture, const SizeLimit& limit) {

@@ -8,11 +8,6 @@
 
 #include "avcdec/decoded_picture.h"
 
-struct PixelShape {
-    uint32_t width = 0;  // 0 in either: not known, hence square
-    uint32_t height = 0;
-};
-
 struct DisplaySize {
     int32_t width;
     int32_t height;
@@ -39,9 +34,9 @@ struct SizeLimit {
 // whose encoders know whole macroblocks only. Nothing when no sample is left.
 std::optional<VisibleArea> visible_area(const DecodedPicture& picture, DisplaySize stated);
 
-// The size with square pixels: the height stays, the width follows the shape. Shapes beyond 8:1 are
-// no shapes but damage, and ignored. The size is that of the turned picture, and so is the shape.
-DisplaySize square_pixel_size(DisplaySize turned, PixelShape shape);
+// The size with square pixels, when pixels are `aspect` times as wide as high: the height stays,
+// the width follows. Beyond 8:1 it is no aspect but damage, and ignored.
+DisplaySize square_pixel_size(DisplaySize size, double aspect);
 
 // The largest size of the picture's shape within the limit, to the nearest pixel, at least 1x1.
 DisplaySize limited_size(DisplaySize picture, const SizeLimit& limit);

@@ -116,10 +116,15 @@ static DisplaySize turned_size(Turn turn, DisplaySize size) {
     return turn.is_transposed ? DisplaySize{size.height, size.width} : size;
 }
 
-static PixelShape choose_shape(const StreamPresentation& stream, const ShowingHints& container) {
-    PixelShape shape = container.pixel_shape;
-    if (shape.width == 0 || shape.height == 0) shape = {stream.pixel_width, stream.pixel_height};
-    return container.turn.is_transposed ? PixelShape{shape.height, shape.width} : shape;
+// Width of a pixel by its height, as shown.
+static double choose_aspect(const StreamPresentation& stream, const ShowingHints& container) {
+    double aspect = container.stretch;
+    if (container.pixel_width != 0 && container.pixel_height != 0) {
+        aspect *= static_cast<double>(container.pixel_width) / container.pixel_height;
+    } else if (stream.pixel_width != 0 && stream.pixel_height != 0) {
+        aspect *= static_cast<double>(stream.pixel_width) / stream.pixel_height;
+    }
+    return container.turn.is_transposed ? 1 / aspect : aspect;
 }
 
 UprightStatus make_upright(const DecodedPicture& decoded, const ShowingHints& hints,
@@ -128,7 +133,7 @@ UprightStatus make_upright(const DecodedPicture& decoded, const ShowingHints& hi
     if (!area) return UprightStatus::kNothingVisible;
     const Turn turn = hints.turn;
     const DisplaySize display = square_pixel_size(turned_size(turn, {area->width, area->height}),
-                                                  choose_shape(decoded.presentation, hints));
+                                                  choose_aspect(decoded.presentation, hints));
     const DisplaySize result = limited_size(display, limit);
     const DisplaySize coded = turned_size(turn, result);
 

@@ -117,6 +117,36 @@ TEST(UprightPicture, ConvertsColoursByMatrixAndRange) {
     EXPECT_EQ(rgb_at(upright, 0, 0), (std::array<int, 3>{0, 0, 0}));
 }
 
+TEST(UprightPicture, MakesPixelsSquare) {
+    const struct {
+        uint16_t stream[2];
+        uint32_t container[2];
+        double stretch;
+        int orientation;
+        int width, height;
+    } kCases[] = {
+        {{0, 0}, {0, 0}, 1, 1, 48, 32}, {{4, 3}, {0, 0}, 1, 1, 64, 32},
+        {{4, 3}, {1, 1}, 1, 1, 48, 32}, {{4, 3}, {0, 9}, 1, 1, 64, 32},
+        {{2, 1}, {0, 0}, 1, 6, 16, 48}, {{0, 0}, {1, 2}, 1, 8, 64, 48},
+        {{0, 0}, {0, 0}, 2, 1, 96, 32}, {{0, 0}, {2, 1}, 0.5, 1, 48, 32},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(&c - kCases);
+        TestPicture source(48, 32);
+        source.decoded.presentation.pixel_width = c.stream[0];
+        source.decoded.presentation.pixel_height = c.stream[1];
+        ShowingHints hints;
+        hints.pixel_width = c.container[0];
+        hints.pixel_height = c.container[1];
+        hints.stretch = c.stretch;
+        hints.turn = turn_of_orientation(c.orientation);
+        UprightPicture upright;
+        ASSERT_EQ(make_upright(source.decoded, hints, {}, &upright), UprightStatus::kDone);
+        EXPECT_EQ(upright.width, c.width);
+        EXPECT_EQ(upright.height, c.height);
+    }
+}
+
 TEST(UprightPicture, CropsOnAllSides) {
     TestPicture source(64, 48);
     source.fill(0, 0, 0);
