@@ -6,57 +6,7 @@
 #include "explain/run_verdict.h"
 #include "mp4/video_state.h"
 #include "tool/movie_index.h"
-
-struct FormatName {
-    char format[5];
-    const char* name;
-    const char* advice;
-};
-
-static const char kCopyToMp4[] = "Copy the stream into a new file: ffmpeg -i IN -c copy OUT.mp4";
-static const char kCopyTo3gp[] = "Copy the stream into a new file: ffmpeg -i IN -c copy OUT.3gp";
-
-// clang-format off
-static const FormatName kFormats[] = {
-    {"hvc1", "HEVC", kEncodeAgain},
-    {"hev1", "HEVC", kEncodeAgain},
-    {"dvh1", "HEVC", kEncodeAgain},
-    {"dvhe", "HEVC", kEncodeAgain},
-    {"av01", "AV1", kEncodeAgain},
-    {"vp08", "VP8", kEncodeAgain},
-    {"vp09", "VP9", kEncodeAgain},
-    {"vvc1", "VVC", kEncodeAgain},
-    {"vvi1", "VVC", kEncodeAgain},
-    {"avc2", "H.264 with extractors", kEncodeAgain},
-    {"avc3", "H.264 with parameter sets in the stream", kCopyToMp4},
-    {"avc4", "H.264 with parameter sets in the stream", kCopyToMp4},
-    {"h263", "H.263 in QuickTime style", kCopyTo3gp},
-    {"H263", "H.263 in QuickTime style", kCopyTo3gp},
-    {"jpeg", "Motion JPEG", kEncodeAgain},
-    {"mjpa", "Motion JPEG", kEncodeAgain},
-    {"mjpb", "Motion JPEG", kEncodeAgain},
-    {"mp1v", "MPEG-1 video", kEncodeAgain},
-    {"mp2v", "MPEG-2 video", kEncodeAgain},
-    {"m2v1", "MPEG-2 video", kEncodeAgain},
-    {"apch", "ProRes", kEncodeAgain},
-    {"apcn", "ProRes", kEncodeAgain},
-    {"apcs", "ProRes", kEncodeAgain},
-    {"apco", "ProRes", kEncodeAgain},
-    {"ap4h", "ProRes", kEncodeAgain},
-    {"rle ", "QuickTime Animation", kEncodeAgain},
-    {"png ", "PNG", kEncodeAgain},
-    {"vc-1", "VC-1", kEncodeAgain},
-};
-// clang-format on
-
-static const FormatName kUnknownFormat = {"", "not known here", kEncodeAgain};
-
-static const FormatName& find_format(const char* format) {
-    for (const FormatName& row : kFormats) {
-        if (memcmp(row.format, format, 4) == 0) return row;
-    }
-    return kUnknownFormat;
-}
+#include "wording/codec_names.h"
 
 static bool is_decodable(const char* format) {
     return strcmp(format, "avc1") == 0 || strcmp(format, "mp4v") == 0 ||
@@ -118,12 +68,12 @@ static void explain_codec(const BoxFacts& facts, Verdict* verdict) {
     } else if (video.format[0] == '\0') {
         verdict_fail(verdict, kCopyStreams, "The video track does not say what codec it has.");
     } else if (!is_decodable(video.format)) {
-        const FormatName& known = find_format(video.format);
+        const CodecName& known = codec_name(video.format);
         verdict_fail(verdict, known.advice,
                      "The %s codec is %s (%s); H.264 (avc1), MPEG-4 Part 2 (mp4v) and H.263 (s263) "
                      "can be decoded.",
-                     facts.video_tracks > 1 ? "last video track's" : "video's", known.name,
-                     video.format);
+                     facts.video_tracks > 1 ? "last video track's" : "video's",
+                     *known.name ? known.name : "not known here", video.format);
     } else {
         verdict_fail(verdict, kCopyStreams,
                      "The video's sample description (stsd) cannot be read: its size is wrong%s.",

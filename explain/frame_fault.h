@@ -5,7 +5,7 @@
 
 #include <stdint.h>
 
-#include "explain/avc_facts.h"
+#include "explain/avc_set_look.h"
 #include "explain/verdict.h"
 #include "runtime/key_frame.h"
 

@@ -12,8 +12,6 @@
 #include "runtime/accounted_memory.h"
 #include "thumb/jpeg_writer.h"
 
-static const char kAskForLess[] = "Ask for fewer key frames, or raise the limit (ulimit -v).";
-
 static void check_side(const char* name, int32_t side, Verdict* verdict) {
     if (side < 0) {
         verdict_fail(verdict, "Give 0 for the picture's own size.",

@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-#include "explain/avc_facts.h"
+#include "explain/avc_set_look.h"
 #include "explain/box_list.h"
 #include "explain/frame_fault.h"
 #include "mp4/parse_context.h"

@@ -4,11 +4,6 @@
 #include <stdarg.h>
 #include <stdio.h>
 
-const char kCopyStreams[] = "Copy the streams into a new file: ffmpeg -i IN -c copy OUT.mp4";
-const char kEncodeAgain[] =
-    "Encode the video again: ffmpeg -i IN -c:v libx264 -pix_fmt yuv420p OUT.mp4";
-const char kLookElsewhere[] = "Start at another part of the clip, or take another percentile.";
-
 void verdict_fail(Verdict* verdict, const char* advice, const char* format, ...) {
     if (verdict->is_failure) return;
     verdict->is_failure = true;

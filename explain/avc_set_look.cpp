@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "explain/avc_facts.h"
+#include "explain/avc_set_look.h"
 
 #include <string.h>
 

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// The decoders' reasons in sentences, with what to do about them. There is no other table of them.
+#pragma once
+
+#include <string>
+
+#include "m4vdec/m4v_refusal.h"
+
+enum class RefusalKind : unsigned char {
+    kNone,
+    kMemory,       // there may be a picture where there is more
+    kUnsupported,  // fine, but of a kind that is not decoded
+    kDamage,       // cut off, or not as the standard has it
+};
+
+struct Wording {
+    RefusalKind kind;
+    std::string sentence;
+    std::string advice;  // "" when there is nothing to do
+};
+
+Wording wording_of(M4vRefusal reason);
