@@ -43,13 +43,18 @@ void avcdec_create(const AvcDecoderOptions* options, AvcCreateResult* result) {
 void avcdec_destroy(AvcDecoder* d) {
     if (!d) return;
     avc_release_work(d);
-    for (AvcSps* const sps : d->sps_table) {
-        if (sps) upnp_free(sps);
-    }
-    for (AvcPps* const pps : d->pps_table) {
-        if (pps) upnp_free(pps);
-    }
+    avc_release_sets(&d->sets);
     upnp_free(d->block);
+}
+
+int avc_parse_sps(AvcBitReader* r, AvcDecoder* d) {
+    d->refused = avc_store_sps(&d->sets, r);
+    return d->refused ? 1 : 0;
+}
+
+int avc_parse_pps(AvcBitReader* r, AvcDecoder* d) {
+    d->refused = avc_store_pps(&d->sets, r);
+    return d->refused ? 1 : 0;
 }
 
 int avc_allocate_work(AvcDecoder* d, const AvcSps* sps) {
@@ -58,8 +63,8 @@ int avc_allocate_work(AvcDecoder* d, const AvcSps* sps) {
     if (!columns || !deblock) return 1;
     d->columns = columns.release();
     d->deblock = deblock.release();
-    d->picture.width_mbs = sps->width_mbs;
-    d->picture.height_mbs = sps->height_mbs;
+    d->picture.width_mbs = static_cast<uint16_t>(sps->width_mbs);
+    d->picture.height_mbs = static_cast<uint16_t>(sps->height_mbs);
     return 0;
 }
 
@@ -77,8 +82,8 @@ void avcdec_get_stream_info(const AvcDecoder* d, AvcStreamInfo* info, uint32_t s
         return;
     }
     const AvcSps* sps = nullptr;
-    if (sps_id == kAvcLastSps) sps = d->last_sps;
-    if (sps_id < kMaxSps) sps = d->sps_table[sps_id];
+    if (sps_id == kAvcLastSps) sps = d->sets.last_sps;
+    if (sps_id < kMaxSps) sps = d->sets.sps[sps_id];
     if (!sps) {
         info->error = kAvcInfoNoSps;
         return;
@@ -102,20 +107,20 @@ static void count_picture(AvcDecoder* d, AvcDecodeOutput* out) {
 }
 
 static bool is_target_of_active_sps(const AvcDecodeInput* in) {
-    const AvcSps* const sps = in->decoder->active_sps;
+    const AvcSps* const sps = in->decoder->sets.active_sps;
     return sps && sps->seq_parameter_set_id == in->target_sps_id;
 }
 
 // A parameter set may have been replaced by one of another size after the target was made for it.
 // In a larger target samples would stay unset.
 static bool is_target_of_active_size(const AvcDecodeInput* in) {
-    const AvcSps* const sps = in->decoder->active_sps;
+    const AvcSps* const sps = in->decoder->sets.active_sps;
     const uint64_t size = uint64_t{sps->width} * sps->height * 3 / 2;
     return in->stride == sps->width && in->target_size == size;
 }
 
 static void set_target(AvcDecoder* d, const AvcDecodeInput* in) {
-    const size_t luma_size = static_cast<size_t>(in->stride) * d->active_sps->height;
+    const size_t luma_size = static_cast<size_t>(in->stride) * d->sets.active_sps->height;
     d->time_stamp = in->time_stamp;
     d->picture.stride = in->stride;
     d->picture.plane[0] = in->target;
@@ -123,9 +128,14 @@ static void set_target(AvcDecoder* d, const AvcDecodeInput* in) {
     d->picture.plane[2] = in->target + luma_size + luma_size / 4;
 }
 
+static void refuse(AvcDecodeOutput* out, AvcError error, AvcRefused refused) {
+    out->error = error;
+    out->refused = refused;
+}
+
 static void reject_slice_header(const AvcDecodeInput* in, AvcDecodeOutput* out) {
-    out->error = kAvcBadSliceHeader;
-    if (in->decoder->active_sps && !is_target_of_active_sps(in)) {
+    refuse(out, kAvcBadSliceHeader, in->decoder->refused);
+    if (in->decoder->sets.active_sps && !is_target_of_active_sps(in)) {
         out->consumed = 0;
     } else if (in->decoder->nal_unit_type == kNalIdrSlice && is_target_of_active_sps(in)) {
         out->events |= kAvcEventIdrRejected;
@@ -137,7 +147,7 @@ static void end_partial_picture(AvcDecoder* d, AvcDecodeOutput* out) {
     out->consumed = 0;
     count_picture(d, out);
     if (d->picture_flags == 0) {
-        out->error = kAvcSliceOfNextPicture;
+        refuse(out, kAvcSliceOfNextPicture, {AvcRefusal::kSliceOverlap});
     } else {
         picture_finish(d);
         picture_begin(d);
@@ -147,7 +157,7 @@ static void end_partial_picture(AvcDecoder* d, AvcDecodeOutput* out) {
 static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
     AvcDecoder* const d = in->decoder;
     if (!in->target) {
-        out->error = kAvcNoTarget;
+        refuse(out, kAvcNoTarget, {AvcRefusal::kNoSequenceSet});
         return;
     }
     const AvcSliceHeader saved = d->slice;
@@ -156,12 +166,13 @@ static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
         return;
     }
     if (!is_target_of_active_sps(in)) {
-        out->error = kAvcBadSliceHeader;
+        const uint32_t id = d->sets.active_sps->seq_parameter_set_id;
+        refuse(out, kAvcBadSliceHeader, {AvcRefusal::kOtherSequenceSet, id});
         out->consumed = 0;
         return;
     }
     if (!is_target_of_active_size(in)) {
-        out->error = kAvcBadSliceHeader;
+        refuse(out, kAvcBadSliceHeader, {AvcRefusal::kPictureSize});
         return;
     }
     if (d->slice.first_mb_in_slice < d->next_mb) {
@@ -172,10 +183,10 @@ static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
     set_target(d, in);
     d->picture_flags |= d->option_byte & kPictureOptions;
     if (avc_decode_slice_data(d)) {
-        out->error = kAvcBadSliceData;
+        refuse(out, kAvcBadSliceData, d->refused);
         return;
     }
-    if (d->next_mb == d->active_sps->pic_size_in_mbs) {
+    if (d->next_mb == d->sets.active_sps->pic_size_in_mbs) {
         picture_begin(d);
         d->picture_flags = 0;
         count_picture(d, out);
@@ -204,13 +215,13 @@ static void dispatch(const AvcDecodeInput* in, AvcDecodeOutput* out) {
             break;
         case kNalSps:
             if (avc_parse_sps(&d->bits, d)) {
-                out->error = kAvcBadSps;
+                refuse(out, kAvcBadSps, d->refused);
             } else {
                 out->events |= kAvcEventSps;
             }
             break;
         case kNalPps:
-            if (avc_parse_pps(&d->bits, d)) out->error = kAvcBadPps;
+            if (avc_parse_pps(&d->bits, d)) refuse(out, kAvcBadPps, d->refused);
             break;
         case kNalEndOfSequence:
         case kNalEndOfStream:
@@ -223,7 +234,7 @@ static void dispatch(const AvcDecodeInput* in, AvcDecodeOutput* out) {
 }
 
 static void flush(AvcDecoder* d, AvcDecodeOutput* out) {
-    if (!d->active_sps) return;
+    if (!d->sets.active_sps) return;
     out->picture = d->picture.plane[0];
     out->target = d->picture.plane[0];
     out->time_stamp = d->time_stamp;
@@ -231,7 +242,7 @@ static void flush(AvcDecoder* d, AvcDecodeOutput* out) {
 }
 
 void avcdec_decode_nal(const AvcDecodeInput* in, AvcDecodeOutput* out) {
-    *out = {kAvcOk, 0, nullptr, nullptr, kAvcNoTimeStamp, -1, -1, 0};
+    *out = {kAvcOk, 0, nullptr, nullptr, kAvcNoTimeStamp, -1, -1, 0, {}};
     AvcDecoder* const d = in->decoder;
     if (!d) {
         out->error = kAvcNoDecoder;
@@ -248,5 +259,5 @@ void avcdec_decode_nal(const AvcDecodeInput* in, AvcDecodeOutput* out) {
         dispatch(in, out);
     }
     out->picture_count = d->picture_count;
-    if (d->active_sps) out->sps_id = d->active_sps->seq_parameter_set_id;
+    if (d->sets.active_sps) out->sps_id = d->sets.active_sps->seq_parameter_set_id;
 }

@@ -10,7 +10,7 @@
 #include "avcdec/deblock.h"
 #include "avcdec/macroblock.h"
 #include "avcdec/nal_unit.h"
-#include "avcdec/parameter_sets.h"
+#include "avcdec/parameter_set_store.h"
 #include "avcdec/quantiser.h"
 #include "avcdec/recon_kernels.h"
 #include "avcdec/slice_header.h"
@@ -74,8 +74,9 @@ struct AvcDecodeOutput {
     uint8_t* target;
     uint64_t time_stamp;
     int32_t picture_count;
-    int32_t sps_id;   // of the active SPS, -1 when none is active
-    uint32_t events;  // AvcEvents
+    int32_t sps_id;      // of the active SPS, -1 when none is active
+    uint32_t events;     // AvcEvents
+    AvcRefused refused;  // the reason behind an error
 };
 
 struct AvcStreamInfo {
@@ -100,7 +101,6 @@ struct AvcDecoder {
     int32_t slice_qp;  // as coded, not brought into 0 to 51
     uint8_t is_cabac;
     uint8_t transform_8x8_mode;
-    uint8_t monochrome;  // of the last parsed SPS that coded a chroma format
     AvcQuantiser quantiser;
     CabacEngine cabac;
     uint8_t contexts[kCabacContexts];
@@ -111,8 +111,6 @@ struct AvcDecoder {
     ReconKernels kernels;
     AvcPicture picture;
 
-    AvcSps* active_sps;   // into sps_table
-    AvcPps* active_pps;   // into pps_table
     uint32_t next_mb;     // next macroblock address expected in the picture in progress
     uint64_t time_stamp;  // of the target
     int32_t picture_count;
@@ -122,9 +120,8 @@ struct AvcDecoder {
     uint8_t nal_unit_type;
     uint32_t option_flags;
     uint8_t option_table[32];
-    AvcSps* last_sps;            // into sps_table
-    AvcSps* sps_table[kMaxSps];  // owned records, by id
-    AvcPps* pps_table[kMaxPps];
+    AvcParameterSets sets;
+    AvcRefused refused;  // why the last unit was
 };
 
 // The table is copied. The new instance is the caller's, who ends it with avcdec_destroy.
@@ -138,6 +135,12 @@ void avcdec_get_stream_info(const AvcDecoder* decoder, AvcStreamInfo* info, uint
 
 // Null is allowed.
 void avcdec_destroy(AvcDecoder* decoder);
+
+// Parse the parameter set behind the NAL header that the reader stands on, and store it. Return 0,
+// or 1 when the set is malformed, not supported or cannot be stored: a stored record with the same
+// id then stays as it was. decoder->refused has the reason.
+int avc_parse_sps(AvcBitReader* r, AvcDecoder* decoder);
+int avc_parse_pps(AvcBitReader* r, AvcDecoder* decoder);
 
 // The working arrays of one SPS, sized by the picture width alone. Allocation returns 0, or 1
 // without memory; release forgets the arrays, the parameter sets stay.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/decode_key_frame_avc.h"
 
+#include <assert.h>
+
 #include "avcdec/avc_decoder.h"
 #include "runtime/owned.h"
 
@@ -49,22 +51,44 @@ static int make_picture(const AvcStreamInfo& info, DecodedPicture* picture, AvcD
 }
 
 // Sizes the picture when the first SPS has come, or another one has become active.
-static int update_picture(const AvcDecodeOutput& out, DecodedPicture* picture, AvcDecodeInput* in) {
+static AvcRefused update_picture(const AvcDecodeOutput& out, DecodedPicture* picture,
+                                 AvcDecodeInput* in) {
     uint32_t id = 0;
     if (out.events & kAvcEventSps && in->target_sps_id == -1) {
         id = kAvcLastSps;
     } else if (out.sps_id != in->target_sps_id && out.sps_id != -1) {
         id = static_cast<uint32_t>(out.sps_id);
     } else {
-        return 0;
+        return {};
     }
     AvcStreamInfo info;
     avcdec_get_stream_info(in->decoder, &info, id);
-    // Without a size the set cannot be used, and the first one is the one that has to be.
-    return info.error || info.width == 0 ? 1 : make_picture(info, picture, in);
+    if (info.error) return {AvcRefusal::kNoSequenceSet};
+    // Such a set cannot be used, and the first one is the one that has to be.
+    if (info.width == 0) return {AvcRefusal::kTooManyMacroblocks};
+    if (make_picture(info, picture, in)) return {AvcRefusal::kNoMemory};
+    return {};
 }
 
-static int decode(AvcDecoder* decoder, const AvcFrameRequest* request, DecodedPicture* picture) {
+static bool is_slice(uint8_t nal_header) {
+    const uint32_t nal_unit_type = nal_header & 31;
+    return nal_unit_type == kNalSlice || nal_unit_type == kNalIdrSlice;
+}
+
+// Decodes the unit of in and passes over what was consumed of it.
+static AvcRefused decode_unit(AvcDecodeInput* in, NalRun* run, DecodedPicture* picture,
+                              bool* is_complete) {
+    AvcDecodeOutput out;
+    avcdec_decode_nal(in, &out);
+    if (out.refused) return out.refused;
+    assert(out.error == kAvcOk && out.consumed == in->nal_length);
+    run->next += out.consumed;
+    *is_complete = out.events & kAvcEventPictureComplete;
+    return update_picture(out, picture, in);
+}
+
+static AvcRefused decode(AvcDecoder* decoder, const AvcFrameRequest* request,
+                         DecodedPicture* picture) {
     AvcDecodeInput in = {};
     in.decoder = decoder;
     in.time_stamp = kAvcNoTimeStamp;
@@ -74,30 +98,36 @@ static int decode(AvcDecoder* decoder, const AvcFrameRequest* request, DecodedPi
     NalRun run = {request->parameter_sets, request->parameter_sets + request->parameter_sets_length,
                   2};
     bool is_sample = false;
-    for (;;) {
-        // Also the end of a sample without a complete picture, and stray bytes behind the
-        // parameter sets.
-        if (read_nal_length(&run, &in.nal_length)) return 1;
+    bool has_slice = false;
+    bool is_complete = false;
+    while (!is_complete) {
+        if (is_sample && run.next == run.end) {
+            return {has_slice ? AvcRefusal::kSlicesMissing : AvcRefusal::kNoSlice};
+        }
+        // Also stray bytes behind the parameter sets.
+        if (read_nal_length(&run, &in.nal_length)) {
+            return {is_sample ? AvcRefusal::kSampleRun : AvcRefusal::kParameterSetRun};
+        }
         in.nal = run.next;
-        AvcDecodeOutput out;
-        avcdec_decode_nal(&in, &out);
-        if (out.error || out.consumed == 0 || out.consumed > in.nal_length) return 1;
-        run.next += out.consumed;
-        if (update_picture(out, picture, &in)) return 1;
-        if (out.events & kAvcEventPictureComplete) return 0;
+        has_slice = has_slice || is_slice(*in.nal);
+        if (const AvcRefused refused = decode_unit(&in, &run, picture, &is_complete)) {
+            return refused;
+        }
         if (!is_sample && run.next == run.end) {
             run = sample;
             is_sample = true;
         }
     }
+    return {};
 }
 
 int DecodeKeyFrameAvc(const AvcFrameRequest* request, DecodedPicture* picture) {
     const AvcDecoderOptions options = {};
     AvcCreateResult created;
     avcdec_create(&options, &created);
-    if (created.error || !created.decoder) return 1;
-    const int result = decode(created.decoder, request, picture);
+    AvcRefused refused = {AvcRefusal::kNoMemory};
+    if (created.decoder) refused = decode(created.decoder, request, picture);
     avcdec_destroy(created.decoder);
-    return result;
+    if (request->refused) *request->refused = refused;
+    return refused ? 1 : 0;
 }

@@ -4,6 +4,7 @@
 
 #include <stdint.h>
 
+#include "avcdec/avc_refusal.h"
 #include "avcdec/decoded_picture.h"
 
 struct AvcFrameRequest {
@@ -12,7 +13,8 @@ struct AvcFrameRequest {
     uint32_t parameter_sets_length;
     uint8_t* sample;         // NAL units, each behind a big-endian length field; unescaped in place
     uint32_t sample_length;  // bytes
-    int32_t nal_length_size;  // width of the sample's length fields: 1, 2 or 4 bytes
+    int32_t nal_length_size;        // width of the sample's length fields: 1, 2 or 4 bytes
+    AvcRefused* refused = nullptr;  // takes the reason of a failure; may be null
 };
 
 // Decodes one picture; the bytes of the request are changed by that (emulation prevention is

@@ -3,6 +3,7 @@
 
 #include <string.h>
 
+#include <algorithm>
 #include <initializer_list>
 
 #include "avcdec/avc_decoder.h"
@@ -37,7 +38,7 @@ void mb_set_intra16(AvcDecoder* d, uint32_t mb_type) {
     const uint32_t t = mb_type - 1;
     mb->kind = kMbIntra16x16;
     mb->intra16_mode = intra16_table_mode(t & 3, mb->available);
-    const uint32_t chroma = d->monochrome ? 0 : (t >> 2) % 3 << 4;
+    const uint32_t chroma = d->sets.monochrome ? 0 : (t >> 2) % 3 << 4;
     mb->cbp = static_cast<uint8_t>(chroma | (t < 12 ? 0 : 15));
     memset(d->columns[mb->x].modes, kIntraDc, 4);
     memset(d->left.modes, kIntraDc, 4);
@@ -85,7 +86,7 @@ void mb_clear_chroma(AvcDecoder* d) {
 }
 
 static bool is_last_of_picture(const AvcDecoder* d) {
-    return d->next_mb + 1 == d->active_sps->pic_size_in_mbs;
+    return d->next_mb + 1 == d->sets.active_sps->pic_size_in_mbs;
 }
 
 // Copies the samples of an I_PCM macroblock from the stream and starts the entropy coder behind
@@ -96,18 +97,15 @@ static void read_pcm(AvcDecoder* d) {
         d->is_cabac ? cabac_position(&d->cabac, d->bits.start) : bits_position(&d->bits);
     const size_t from = (position + 7) / 8;
     const size_t length = static_cast<size_t>(d->bits.end - d->bits.start);
-    const size_t size = d->monochrome ? 256 : 384;
+    const size_t size = d->sets.monochrome ? 256 : 384;
     mb->kind = kMbPcm;
-    const size_t there = from < length ? length - from : 0;
-    if (there < size) {
-        uint8_t samples[384] = {};
-        memcpy(samples, d->bits.start + length - there, there);
-        reconstruct_pcm(d, samples);
-        mb->has_error = !is_last_of_picture(d);
-        return;
-    }
-    reconstruct_pcm(d, d->bits.start + from);
-    bits_seek(&d->bits, (from + size) * 8);
+    const size_t first = std::min(from, length);
+    const size_t there = std::min(length - first, size);
+    uint8_t padded[384] = {};
+    if (there < size) memcpy(padded, d->bits.start + first, there);
+    reconstruct_pcm(d, there < size ? padded : d->bits.start + first);
+    bits_seek(&d->bits, (first + there) * 8);
+    bits_skip(&d->bits, static_cast<uint32_t>(size - there) * 8);  // counts as read
     if (d->is_cabac) cabac_init_engine(d);
     memset(d->columns[mb->x].modes, kIntraDc, 4);
     memset(d->left.modes, kIntraDc, 4);
@@ -175,7 +173,7 @@ static uint8_t deblock_flags(const AvcDecoder* d) {
     const uint8_t idc = d->slice.disable_deblocking_filter_idc;
     uint8_t flags = kDeblockDecoded;
     if (d->mb.kind == kMbIntra8x8) flags |= kDeblockTransform8x8;
-    if (d->monochrome) flags |= kDeblockMonochrome;
+    if (d->sets.monochrome) flags |= kDeblockMonochrome;
     if (idc == 1) return flags;
     flags |= kDeblockInner;
     if (idc == 0 || d->mb.available & kHasLeft) flags |= kDeblockLeft;
@@ -206,8 +204,13 @@ static bool has_more_macroblocks(AvcDecoder* d, int* overrun) {
     return bits_more_rbsp_data(&d->bits, overrun);
 }
 
+static int refuse(AvcDecoder* d, bool is_cut_off) {
+    d->refused = {is_cut_off ? AvcRefusal::kSliceCutOff : AvcRefusal::kSliceData};
+    return 1;
+}
+
 int avc_decode_slice_data(AvcDecoder* d) {
-    const uint32_t size = d->active_sps->pic_size_in_mbs;
+    const uint32_t size = d->sets.active_sps->pic_size_in_mbs;
     picture_skip_to(d, d->slice.first_mb_in_slice);
     if (d->is_cabac) {
         bits_align(&d->bits);
@@ -219,11 +222,13 @@ int avc_decode_slice_data(AvcDecoder* d) {
         begin_macroblock(d);
         read_macroblock(d);
         // What the last macroblock lacks reads as zeros; before it, the slice is cut off.
-        if (d->mb.has_error || (is_overrun(d) && !is_last_of_picture(d))) return 1;
+        if (d->mb.has_error || (is_overrun(d) && !is_last_of_picture(d))) {
+            return refuse(d, is_overrun(d));
+        }
         note_for_deblocking(d, picture_record(d));
         picture_macroblock_done(d);
         if (d->next_mb == size) return 0;
         int overrun = 0;
-        if (!has_more_macroblocks(d, &overrun)) return overrun;
+        if (!has_more_macroblocks(d, &overrun)) return overrun ? refuse(d, true) : 0;
     }
 }

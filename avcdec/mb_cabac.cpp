@@ -58,7 +58,7 @@ static uint8_t read_coded_block_pattern(AvcDecoder* d) {
     cbp |= luma(cbp & 1, top >> 3 & 1) << 1;
     cbp |= luma(left >> 3 & 1, cbp & 1) << 2;
     cbp |= luma(cbp >> 2 & 1, cbp >> 1 & 1) << 3;
-    if (d->monochrome) return static_cast<uint8_t>(cbp);
+    if (d->sets.monochrome) return static_cast<uint8_t>(cbp);
     const int base = kCtxCodedBlockPattern + 4;
     if (decide(d, base + !!(left & 0x30) + 2 * !!(top & 0x30))) {
         cbp |= 0x10U << decide(d, base + 4 + !!(left & 0x20) + 2 * !!(top & 0x20));
@@ -79,7 +79,7 @@ void cabac_read_prediction(AvcDecoder* d, uint32_t mb_type) {
     } else {
         mb_set_intra16(d, mb_type);
     }
-    if (d->monochrome) {
+    if (d->sets.monochrome) {
         mb->chroma_mode = kIntraChromaNone;
         mb->flags |= kChromaModeNonzero;
     } else {

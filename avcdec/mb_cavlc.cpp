@@ -42,7 +42,7 @@ void cavlc_read_prediction(AvcDecoder* d, uint32_t mb_type) {
     } else {
         mb_set_intra16(d, mb_type);
     }
-    if (d->monochrome) {
+    if (d->sets.monochrome) {
         mb->chroma_mode = kIntraChromaNone;
     } else {
         const uint32_t mode = bits_ue(r);
@@ -51,7 +51,8 @@ void cavlc_read_prediction(AvcDecoder* d, uint32_t mb_type) {
     }
     if (mb_type == 0) {
         const uint32_t code = bits_ue(r);
-        mb->cbp = d->monochrome ? kCodedBlockPatternMono[code % 16] : kCodedBlockPattern[code % 64];
+        mb->cbp =
+            d->sets.monochrome ? kCodedBlockPatternMono[code % 16] : kCodedBlockPattern[code % 64];
     }
 }
 

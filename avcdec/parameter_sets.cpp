@@ -3,8 +3,8 @@
 
 #include <string.h>
 
-#include "avcdec/avc_decoder.h"
-#include "runtime/owned.h"
+static constexpr AvcRefused kDamagedSps = {AvcRefusal::kSequenceSet};
+static constexpr AvcRefused kDamagedPps = {AvcRefusal::kPictureSet};
 
 int avc_parse_scaling_list(AvcBitReader* r, uint8_t* list, int size) {
     int last_scale = 8;
@@ -18,11 +18,15 @@ int avc_parse_scaling_list(AvcBitReader* r, uint8_t* list, int size) {
     return 0;
 }
 
+// count is 6 to 12: lists behind the eighth, which 4:4:4 has, are read over.
 static void parse_scaling_lists(AvcBitReader* r, ScalingLists* lists, int count) {
+    uint8_t unused[64];
     for (int i = 0; i < count; ++i) {
         if (!bits_read_1(r)) continue;
-        const int use_default = i < 6 ? avc_parse_scaling_list(r, lists->list4x4[i], 16)
-                                      : avc_parse_scaling_list(r, lists->list8x8[i - 6], 64);
+        const int use_default =
+            i < 6 ? avc_parse_scaling_list(r, lists->list4x4[i], 16)
+                  : avc_parse_scaling_list(r, i < 8 ? lists->list8x8[i - 6] : unused, 64);
+        if (i >= 8) continue;
         lists->state |=
             static_cast<uint16_t>((use_default ? kListDefault : kListExplicit) << 2 * i);
     }
@@ -34,23 +38,24 @@ static bool has_high_profile_syntax(uint32_t profile_idc) {
 }
 
 // chroma_format_idc to the scaling matrix.
-static int parse_high_profile_fields(AvcBitReader* r, AvcSps* sps) {
+static AvcRefused parse_high_profile_fields(AvcBitReader* r, AvcSps* sps) {
     const uint32_t chroma_format_idc = bits_ue(r);
-    if (chroma_format_idc > 1) return 1;
+    if (chroma_format_idc > 3) return kDamagedSps;
     sps->chroma_format_idc = static_cast<uint8_t>(chroma_format_idc);
-    const uint32_t bit_depth_luma_minus8 = bits_ue(r);
-    const uint32_t bit_depth_chroma_minus8 = bits_ue(r);
-    if (bit_depth_luma_minus8 != 0 || bit_depth_chroma_minus8 != 0) return 1;
-    const uint32_t qpprime_y_zero_transform_bypass_flag = bits_read_1(r);
-    if (qpprime_y_zero_transform_bypass_flag) return 1;
+    if (chroma_format_idc == 3) bits_read_1(r);  // separate_colour_plane_flag
+    sps->bit_depth_luma = 8 + bits_ue(r);
+    sps->bit_depth_chroma = 8 + bits_ue(r);
+    sps->qpprime_y_zero_transform_bypass_flag = static_cast<uint8_t>(bits_read_1(r));
     sps->seq_scaling_matrix_present_flag = static_cast<uint8_t>(bits_read_1(r));
-    if (sps->seq_scaling_matrix_present_flag) parse_scaling_lists(r, &sps->scaling, 8);
-    return 0;
+    if (sps->seq_scaling_matrix_present_flag) {
+        parse_scaling_lists(r, &sps->scaling, chroma_format_idc == 3 ? 12 : 8);
+    }
+    return {};
 }
 
-static int parse_pic_order_cnt(AvcBitReader* r, AvcSps* sps) {
+static AvcRefused parse_pic_order_cnt(AvcBitReader* r, AvcSps* sps) {
     const uint32_t type = bits_ue(r);
-    if (type > 2) return 1;
+    if (type > 2) return kDamagedSps;
     sps->pic_order_cnt_type = static_cast<uint8_t>(type);
     if (type == 0) {
         sps->log2_max_pic_order_cnt_lsb = bits_ue(r) + 4;
@@ -59,30 +64,34 @@ static int parse_pic_order_cnt(AvcBitReader* r, AvcSps* sps) {
         sps->offset_for_non_ref_pic = bits_se_long(r);
         sps->offset_for_top_to_bottom_field = bits_se_long(r);
         sps->num_ref_frames_in_pic_order_cnt_cycle = bits_ue(r);
-        if (sps->num_ref_frames_in_pic_order_cnt_cycle > 255) return 1;
+        if (sps->num_ref_frames_in_pic_order_cnt_cycle > 255) return kDamagedSps;
         for (uint32_t i = 0; i < sps->num_ref_frames_in_pic_order_cnt_cycle; ++i) bits_se_long(r);
     }
-    return 0;
+    return {};
 }
 
-// The sizes are kept in 16 bits, and stay 0 for a picture whose samples or macroblocks those cannot
-// count: 4096x4096 is 65536 macroblocks.
+// Sizes in samples are kept in 16 bits, and stay 0 for a picture whose samples or macroblocks those
+// cannot count: 4096x4096 is 65536 macroblocks.
 static void parse_picture_size(AvcBitReader* r, AvcSps* sps) {
-    const uint32_t width_mbs = bits_ue(r) + 1;
-    const uint32_t height_mbs = bits_ue(r) + 1;
-    if (width_mbs > 0xffff / 16 || height_mbs > 0xffff / 16) return;
-    if (width_mbs * height_mbs > 0xffff) return;
-    sps->width_mbs = static_cast<uint16_t>(width_mbs);
-    sps->height_mbs = static_cast<uint16_t>(height_mbs);
-    sps->width = static_cast<uint16_t>(width_mbs * 16);
-    sps->height = static_cast<uint16_t>(height_mbs * 16);
-    sps->pic_size_in_mbs = static_cast<uint16_t>(width_mbs * height_mbs);
+    sps->width_mbs = bits_ue(r) + 1;
+    sps->height_mbs = bits_ue(r) + 1;
+    sps->frame_mbs_only_flag = static_cast<uint8_t>(bits_read_1(r));
+    if (!sps->frame_mbs_only_flag) {
+        sps->height_mbs *= 2;  // these were pairs
+        bits_read_1(r);        // mb_adaptive_frame_field_flag
+    }
+    if (sps->width_mbs > 0xffff / 16 || sps->height_mbs > 0xffff / 16) return;
+    if (sps->width_mbs * sps->height_mbs > 0xffff) return;
+    sps->width = static_cast<uint16_t>(sps->width_mbs * 16);
+    sps->height = static_cast<uint16_t>(sps->height_mbs * 16);
+    sps->pic_size_in_mbs = static_cast<uint16_t>(sps->width_mbs * sps->height_mbs);
 }
 
-// H.264 7.4.2.1.1: the numbers in slice headers have 4 to 16 bits.
-bool avc_is_sps_usable(const AvcSps& sps) {
-    return sps.pic_size_in_mbs != 0 && sps.log2_max_frame_num <= 16 &&
-           sps.log2_max_pic_order_cnt_lsb <= 16;
+AvcRefused avc_refusal_at_activation(const AvcSps& sps) {
+    if (sps.pic_size_in_mbs == 0) return {AvcRefusal::kTooManyMacroblocks};
+    // H.264 7.4.2.1.1: the numbers in slice headers have 4 to 16 bits.
+    if (sps.log2_max_frame_num > 16 || sps.log2_max_pic_order_cnt_lsb > 16) return kDamagedSps;
+    return {};
 }
 
 static void parse_cropping(AvcBitReader* r, AvcSps* sps) {
@@ -159,60 +168,51 @@ static void parse_vui(AvcBitReader* r, StreamPresentation* presentation) {
     }
 }
 
-static int parse_sps_fields(AvcBitReader* r, AvcSps* sps) {
+// What cannot be decoded, of a set that was read to its end.
+static AvcRefused format_refusal(const AvcSps& sps) {
+    if (sps.chroma_format_idc > 1) return {AvcRefusal::kChromaFormat, sps.chroma_format_idc};
+    if (sps.bit_depth_luma != 8) return {AvcRefusal::kBitDepth, sps.bit_depth_luma};
+    if (sps.bit_depth_chroma != 8) return {AvcRefusal::kBitDepth, sps.bit_depth_chroma};
+    if (sps.qpprime_y_zero_transform_bypass_flag) return {AvcRefusal::kLossless};
+    if (!sps.frame_mbs_only_flag) return {AvcRefusal::kInterlaced};
+    return {};
+}
+
+AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps) {
+    *sps = {};
     sps->profile_idc = static_cast<uint8_t>(bits_read(r, 8));
     sps->constraint_set_flags = static_cast<uint8_t>(bits_read(r, 4));
     bits_skip(r, 4);
     sps->level_idc = static_cast<uint8_t>(bits_read(r, 8));
     const uint32_t id = bits_ue(r);
-    if (id >= kMaxSps) return 1;
+    if (id >= kMaxSps) return kDamagedSps;
     sps->seq_parameter_set_id = static_cast<uint16_t>(id);
     sps->chroma_format_idc = 1;
+    sps->bit_depth_luma = 8;
+    sps->bit_depth_chroma = 8;
     if (has_high_profile_syntax(sps->profile_idc)) {
         sps->high_profile_syntax = 1;
-        if (parse_high_profile_fields(r, sps)) return 1;
+        if (const AvcRefused refused = parse_high_profile_fields(r, sps)) return refused;
     }
     sps->log2_max_frame_num = bits_ue(r) + 4;
-    if (parse_pic_order_cnt(r, sps)) return 1;
+    if (const AvcRefused refused = parse_pic_order_cnt(r, sps)) return refused;
     sps->max_num_ref_frames = bits_ue(r);
     sps->gaps_in_frame_num_value_allowed_flag = static_cast<uint8_t>(bits_read_1(r));
     parse_picture_size(r, sps);
-    const uint32_t frame_mbs_only_flag = bits_read_1(r);
-    if (!frame_mbs_only_flag) return 1;
     sps->direct_8x8_inference_flag = static_cast<uint8_t>(bits_read_1(r));
     parse_cropping(r, sps);
     sps->vui_parameters_present_flag = static_cast<uint8_t>(bits_read_1(r));
     if (sps->vui_parameters_present_flag) parse_vui(r, &sps->presentation);
     bits_skip_trailing(r);
-    return 0;
+    return format_refusal(*sps);
 }
 
-int avc_parse_sps(AvcBitReader* r, AvcDecoder* d) {
-    AvcSps sps = {};
-    if (parse_sps_fields(r, &sps)) return 1;
-    // The last parsed set of a profile that codes the chroma format decides, active or not.
-    if (sps.high_profile_syntax) d->monochrome = sps.chroma_format_idc == 0;
-
-    AvcSps** const slot = &d->sps_table[sps.seq_parameter_set_id];
-    if (!*slot) {
-        *slot = static_cast<AvcSps*>(upnp_calloc(1, sizeof(AvcSps)));
-        if (!*slot) return 1;
-    }
-    const bool is_active = *slot == d->active_sps;
-    if (is_active && (sps.width != (*slot)->width || sps.height != (*slot)->height)) return 1;
-    // Its scaling lists may be new.
-    if (is_active && d->active_pps) d->active_pps->changed = 1;
-    **slot = sps;
-    d->last_sps = *slot;
-    return 0;
-}
-
-static int parse_pps_extension(AvcBitReader* r, AvcPps* pps) {
+static AvcRefused parse_pps_extension(AvcBitReader* r, AvcPps* pps) {
     int overrun = 0;
     const int more = bits_more_rbsp_data(r, &overrun);
-    if (overrun) return 1;
+    if (overrun) return kDamagedPps;
     AvcBitReader ahead = *r;
-    if (!more || bits_trailing_check(&ahead)) return 0;
+    if (!more || bits_trailing_check(&ahead)) return {};
 
     pps->transform_8x8_mode_flag = static_cast<uint8_t>(bits_read_1(r));
     pps->pic_scaling_matrix_present_flag = static_cast<uint8_t>(bits_read_1(r));
@@ -220,67 +220,48 @@ static int parse_pps_extension(AvcBitReader* r, AvcPps* pps) {
         parse_scaling_lists(r, &pps->scaling, 6 + 2 * pps->transform_8x8_mode_flag);
     }
     const int32_t second_chroma_qp_index_offset = bits_se(r);
-    if (second_chroma_qp_index_offset < -12 || second_chroma_qp_index_offset > 12) return 1;
+    if (second_chroma_qp_index_offset < -12 || second_chroma_qp_index_offset > 12) {
+        return kDamagedPps;
+    }
     pps->second_chroma_qp_index_offset = static_cast<int8_t>(second_chroma_qp_index_offset);
-    return 0;
+    return {};
 }
 
-static int parse_pps_fields(AvcBitReader* r, const AvcDecoder* d, AvcPps* pps) {
+AvcRefused avc_read_pps(AvcBitReader* r, const AvcSps* const* sps_table, AvcPps* pps) {
+    *pps = {};
     const uint32_t id = bits_ue(r);
     const uint32_t sps_id = bits_ue(r);
-    if (id >= kMaxPps || sps_id >= kMaxSps) return 1;
+    if (id >= kMaxPps || sps_id >= kMaxSps) return kDamagedPps;
     pps->pic_parameter_set_id = static_cast<uint16_t>(id);
     pps->seq_parameter_set_id = static_cast<uint16_t>(sps_id);
     pps->entropy_coding_mode_flag = static_cast<uint8_t>(bits_read_1(r));
     pps->bottom_field_pic_order_in_frame_present_flag = static_cast<uint8_t>(bits_read_1(r));
     const uint32_t num_slice_groups_minus1 = bits_ue(r);
-    if (num_slice_groups_minus1 > 0) return 1;
+    if (num_slice_groups_minus1 > 0) return {AvcRefusal::kSliceGroups};
     const uint32_t refs_l0 = bits_ue(r);
     const uint32_t refs_l1 = bits_ue(r);
-    if (refs_l0 > 15 || refs_l1 > 15) return 1;
+    if (refs_l0 > 15 || refs_l1 > 15) return kDamagedPps;
     pps->num_ref_idx_l0_default_active_minus1 = static_cast<uint8_t>(refs_l0);
     pps->num_ref_idx_l1_default_active_minus1 = static_cast<uint8_t>(refs_l1);
     pps->weighted_pred_flag = static_cast<uint8_t>(bits_read_1(r));
     pps->weighted_bipred_idc = static_cast<uint8_t>(bits_read(r, 2));
-    if (pps->weighted_bipred_idc > 2) return 1;
+    if (pps->weighted_bipred_idc > 2) return kDamagedPps;
     const int32_t pic_init_qp = bits_se(r) + 26;
-    if (pic_init_qp < 0 || pic_init_qp > 51) return 1;
+    if (pic_init_qp < 0 || pic_init_qp > 51) return kDamagedPps;
     pps->pic_init_qp = static_cast<uint8_t>(pic_init_qp);
     bits_se(r);  // pic_init_qs_minus26
     const int32_t chroma_qp_index_offset = bits_se(r);
-    if (chroma_qp_index_offset < -12 || chroma_qp_index_offset > 12) return 1;
+    if (chroma_qp_index_offset < -12 || chroma_qp_index_offset > 12) return kDamagedPps;
     pps->chroma_qp_index_offset = static_cast<int8_t>(chroma_qp_index_offset);
     pps->second_chroma_qp_index_offset = pps->chroma_qp_index_offset;
     pps->deblocking_filter_control_present_flag = static_cast<uint8_t>(bits_read_1(r));
     pps->constrained_intra_pred_flag = static_cast<uint8_t>(bits_read_1(r));
     pps->redundant_pic_cnt_present_flag = static_cast<uint8_t>(bits_read_1(r));
 
-    const AvcSps* const sps = d->sps_table[sps_id];
-    if ((!sps || sps->high_profile_syntax) && parse_pps_extension(r, pps)) return 1;
-    bits_skip_trailing(r);
-    return 0;
-}
-
-// What the tables of the quantiser are made of; an unused list is zeros.
-static bool has_same_scaling(const AvcPps& a, const AvcPps& b) {
-    return a.entropy_coding_mode_flag == b.entropy_coding_mode_flag &&
-           a.transform_8x8_mode_flag == b.transform_8x8_mode_flag &&
-           a.chroma_qp_index_offset == b.chroma_qp_index_offset &&
-           a.second_chroma_qp_index_offset == b.second_chroma_qp_index_offset &&
-           a.pic_scaling_matrix_present_flag == b.pic_scaling_matrix_present_flag &&
-           memcmp(&a.scaling, &b.scaling, sizeof a.scaling) == 0;
-}
-
-int avc_parse_pps(AvcBitReader* r, AvcDecoder* d) {
-    AvcPps pps = {};
-    if (parse_pps_fields(r, d, &pps)) return 1;
-    AvcPps** const slot = &d->pps_table[pps.pic_parameter_set_id];
-    const bool is_new = !*slot;
-    if (is_new) {
-        *slot = static_cast<AvcPps*>(upnp_calloc(1, sizeof(AvcPps)));
-        if (!*slot) return 1;
+    const AvcSps* const sps = sps_table[sps_id];
+    if (!sps || sps->high_profile_syntax) {
+        if (const AvcRefused refused = parse_pps_extension(r, pps)) return refused;
     }
-    pps.changed = is_new || (*slot)->changed || !has_same_scaling(**slot, pps);
-    **slot = pps;
-    return 0;
+    bits_skip_trailing(r);
+    return {};
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Sequence and picture parameter sets (H.264 7.3.2.1, 7.3.2.2): what the decoder keeps of them.
+// The syntax of sequence and picture parameter sets (H.264 7.3.2.1, 7.3.2.2).
 //
 // Accepted are frames of progressive, 8-bit, 4:2:0 or monochrome streams without slice groups;
 // everything else is refused here, before any memory for pictures is taken. Sizes and field widths
@@ -8,10 +8,9 @@
 
 #include <stdint.h>
 
+#include "avcdec/avc_refusal.h"
 #include "avcdec/bit_reader.h"
 #include "avcdec/decoded_picture.h"
-
-struct AvcDecoder;
 
 constexpr int kMaxSps = 32;
 constexpr int kMaxPps = 256;
@@ -31,7 +30,10 @@ struct AvcSps {
     uint8_t constraint_set_flags;  // set0 to set3 from bit 3 down
     uint8_t level_idc;
     uint16_t seq_parameter_set_id;
-    uint8_t chroma_format_idc;  // 0 or 1
+    uint8_t chroma_format_idc;  // 0 or 1 in a set that is accepted
+    uint32_t bit_depth_luma;    // 8 in a set that is accepted
+    uint32_t bit_depth_chroma;
+    uint8_t qpprime_y_zero_transform_bypass_flag;  // 0 in a set that is accepted
     uint8_t seq_scaling_matrix_present_flag;
     ScalingLists scaling;
     uint32_t log2_max_frame_num;
@@ -43,6 +45,7 @@ struct AvcSps {
     uint32_t num_ref_frames_in_pic_order_cnt_cycle;
     uint32_t max_num_ref_frames;
     uint8_t gaps_in_frame_num_value_allowed_flag;
+    uint8_t frame_mbs_only_flag;  // 1 in a set that is accepted
     uint8_t direct_8x8_inference_flag;
     uint8_t frame_cropping_flag;
     uint16_t frame_crop_left_offset;  // as coded
@@ -51,12 +54,12 @@ struct AvcSps {
     uint16_t frame_crop_bottom_offset;
     uint8_t vui_parameters_present_flag;
     StreamPresentation presentation;  // of the VUI
-    // Of the macroblock grid, in luma samples and in macroblocks; 0 when one is too large.
-    uint16_t width;
+    uint32_t width_mbs;
+    uint32_t height_mbs;
+    // Of the macroblock grid; all 0 when one of the sizes is too large.
+    uint16_t width;  // luma samples
     uint16_t height;
-    uint16_t width_mbs;
-    uint16_t height_mbs;
-    uint16_t pic_size_in_mbs;     // kept in 16 bits
+    uint16_t pic_size_in_mbs;
     uint8_t high_profile_syntax;  // 1 when the chroma format to scaling matrix fields were coded
 };
 
@@ -81,14 +84,14 @@ struct AvcPps {
     uint8_t changed;  // 1 when the tables derived from this record must be rebuilt
 };
 
-// Whether pictures of the set can be decoded: their size, and the fields of their slice headers.
-bool avc_is_sps_usable(const AvcSps& sps);
+// Read the parameter set behind the NAL header that the reader stands on. Return why it is refused,
+// if it is. A sequence parameter set of a format that is not decoded is filled all the same.
+// sps_table has kMaxSps entries, null where no set is stored.
+AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps);
+AvcRefused avc_read_pps(AvcBitReader* r, const AvcSps* const* sps_table, AvcPps* pps);
 
-// Parse the parameter set behind the NAL header that the reader stands on, and store it in the
-// decoder's table; a record with the same id is replaced in place. Return 0, or 1 when the set is
-// malformed, not supported or cannot be stored: the stored record then stays as it was.
-int avc_parse_sps(AvcBitReader* r, AvcDecoder* decoder);
-int avc_parse_pps(AvcBitReader* r, AvcDecoder* decoder);
+// Why no picture of an accepted set can be decoded: its size, or the fields of its slice headers.
+AvcRefused avc_refusal_at_activation(const AvcSps& sps);
 
 // H.264 7.3.2.1.1.1. Reads a list of 16 or 64 entries in coded order. Returns 1 when the list
 // signals use-default, and leaves the list alone then, else 0.

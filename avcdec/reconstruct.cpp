@@ -178,7 +178,7 @@ void reconstruct_pcm(AvcDecoder* d, const uint8_t* samples) {
     const MbSamples to = samples_in_picture(d);
     copy_block(samples, 16, 16, to.plane[0], to.luma_pitch);
     for (int c = 0; c < 2; ++c) {
-        if (d->monochrome) {
+        if (d->sets.monochrome) {
             fill_block(to.plane[1 + c], to.chroma_pitch, 8, kMissingSample);
         } else {
             copy_block(samples + 256 + 64 * c, 8, 8, to.plane[1 + c], to.chroma_pitch);
@@ -225,4 +225,4 @@ void picture_skip_to(AvcDecoder* d, uint32_t address) {
     }
 }
 
-void picture_finish(AvcDecoder* d) { picture_skip_to(d, d->active_sps->pic_size_in_mbs); }
+void picture_finish(AvcDecoder* d) { picture_skip_to(d, d->sets.active_sps->pic_size_in_mbs); }

@@ -182,8 +182,8 @@ AvcSliceFacts avc_look_at_slice(AvcUnit unit, const AvcDecoder& decoder) {
     facts.slice_type = read_ue(&bits) % 5;
     facts.pic_parameter_set_id = read_ue(&bits);
     const uint32_t id = facts.pic_parameter_set_id;
-    const AvcPps* const pps = id < kMaxPps ? decoder.pps_table[id] : nullptr;
-    const AvcSps* const sps = pps ? decoder.sps_table[pps->seq_parameter_set_id] : nullptr;
+    const AvcPps* const pps = id < kMaxPps ? decoder.sets.pps[id] : nullptr;
+    const AvcSps* const sps = pps ? decoder.sets.sps[pps->seq_parameter_set_id] : nullptr;
     if (!sps) return facts;
     facts.has_sets = true;
     facts.seq_parameter_set_id = sps->seq_parameter_set_id;

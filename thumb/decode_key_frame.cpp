@@ -7,25 +7,37 @@
 
 constexpr int32_t kSmallestAvcConfig = 4;
 
-static int decode_avc(const KeyFrame& frame, DecodedPicture* picture) {
+// Why the frame cannot be handed to the decoder.
+static AvcRefused avc_frame_refusal(const KeyFrame& frame) {
     const int32_t prefix = frame.length_prefix_size;
-    if (prefix != 1 && prefix != 2 && prefix != 4) return 1;
-    if (frame.config_length < kSmallestAvcConfig || prefix + 1 >= frame.bytes_read) return 1;
+    if (!frame.config || frame.config_length < kSmallestAvcConfig) {
+        return {AvcRefusal::kNoConfiguration};
+    }
+    if (prefix != 1 && prefix != 2 && prefix != 4) {
+        return {AvcRefusal::kNalLengthSize, static_cast<uint32_t>(prefix)};
+    }
+    if (!frame.sample || prefix + 1 >= frame.bytes_read) return {AvcRefusal::kSampleTooShort};
+    return {};
+}
+
+static int decode_avc(const KeyFrame& frame, DecodedPicture* picture, AvcRefused* refused) {
+    *refused = avc_frame_refusal(frame);
+    if (*refused) return 1;
     AvcFrameRequest request = {};
     request.parameter_sets = frame.config;
     request.parameter_sets_length = static_cast<uint32_t>(frame.config_length);
     request.sample = frame.sample;
     request.sample_length = static_cast<uint32_t>(frame.bytes_read);
-    request.nal_length_size = prefix;
+    request.nal_length_size = frame.length_prefix_size;
+    request.refused = refused;
     return DecodeKeyFrameAvc(&request, picture);
 }
 
 static int decode(const KeyFrame& frame, int32_t codec_kind, DecodedPicture* picture,
                   KeyFrameRefusal* refusal) {
-    if (!frame.config || !frame.sample) return 1;
     switch (codec_kind) {
         case kCodecAvc:
-            return decode_avc(frame, picture);
+            return decode_avc(frame, picture, &refusal->avc);
         case kCodecMpeg4:
         case kCodecH263:
             refusal->m4v = decode_key_frame_mpeg4(frame, codec_kind == kCodecMpeg4, picture);

@@ -4,12 +4,14 @@
 
 #include <stdint.h>
 
+#include "avcdec/avc_refusal.h"
 #include "avcdec/decoded_picture.h"
 #include "m4vdec/m4v_refusal.h"
 #include "runtime/key_frame.h"
 
 // Why the decoder of the frame's codec refused it.
 struct KeyFrameRefusal {
+    AvcRefused avc;  // codec kind kCodecAvc
     M4vRefusal m4v;  // codec kinds kCodecMpeg4 and kCodecH263
 };
 

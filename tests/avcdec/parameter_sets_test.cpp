@@ -129,8 +129,8 @@ TEST_F(ParameterSets, LooksForThePictureSetExtensionWhereItCanBe) {
         pps.extension = c.extension;
         pps.behind = c.behind;
         feed(pps_nal(pps));
-        EXPECT_EQ(decoder->pps_table[0]->transform_8x8_mode_flag, c.transform);
-        EXPECT_EQ(decoder->pps_table[0]->second_chroma_qp_index_offset, c.offset);
+        EXPECT_EQ(decoder->sets.pps[0]->transform_8x8_mode_flag, c.transform);
+        EXPECT_EQ(decoder->sets.pps[0]->second_chroma_qp_index_offset, c.offset);
     }
 }
 
@@ -188,7 +188,7 @@ TEST_F(ParameterSets, StoredAndActiveSetsAreKept) {
     EXPECT_EQ(feed(sps_nal({.width_mbs = 5, .frame_mbs_only_flag = 0})), kAvcBadSps);
     EXPECT_EQ(feed(pps_nal({.pic_init_qp_minus26 = 9, .chroma_qp_index_offset = 13})), kAvcBadPps);
     EXPECT_EQ(info(0).width, 32U);
-    EXPECT_EQ(decoder->pps_table[0]->pic_init_qp, 30);
+    EXPECT_EQ(decoder->sets.pps[0]->pic_init_qp, 30);
     stride = 32;
     EXPECT_EQ(feed(pcm_slice_nal({}, {std::string(384, 'a')})), 0U);
     EXPECT_EQ(feed(sps_nal({.width_mbs = 2, .height_mbs = 3})), kAvcBadSps);
