@@ -4,8 +4,12 @@
 #include <algorithm>
 #include <limits>
 
-constexpr size_t kMaxMarks = 4096;
+constexpr size_t kMaxPlaces = 4096;
 constexpr uint64_t kSampleCost = 4;
+// Fragments in front of the wanted one that are walked before it counts as far away.
+constexpr uint32_t kPatience = 64;
+// How much of the source is searched for a fragment.
+constexpr uint64_t kSearchLength = 8 << 20;
 
 // 8.8.7, flags of "tfhd".
 constexpr uint32_t kHasBase = 0x1;
@@ -28,6 +32,9 @@ static bool is_sync(uint32_t sample_flags) {
     return (sample_flags & 0x10000) == 0 && (sample_flags >> 24 & 3) != 1;
 }
 
+constexpr int64_t kEver = std::numeric_limits<int64_t>::max();
+
+// Times in hostile files wrap.
 static int64_t wrapped_sum(int64_t a, uint64_t b) {
     return static_cast<int64_t>(static_cast<uint64_t>(a) + b);
 }
@@ -41,85 +48,131 @@ struct FragmentWalk::TrackFragment {
 };
 
 FragmentWalk::FragmentWalk(ByteSource* source, WorkBudget* work, const MovieHeaders& headers,
-                           uint64_t begin, int64_t begin_time)
+                           FragmentPlace begin)
     : reader_(source, work),
       index_reader_(source, work),
+      finder_(source, work, headers.video.id),
       headers_(headers),
-      begin_{begin_time, begin},
-      next_time_(begin_time),
-      end_time_(begin_time) {}
+      begin_(begin),
+      next_time_(begin.time),
+      end_time_(begin.time) {}
 
 bool FragmentWalk::visit(int64_t media_time, KeyFrameVisitor* visitor) {
-    return visit_boxes(start_for(media_time), media_time, false, visitor);
+    Outcome outcome = visit_boxes(start_for(media_time), media_time, kPatience, visitor);
+    if (outcome == Outcome::kFar) {
+        approach(media_time);
+        outcome = visit_boxes(start_for(media_time), media_time, UINT32_MAX, visitor);
+    }
+    return outcome != Outcome::kEnough;
+}
+
+int64_t FragmentWalk::begin_time() {
+    if (!begin_time_) visit_boxes(begin_, kEver, 1, nullptr);
+    return begin_time_.value_or(begin_.time);
 }
 
 int64_t FragmentWalk::end_time() {
-    constexpr int64_t kEver = std::numeric_limits<int64_t>::max();
-    visit_boxes(start_for(kEver), kEver, true, nullptr);
+    if (visit_boxes(start_for(kEver), kEver, kPatience, nullptr) == Outcome::kFar) {
+        const FragmentPlace start = last_place() ? *last_place() : start_for(kEver);
+        visit_boxes(start, kEver, UINT32_MAX, nullptr);
+    }
     return end_time_;
 }
 
 // From a box of the top level on. Headers are read in one go with those that follow until the next
-// media data, as far as the last fragment's size tells.
-bool FragmentWalk::visit_boxes(Mark start, int64_t media_time, bool is_end_wanted,
-                               KeyFrameVisitor* visitor) {
+// media data, as far as the last fragment's size tells. Gives up after `patience` fragments that
+// end in front of media_time.
+FragmentWalk::Outcome FragmentWalk::visit_boxes(FragmentPlace start, int64_t media_time,
+                                                uint32_t patience, KeyFrameVisitor* visitor) {
     next_time_ = start.time;
     uint64_t headers_begin = start.offset;
     BoxWalk walk(&reader_, start.offset, reader_.source_size());
     for (Box box; walk.next(&box);) {
         if (box.type == fourcc("moof")) {
             reader_.expect(box.end - headers_begin + 128);
-            if (!visit_fragment(box, visitor)) return false;
+            if (!visit_fragment(box, visitor)) return Outcome::kEnough;
+            if (next_time_ <= media_time && --patience == 0) return Outcome::kFar;
         } else if (box.type == fourcc("sidx")) {
-            const uint64_t next = behind_index(box, media_time, is_end_wanted);
-            if (next != box.end) headers_begin = next;
+            const uint64_t next = behind_index(box, media_time);
             walk.skip_to(next);
+            if (next == box.end) continue;
+            headers_begin = next;
+            if (--patience == 0) return Outcome::kFar;
         } else if (box.type == fourcc("mdat")) {
             headers_begin = box.end;
         }
     }
-    return true;
+    return Outcome::kEnd;
 }
 
-FragmentWalk::Mark FragmentWalk::start_for(int64_t media_time) {
-    Mark start = begin_;
-    for (const Mark& mark : marks_) {
-        if (mark.time <= media_time && mark.offset > start.offset) start = mark;
+FragmentPlace FragmentWalk::start_for(int64_t media_time) {
+    FragmentPlace start = begin_;
+    for (const FragmentPlace& place : places_) {
+        if (place.time <= media_time && place.offset > start.offset) start = place;
     }
     if (media_time > start.time) look_up_random_access(media_time, &start);
     return start;
 }
 
-void FragmentWalk::note_mark(Mark mark) {
-    if (!marks_.empty()) {
-        const Mark& last = marks_.back();
-        if (mark.offset <= last.offset || mark.time <= last.time) return;
-        if (mark.time - last.time < mark_distance_) return;
+void FragmentWalk::note_place(FragmentPlace place) {
+    const auto next = std::lower_bound(
+        places_.begin(), places_.end(), place.offset,
+        [](const FragmentPlace& known, uint64_t offset) { return known.offset < offset; });
+    if (next != places_.end() && next->offset == place.offset) return;
+    if (next != places_.begin()) {
+        const int64_t previous = std::prev(next)->time;
+        if (place.time <= previous || place.time < wrapped_sum(previous, least_distance_)) return;
     }
-    marks_.push_back(mark);
-    if (marks_.size() < kMaxMarks) return;
+    places_.insert(next, place);
+    if (places_.size() < kMaxPlaces) return;
     size_t kept = 0;
-    for (size_t i = 0; i < marks_.size(); i += 2) marks_[kept++] = marks_[i];
-    marks_.resize(kept);
-    mark_distance_ = (marks_.back().time - marks_.front().time) / static_cast<int64_t>(kMaxMarks);
+    for (size_t i = 0; i < places_.size(); i += 2) places_[kept++] = places_[i];
+    places_.resize(kept);
+    least_distance_ =
+        (places_.back().time / 2 - places_.front().time / 2) / int64_t{kMaxPlaces / 4};
 }
 
-// Indexes may be wrong or of another file: what they point to has to look like what they promise.
-bool FragmentWalk::is_fragment_box(uint64_t offset, bool only_moof) {
-    const uint64_t size = reader_.source_size();
-    if (offset == size) return !only_moof;
-    if (offset > size || size - offset < 8) return false;
-    const uint32_t type = index_reader_.u32_at(offset + 4);
-    if (type == fourcc("moof")) return true;
-    static constexpr uint32_t kOthers[] = {fourcc("sidx"), fourcc("styp"), fourcc("emsg"),
-                                           fourcc("prft"), fourcc("free"), fourcc("uuid"),
-                                           fourcc("ssix"), fourcc("mfra"), fourcc("skip")};
-    return !only_moof &&
-           std::find(std::begin(kOthers), std::end(kOthers), type) != std::end(kOthers);
+const std::optional<FragmentPlace>& FragmentWalk::last_place() {
+    if (!has_looked_for_last_) {
+        const uint64_t size = reader_.source_size();
+        const uint64_t first = std::max(begin_.offset, size - std::min(size, kSearchLength));
+        last_place_ = finder_.last_in(first, size);
+        has_looked_for_last_ = true;
+    }
+    return last_place_;
 }
 
-// 8.8.9 to 8.8.11: moves the mark to the last entry of the track that is not behind media_time.
-void FragmentWalk::look_up_random_access(int64_t media_time, Mark* mark) {
+// Notes a place shortly in front of media_time if one can be found from how the time is spread over
+// the source.
+void FragmentWalk::approach(int64_t media_time) {
+    if (!last_place()) return;
+    FragmentPlace low = start_for(media_time), high = *last_place();
+    const int64_t near = int64_t{30} * headers_.video.time_scale;
+    for (int tries = 0; tries < 8; ++tries) {
+        const double left = static_cast<double>(media_time) - static_cast<double>(low.time);
+        const double range = static_cast<double>(high.time) - static_cast<double>(low.time);
+        if (left < static_cast<double>(near) || range <= left || high.offset <= low.offset) return;
+        // Rather in front of it: the walk goes forwards.
+        const double share = left / range * 63 / 64;
+        const uint64_t guess =
+            low.offset +
+            static_cast<uint64_t>(share * static_cast<double>(high.offset - low.offset));
+        const std::optional<FragmentPlace> found =
+            finder_.first_in(guess, std::min(guess + kSearchLength, high.offset));
+        if (!found || found->time < low.time || found->time > high.time) return;
+        (found->time <= media_time ? low : high) = *found;
+        note_place(*found);
+    }
+}
+
+// What indexes point to has to look like what they promise.
+bool FragmentWalk::is_fragment_at(uint64_t offset) {
+    const uint8_t* const header = index_reader_.at(offset, 8);
+    return header && load_be32(header + 4) == fourcc("moof");
+}
+
+// 8.8.9 to 8.8.11: moves the start to the last entry of the track that is not behind media_time.
+void FragmentWalk::look_up_random_access(int64_t media_time, FragmentPlace* start) {
     const uint64_t size = reader_.source_size();
     if (size < 16 || index_reader_.u32_at(size - 12) != fourcc("mfro")) return;
     const uint32_t length = index_reader_.u32_at(size - 4);
@@ -133,24 +186,23 @@ void FragmentWalk::look_up_random_access(int64_t media_time, Mark* mark) {
         const uint32_t lengths = index_reader_.u32_at(tfra.content + 8);
         const uint32_t numbers = (lengths >> 4 & 3) + (lengths >> 2 & 3) + (lengths & 3) + 3;
         const Table table = table_of(&index_reader_, tfra, (is_wide ? 16 : 8) + numbers, 12);
-        Mark found = *mark;
+        FragmentPlace found = *start;
         for (uint64_t i = 0; i < table.count; ++i) {
             const uint64_t at = table.offset + i * table.entry_size;
             const uint8_t* const entry = index_reader_.at(at, table.entry_size);
             if (!entry) break;
-            const Mark stated = {
+            const FragmentPlace stated = {
                 static_cast<int64_t>(is_wide ? load_be64(entry) : load_be32(entry)),
                 is_wide ? load_be64(entry + 8) : load_be32(entry + 4)};
             if (stated.time > media_time) break;
             if (stated.offset > found.offset && stated.time >= found.time) found = stated;
         }
-        if (is_fragment_box(found.offset, true)) *mark = found;
+        if (is_fragment_at(found.offset)) *start = found;
     }
 }
 
-// 8.16.3: behind the index, or behind those of its segments that end in front of media_time. The
-// last one is skipped only when just its end is wanted.
-uint64_t FragmentWalk::behind_index(const Box& sidx, int64_t media_time, bool is_end_wanted) {
+// 8.16.3: behind the index, or behind those of its segments that end in front of media_time.
+uint64_t FragmentWalk::behind_index(const Box& sidx, int64_t media_time) {
     const bool is_wide = reader_.u8_at(sidx.content) == 1;
     const uint32_t time_scale = std::max<uint32_t>(reader_.u32_at(sidx.content + 8), 1);
     const uint64_t fields = sidx.content + 12;
@@ -160,12 +212,11 @@ uint64_t FragmentWalk::behind_index(const Box& sidx, int64_t media_time, bool is
     const uint64_t count_place = fields + (is_wide ? 18 : 10);
     const uint32_t count = reader_.u16_at(count_place);
     const auto media_time_of = [&](uint64_t at) {
-        const uint64_t limit = std::numeric_limits<int64_t>::max();
-        return rescale(static_cast<int64_t>(std::min(at, limit)), time_scale,
+        return rescale(static_cast<int64_t>(std::min(at, static_cast<uint64_t>(kEver))), time_scale,
                        headers_.video.time_scale);
     };
     uint32_t skipped = 0;
-    for (; skipped + (is_end_wanted ? 0 : 1) < count; ++skipped) {
+    for (; skipped < count; ++skipped) {
         const uint64_t entry = count_place + 2 + uint64_t{12} * skipped;
         if (entry + 12 > sidx.end) break;
         const uint64_t next = segment + (reader_.u32_at(entry) & 0x7fffffff);
@@ -175,30 +226,31 @@ uint64_t FragmentWalk::behind_index(const Box& sidx, int64_t media_time, bool is
         segment = next;
         time = next_time;
     }
-    if (skipped == 0 || !is_fragment_box(segment, false)) return sidx.end;
+    if (skipped == 0) return sidx.end;
+    // The end of the source is as good as what may stand between fragments.
+    const uint8_t* const header = reader_.at(segment, 8);
+    const bool is_plausible =
+        header ? is_fragment_level_type(load_be32(header + 4)) : segment == reader_.source_size();
+    if (!is_plausible) return sidx.end;
     next_time_ = media_time_of(time);
-    if (is_end_wanted) end_time_ = std::max(end_time_, next_time_);
+    end_time_ = std::max(end_time_, next_time_);
     return segment;
 }
 
 bool FragmentWalk::visit_fragment(const Box& moof, KeyFrameVisitor* visitor) {
     BoxWalk walk(&reader_, moof);
-    bool is_marked = false;
+    bool is_noted = false;
     for (Box traf; walk.find(fourcc("traf"), &traf);) {
+        if (track_of_fragment(&reader_, traf) != headers_.video.id) continue;
         TrackFragment fragment;
         if (!read_track_header(moof, traf, &fragment)) continue;
-        if (fragment.defaults.track_id != headers_.video.id) continue;
         if ((fragment.flags & (kHasBase | kBaseIsFragment)) == 0) {
             fragment.base = fragment.next_data = implicit_base(moof, traf);
         }
-        Box tfdt;
-        if (find_child(&reader_, traf, fourcc("tfdt"), &tfdt)) {
-            const bool is_wide = reader_.u8_at(tfdt.content) == 1;
-            fragment.time = is_wide ? static_cast<int64_t>(reader_.u64_at(tfdt.content + 4))
-                                    : int64_t{reader_.u32_at(tfdt.content + 4)};
-        }
-        if (!is_marked) note_mark({fragment.time, moof.begin});
-        is_marked = true;
+        fragment.time = decode_time_of_fragment(&reader_, traf).value_or(next_time_);
+        if (!begin_time_) begin_time_ = fragment.time;
+        if (!is_noted) note_place({fragment.time, moof.begin});
+        is_noted = true;
         const bool goes_on = visit_track(traf, &fragment, visitor);
         next_time_ = fragment.time;
         end_time_ = std::max(end_time_, next_time_);

@@ -1,53 +1,60 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Key frames by way of movie fragments (ISO 14496-12 8.8), one fragment after another. Segment
-// indexes ("sidx") and the random access table ("mfra") are used to skip what is before the wanted
-// time.
+// Key frames by way of movie fragments (ISO 14496-12 8.8), one fragment after another. What is
+// before the wanted time is skipped: by segment indexes ("sidx") and the random access table
+// ("mfra"), or else, when it is far, by guessing where in the source it stands.
 #pragma once
 
+#include <optional>
 #include <vector>
 
+#include "movie/fragment_finder.h"
 #include "movie/key_frame_visitor.h"
 #include "movie/movie_headers.h"
 
 class FragmentWalk {
  public:
-    // `begin` is a place in front of the first fragment, between boxes of the top level; begin_time
-    // is where the samples of the movie box end, in the track's time scale.
-    FragmentWalk(ByteSource* source, WorkBudget* work, const MovieHeaders& headers, uint64_t begin,
-                 int64_t begin_time);
+    // `begin` is a place in front of the first fragment, between boxes of the top level, and the
+    // time where the samples of the movie box end.
+    FragmentWalk(ByteSource* source, WorkBudget* work, const MovieHeaders& headers,
+                 FragmentPlace begin);
 
     // Shows the visitor the sync samples of all fragments from the one that holds media_time on,
-    // or else from the last one. Returns false once the visitor has enough.
+    // in the track's time scale. Returns false once the visitor has enough.
     bool visit(int64_t media_time, KeyFrameVisitor* visitor);
 
-    // Where the last fragment's samples end, in the track's time scale.
+    // Where the first fragment's samples start and the last one's end, in the track's time scale.
+    int64_t begin_time();
     int64_t end_time();
 
  private:
+    enum class Outcome : uint8_t { kEnough, kEnd, kFar };
     struct TrackFragment;
-    struct Mark {
-        int64_t time;
-        uint64_t offset;  // of a box of the top level
-    };
-    Mark start_for(int64_t media_time);
-    void look_up_random_access(int64_t media_time, Mark* mark);
-    void note_mark(Mark mark);
-    uint64_t behind_index(const Box& sidx, int64_t media_time, bool is_end_wanted);
-    bool visit_boxes(Mark start, int64_t media_time, bool is_end_wanted, KeyFrameVisitor* visitor);
+    FragmentPlace start_for(int64_t media_time);
+    void look_up_random_access(int64_t media_time, FragmentPlace* start);
+    void note_place(FragmentPlace place);
+    void approach(int64_t media_time);
+    const std::optional<FragmentPlace>& last_place();
+    uint64_t behind_index(const Box& sidx, int64_t media_time);
+    Outcome visit_boxes(FragmentPlace start, int64_t media_time, uint32_t patience,
+                        KeyFrameVisitor* visitor);
     bool visit_fragment(const Box& moof, KeyFrameVisitor* visitor);
     bool read_track_header(const Box& moof, const Box& traf, TrackFragment* fragment);
     bool visit_track(const Box& traf, TrackFragment* fragment, KeyFrameVisitor* visitor);
     bool visit_run(const Box& trun, TrackFragment* fragment, KeyFrameVisitor* visitor);
     uint64_t implicit_base(const Box& moof, const Box& traf);
-    bool is_fragment_box(uint64_t offset, bool only_moof);
+    bool is_fragment_at(uint64_t offset);
 
     SourceReader reader_;
     SourceReader index_reader_;
+    FragmentFinder finder_;
     const MovieHeaders& headers_;
-    Mark begin_;
+    FragmentPlace begin_;
+    std::optional<int64_t> begin_time_;
     int64_t next_time_;  // where a fragment without "tfdt" goes on
     int64_t end_time_;
-    // Fragments passed on the way, at most kMaxMarks: when they get too many every second one goes.
-    std::vector<Mark> marks_;
-    int64_t mark_distance_ = 0;
+    // Fragments met, by offset and by time, at most kMaxPlaces: then every second one goes.
+    std::vector<FragmentPlace> places_;
+    int64_t least_distance_ = 0;  // of their times
+    std::optional<FragmentPlace> last_place_;
+    bool has_looked_for_last_ = false;
 };

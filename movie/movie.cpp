@@ -22,6 +22,7 @@ struct Movie::Parts {
     WorkBudget work;
     SourceReader reader;
     MovieHeaders headers;
+    int64_t origin = 0;  // where the media's time starts, in its time scale
     Presentation presentation;
     std::optional<FragmentWalk> fragments;
     std::vector<VideoDescription> descriptions;
@@ -51,12 +52,15 @@ MovieRefusal Movie::Parts::open() {
     const MovieRefusal why = read_movie_headers(&reader, box, &headers);
     if (why != MovieRefusal::kNone) return why;
     const VideoTrack& video = headers.video;
-    presentation = Presentation(video.edits, headers.time_scale, video.time_scale);
     if (headers.has_fragments || video.tables.sample_count == 0) {
         const uint64_t end = table_duration(source, &work, video.tables);
-        fragments.emplace(source, &work, headers, first_fragment.value_or(box.end),
-                          static_cast<int64_t>(end));
+        fragments.emplace(
+            source, &work, headers,
+            FragmentPlace{static_cast<int64_t>(end), first_fragment.value_or(box.end)});
     }
+    // With samples in the movie box time starts at 0.
+    if (video.tables.sample_count == 0) origin = std::max<int64_t>(fragments->begin_time(), 0);
+    presentation = Presentation(video.edits, headers.time_scale, video.time_scale, origin);
     return why;
 }
 
@@ -144,7 +148,8 @@ int64_t Movie::duration_us() {
         duration =
             headers.fragment_duration != 0
                 ? rescale(clamped(headers.fragment_duration), headers.time_scale, kMicroseconds)
-                : rescale(parts_->fragments->end_time(), video.time_scale, kMicroseconds);
+                : rescale(std::max<int64_t>(parts_->fragments->end_time(), 0) - parts_->origin,
+                          video.time_scale, kMicroseconds);
     }
     if (duration == 0) duration = rescale(clamped(video.duration), video.time_scale, kMicroseconds);
     if (duration == 0) {
@@ -167,9 +172,7 @@ std::vector<MovieKeyFrame> Movie::key_frames_from(int64_t time_us, size_t count)
     static constexpr int64_t kSteps_us[] = {30'000'000, 600'000'000, kEver};
     LastOne last(&check);
     for (const int64_t step_us : kSteps_us) {
-        int64_t from_us;
-        if (__builtin_sub_overflow(time_us, step_us, &from_us) || step_us == kEver)
-            from_us = -kEver;
+        const int64_t from_us = step_us == kEver ? -kEver : std::max<int64_t>(time_us, 0) - step_us;
         last.set_start(from_us);
         parts_->visit_key_frames(from_us, &last);
         if (last.best_one()) break;

@@ -25,8 +25,8 @@ static int64_t saturated_sum(int64_t a, int64_t b) {
 }
 
 Presentation::Presentation(const std::vector<Edit>& edits, uint32_t movie_scale,
-                           uint32_t media_scale)
-    : media_scale_(media_scale) {
+                           uint32_t media_scale, int64_t origin)
+    : media_scale_(media_scale), origin_(origin) {
     bool is_open_ended = edits.empty();
     for (const Edit& edit : edits) {
         const int64_t length_us = rescale(edit.duration, movie_scale, kMicroseconds);
@@ -44,6 +44,7 @@ Presentation::Presentation(const std::vector<Edit>& edits, uint32_t movie_scale,
 }
 
 int64_t Presentation::shown_at(int64_t media_time) const {
+    media_time = saturated_sum(media_time, -origin_);
     const Segment* segment = &segments_.front();
     for (const Segment& candidate : segments_) {
         if (candidate.media_begin <= media_time && media_time < candidate.media_end) {
@@ -59,5 +60,6 @@ int64_t Presentation::earliest_media_time(int64_t time_us) const {
     if (segments_.size() != 1) return std::numeric_limits<int64_t>::min();
     const Segment& segment = segments_.front();
     const int64_t into_us = saturated_sum(time_us, -segment.shown_us);
-    return saturated_sum(segment.media_begin, rescale(into_us, kMicroseconds, media_scale_));
+    const int64_t into = rescale(into_us, kMicroseconds, media_scale_);
+    return saturated_sum(saturated_sum(segment.media_begin, into), origin_);
 }

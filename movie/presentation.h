@@ -19,8 +19,10 @@ struct Edit {
 class Presentation {
  public:
     Presentation() = default;
-    // Time scales are not 0. Without edits the media is shown as it is.
-    Presentation(const std::vector<Edit>& edits, uint32_t movie_scale, uint32_t media_scale);
+    // Time scales are not 0. Without edits the media is shown as it is. `origin` is where the
+    // media's time starts, at least 0: that of a recorded broadcast may be a date.
+    Presentation(const std::vector<Edit>& edits, uint32_t movie_scale, uint32_t media_scale,
+                 int64_t origin = 0);
 
     // When the sample with this composition time is shown, in microseconds. Outside of all edits
     // the time follows from the first one, so that what comes before it is negative.
@@ -37,5 +39,6 @@ class Presentation {
     };
     std::vector<Segment> segments_;
     uint32_t media_scale_ = 1;
+    int64_t origin_ = 0;
     int64_t duration_us_ = 0;
 };
