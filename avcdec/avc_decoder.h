@@ -103,6 +103,7 @@ struct AvcDecoder {
     uint8_t transform_8x8_mode;
     AvcQuantiser quantiser;
     CabacEngine cabac;
+    CabacBytes cabac_bytes;  // the engine's
     uint8_t contexts[kCabacContexts];
     AvcMacroblock mb;
     MbNeighbour left;

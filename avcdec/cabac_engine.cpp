@@ -5,25 +5,17 @@
 
 // As long as eight bytes are left they are loaded in one piece; here they come one at a time, up
 // to the same number of bits, with zeros behind the end.
-void cabac_refill_near_end(CabacEngine* e) {
+[[gnu::cold]] BitWord cabac_refill_near_end(CabacBytes* bytes, BitWord value) {
     for (int i = 0; i < kCabacRefillBits / 8; ++i) {
         BitWord byte = 0;
-        if (e->next < e->end) {
-            byte = *e->next++;
+        if (bytes->next < bytes->end) {
+            byte = *bytes->next++;
         } else {
-            e->padding_bits += 8;
+            bytes->padding_bits += 8;
         }
-        e->value = e->value << 8 | byte;
-        e->lookahead += 8;
+        value = value << 8 | byte;
     }
-}
-
-uint32_t cabac_decode_decisions(CabacEngine* e, uint8_t* const* contexts, int count) {
-    CabacEngine engine = *e;
-    uint32_t bins = 0;
-    for (int i = 0; i < count; ++i) bins = bins << 1 | cabac_decode_decision(&engine, contexts[i]);
-    *e = engine;
-    return bins;
+    return value;
 }
 
 void cabac_init_contexts(const int8_t (*pairs)[2], uint8_t* contexts, int32_t slice_qp, int count) {
@@ -33,15 +25,17 @@ void cabac_init_contexts(const int8_t (*pairs)[2], uint8_t* contexts, int32_t sl
     }
 }
 
-void cabac_start(CabacEngine* e, const uint8_t* data, const uint8_t* end) {
-    *e = CabacEngine{0, 510, -9, data, end, 0};
+void cabac_start(CabacEngine* e, CabacBytes* bytes) {
+    *e = CabacEngine{0, 510, -9, bytes};
     while (e->lookahead < kCabacMinLookahead) cabac_refill(e);
 }
 
 void cabac_init_engine(AvcDecoder* d) {
     const size_t length = static_cast<size_t>(d->bits.end - d->bits.start);
     const size_t position = bits_position(&d->bits) / 8;
-    cabac_start(&d->cabac, d->bits.start + (position < length ? position : length), d->bits.end);
+    const uint8_t* const first = d->bits.start + (position < length ? position : length);
+    d->cabac_bytes = {first, d->bits.end, 0};
+    cabac_start(&d->cabac, &d->cabac_bytes);
 }
 
 void cabac_init_slice(AvcDecoder* d) {

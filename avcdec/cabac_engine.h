@@ -14,13 +14,20 @@
 
 struct AvcDecoder;
 
-struct CabacEngine {
-    BitWord value;        // codIOffset << lookahead | the next lookahead bits
-    uint32_t range;       // codIRange, 256 to 510 between decisions
-    int lookahead;        // at least kCabacMinLookahead between decisions
+// The bytes that an engine has not loaded yet.
+struct CabacBytes {
     const uint8_t* next;  // the next byte to load
     const uint8_t* end;   // one past the last byte; zeros are read behind it
     size_t padding_bits;  // zero bits supplied behind the end
+};
+
+// Readers copy the engine into a local, whose address they hand to nothing that is not inlined, so
+// that it stays in registers. The bytes are seldom asked for and stay where they are.
+struct CabacEngine {
+    BitWord value;      // codIOffset << lookahead | the next lookahead bits
+    uint32_t range;     // codIRange, 256 to 510 between decisions
+    int lookahead;      // at least kCabacMinLookahead between decisions
+    CabacBytes* bytes;  // not owned
 };
 
 // The context variables of I slices by syntax element, pStateIdx * 2 + valMPS each.
@@ -41,13 +48,21 @@ enum CabacContextGroup : uint16_t {
     kCabacContexts = 258,
 };
 
-// What a decision needs to know of a context variable: the LPS ranges (H.264 Table 9-44) of its
-// state by qCodIRangeIdx in 16 bits each from the lowest up, the range and, in the upper byte, the
-// shift that normalises it.
-extern const std::array<uint64_t, 128> kCabacLps;
+// What a decision needs to know of a context variable and the range: the LPS range (H.264 Table
+// 9-44), the shift that normalises it, and the variable after an LPS and after an MPS (Table 9-45).
+// 64-bit processors have the four rows of a variable in one word, where a shift by the range finds
+// an entry sooner than a load; to others a load is cheaper than a shift of two words.
+constexpr bool kCabacHasWideRows = kBitWordSize == 64;
 
-// The context variable after an LPS (first 128) and after an MPS (last 128; Table 9-45).
+// By variable, 16 bits for each qCodIRangeIdx from the lowest up: the range and, in the upper byte,
+// the shift. Only where kCabacHasWideRows.
+extern const std::array<uint64_t, 128> kCabacLps;
+// The variable after an LPS (first 128) and after an MPS (last 128).
 extern const std::array<uint8_t, 256> kCabacNext;
+
+// By qCodIRangeIdx * 128 + variable: from the lowest byte up the range, the shift, the variable
+// after an LPS and after an MPS. Only where not kCabacHasWideRows.
+extern const std::array<uint32_t, 4 * 128> kCabacEntries;
 
 // The (m, n) pairs of the I slice column (H.264 Tables 9-12 to 9-33), in the order of the groups.
 extern const int8_t kCabacInitI[kCabacContexts][2];
@@ -60,94 +75,97 @@ constexpr int kCabacMinLookahead = 7;
 constexpr int kCabacRefillBits = kBitWordSize == 64 ? 48 : 16;
 static_assert(9 + kCabacMinLookahead - 1 + kCabacRefillBits < kBitWordSize);
 
-void cabac_refill_near_end(CabacEngine* e);
+// Returns value with kCabacRefillBits more, of which the bytes may not have all.
+BitWord cabac_refill_near_end(CabacBytes* bytes, BitWord value);
 
 // Adds kCabacRefillBits of lookahead.
-inline void cabac_refill(CabacEngine* e) {
-    if (e->end - e->next >= 8) {
+[[gnu::always_inline]] inline void cabac_refill(CabacEngine* e) {
+    CabacBytes* const bytes = e->bytes;
+    const uint8_t* const next = bytes->next;
+    if (bytes->end - next < 8) [[unlikely]] {
+        e->value = cabac_refill_near_end(bytes, e->value);
+    } else {
+        bytes->next = next + kCabacRefillBits / 8;
         if constexpr (kBitWordSize == 64) {
             e->value = e->value << kCabacRefillBits |
-                       static_cast<BitWord>(load_be64(e->next) >> (64 - kCabacRefillBits));
+                       static_cast<BitWord>(load_be64(next) >> (64 - kCabacRefillBits));
         } else {
-            e->value = e->value << kCabacRefillBits | load_be16(e->next);
+            e->value = e->value << kCabacRefillBits | load_be16(next);
         }
-        e->next += kCabacRefillBits / 8;
-        e->lookahead += kCabacRefillBits;
-    } else {
-        CabacEngine copy = *e;  // the engine itself stays in registers
-        cabac_refill_near_end(&copy);
-        *e = copy;
     }
+    e->lookahead += kCabacRefillBits;
 }
 
-inline void cabac_keep_lookahead(CabacEngine* e) {
-    if (e->lookahead < kCabacMinLookahead) cabac_refill(e);
+[[gnu::always_inline]] inline void cabac_keep_lookahead(CabacEngine* e) {
+    if (e->lookahead < kCabacMinLookahead) [[unlikely]]
+        cabac_refill(e);
 }
 
 // The outcomes of a decision before it is known which comes true.
 struct CabacChoice {
+    uint32_t variable;  // the context variable
+    uint32_t entry;     // of the tables
     uint32_t mps_range;
-    uint32_t mps_shift;  // that normalises it, 0 or 1
-    uint32_t lps_range;
-    uint32_t lps_shift;
     BitWord threshold;  // codIOffset below it means MPS
+
+    uint32_t lps_range() const { return entry & 0xff; }
+    uint32_t lps_shift() const { return entry >> 8 & 7; }
+    // An LPS range is at most half the range: one bit is enough to normalise what it leaves.
+    uint32_t mps_shift() const { return mps_range >> 8 ^ 1; }
+    uint32_t after_lps() const {
+        return kCabacHasWideRows ? kCabacNext[variable] : entry >> 16 & 0xff;
+    }
+    uint32_t after_mps() const {
+        return kCabacHasWideRows ? kCabacNext[variable + 128] : entry >> 24;
+    }
 };
 
-[[gnu::always_inline]] inline CabacChoice cabac_choice(const CabacEngine* e, uint64_t row) {
-    const uint32_t entry = static_cast<uint32_t>(row >> (e->range >> 2 & 48));
-    const uint32_t lps_range = entry & 0xff;
-    const uint32_t mps_range = e->range - lps_range;
-    return {mps_range, mps_range >> 8 ^ 1, lps_range, entry >> 8 & 7,
-            static_cast<BitWord>(mps_range) << e->lookahead};
+[[gnu::always_inline]] inline CabacChoice cabac_choice(const CabacEngine* e, uint32_t variable) {
+    const uint32_t entry = kCabacHasWideRows
+                               ? static_cast<uint32_t>(kCabacLps[variable] >> (e->range >> 2 & 48))
+                               : kCabacEntries[variable + ((e->range & 0xc0) << 1)];
+    const uint32_t mps_range = e->range - (entry & 0xff);
+    return {variable, entry, mps_range, static_cast<BitWord>(mps_range) << e->lookahead};
 }
 
-// Decides by a row of kCabacLps without a branch: all ones for the MPS, 0 for the LPS. Leaves the
-// context and the lookahead to the caller.
-[[gnu::always_inline]] inline BitWord cabac_decide(CabacEngine* e, uint64_t row) {
-    const CabacChoice c = cabac_choice(e, row);
+// Decodes one bin and updates its context, for callers that do not branch on the bin: no branch
+// here either.
+[[gnu::always_inline]] inline uint32_t cabac_decode_decision(CabacEngine* e, uint8_t* context) {
+    const CabacChoice c = cabac_choice(e, *context);
     const BitWord rest = e->value - c.threshold;
-    const BitWord mps = static_cast<BitWord>(static_cast<intptr_t>(rest) >> (kBitWordSize - 1));
-    // Both outcomes are normalised before the choice, off the path of the comparison.
-    const uint32_t choice = static_cast<uint32_t>(mps);
-    const uint32_t mps_next = c.mps_range << c.mps_shift;
-    const uint32_t lps_next = c.lps_range << c.lps_shift;
-    e->value = rest + (c.threshold & mps);
-    e->range = lps_next ^ ((mps_next ^ lps_next) & choice);
-    e->lookahead -= static_cast<int>(c.lps_shift ^ ((c.mps_shift ^ c.lps_shift) & choice));
-    return mps;
-}
-
-// Decodes one bin and updates its context, for callers that do not branch on the bin.
-inline uint32_t cabac_decode_decision(CabacEngine* e, uint8_t* context) {
-    const uint32_t variable = *context;
-    const BitWord mps = cabac_decide(e, kCabacLps[variable]);
-    *context = kCabacNext[variable + (mps & 128)];
+    // All ones for the MPS. Both outcomes are normalised before the choice.
+    const BitWord is_mps = static_cast<BitWord>(static_cast<intptr_t>(rest) >> (kBitWordSize - 1));
+    const uint32_t mask = static_cast<uint32_t>(is_mps);
+    const auto choose = [&](uint32_t mps, uint32_t lps) { return lps ^ ((mps ^ lps) & mask); };
+    e->value = rest + (c.threshold & is_mps);
+    e->range = choose(c.mps_range << c.mps_shift(), c.lps_range() << c.lps_shift());
+    e->lookahead -= static_cast<int>(choose(c.mps_shift(), c.lps_shift()));
+    *context = static_cast<uint8_t>(choose(c.after_mps(), c.after_lps()));
     cabac_keep_lookahead(e);
-    return (variable ^ ~static_cast<uint32_t>(mps)) & 1;
+    return (c.variable ^ ~mask) & 1;
 }
 
 // The same for callers that branch on the bin: it branches itself, so that what follows an MPS need
 // not wait for the comparison.
 [[gnu::always_inline]] inline bool cabac_decode_branch(CabacEngine* e, uint8_t* context) {
-    const uint32_t variable = *context;
-    const CabacChoice c = cabac_choice(e, kCabacLps[variable]);
+    const CabacChoice c = cabac_choice(e, *context);
     if (e->value < c.threshold) [[likely]] {
-        e->range = c.mps_range << c.mps_shift;
-        e->lookahead -= static_cast<int>(c.mps_shift);
-        *context = kCabacNext[variable + 128];
+        e->range = c.mps_range << c.mps_shift();
+        e->lookahead -= static_cast<int>(c.mps_shift());
+        *context = static_cast<uint8_t>(c.after_mps());
         cabac_keep_lookahead(e);
-        return variable & 1;
+        return c.variable & 1;
     }
     e->value -= c.threshold;
-    e->range = c.lps_range << c.lps_shift;
-    e->lookahead -= static_cast<int>(c.lps_shift);
-    *context = kCabacNext[variable];
+    e->range = c.lps_range() << c.lps_shift();
+    e->lookahead -= static_cast<int>(c.lps_shift());
+    *context = static_cast<uint8_t>(c.after_lps());
     cabac_keep_lookahead(e);
-    return !(variable & 1);
+    return !(c.variable & 1);
 }
 
 // Decodes one bin of equal probabilities (H.264 9.3.3.2.3).
-inline uint32_t cabac_decode_bypass(CabacEngine* e) {
+[[gnu::always_inline]] inline uint32_t cabac_decode_bypass(CabacEngine* e) {
     e->lookahead -= 1;
     const BitWord threshold = static_cast<BitWord>(e->range) << e->lookahead;
     const BitWord rest = e->value - threshold;
@@ -157,12 +175,8 @@ inline uint32_t cabac_decode_bypass(CabacEngine* e) {
     return static_cast<uint32_t>(is_zero + 1);
 }
 
-// Decodes count bins with the contexts of the list, the first bin in the highest position; 0
-// without effect when count is below 1.
-uint32_t cabac_decode_decisions(CabacEngine* e, uint8_t* const* contexts, int count);
-
 // Decodes the terminating bin (H.264 9.3.3.2.2.3). Returns 1 when it is 0: the slice goes on.
-inline int cabac_decode_terminate(CabacEngine* e) {
+[[gnu::always_inline]] inline int cabac_decode_terminate(CabacEngine* e) {
     e->range -= 2;
     if (e->value >= static_cast<BitWord>(e->range) << e->lookahead) return 0;
     if (e->range < 256) {
@@ -176,15 +190,15 @@ inline int cabac_decode_terminate(CabacEngine* e) {
 // Bits from start to the end of codIOffset: where I_PCM samples follow after alignment, and never
 // more than the slice has bits unless data is missing.
 inline size_t cabac_position(const CabacEngine* e, const uint8_t* start) {
-    return static_cast<size_t>(e->next - start) * 8 + e->padding_bits -
+    return static_cast<size_t>(e->bytes->next - start) * 8 + e->bytes->padding_bits -
            static_cast<size_t>(e->lookahead);
 }
 
 // Sets count contexts from their (m, n) pairs (H.264 9.3.1.1). slice_qp is not clamped.
 void cabac_init_contexts(const int8_t (*pairs)[2], uint8_t* contexts, int32_t slice_qp, int count);
 
-// Starts the engine at data, which ends before end.
-void cabac_start(CabacEngine* e, const uint8_t* data, const uint8_t* end);
+// Starts the engine at the first byte, and makes the bytes its own.
+void cabac_start(CabacEngine* e, CabacBytes* bytes);
 
 // Starts the engine at the byte on which the decoder's bit reader stands, without moving it.
 void cabac_init_engine(AvcDecoder* decoder);

@@ -45,6 +45,13 @@ static constexpr uint8_t next_variable(int index) {
     return static_cast<uint8_t>(kTransIdxLps[state] * 2 + (state == 0 ? 1 - mps : mps));
 }
 
+static constexpr uint32_t packed_entry(int index) {
+    const int variable = index & 127;
+    const uint64_t lps = lps_entries(variable) >> 16 * (index >> 7) & 0xffff;
+    return static_cast<uint32_t>(lps | next_variable(variable) << 16 |
+                                 static_cast<uint32_t>(next_variable(variable + 128)) << 24);
+}
+
 template <typename Entry, int kCount>
 static constexpr std::array<Entry, kCount> table_of(Entry (*entry)(int index)) {
     std::array<Entry, kCount> table{};
@@ -54,6 +61,7 @@ static constexpr std::array<Entry, kCount> table_of(Entry (*entry)(int index)) {
 
 constexpr std::array<uint64_t, 128> kCabacLps = table_of<uint64_t, 128>(lps_entries);
 constexpr std::array<uint8_t, 256> kCabacNext = table_of<uint8_t, 256>(next_variable);
+constexpr std::array<uint32_t, 512> kCabacEntries = table_of<uint32_t, 512>(packed_entry);
 
 const int8_t kCabacInitI[kCabacContexts][2] = {
     // mb_type, ctxIdx 3 to 10

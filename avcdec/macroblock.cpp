@@ -15,13 +15,16 @@
 // pattern as full and everything else as 0 (H.264 9.3.3.1.1).
 static constexpr MbNeighbour kMissingCavlc = {
     {-1, -1, -1, -1},
-    {kCountMissing, kCountMissing, kCountMissing, kCountMissing},
-    {{kCountMissing, kCountMissing}, {kCountMissing, kCountMissing}},
+    {kCountMissing, kCountMissing, kCountMissing, kCountMissing, kCountMissing, kCountMissing,
+     kCountMissing, kCountMissing},
     0x0f,
     0,
 };
 static constexpr MbNeighbour kMissingCabac = {
-    {-1, -1, -1, -1}, {1, 1, 1, 1}, {{1, 1}, {1, 1}}, 0x0f, kLumaDcCoded | kCbDcCoded | kCrDcCoded,
+    {-1, -1, -1, -1},
+    {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1},
+    0x0f,
+    0,
 };
 
 void mb_set_modes(AvcDecoder* d, const int8_t* fields) {
@@ -44,7 +47,22 @@ void mb_set_intra16(AvcDecoder* d, uint32_t mb_type) {
     memset(d->left.modes, kIntraDc, 4);
 }
 
-void mb_set_luma_dc(AvcDecoder* d, const int16_t* levels) {
+uint32_t mb_coded_groups(const AvcMacroblock& mb) {
+    uint32_t groups = (mb.cbp & 15U) << kGroupQuadrants;
+    if (mb.kind == kMbIntra16x16) groups |= 1;
+    if (mb.cbp & 0x30) groups |= 3U << kGroupCbDc;
+    if (mb.cbp & 0x20) groups |= 3U << kGroupCb;
+    return groups;
+}
+
+void mb_set_group(AvcDecoder* d, const BlockGroup& group, uint8_t value) {
+    uint8_t* const left = d->left.blocks + group.left;
+    uint8_t* const top = d->columns[d->mb.x].blocks + group.top;
+    left[0] = top[0] = value;
+    if (group.count > 1) left[1] = top[1] = value;
+}
+
+static void set_luma_dc(AvcDecoder* d, const int16_t* levels) {
     AvcMacroblock* const mb = &d->mb;
     int32_t dc[16];
     transform_luma_dc(levels, dc);
@@ -56,33 +74,35 @@ void mb_set_luma_dc(AvcDecoder* d, const int16_t* levels) {
     mb->coded_mask |= kLumaMask;
 }
 
-void mb_set_chroma_dc(AvcDecoder* d, int c, const int16_t* levels) {
+static void set_chroma_dc(AvcDecoder* d, int c, const int16_t* levels) {
     AvcMacroblock* const mb = &d->mb;
     int32_t dc[4];
     transform_chroma_dc(levels, dc);
     const AvcScale& scale = d->quantiser.chroma_dc[c];
     for (int b = 0; b < 4; ++b) {
         mb->coefficients[(16 + 4 * c + b) * 16] = scale_level(dc[b], scale.factors[0], scale);
-        mb->coded_mask |= chroma_bit(c, b);
     }
+    mb->coded_mask |= kCbMask >> 4 * c;
 }
 
-void mb_clear_quadrant(AvcDecoder* d, int quadrant) {
-    uint8_t* const top = &d->columns[d->mb.x].luma[(quadrant & 1) * 2];
-    uint8_t* const left = &d->left.luma[quadrant & 2];
-    top[0] = top[1] = left[0] = left[1] = 0;
+void mb_set_dc(AvcDecoder* d) {
+    AvcMacroblock* const mb = &d->mb;
+    int16_t* const levels = mb->coefficients + kDcBlock * 16;
+    if (mb->coded_mask & block_bit(kDcBlock)) {
+        set_luma_dc(d, levels);
+        memset(levels, 0, 16 * sizeof *levels);
+    }
+    for (int c = 0; c < 2; ++c) {
+        if (!(mb->coded_mask & block_bit(kDcBlock + 1 + c))) continue;
+        int16_t* const chroma_levels = levels + 16 * (1 + c);
+        set_chroma_dc(d, c, chroma_levels);
+        memset(chroma_levels, 0, 4 * sizeof *levels);
+    }
 }
 
 static void set_counts(AvcDecoder* d, uint8_t count) {
-    for (MbNeighbour* const n : {&d->columns[d->mb.x], &d->left}) {
-        memset(n->luma, count, sizeof n->luma);
-        memset(n->chroma, count, sizeof n->chroma);
-    }
-}
-
-void mb_clear_chroma(AvcDecoder* d) {
-    memset(d->columns[d->mb.x].chroma, 0, sizeof d->left.chroma);
-    memset(d->left.chroma, 0, sizeof d->left.chroma);
+    memset(d->columns[d->mb.x].blocks, count, sizeof d->left.blocks);
+    memset(d->left.blocks, count, sizeof d->left.blocks);
 }
 
 static bool is_last_of_picture(const AvcDecoder* d) {
@@ -109,31 +129,24 @@ static void read_pcm(AvcDecoder* d) {
     if (d->is_cabac) cabac_init_engine(d);
     memset(d->columns[mb->x].modes, kIntraDc, 4);
     memset(d->left.modes, kIntraDc, 4);
-    set_counts(d, 16);
+    set_counts(d, d->is_cabac ? 1 : 16);
     mb->cbp = 0x2f;
-    mb->flags = kLumaDcCoded | kCbDcCoded | kCrDcCoded;
+    mb->flags = 0;
     mb->qp_delta_coded = 0;
-}
-
-static void read_coded_macroblock(AvcDecoder* d, uint32_t mb_type) {
-    AvcMacroblock* const mb = &d->mb;
-    (d->is_cabac ? cabac_read_prediction : cavlc_read_prediction)(d, mb_type);
-    if (mb->cbp == 0 && mb->kind != kMbIntra16x16) {
-        set_counts(d, 0);
-        mb->qp_delta_coded = 0;
-    } else {
-        (d->is_cabac ? cabac_read_residual : cavlc_read_residual)(d);
-    }
-    reconstruct_macroblock(d);
 }
 
 static void read_macroblock(AvcDecoder* d) {
     AvcMacroblock* const mb = &d->mb;
-    const uint32_t mb_type = (d->is_cabac ? cabac_read_mb_type : cavlc_read_mb_type)(d);
-    if (mb_type == 25) {
+    const uint32_t mb_type = (d->is_cabac ? cabac_read_prediction : cavlc_read_prediction)(d);
+    if (mb_type == kMbTypePcm) {
         read_pcm(d);
+    } else if (mb->cbp == 0 && mb->kind != kMbIntra16x16) {
+        set_counts(d, 0);
+        mb->qp_delta_coded = 0;
+        reconstruct_macroblock(d);
     } else {
-        read_coded_macroblock(d, mb_type);
+        (d->is_cabac ? cabac_read_residual : cavlc_read_residual)(d);
+        reconstruct_macroblock(d);
     }
     if (mb->kind == kMbIntra16x16 || mb->kind == kMbPcm) mb->flags |= kNotINxN;
     if (mb->kind == kMbIntra8x8) mb->flags |= kTransform8x8;
@@ -205,6 +218,7 @@ static bool has_more_macroblocks(AvcDecoder* d, int* overrun) {
 }
 
 static int refuse(AvcDecoder* d, bool is_cut_off) {
+    memset(d->mb.coefficients, 0, sizeof d->mb.coefficients);  // a bad block may have left some
     d->refused = {is_cut_off ? AvcRefusal::kSliceCutOff : AvcRefusal::kSliceData};
     return 1;
 }

@@ -29,20 +29,40 @@ enum MbNeighbourFlags : uint8_t {
     kNotINxN = 1,            // Intra 16x16 or I_PCM
     kChromaModeNonzero = 2,  // intra_chroma_pred_mode is not DC
     kTransform8x8 = 4,
-    kLumaDcCoded = 8,  // coded_block_flag of the DC blocks
-    kCbDcCoded = 16,
-    kCrDcCoded = 32,
 };
 
 // One macroblock as seen from below (its bottom 4x4 row) or from the right (its right column).
 // Written while the macroblock is read, so that the blocks inside it see each other the same way.
 struct MbNeighbour {
-    int8_t modes[4];       // intra modes 0 to 8, -1 when not available
-    uint8_t luma[4];       // CAVLC: coefficients of the 4x4 blocks, or kCountMissing. CABAC: the
-    uint8_t chroma[2][2];  // blocks' coded_block_flag, as zero or not zero
-    uint8_t cbp;           // luma bits 0 to 3, chroma pattern in bits 4 and 5
-    uint8_t flags;         // MbNeighbourFlags
+    int8_t modes[4];  // intra modes 0 to 8, -1 when not available
+    // Four luma blocks, two of Cb and two of Cr, then for CABAC the DC blocks of Y, Cb and Cr.
+    // CAVLC: the number of coefficients, or kCountMissing. CABAC: coded_block_flag, 0 or 1.
+    uint8_t blocks[4 + 2 + 2 + 3];
+    uint8_t cbp;    // luma bits 0 to 3, chroma pattern in bits 4 and 5
+    uint8_t flags;  // MbNeighbourFlags
 };
+
+// The blocks of a macroblock in the order of the syntax, in groups that are there or not.
+struct BlockGroup {
+    uint8_t component;  // AvcComponent
+    uint8_t block;      // the first one's place in AvcMacroblock.coefficients
+    uint8_t count;      // 1, or 4 that make a square
+    uint8_t left;       // what the first one has to the left and above, in MbNeighbour.blocks
+    uint8_t top;
+};
+constexpr int kDcBlock = 24;  // of Y; those of Cb and Cr follow
+constexpr BlockGroup kBlockGroupTable[] = {
+    {0, kDcBlock, 1, 8, 8},        // Y DC
+    {0, 0, 4, 0, 0},               // the quadrants of Y
+    {0, 4, 4, 0, 2},               //
+    {0, 8, 4, 2, 0},               //
+    {0, 12, 4, 2, 2},              //
+    {1, kDcBlock + 1, 1, 9, 9},    // Cb DC
+    {2, kDcBlock + 2, 1, 10, 10},  // Cr DC
+    {1, 16, 4, 4, 4},              // Cb
+    {2, 20, 4, 6, 6},              // Cr
+};
+enum BlockGroupIndex { kGroupQuadrants = 1, kGroupCbDc = 5, kGroupCb = 7, kBlockGroups = 9 };
 
 struct AvcMacroblock {
     uint8_t kind;          // MbKind
@@ -56,20 +76,22 @@ struct AvcMacroblock {
     uint16_t x;  // where it is in the picture, in macroblocks; belongs to AvcDecoder.next_mb
     uint16_t y;
     uint8_t modes[16];  // table indices of the 4x4 (8x8: 4 of them) predictors
-    // Blocks with coefficients: bits 31 to 16 luma in decoding order, 15 to 12 Cb, 11 to 8 Cr.
-    // Of these, the ones in ac_mask have more than a DC coefficient.
+    // Blocks with coefficients: bits 31 to 16 luma in decoding order, 15 to 12 Cb, 11 to 8 Cr;
+    // while the residual is read also bits 7 to 5, the DC blocks. Of these, the ones in ac_mask
+    // have more than a DC coefficient.
     uint32_t coded_mask;
     uint32_t ac_mask;
     // 16 luma, 4 Cb and 4 Cr blocks of 16 in decoding order, each stored column by column; an 8x8
-    // block takes the place of four. All zero between macroblocks: the kernels clear what they use.
-    alignas(32) int16_t coefficients[24 * 16];
+    // block takes the place of four. Behind them the levels of the DC blocks, in raster order. All
+    // zero between macroblocks: the kernels clear what they use.
+    alignas(32) int16_t coefficients[(24 + 3) * 16];
 };
 
 constexpr uint32_t kLumaMask = 0xffff0000;
+constexpr uint32_t kCbMask = 0x0000f000;
 
-// The bit of luma block b (0 to 15), and of block b of Cb (c = 0) or Cr (c = 1), in the masks.
-constexpr uint32_t luma_bit(int b) { return 0x80000000U >> b; }
-constexpr uint32_t chroma_bit(int c, int b) { return 0x8000U >> (4 * c + b); }
+// The bit of a block in the masks, by its place in the coefficients.
+constexpr uint32_t block_bit(int block) { return 0x80000000U >> block; }
 
 // Column and row of luma 4x4 block b, in 4x4 blocks (H.264 6.4.3).
 constexpr int block_x(int b) { return (b & 1) + (b >> 1 & 2); }
@@ -79,13 +101,14 @@ constexpr int block_y(int b) { return (b >> 1 & 1) + (b >> 2 & 2); }
 // the slice data; decoder->next_mb is the address behind the last macroblock then and afterwards.
 int avc_decode_slice_data(AvcDecoder* decoder);
 
-// The syntax readers of the two entropy coders. mb_type is 0 to 25. The prediction readers fill
-// kind, modes and coded block pattern; the residual readers fill masks and coefficients.
-uint32_t cavlc_read_mb_type(AvcDecoder* decoder);
-void cavlc_read_prediction(AvcDecoder* decoder, uint32_t mb_type);
+constexpr uint32_t kMbTypePcm = 25;
+
+// The syntax readers of the two entropy coders. The prediction readers return mb_type, 0 to
+// kMbTypePcm, and but for I_PCM fill kind, modes and coded block pattern; the residual readers fill
+// masks and coefficients.
+uint32_t cavlc_read_prediction(AvcDecoder* decoder);
 void cavlc_read_residual(AvcDecoder* decoder);
-uint32_t cabac_read_mb_type(AvcDecoder* decoder);
-void cabac_read_prediction(AvcDecoder* decoder, uint32_t mb_type);
+uint32_t cabac_read_prediction(AvcDecoder* decoder);
 void cabac_read_residual(AvcDecoder* decoder);
 
 // What both readers do with what they have read.
@@ -96,10 +119,10 @@ constexpr int mode_field_count(uint8_t kind) { return kind == kMbIntra8x8 ? 4 : 
 void mb_set_modes(AvcDecoder* decoder, const int8_t* fields);
 // mb_type 1 to 24: prediction mode and coded block pattern of an Intra 16x16 macroblock.
 void mb_set_intra16(AvcDecoder* decoder, uint32_t mb_type);
-// Transforms and scales the DC levels (16 in raster order, 4 in raster order) and puts each into
-// its block. c is 0 for Cb, 1 for Cr.
-void mb_set_luma_dc(AvcDecoder* decoder, const int16_t* levels);
-void mb_set_chroma_dc(AvcDecoder* decoder, int c, const int16_t* levels);
-// Notes that the blocks of a luma quadrant, or the chroma AC blocks, are not coded.
-void mb_clear_quadrant(AvcDecoder* decoder, int quadrant);
-void mb_clear_chroma(AvcDecoder* decoder);
+// Bits of the groups that are coded, by kBlockGroupTable.
+uint32_t mb_coded_groups(const AvcMacroblock& mb);
+// Sets what neighbours will see of a group of four blocks, or of a DC block, to one value.
+void mb_set_group(AvcDecoder* decoder, const BlockGroup& group, uint8_t value);
+// Transforms and scales the levels of the DC blocks that are coded, puts each into its block, and
+// clears them.
+void mb_set_dc(AvcDecoder* decoder);

@@ -18,11 +18,6 @@ static constexpr uint8_t kCodedBlockPatternMono[16] = {
 };
 // clang-format on
 
-uint32_t cavlc_read_mb_type(AvcDecoder* d) {
-    const uint32_t mb_type = bits_ue(&d->bits);
-    return mb_type < 25 ? mb_type : 25;
-}
-
 static ModeField read_mode_field(AvcBitReader* r) {
     bits_need(r, 4);
     const uint32_t field = bits_cached(r, 4);
@@ -31,9 +26,11 @@ static ModeField read_mode_field(AvcBitReader* r) {
     return prev_intra_pred_mode_flag ? ModeField{-1} : static_cast<ModeField>(field);
 }
 
-void cavlc_read_prediction(AvcDecoder* d, uint32_t mb_type) {
+uint32_t cavlc_read_prediction(AvcDecoder* d) {
     AvcMacroblock* const mb = &d->mb;
     AvcBitReader* const r = &d->bits;
+    const uint32_t mb_type = bits_ue(r);
+    if (mb_type >= kMbTypePcm) return kMbTypePcm;
     if (mb_type == 0) {
         mb->kind = d->transform_8x8_mode && bits_read_1(r) ? kMbIntra8x8 : kMbIntra4x4;
         ModeField fields[16];
@@ -54,6 +51,7 @@ void cavlc_read_prediction(AvcDecoder* d, uint32_t mb_type) {
         mb->cbp =
             d->sets.monochrome ? kCodedBlockPatternMono[code % 16] : kCodedBlockPattern[code % 64];
     }
+    return mb_type;
 }
 
 // H.264 9.2.1. Each count is 0 to 16, or kCountMissing.
@@ -76,82 +74,62 @@ static ResidualCount read_block(AvcDecoder* d, uint8_t* left, uint8_t* top, int 
     return count;
 }
 
-// The four blocks of a quadrant. With the 8x8 transform they are the interleaved lists of one
-// block, whose scan is not the same for all.
-static void read_quadrant(AvcDecoder* d, int quadrant) {
+// The scan and the scale of the list of a block in its group. With the 8x8 transform the blocks of
+// a quadrant are the interleaved lists of one block.
+static ResidualTarget target_of(AvcDecoder* d, const BlockGroup& group, int i, int first) {
     AvcMacroblock* const mb = &d->mb;
-    const bool is_ac = mb->kind == kMbIntra16x16;
-    const bool is_8x8 = mb->kind == kMbIntra8x8;
-    const AvcScale& scale = is_8x8 ? d->quantiser.scale8x8 : d->quantiser.scale4x4[kCompY];
-    const uint8_t* const scan = is_8x8 ? kScan8x8Interleaved.data() : kScan4x4.data() + is_ac;
+    if (group.component == kCompY && mb->kind == kMbIntra8x8) {
+        const AvcScale& scale = d->quantiser.scale8x8;
+        return {kScan8x8Interleaved.data() + i * 16,
+                {scale.factors + i * 16, scale.add, scale.shift},
+                mb->coefficients + group.block * 16};
+    }
+    const AvcScale& scale = d->quantiser.scale4x4[group.component];
+    return {kScan4x4.data() + first,
+            {scale.factors + first, scale.add, scale.shift},
+            mb->coefficients + (group.block + i) * 16};
+}
+
+static void read_group(AvcDecoder* d, const BlockGroup& group) {
+    AvcMacroblock* const mb = &d->mb;
+    const bool is_8x8 = group.component == kCompY && mb->kind == kMbIntra8x8;
+    const int first = group.component != kCompY || mb->kind == kMbIntra16x16;
     for (int i = 0; i < 4; ++i) {
-        const int block = 4 * quadrant + i;
-        const int list = is_8x8 ? i * 16 : 0;
-        const ResidualTarget target = {
-            scan + list,
-            {scale.factors + list + is_ac, scale.add, scale.shift},
-            mb->coefficients + (is_8x8 ? quadrant * 64 : block * 16),
-        };
-        const ResidualCount count =
-            read_block(d, &d->left.luma[block_y(block)], &d->columns[mb->x].luma[block_x(block)],
-                       is_ac ? 15 : 16, target);
+        const ResidualCount count = read_block(d, &d->left.blocks[group.left + (i >> 1)],
+                                               &d->columns[mb->x].blocks[group.top + (i & 1)],
+                                               16 - first, target_of(d, group, i, first));
         if (count.total == 0) continue;
-        const uint32_t bit = luma_bit(is_8x8 ? 4 * quadrant : block);
+        const uint32_t bit = block_bit(group.block + (is_8x8 ? 0 : i));
         mb->coded_mask |= bit;
-        if (is_ac || list != 0 || count.end > 1) mb->ac_mask |= bit;
+        if (first + count.end + (is_8x8 ? i : 0) > 1) mb->ac_mask |= bit;
     }
 }
 
-static void read_chroma_dc(AvcDecoder* d, int c) {
-    int16_t levels[4] = {};
-    const ResidualTarget target = {kRasterScan, kUnitScale, levels};
-    const ResidualCount count = cavlc_read_block(&d->bits, kChromaDcNc, 4, target);
-    if (count.total < 0) d->mb.has_error = 1;
-    if (count.total > 0) mb_set_chroma_dc(d, c, levels);
-}
-
-static void read_chroma_ac(AvcDecoder* d, int c) {
+static void read_dc(AvcDecoder* d, const BlockGroup& group) {
     AvcMacroblock* const mb = &d->mb;
-    const AvcScale& scale = d->quantiser.scale4x4[1 + c];
-    for (int b = 0; b < 4; ++b) {
-        const ResidualTarget target = {kScan4x4.data() + 1,
-                                       {scale.factors + 1, scale.add, scale.shift},
-                                       mb->coefficients + (16 + 4 * c + b) * 16};
-        const ResidualCount count = read_block(d, &d->left.chroma[c][b >> 1],
-                                               &d->columns[mb->x].chroma[c][b & 1], 15, target);
-        if (count.total == 0) continue;
-        mb->coded_mask |= chroma_bit(c, b);
-        mb->ac_mask |= chroma_bit(c, b);
-    }
+    int16_t* const levels = mb->coefficients + group.block * 16;
+    const bool is_luma = group.component == kCompY;
+    const int nc = is_luma ? block_nc(d->left.blocks[0], d->columns[mb->x].blocks[0]) : kChromaDcNc;
+    const ResidualTarget target = {is_luma ? kZigzag4x4.data() : kRasterScan, kUnitScale, levels};
+    const ResidualCount count = cavlc_read_block(&d->bits, nc, is_luma ? 16 : 4, target);
+    if (count.total < 0) mb->has_error = 1;
+    if (count.total > 0) mb->coded_mask |= block_bit(group.block);
 }
 
 void cavlc_read_residual(AvcDecoder* d) {
     AvcMacroblock* const mb = &d->mb;
     const int32_t mb_qp_delta = bits_se(&d->bits);
     if (mb_qp_delta != 0) quantiser_update(&d->quantiser, mb_qp_delta);
-    if (mb->kind == kMbIntra16x16) {
-        int16_t levels[16] = {};
-        const ResidualTarget target = {kZigzag4x4.data(), kUnitScale, levels};
-        const int nc = block_nc(d->left.luma[0], d->columns[mb->x].luma[0]);
-        const ResidualCount count = cavlc_read_block(&d->bits, nc, 16, target);
-        if (count.total < 0) mb->has_error = 1;
-        if (count.total > 0) mb_set_luma_dc(d, levels);
-    }
-    for (int quadrant = 0; quadrant < 4; ++quadrant) {
-        if (mb->cbp >> quadrant & 1) {
-            read_quadrant(d, quadrant);
+    const uint32_t groups = mb_coded_groups(*mb);
+    for (int g = 0; g < kBlockGroups; ++g) {
+        const BlockGroup& group = kBlockGroupTable[g];
+        if (!(groups >> g & 1)) {
+            mb_set_group(d, group, 0);
+        } else if (group.block >= kDcBlock) {
+            read_dc(d, group);
         } else {
-            mb_clear_quadrant(d, quadrant);
+            read_group(d, group);
         }
     }
-    if (mb->cbp & 0x30) {
-        read_chroma_dc(d, 0);
-        read_chroma_dc(d, 1);
-    }
-    if (mb->cbp & 0x20) {
-        read_chroma_ac(d, 0);
-        read_chroma_ac(d, 1);
-    } else {
-        mb_clear_chroma(d);
-    }
+    mb_set_dc(d);
 }

@@ -35,7 +35,7 @@ static void predict_add_4x4(AvcDecoder* d, uint8_t* dst, ptrdiff_t pitch) {
     for (int b = 0; b < 16; ++b) {
         uint8_t* const block = dst + block_y(b) * 4 * pitch + block_x(b) * 4;
         k.pred4x4[mb->modes[b]](block, pitch);
-        const uint32_t bit = luma_bit(b);
+        const uint32_t bit = block_bit(b);
         if (!(mb->coded_mask & bit)) continue;
         (mb->ac_mask & bit ? k.add_4x4 : k.add_4x4_dc)(block, pitch, mb->coefficients + b * 16);
     }
@@ -64,7 +64,7 @@ static void predict_add_8x8(AvcDecoder* d, uint8_t* dst, ptrdiff_t pitch) {
     for (int b = 0; b < 4; ++b) {
         uint8_t* const block = dst + (b >> 1) * 8 * pitch + (b & 1) * 8;
         k.pred8x8[mb->modes[b]](block, pitch, corners8x8(mb, b));
-        const uint32_t bit = luma_bit(4 * b);
+        const uint32_t bit = block_bit(4 * b);
         if (!(mb->coded_mask & bit)) continue;
         (mb->ac_mask & bit ? k.add_8x8 : k.add_8x8_dc)(block, pitch, mb->coefficients + b * 64);
     }

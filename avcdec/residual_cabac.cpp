@@ -1,27 +1,45 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "avcdec/residual_cabac.h"
+// The residual of a macroblock in CABAC (H.264 7.3.5.3, 9.3). One function reads all of it, so that
+// the engine is loaded once: whatever takes its address is inlined.
+#include <string.h>
 
-// Context offsets of a category and its size. In 8x8 blocks the context of a position is looked up;
-// elsewhere it is the position.
-struct CategoryLayout {
-    uint16_t significant;
-    uint16_t abs_level;
-    uint8_t final;        // the highest scan index
-    uint8_t max_greater;  // the highest ctxIdxInc - 5 of the bins behind the first
+#include "avcdec/avc_decoder.h"
+#include "avcdec/quant_tables.h"
+#include "avcdec/residual_cavlc.h"
+
+#define KS_INLINE [[gnu::always_inline]] static inline
+
+// ctxBlockCat (H.264 Table 9-42) of blocks with a coded_block_flag.
+enum BlockCategory : uint8_t {
+    kCatLumaDc = 0,
+    kCatLumaAc = 1,
+    kCatLuma4x4 = 2,
+    kCatChromaDc = 3,
+    kCatChromaAc = 4,
 };
 
-static constexpr CategoryLayout kLayouts[6] = {
-    {kCtxSignificant + 0, kCtxAbsLevel + 0, 15, 4},
-    {kCtxSignificant + 15, kCtxAbsLevel + 10, 14, 4},
-    {kCtxSignificant + 29, kCtxAbsLevel + 20, 15, 4},
-    {kCtxSignificant + 44, kCtxAbsLevel + 30, 3, 3},
-    {kCtxSignificant + 47, kCtxAbsLevel + 39, 14, 4},
-    {kCtxSignificant8x8, kCtxAbsLevel8x8, 63, 4},
+// Where a category has its contexts, and its places in the scan, which AC blocks begin with 1.
+struct CategoryLayout {
+    uint16_t significant;  // of place 0
+    uint16_t abs_level;
+    uint8_t first;
+    uint8_t final;
+    uint8_t max_greater;  // the highest ctxIdxInc - 5 of the bins of a level behind the first
+    bool is_dc;           // its levels are not scaled
+    const uint8_t* scan;
+};
+
+static constexpr CategoryLayout kLayouts[] = {
+    {kCtxSignificant + 0, kCtxAbsLevel + 0, 0, 15, 4, true, kZigzag4x4.data()},
+    {kCtxSignificant + 15 - 1, kCtxAbsLevel + 10, 1, 15, 4, false, kScan4x4.data()},
+    {kCtxSignificant + 29, kCtxAbsLevel + 20, 0, 15, 4, false, kScan4x4.data()},
+    {kCtxSignificant + 44, kCtxAbsLevel + 30, 0, 3, 3, true, kRasterScan},
+    {kCtxSignificant + 47 - 1, kCtxAbsLevel + 39, 1, 15, 4, false, kScan4x4.data()},
 };
 
 // ctxIdxInc in frame coded 8x8 blocks (H.264 Table 9-43).
 // clang-format off
-static constexpr uint8_t kSignificant8x8[64] = {
+static constexpr uint8_t kSignificant8x8[63] = {
      0,  1,  2,  3,  4,  5,  5,  4,  4,  3,  3,  4,  4,  4,  5,  5,
      4,  4,  4,  4,  3,  3,  6,  7,  7,  7,  8,  9, 10,  9,  8,  7,
      7,  6, 11, 12, 13, 11,  6,  7,  8,  9, 14, 10,  9,  8,  6, 11,
@@ -35,99 +53,37 @@ static constexpr uint8_t kLast8x8[63] = {
 };
 // clang-format on
 
-// Bit i: position i + 1 has the same context as position i.
-static constexpr uint64_t repeated_contexts() {
-    uint64_t repeated = 0;
-    for (int i = 0; i < 62; ++i) {
-        repeated |= uint64_t{kSignificant8x8[i] == kSignificant8x8[i + 1]} << i;
+// Reads the significance map: the places of the coefficients that are not 0, in scan order. Returns
+// the end of the list, behind 1 to 64 places.
+KS_INLINE uint8_t* read_map(CabacEngine* e, uint8_t* contexts, const CategoryLayout& layout,
+                            uint8_t* places) {
+    uint8_t* const significant = contexts + layout.significant;
+    const int final = layout.final;
+    for (int i = layout.first; i < final; ++i) {
+        if (!cabac_decode_branch(e, significant + i)) continue;
+        *places++ = static_cast<uint8_t>(i);
+        if (cabac_decode_branch(e, significant + (kCtxLast - kCtxSignificant) + i)) return places;
     }
-    return repeated;
+    *places++ = static_cast<uint8_t>(final);
+    return places;
 }
 
-// The context of significant_coeff_flag at scan index i, from the first of its category.
-template <bool kIs8x8>
-static inline size_t significant_place(size_t i) {
-    return kIs8x8 ? kSignificant8x8[i] : i;
-}
-
-// The same for last_significant_coeff_flag.
-template <bool kIs8x8>
-static inline size_t last_place(size_t i) {
-    return kIs8x8 ? kCtxLast8x8 - kCtxSignificant8x8 + kLast8x8[i] : kCtxLast - kCtxSignificant + i;
-}
-
-// Reads the significance map: the scan indices of the coefficients that are not 0, in scan order.
-// contexts begin with those of significant_coeff_flag, final is the highest scan index, indices has
-// room for final + 2. Returns the number of indices, 1 to final + 1.
-template <bool kIs8x8>
-[[gnu::always_inline]] static inline int read_map_by_branches(CabacEngine* e, uint8_t* contexts,
-                                                              size_t final, uint8_t* indices) {
-    int total = 0;
-    for (size_t i = 0; i < final; ++i) {
-        if (!cabac_decode_branch(e, contexts + significant_place<kIs8x8>(i))) continue;
-        indices[total++] = static_cast<uint8_t>(i);
-        if (cabac_decode_branch(e, contexts + last_place<kIs8x8>(i))) return total;
+// The same for 8x8 blocks.
+KS_INLINE uint8_t* read_map_8x8(CabacEngine* e, uint8_t* contexts, uint8_t* places) {
+    for (int i = 0; i < 63; ++i) {
+        if (!cabac_decode_branch(e, contexts + kCtxSignificant8x8 + kSignificant8x8[i])) continue;
+        *places++ = static_cast<uint8_t>(i);
+        if (cabac_decode_branch(e, contexts + kCtxLast8x8 + kLast8x8[i])) return places;
     }
-    indices[total++] = static_cast<uint8_t>(final);
-    return total;
-}
-
-// b when mask is all ones, a when it is 0.
-static inline uint64_t choose(uint64_t mask, uint64_t a, uint64_t b) {
-    return a ^ ((a ^ b) & mask);
-}
-
-// The same map for processors that execute many instructions at once. At high rates its bins cannot
-// be predicted, and a branch that goes wrong costs more than a decision. So each turn decodes one
-// bin, of either flag, with both contexts that can follow looked up ahead, and what depends on the
-// bin is chosen by mask: only the end of the map is a branch.
-template <bool kIs8x8>
-[[gnu::always_inline]] static inline int read_map_by_masks(CabacEngine* e, uint8_t* contexts,
-                                                           size_t final, uint8_t* indices) {
-    constexpr uint64_t kRepeated = repeated_contexts();
-    uint8_t* out = indices;
-    size_t i = 0;
-    size_t place = 0;  // of the context of this bin
-    uint64_t variable = contexts[0];
-    uint64_t row = kCabacLps[variable];
-    uint64_t is_last_flag = 0;  // all ones for last_significant_coeff_flag
-    for (;;) {
-        const size_t place_after_0 = significant_place<kIs8x8>(i + 1);
-        const size_t place_after_1 = last_place<kIs8x8>(i);
-        uint64_t after_0 = contexts[place_after_0];
-        const uint64_t after_1 = contexts[place_after_1];
-        if (kIs8x8) {  // the same context again: what a bin of 0 will make of it
-            const uint64_t repeated = ~is_last_flag & (0 - (kRepeated >> i & 1));
-            after_0 = choose(repeated, after_0, kCabacNext[variable + (variable & 1 ? 0 : 128)]);
-        }
-        const uint64_t row_after_0 = kCabacLps[after_0];
-        const uint64_t row_after_1 = kCabacLps[after_1];
-
-        const uint64_t mps = cabac_decide(e, row);
-        contexts[place] = kCabacNext[variable + (mps & 128)];
-        cabac_keep_lookahead(e);
-        const uint64_t bin = mps ^ ((variable & 1) - 1);  // all ones for 1
-
-        *out = static_cast<uint8_t>(i);
-        if (bin & is_last_flag) return static_cast<int>(out - indices);
-        out -= static_cast<intptr_t>(bin);
-        i += 1 + bin;
-        if (i == final) break;
-        variable = choose(bin, after_0, after_1);
-        row = choose(bin, row_after_0, row_after_1);
-        place =
-            kIs8x8 ? choose(bin, place_after_0, place_after_1) : i + (bin & last_place<false>(0));
-        is_last_flag = bin;
-    }
-    *out++ = static_cast<uint8_t>(final);
-    return static_cast<int>(out - indices);
+    *places++ = 63;
+    return places;
 }
 
 // More bits than the level of any profile has: the stream is broken.
 static constexpr int kLevelTooLong = 1 << 21;
 
 // The suffix of coeff_abs_level_minus1, an Exp-Golomb code of order 0 (H.264 9.3.2.3).
-[[gnu::always_inline]] static inline int read_level_suffix(CabacEngine* e) {
+KS_INLINE int read_level_suffix(CabacEngine* e) {
     int k = 0;
     int value = 0;
     while (cabac_decode_bypass(e)) {
@@ -140,7 +96,7 @@ static constexpr int kLevelTooLong = 1 << 21;
 
 // The absolute value of a level that is at least 2. Its bins share a context, which stays in a
 // register.
-[[gnu::always_inline]] static inline int read_large_level(CabacEngine* e, uint8_t* context) {
+KS_INLINE int read_large_level(CabacEngine* e, uint8_t* context) {
     int level = 2;
     uint8_t variable = *context;
     while (cabac_decode_branch(e, &variable)) {
@@ -153,77 +109,120 @@ static constexpr int kLevelTooLong = 1 << 21;
     return level;
 }
 
-// Reads the levels of the coefficients at the given scan indices, 1 to 64 of them, from the last to
-// the first, and writes them scaled. Returns false when one has more bits than any profile allows.
-[[gnu::always_inline]] static inline bool read_levels(CabacEngine* e, uint8_t* contexts,
-                                                      int max_greater, const uint8_t* indices,
-                                                      int total, const ResidualTarget& target) {
+// Reads the levels of the coefficients at the given places, from the last to the first, and writes
+// them scaled. Returns false when one has more bits than any profile allows.
+KS_INLINE bool read_levels(CabacEngine* e, uint8_t* contexts, int max_greater,
+                           const uint8_t* places, const uint8_t* end,
+                           const ResidualTarget& target) {
     int ones = 1;     // ctxIdxInc of the first bin: 1 + levels of 1 so far, 0 behind a larger one
     int greater = 0;  // larger levels so far
     bool is_valid = true;
-    for (int n = total - 1; n >= 0; --n) {
+    do {
         int level = 1;
         if (cabac_decode_branch(e, contexts + ones)) {
             level = read_large_level(e, contexts + 5 + greater);
             is_valid &= level < kLevelTooLong;
-            if (greater < max_greater) ++greater;
+            greater += greater < max_greater;
             ones = 0;
-        } else if (ones > 0 && ones < 4) {
-            ++ones;
+        } else {
+            ones += static_cast<unsigned>(ones - 1) < 3;
         }
         const int sign = -static_cast<int>(cabac_decode_bypass(e));
-        const int index = indices[n];
-        target.coefficients[target.scan[index]] =
-            scale_level((level ^ sign) - sign, target.scale.factors[index], target.scale);
-    }
+        const int place = *--end;
+        target.coefficients[target.scan[place]] =
+            scale_level((level ^ sign) - sign, target.scale.factors[place], target.scale);
+    } while (end != places);
     return is_valid;
 }
 
-// Reads what stands behind coded_block_flag.
-template <bool kIs8x8, bool kByMasks>
-[[gnu::always_inline]] static inline ResidualCount read_coefficients(CabacEngine* e,
-                                                                     uint8_t* contexts,
-                                                                     ResidualCategory category,
-                                                                     const ResidualTarget& target) {
+static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_valid) {
+    const uint32_t bit = block_bit(block);
+    mb->coded_mask |= bit;
+    if (highest_place > 0) mb->ac_mask |= bit;
+    if (!is_valid) mb->has_error = 1;
+}
+
+// An 8x8 block has no coded_block_flag.
+[[gnu::noinline]] static void read_quadrant_8x8(AvcDecoder* d, const BlockGroup& group) {
+    const ResidualTarget target = {kScan8x8.data(), d->quantiser.scale8x8,
+                                   d->mb.coefficients + group.block * 16};
+    CabacEngine e = d->cabac;
+    uint8_t places[64];
+    const uint8_t* const end = read_map_8x8(&e, d->contexts, places);
+    const int highest = end[-1];
+    const bool is_valid = read_levels(&e, d->contexts + kCtxAbsLevel8x8, 4, places, end, target);
+    d->cabac = e;
+    note_block(&d->mb, group.block, highest, is_valid);
+    mb_set_group(d, group, 1);
+}
+
+// Reads the blocks of a group, each with its coded_block_flag.
+[[gnu::noinline]] static void read_group(AvcDecoder* d, const BlockGroup& group,
+                                         BlockCategory category) {
     const CategoryLayout& layout = kLayouts[category];
-    uint8_t* const map = contexts + layout.significant;
-    const size_t final = kIs8x8 ? 63 : layout.final;
-    uint8_t indices[65];
-    const int total = kByMasks ? read_map_by_masks<kIs8x8>(e, map, final, indices)
-                               : read_map_by_branches<kIs8x8>(e, map, final, indices);
-    const bool is_valid =
-        read_levels(e, contexts + layout.abs_level, layout.max_greater, indices, total, target);
-    return {is_valid ? total : -1, indices[total - 1] + 1};
-}
-
-// Masks take twice the instructions of branches, too many for 32-bit processors, which execute
-// few at once. (Not measured on one.)
-static constexpr bool kHasMasks = kBitWordSize == 64;
-
-ResidualCount cabac_read_block(CabacEngine* engine, uint8_t* contexts, ResidualCategory category,
-                               int flag_inc, const ResidualTarget& target) {
-    CabacEngine e = *engine;  // in registers for the whole block
-    uint8_t* const flag = contexts + kCtxCodedBlockFlag + category * 4 + flag_inc;
-    ResidualCount count = {0, 0};
-    if (cabac_decode_branch(&e, flag)) {
-        count = read_coefficients<false, kHasMasks>(&e, contexts, category, target);
+    uint8_t* const left = d->left.blocks + group.left;
+    uint8_t* const top = d->columns[d->mb.x].blocks + group.top;
+    uint8_t* const flags = d->contexts + kCtxCodedBlockFlag + 4 * category;
+    ResidualTarget target = {layout.scan,
+                             layout.is_dc ? kUnitScale : d->quantiser.scale4x4[group.component],
+                             d->mb.coefficients + group.block * 16};
+    CabacEngine e = d->cabac;
+    for (int i = 0; i < group.count; ++i, target.coefficients += 16) {
+        uint8_t* const l = left + (i >> 1);
+        uint8_t* const t = top + (i & 1);
+        const bool is_coded = cabac_decode_branch(&e, flags + *l + 2 * *t);
+        *l = *t = is_coded;
+        if (!is_coded) continue;
+        uint8_t places[16];
+        const uint8_t* const end = read_map(&e, d->contexts, layout, places);
+        const int highest = end[-1];
+        const bool is_valid = read_levels(&e, d->contexts + layout.abs_level, layout.max_greater,
+                                          places, end, target);
+        note_block(&d->mb, group.block + i, highest, is_valid);
     }
-    *engine = e;
-    return count;
+    d->cabac = e;
 }
 
-template <bool kByMasks>
-static ResidualCount read_block_8x8(CabacEngine* engine, uint8_t* contexts,
-                                    const ResidualTarget& target) {
-    CabacEngine e = *engine;  // in registers for the whole block
-    const ResidualCount count =
-        read_coefficients<true, kByMasks>(&e, contexts, kCatLuma8x8, target);
-    *engine = e;
-    return count;
+static BlockCategory category_of(const AvcMacroblock& mb, int g) {
+    if (g == 0) return kCatLumaDc;
+    if (g < kGroupCbDc) return mb.kind == kMbIntra16x16 ? kCatLumaAc : kCatLuma4x4;
+    return g < kGroupCb ? kCatChromaDc : kCatChromaAc;
 }
 
-ResidualCount cabac_read_block_8x8(CabacEngine* engine, uint8_t* contexts, bool is_dense,
-                                   const ResidualTarget& target) {
-    return is_dense && kHasMasks ? read_block_8x8<kHasMasks>(engine, contexts, target)
-                                 : read_block_8x8<false>(engine, contexts, target);
+// H.264 9.3.2.7. A magnitude above 104 is far outside -26 to 25: the stream is broken, for which
+// the result is 0 and has_error is set.
+static int32_t read_qp_delta(AvcDecoder* d) {
+    uint8_t* const contexts = d->contexts + kCtxQpDelta;
+    uint8_t* context = contexts + d->mb.qp_delta_coded;
+    CabacEngine e = d->cabac;
+    int32_t k = 0;
+    while (cabac_decode_branch(&e, context)) {
+        context = contexts + (k == 0 ? 2 : 3);
+        if (++k > 104) {
+            d->mb.has_error = 1;
+            k = 0;
+            break;
+        }
+    }
+    d->cabac = e;
+    return k & 1 ? (k + 1) >> 1 : -(k >> 1);
+}
+
+void cabac_read_residual(AvcDecoder* d) {
+    AvcMacroblock* const mb = &d->mb;
+    const int32_t mb_qp_delta = read_qp_delta(d);
+    mb->qp_delta_coded = mb_qp_delta != 0;
+    if (mb_qp_delta != 0) quantiser_update(&d->quantiser, mb_qp_delta);
+    const uint32_t groups = mb_coded_groups(*mb);
+    for (int g = 0; g < kBlockGroups; ++g) {
+        const BlockGroup& group = kBlockGroupTable[g];
+        if (!(groups >> g & 1)) {
+            mb_set_group(d, group, 0);
+        } else if (mb->kind == kMbIntra8x8 && g < kGroupCbDc) {
+            read_quadrant_8x8(d, group);
+        } else {
+            read_group(d, group, category_of(*mb, g));
+        }
+    }
+    mb_set_dc(d);
 }

@@ -8,28 +8,49 @@
 #include <random>
 #include <vector>
 
-#include "avcdec/quant_tables.h"
-#include "avcdec/residual_cabac.h"
-
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-CabacEngine started(const Bytes& data) {
-    CabacEngine engine;
-    cabac_start(&engine, data.data(), data.data() + data.size());
-    return engine;
+// An engine on data that outlives it.
+struct Started : CabacEngine {
+    explicit Started(const Bytes& data) : all{data.data(), data.data() + data.size(), 0} {
+        cabac_start(this, &all);
+    }
+    CabacBytes all;
+};
+
+// Each build uses one of them.
+TEST(CabacEngine, BothFormsOfItsTablesSayTheSame) {
+    for (uint32_t i = 0; i < kCabacEntries.size(); ++i) {
+        const uint32_t variable = i % 128;
+        EXPECT_EQ(kCabacEntries[i] & 0xffff, kCabacLps[variable] >> 16 * (i / 128) & 0xffff) << i;
+        EXPECT_EQ(kCabacEntries[i] >> 16 & 0xff, kCabacNext[variable]) << i;
+        EXPECT_EQ(kCabacEntries[i] >> 24, kCabacNext[variable + 128]) << i;
+    }
 }
 
-TEST(CabacEngine, PacksRunsOfDecisionsFirstBinHighest) {
-    const Bytes data = {0xfe, 0xfe, 0xc7};  // the bins below in three contexts, then the end
-    CabacEngine engine = started(data);
-    uint8_t c[] = {20, 41, 90};
-    uint8_t* const contexts[] = {&c[0], &c[1], &c[2], &c[0], &c[1], &c[2], &c[0], &c[1]};
-    EXPECT_EQ(cabac_decode_decisions(&engine, contexts, -1), 0U);
-    EXPECT_EQ(cabac_decode_decisions(&engine, contexts, 8), 0b10110010U);
-    EXPECT_EQ(Bytes(c, c + 3), (Bytes{8, 23, 66}));
-    EXPECT_EQ(cabac_decode_terminate(&engine), 0);
+// Callers choose by whether they branch on the bin.
+TEST(CabacEngine, BothKindsOfDecisionAgree) {
+    std::mt19937 random(1);
+    Bytes data(5000);
+    for (uint8_t& byte : data) byte = static_cast<uint8_t>(random());
+    Started a(data);
+    Started b(data);
+    Bytes contexts[2];
+    for (int i = 0; i < 100; ++i) contexts[0].push_back(static_cast<uint8_t>(random() % 126));
+    contexts[1] = contexts[0];
+    for (int i = 0; i < 20000; ++i) {
+        const size_t c = random() % contexts[0].size();
+        ASSERT_EQ(cabac_decode_decision(&a, &contexts[0][c]),
+                  cabac_decode_branch(&b, &contexts[1][c]))
+            << i;
+        ASSERT_EQ(a.value, b.value) << i;
+        ASSERT_EQ(a.range, b.range) << i;
+        ASSERT_EQ(a.lookahead, b.lookahead) << i;
+    }
+    EXPECT_EQ(contexts[0], contexts[1]);
+    EXPECT_EQ(a.bytes->padding_bits, 0U);
 }
 
 TEST(CabacEngine, ContextsAtTheEndsOfTheirRange) {
@@ -39,7 +60,7 @@ TEST(CabacEngine, ContextsAtTheEndsOfTheirRange) {
         {124, 0, 124}, {125, 0, 125}, {126, 0, 126}, {127, 0, 127}};
     for (const auto& c : kCases) {
         const Bytes data = {c[1], 0, 0};
-        CabacEngine engine = started(data);
+        Started engine(data);
         uint8_t context = c[0];
         EXPECT_EQ(cabac_decode_decision(&engine, &context), (c[0] & 1U) ^ (c[1] != 0));
         EXPECT_EQ(context, c[2]);
@@ -53,40 +74,10 @@ TEST(CabacEngine, ContextsAtTheEndsOfTheirRange) {
 TEST(CabacEngine, ReadsZerosBehindTheEndAndCountsThem) {
     for (size_t length = 0; length < 20; ++length) {
         const Bytes data(length, 'U');
-        CabacEngine engine = started(data);
+        Started engine(data);
         for (int i = 0; i < 400; ++i) cabac_decode_bypass(&engine);
         EXPECT_EQ(cabac_position(&engine, data.data()), 409U) << length;
     }
-}
-
-// Any bytes are some block. Contexts are kept from block to block, so that they grow skewed.
-TEST(CabacEngine, DenseAndSparseBlocksAreReadAlike) {
-    static constexpr int kBlocks = 2000;
-    std::mt19937 random(1);
-    Bytes data(40 * kBlocks);
-    for (uint8_t& byte : data) byte = static_cast<uint8_t>(random());
-    const std::vector<int32_t> factors(64, 1);
-    CabacEngine engines[2] = {started(data), started(data)};
-    std::vector<Bytes> contexts(2, Bytes(kCabacContexts));
-    for (int block = 0; block < kBlocks; ++block) {
-        if (block % 50 == 0) {
-            for (uint8_t& context : contexts[0]) context = static_cast<uint8_t>(random() % 124);
-            contexts[1] = contexts[0];
-        }
-        std::vector<int16_t> levels[2];
-        for (const bool is_dense : {false, true}) {
-            levels[is_dense].assign(64, 0);
-            const ResidualTarget target = {
-                kScan8x8.data(), {factors.data(), 0, 0}, levels[is_dense].data()};
-            const ResidualCount count = cabac_read_block_8x8(
-                &engines[is_dense], contexts[is_dense].data(), is_dense, target);
-            levels[is_dense].push_back(static_cast<int16_t>(count.total));
-            levels[is_dense].push_back(static_cast<int16_t>(count.end));
-        }
-        ASSERT_EQ(levels[0], levels[1]) << block;
-        ASSERT_EQ(contexts[0], contexts[1]) << block;
-    }
-    EXPECT_EQ(engines[0].padding_bits, 0U);
 }
 
 }  // namespace
