@@ -44,8 +44,25 @@ static void fill_attributes(pthread_attr_t* attributes, uint32_t priority_class)
     if (stack_size != 0) pthread_attr_setstacksize(attributes, stack_size);
 }
 
-static void log_start(int32_t level, const char* message) {
-    upnp_log_message(level, kLogSystem, "upnp_start_joinable_thread_impl", 0, "%s", message);
+// What a start has to say. It is said once the registry is free: a line of the log can start a
+// thread of its own.
+struct StartReport {
+    struct {
+        int32_t level;
+        const char* message;
+    } lines[3];  // as many as the longest way has
+    int count;
+};
+
+static void report(StartReport* said, int32_t level, const char* message) {
+    said->lines[said->count++] = {level, message};
+}
+
+static void log_report(const StartReport& said) {
+    for (int i = 0; i < said.count; ++i) {
+        upnp_log_message(said.lines[i].level, kLogSystem, "upnp_start_joinable_thread_impl", 0,
+                         "%s", said.lines[i].message);
+    }
 }
 
 // Creates a thread and stores its id; an id that is there already survives a failure.
@@ -58,35 +75,37 @@ static int create(pthread_t* id, const pthread_attr_t* attributes, ThreadRoutine
 }
 
 static pthread_t start_or_fall_back(const pthread_attr_t* attributes, ThreadRoutine routine,
-                                    void* argument) {
+                                    void* argument, StartReport* said) {
     pthread_t id = 0;
     const int error = create(&id, attributes, routine, argument);
     if (error == 0) return id;
     if (error == EAGAIN) {
-        log_start(kLogWarning, "Not enough resources to start thread - retrying");
+        report(said, kLogWarning, "Not enough resources to start thread - retrying");
         upnp_sleep_ms(kRetryWaitMs);
         if (create(&id, attributes, routine, argument) == EAGAIN) {
-            log_start(kLogError, "Second try to start thread failed - giving up");
+            report(said, kLogError, "Second try to start thread failed - giving up");
             return id;
         }
     }
-    log_start(kLogWarning,
-              "Failed to start thread with requested priority and scheduler - trying default");
+    report(said, kLogWarning,
+           "Failed to start thread with requested priority and scheduler - trying default");
     if (create(&id, nullptr, routine, argument) != 0) {
-        log_start(kLogError, "Failed to start thread with defaults - giving up");
+        report(said, kLogError, "Failed to start thread with defaults - giving up");
     }
     return id;
 }
 
 pthread_t upnp_start_joinable_thread_impl(ThreadRoutine routine, void* argument,
                                           uint32_t priority_class) {
+    StartReport said = {};
     pthread_mutex_lock(&g_registry_lock);
     pthread_attr_t attributes;
     fill_attributes(&attributes, priority_class);
-    const pthread_t id = start_or_fall_back(&attributes, routine, argument);
+    const pthread_t id = start_or_fall_back(&attributes, routine, argument, &said);
     pthread_attr_destroy(&attributes);
     if (id != 0) ++g_threadsStarted;
     pthread_mutex_unlock(&g_registry_lock);
+    log_report(said);
     return id;
 }
 

@@ -8,6 +8,8 @@
 #include <atomic>
 #include <vector>
 
+#include "runtime/message_log.h"
+
 // What the system answers to the next thread creations; real threads are made where it says 0.
 static std::vector<int> g_answers;
 static std::vector<bool> g_with_attributes;
@@ -49,6 +51,21 @@ TEST(Threads, FallBackWhenTheSystemRefuses) {
         EXPECT_EQ(runs, c.runs);
         EXPECT_EQ(g_with_attributes, c.with_attributes);
     }
+}
+
+TEST(Threads, FailedStartCanBeLoggedWhileOldLogPartsWait) {
+    const auto fail_twice = [] {
+        alarm(20);
+        upnp_log_start("/dev/null");
+        g_log.service_running = 1;
+        g_log.section_mask = kLogSystem;
+        g_log.old_parts_pending = 1;
+        g_with_attributes.clear();
+        g_answers = {EAGAIN, EAGAIN, EAGAIN, EAGAIN};  // the second start is the log's
+        const auto nothing = [](void* argument) -> void* { return argument; };
+        exit(upnp_start_thread(nothing, nullptr, 5) == 14 ? 0 : 1);
+    };
+    EXPECT_EXIT(fail_twice(), testing::ExitedWithCode(0), "");
 }
 
 TEST(Threads, HavePrioritiesByClassAndStacksAboveALimit) {
