@@ -5,7 +5,8 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 include_directories(${CMAKE_SOURCE_DIR})
-add_compile_definitions(_FILE_OFFSET_BITS=64 _LARGEFILE64_SOURCE)
+# Files and times beyond 2 GiB and 2038, on 32-bit machines too.
+add_compile_definitions(_FILE_OFFSET_BITS=64 _LARGEFILE64_SOURCE _TIME_BITS=64)
 
 # Everything is built with these; the presets make them errors (CMAKE_COMPILE_WARNING_AS_ERROR).
 add_compile_options(-Wall -Wextra -Wshadow -Wcast-qual)

@@ -8,6 +8,8 @@
 #include <jpeglib.h>
 
 static_assert(kJpegMaxSide == JPEG_MAX_DIMENSION);
+// The interface of release 6b, whose bytes are promised.
+static_assert(JPEG_LIB_VERSION == 62);
 
 constexpr int kBandRows = 16;  // one row of 16x16 blocks
 

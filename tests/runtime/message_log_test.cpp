@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "runtime/accounted_memory.h"
+#include "runtime/clock_text.h"
 #include "tests/support/failing_malloc.h"
 #include "tests/support/temp_folder.h"
 
@@ -70,4 +71,10 @@ TEST_F(MessageLog, CriticalGoesToTheConsoleAndTheHook) {
     EXPECT_EQ(hooked, "broken 3 (f)");
     g_log.critical_hook = nullptr;
     EXPECT_EXIT(upnp_log_message(kLogCritical, 0, "f", 0, "m"), testing::ExitedWithCode(0), "");
+}
+
+TEST(ClockText, GoesOnUntil2106) {
+    char text[32] = "";
+    upnp_time_to_local_iso(3'980'000'000, text, sizeof text);
+    EXPECT_EQ(std::string(text).substr(0, 7), "2096-02") << text;
 }
