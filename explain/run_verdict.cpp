@@ -11,6 +11,7 @@
 
 #include "runtime/accounted_memory.h"
 #include "thumb/jpeg_writer.h"
+#include "tool/key_frames.h"
 
 static void check_side(const char* name, int32_t side, Verdict* verdict) {
     if (side < 0) {
@@ -45,11 +46,13 @@ void explain_input(const Arguments& args, Verdict* verdict) {
     struct stat status;
     if (stat(args.input_path, &status) != 0) {
         verdict_fail(verdict, "", "The file cannot be looked at: %s.", strerror(errno));
+    } else if (S_ISDIR(status.st_mode)) {
+        verdict_fail(verdict, "", "It is a folder.");
+    } else if (!S_ISREG(status.st_mode)) {
+        verdict_fail(verdict, "Copy it to a file.", "It is a pipe or a device.");
     } else if (!arguments_name_a_video(args)) {
         verdict_fail(verdict, "Give keystill a link to the file under another name.",
                      "The file's name does not end in m1v, m4v, mp4, qt, mpeg4, mov, 3gp or ismv.");
-    } else if (S_ISDIR(status.st_mode)) {
-        verdict_fail(verdict, "", "It is a folder.");
     } else if (access(args.input_path, R_OK) != 0) {
         verdict_fail(verdict, "", "The file cannot be opened: %s.", strerror(errno));
     } else if (status.st_size < 8) {
@@ -62,6 +65,10 @@ static void explain_failed_collection(const TrialRun& trial, const WantedFrames&
     if (!trial.has_records) {
         verdict_fail(verdict, "Ask for fewer key frames.",
                      "There is not memory enough for so many key frames.");
+    } else if (frames.is_given_up) {
+        verdict_fail(verdict, kCopyStreams,
+                     "The file's tables lead to the same bytes over and over again: reading them "
+                     "was given up.");
     } else if (frames.is_broken_off) {
         verdict_fail(verdict, kCopyStreams,
                      "A fragment has no box header where the random access table (tfra) says, or "
@@ -76,11 +83,7 @@ static void explain_failed_collection(const TrialRun& trial, const WantedFrames&
 }
 
 static void explain_empty_collection(const WantedFrames& frames, Verdict* verdict) {
-    if (frames.largest != 0) {
-        verdict_fail(verdict, kCopyStreams,
-                     "The file's tables lead to the same bytes over and over again: reading them "
-                     "was given up.");
-    } else if (frames.is_in_fragments) {
+    if (frames.is_in_fragments) {
         verdict_fail(verdict, kCopyStreams,
                      "The fragments of all key frames from there on give no size for them, or are "
                      "not where the random access table (tfra) says.");
@@ -114,6 +117,11 @@ void explain_trial(const TrialRun& trial, const WantedFrames& frames, const AvcF
     if (trial.is_written || verdict->is_failure) return;
     if (trial.collected < 0) explain_failed_collection(trial, frames, verdict);
     if (trial.collected == 0) explain_empty_collection(frames, verdict);
+    if (trial.chosen >= 0 && !trial.is_read && frames.chosen_size > kMostSample) {
+        verdict_fail(verdict, kCopyStreams,
+                     "The key frame to decode has %" PRIu32 " bytes, more than any picture needs.",
+                     frames.chosen_size);
+    }
     if (trial.chosen >= 0) explain_undecoded(trial.fault, frames, file_size, verdict);
     if (trial.chosen >= 0 && avc.has_sequence_set && (avc.width == 0 || avc.height == 0)) {
         verdict_fail(verdict, kEncodeAgain, "The stream's cropping window leaves no picture.");
@@ -145,7 +153,13 @@ void explain_output(const Arguments& args, Verdict* verdict) {
     if (args.output_path[0] == '\0') return;
     if (stat(args.output_path, &status) == 0 && S_ISDIR(status.st_mode)) {
         verdict_fail(verdict, "Name a file in it.", "The output is a folder.");
+    } else if (!arguments_spare_the_video(args)) {
+        verdict_fail(verdict, "Name another file.", "The output is the video itself.");
     } else if (access_output(args.output_path) != 0) {
         verdict_fail(verdict, "", "The output cannot be created: %s.", strerror(errno));
     }
+}
+
+bool explain_spoils_a_video(const Arguments& args) {
+    return arguments_is_video_name(args.output_path) && access(args.output_path, F_OK) == 0;
 }

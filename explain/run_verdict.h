@@ -17,6 +17,7 @@ struct TrialRun {
     int32_t codec_kind;
     int32_t collected;  // key frames; -1 when the collection failed
     int32_t chosen;     // which of them, -1 for none
+    bool is_read;       // the chosen one
     FrameFault fault;   // of the chosen one; when nothing could be written
     bool is_written;
     ThumbnailParams params;  // with the fitted size once it is decoded
@@ -24,8 +25,10 @@ struct TrialRun {
 
 // What the key frame table says of those that were to be collected.
 struct WantedFrames {
+    bool is_given_up;    // looking them up took too long
     bool is_broken_off;  // a fragment's header ends the collection
     uint32_t largest;    // bytes
+    uint32_t chosen_size;
     int64_t chosen_end;  // where the chosen one should end in the file
     bool is_in_fragments;
     bool has_base_data_offset;  // fragments state one: it is misread
@@ -39,3 +42,5 @@ void explain_container(const BoxFacts& facts, const ParseContext& context, Verdi
 void explain_trial(const TrialRun& trial, const WantedFrames& frames, const AvcFacts& avc,
                    int64_t file_size, Verdict* verdict);
 void explain_output(const Arguments& args, Verdict* verdict);
+// Whether what stands where the output goes looks like a video. keystill does not mind.
+bool explain_spoils_a_video(const Arguments& args);

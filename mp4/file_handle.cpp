@@ -10,10 +10,12 @@
 FileHandle* upnp_file_open(const char* path) {
     FileHandle* const handle = static_cast<FileHandle*>(upnp_calloc(1, sizeof(FileHandle)));
     if (!handle) return nullptr;
-    // Without blocking: a pipe under a video's name must not hold up the run.
-    handle->descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    // Whatever has come to stand under a video's name does not hold up the run, nor does a terminal
+    // become the one that controls it.
+    handle->descriptor = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     struct stat status;
-    if (handle->descriptor < 0 || fstat(handle->descriptor, &status) != 0) {
+    if (handle->descriptor < 0 || fstat(handle->descriptor, &status) != 0 ||
+        !S_ISREG(status.st_mode)) {
         upnp_file_close(handle);
         return nullptr;
     }

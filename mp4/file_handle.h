@@ -10,7 +10,8 @@ struct FileHandle {
     int64_t position;    // where the next read starts
 };
 
-// Returns null when the file cannot be opened or there is no memory. The caller closes it.
+// Returns null when the file cannot be opened, is none that lies on a disk (a pipe, a folder, a
+// device), or there is no memory. The caller closes it.
 FileHandle* upnp_file_open(const char* path);
 
 // Reads up to length bytes at the position and moves it behind them. Returns the number of bytes,

@@ -48,12 +48,19 @@ bool arguments_are_in_range(const Arguments& args) {
     return is_percentage(args.clip_offset_percent) && is_percentage(args.size_percentile);
 }
 
+bool arguments_is_video_name(const char* path) {
+    const char* const extension = file_query_extension(path);
+    return extension && media_type_of(extension) && is_accepted(extension);
+}
+
 bool arguments_name_a_video(const Arguments& args) {
     FileStatus status;
-    if (file_query_status(args.input_path, &status) != 0) return false;
-    const char* const extension = file_query_extension(args.input_path);
-    if (!extension || !media_type_of(extension)) return false;
-    return is_accepted(extension);
+    if (file_query_status(args.input_path, &status) != 0 || !status.is_regular) return false;
+    return arguments_is_video_name(args.input_path);
+}
+
+bool arguments_spare_the_video(const Arguments& args) {
+    return !file_query_is_same(args.input_path, args.output_path);
 }
 
 void arguments_print_usage(FILE* out, const char* program) {

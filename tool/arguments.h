@@ -21,6 +21,11 @@ struct Arguments {
 int arguments_read(int argc, const char* const* argv, Arguments* args);
 // Whether every number is in its range.
 bool arguments_are_in_range(const Arguments& args);
-// Whether the input can be looked at and its name has an accepted extension.
+// Whether the path ends as videos do.
+bool arguments_is_video_name(const char* path);
+// Whether the input is a regular file whose name has an accepted extension. Others are not opened:
+// that alone can hold up a run, or wind a tape.
 bool arguments_name_a_video(const Arguments& args);
+// Whether the output is another file than the input, under whatever names.
+bool arguments_spare_the_video(const Arguments& args);
 void arguments_print_usage(FILE* out, const char* program);

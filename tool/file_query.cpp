@@ -13,9 +13,16 @@ constexpr size_t kTail = 6;
 int file_query_status(const char* path, FileStatus* status) {
     struct stat found;
     if (stat(path, &found) != 0) return 1;
+    status->is_regular = S_ISREG(found.st_mode);
     status->size = found.st_size;
     status->modification_time = found.st_mtime;
     return 0;
+}
+
+bool file_query_is_same(const char* path, const char* other) {
+    struct stat a, b;
+    if (stat(path, &a) != 0 || stat(other, &b) != 0) return false;
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 const char* file_query_extension(const char* path) {

@@ -2,10 +2,12 @@
 // The built program as its users run it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utime.h>
 
 #include <functional>
 #include <string>
@@ -92,10 +94,14 @@ TEST_F(Cli, WritesTheSameBytesEveryTimeOverAnythingThatWasThere) {
     const std::string first = read_file(output_), clip = folder_.path("Clip.MP4");
     EXPECT_LT(first.size(), 1'000'000u);
     write_file(clip, read_file(kSample));
-    Args with_more = arguments({{1, clip}, {2, clip}});
+    const utimbuf in_2040 = {2'208'988'800, 2'208'988'800};
+    ASSERT_EQ(utime(clip.c_str(), &in_2040), 0);
+    Args with_more = arguments({{1, clip}});
     with_more.push_back("ignored");
     ASSERT_EQ(run(with_more), 0);
-    EXPECT_EQ(read_file(clip), first);
+    EXPECT_EQ(read_file(output_), first);
+    EXPECT_EQ(run(arguments({{6, "89478484"}})), 0) << "24 bytes each are a block";
+    EXPECT_EQ(run(arguments({{6, "89478485"}})), 1);
 
     const std::string piped = folder_.path("stdout");
     const auto to_file = [&] { dup2(open(piped.c_str(), O_CREAT | O_WRONLY, 0600), 1); };
@@ -132,6 +138,30 @@ TEST_F(Cli, FailsSilentlyAndLeavesTheOutputAlone) {
         EXPECT_EQ(read_file(output_), "old") << text;
     }
     close(ends[1]);
+}
+
+TEST_F(Cli, SparesTheVideoUnderAnyOfItsNames) {
+    const std::string clip = folder_.path("clip.mp4"), hard = folder_.path("hard.jpg"),
+                      soft = folder_.path("soft.jpg");
+    const std::string bytes = read_file(kSample);
+    write_file(clip, bytes);
+    ASSERT_EQ(link(clip.c_str(), hard.c_str()), 0);
+    ASSERT_EQ(symlink(clip.c_str(), soft.c_str()), 0);
+    for (const std::string& output : {clip, hard, soft, folder_.path("./clip.mp4")}) {
+        EXPECT_EQ(run(arguments({{1, clip}, {2, output}})), 1) << output;
+        EXPECT_EQ(read_file(clip), bytes) << output;
+    }
+}
+
+TEST_F(Cli, DoesNotOpenWhatIsNoRegularFile) {
+    const std::string fifo = folder_.path("fifo.mp4");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const int watch = inotify_init1(IN_NONBLOCK);
+    ASSERT_GE(inotify_add_watch(watch, fifo.c_str(), IN_OPEN), 0);
+    EXPECT_EQ(run(arguments({{1, fifo}})), 1);
+    char event[sizeof(inotify_event) + 256];
+    EXPECT_EQ(read(watch, event, sizeof event), -1);
+    close(watch);
 }
 
 TEST_F(Cli, FailsWithoutPermission) {
