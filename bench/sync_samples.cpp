@@ -25,7 +25,7 @@ int32_t sync_samples_codec_kind() { return g_video_state.codec_kind; }
 
 void sync_samples_rewind(SyncSamples* samples) {
     samples->next = 0;
-    mp4_grant_work(samples->file->handle->size);
+    mp4_grant_work(kTableWork);
 }
 
 // Size 0 when there is no such sample.
@@ -58,7 +58,7 @@ static Owned<uint8_t> copy_configuration(int32_t* length) {
 static int read_sample(const SyncSamples* samples, SamplePlace place, KeyFrame* record) {
     BufferedFile* const file = samples->file.get();
     upnp_file_seek_b(file, place.offset, 0);
-    const int64_t size = std::min<int64_t>(place.size, upnp_file_bytes_ahead_b(file));
+    const int64_t size = std::min<int64_t>(place.read_size, upnp_file_bytes_ahead_b(file));
     Owned<uint8_t> config = copy_configuration(&record->config_length);
     Owned<uint8_t> sample = owned_malloc<uint8_t>(static_cast<uint64_t>(size));
     if (!config || !sample) return 1;

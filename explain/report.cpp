@@ -76,26 +76,16 @@ static void explain_frame(const KeyFrame& frame, int32_t codec_kind, FrameFault*
 }
 
 // Decoding changes the frame, so what there is to explain is looked for in a copy.
-static void write_to_nowhere(const Arguments& args, const KeyFrame* records, TrialRun* trial) {
-    const KeyFrame* const chosen = selection_pick(records, trial->collected, args.size_percentile);
-    if (!chosen) return;
-    trial->chosen = static_cast<int32_t>(chosen - records);
-    const Owned<uint8_t> config = copy_of(chosen->config, chosen->config_length);
-    const Owned<uint8_t> sample = copy_of(chosen->sample, chosen->bytes_read);
-    KeyFrame copy = *chosen;
+static void write_to_nowhere(const Arguments& args, const KeyFrame& chosen, TrialRun* trial) {
+    const Owned<uint8_t> config = copy_of(chosen.config, chosen.config_length);
+    const Owned<uint8_t> sample = copy_of(chosen.sample, chosen.bytes_read);
+    KeyFrame copy = chosen;
     copy.config = config.get();
     copy.sample = sample.get();
     trial->params = {"/dev/null", args.quality, args.width, args.height};
-    trial->is_written = WriteThumbnail(chosen, &trial->params, trial->codec_kind) != 1;
+    trial->is_written = WriteThumbnail(&chosen, &trial->params, trial->codec_kind) != 1;
     if (!trial->is_written && config && sample) {
         explain_frame(copy, trial->codec_kind, &trial->fault);
-    }
-}
-
-static void release_records(KeyFrame* records, int32_t requested, int32_t reported) {
-    for (int32_t i = 0; i < requested; ++i) {
-        if (i >= reported && !records[i].config && !records[i].sample) return;
-        key_frame_release(&records[i]);
     }
 }
 
@@ -104,20 +94,21 @@ static void run_trial(const Arguments& args, TrialRun* trial) {
     trial->codec_kind = kCodecNone;
     trial->collected = -1;
     trial->chosen = -1;
-    const Owned<KeyFrame> records =
-        owned_calloc<KeyFrame>(static_cast<uint64_t>(args.key_frame_count));
-    trial->has_records = records != nullptr;
-    if (!records) return;
-    KeyFrameRequest request = {args.clip_offset_percent, args.key_frame_count, records.get(),
-                               kCodecNone, 0};
-    if (GetKeyFrameMpeg4(args.input_path, &request) == 0) {
-        trial->codec_kind = request.codec_kind;
-        trial->collected = request.key_frame_count;
-        if (request.codec_kind != kCodecNone && request.key_frame_count > 0) {
-            write_to_nowhere(args, records.get(), trial);
-        }
-    }
-    release_records(records.get(), args.key_frame_count, trial->collected);
+    trial->has_records = args.key_frame_count <= kMostKeyFrames;
+    if (!trial->has_records) return;
+    KeyFrameRequest request = {};
+    request.clip_offset_percent = args.clip_offset_percent;
+    request.key_frame_count = args.key_frame_count;
+    request.codec_kind = kCodecNone;
+    if (GetKeyFrameMpeg4(args.input_path, &request) != 0) return;
+    trial->codec_kind = request.codec_kind;
+    trial->collected = request.key_frame_count;
+    if (request.codec_kind == kCodecNone || request.key_frame_count == 0) return;
+    trial->chosen = selection_pick(request.list, args.size_percentile);
+    KeyFrame record;
+    trial->is_read = key_frame_read(&request, trial->chosen, &record) == 0;
+    if (trial->is_read) write_to_nowhere(args, record, trial);
+    key_frame_release(&record);
 }
 
 // The text of a log line behind its time and section.
@@ -243,7 +234,7 @@ static bool time_of_key_frame(BufferedFile* file, uint32_t index, TimeCursor* cu
     uint64_t time = 0;
     if (state->media_time_scale == 0) return false;
     if (state->fragments.has_table) {
-        time = state->fragments.entries[index].time;
+        time = random_access_entry(file, &state->fragments.table, index).time;
     } else {
         const uint32_t number = file_table_word(file, &state->sync_samples, index);
         if (number == 0 || !find_time(file, number - 1, cursor, &time)) return false;
@@ -306,6 +297,7 @@ static int list_key_frame(Report* report, KeyFrameTable* table, uint32_t index) 
         if (is_chosen) {
             report->chosen_index = index;
             report->frames.chosen_end = int64_t{place.offset} + place.size;
+            report->frames.chosen_size = place.size;
         }
     }
     if (is_worth_a_row(*report, *table, index, is_wanted)) {
@@ -324,11 +316,12 @@ static void list_key_frames(Report* report, BufferedFile* file, bool is_collecte
     if (report->trial.collected > 0) table.to_fill = report->trial.collected;
     report->frames.is_in_fragments = g_video_state.fragments.has_table;
     report->frames.has_base_data_offset = report->boxes.has_base_data_offset;
-    mp4_grant_work(file->handle->size);
+    mp4_grant_work(kTableWork);
     fprintf(report->out, "\nKey frames\n  %8s  %13s  %10s\n", "index", "time", "bytes");
     for (uint32_t i = 0; i < movie_key_index_end(); ++i) {
-        if (list_key_frame(report, &table, i) != 0) return;
+        if (list_key_frame(report, &table, i) != 0) break;
     }
+    report->frames.is_given_up = mp4_is_work_used_up();
     if (table.skips) fputs("    ...\n", report->out);
 }
 
@@ -367,6 +360,10 @@ static void print_verdict(const Report& report) {
                 "Scaling to an odd width moves every two rows by one sample; ask for a size that "
                 "fits evenly.\n",
                 report.out);
+        }
+        if (explain_spoils_a_video(report.args)) {
+            fputs("The output is a video too, by its name: it would be replaced by the picture.\n",
+                  report.out);
         }
         return;
     }

@@ -51,11 +51,11 @@ int mp4_read_box_header(BufferedFile* file, ParseContext* context, BoxHeader* he
 
 bool mp4_box_gets_ahead(const BoxHeader* header, int64_t start) {
     if (header->size_field == 1 && header->size < 16) return false;
-    return header->size <= static_cast<uint64_t>(INT64_MAX - start);
+    return header->size <= static_cast<uint64_t>(INT64_MAX - std::max<int64_t>(start, 0));
 }
 
 static uint64_t header_work(const BufferedFile* file) {
-    return file->bytes_left < sizeof(uint64_t) ? kReadWork : sizeof(uint64_t);
+    return file->bytes_left < sizeof(uint64_t) ? kReadWork : kHeaderWork;
 }
 
 uint64_t mp4_atom_get_metadata(BufferedFile* file, int64_t end, ParseContext* context) {
@@ -80,29 +80,43 @@ uint64_t mp4_atom_get_metadata(BufferedFile* file, int64_t end, ParseContext* co
     return last_size;
 }
 
-// Whether content of that box may be read; if not, the walk goes on at end.
+// No content that is needed whole comes near it: 31 parameter sets of either kind take 4 MiB.
+constexpr int64_t kMostWholeContent = 16 << 20;  // bytes
+
+// What there is to say about contents is said in this name, whichever function reads them.
+constexpr char kContentReader[] = "mp4_read_box_content";
+
+// The walk goes on at end.
+static void refuse_content(BufferedFile* file, int64_t end, ParseContext* context) {
+    context->position = end;
+    upnp_file_seek_b(file, end, 0);
+}
+
+static void log_missing_memory() {
+    upnp_log_message(kLogError, kLogScan, kContentReader, 0, "No Memory to allocate ");
+}
+
+// Whether content of that box may be read; else refuses it.
 static bool admit_content(BufferedFile* file, const BoxHeader* header, int64_t end,
-                          ParseContext* context, const char* function) {
+                          ParseContext* context) {
     mp4_release_content(context);
     const bool is_corrupted = end < static_cast<int64_t>(header->size_field);
     if (!is_corrupted && header->size_field - 8 <= kUpnpMaxBlock) return true;
     if (is_corrupted) {
-        upnp_log_message(kLogWarning, kLogScan, function, 0,
+        upnp_log_message(kLogWarning, kLogScan, kContentReader, 0,
                          "file seems to be corrupted, box->size= %x,boxendpos= %lld",
                          header->size_field, static_cast<long long>(end));
     } else {
-        upnp_log_message(kLogError, kLogScan, function, 0, "No Memory to allocate ");
+        log_missing_memory();
     }
-    context->position = end;
-    upnp_file_seek_b(file, end, 0);
+    refuse_content(file, end, context);
     return false;
 }
 
-static int64_t finish_content(ParseContext* context, int64_t length, int64_t count,
-                              const char* function) {
+static int64_t finish_content(ParseContext* context, int64_t length, int64_t count) {
     context->content.is_held = true;
     if (count < length) {
-        upnp_log_message(kLogWarning, kLogScan, function, 0, "read error nRead = %d",
+        upnp_log_message(kLogWarning, kLogScan, kContentReader, 0, "read error nRead = %d",
                          static_cast<int>(count));
         return 0;
     }
@@ -112,7 +126,7 @@ static int64_t finish_content(ParseContext* context, int64_t length, int64_t cou
 
 int64_t mp4_read_box_content(BufferedFile* file, const BoxHeader* header, int64_t end,
                              ParseContext* context) {
-    if (!admit_content(file, header, end, context, __func__)) return 0;
+    if (!admit_content(file, header, end, context)) return 0;
     const int64_t length = int64_t{header->size_field} - 8;
     const int32_t kept = static_cast<int32_t>(std::min<int64_t>(length, kContentKept));
     memset(context->content.bytes, 0, kContentKept);
@@ -122,28 +136,28 @@ int64_t mp4_read_box_content(BufferedFile* file, const BoxHeader* header, int64_
         upnp_file_seek_b(file, rest, 1);
         count += rest;
     }
-    return finish_content(context, length, count, __func__);
+    return finish_content(context, length, count);
 }
 
 int64_t mp4_read_whole_content(BufferedFile* file, const BoxHeader* header, int64_t end,
                                ParseContext* context, Owned<uint8_t>* block) {
-    if (!admit_content(file, header, end, context, __func__)) return 0;
+    if (!admit_content(file, header, end, context)) return 0;
     const int64_t length = int64_t{header->size_field} - 8;
-    if (!mp4_spend_work(static_cast<uint64_t>(length))) return 0;
     if (length > upnp_file_bytes_ahead_b(file)) {  // no need for a block to see that
         const int64_t count = upnp_file_bytes_ahead_b(file);
         upnp_file_seek_b(file, 0, 2);
-        return finish_content(context, length, count, __func__);
+        return finish_content(context, length, count);
     }
-    *block = owned_malloc<uint8_t>(static_cast<uint64_t>(length));
+    if (length <= kMostWholeContent && mp4_spend_work(static_cast<uint64_t>(length))) {
+        *block = owned_malloc<uint8_t>(static_cast<uint64_t>(length));
+    }
     if (!*block) {
-        upnp_log_message(kLogError, kLogScan, __func__, 0, "No Memory to allocate ");
-        context->position = end;
-        upnp_file_seek_b(file, end, 0);
+        log_missing_memory();
+        refuse_content(file, end, context);
         return 0;
     }
     const int64_t count = upnp_file_read_b(file, block->get(), static_cast<int32_t>(length));
-    return finish_content(context, length, count, __func__);
+    return finish_content(context, length, count);
 }
 
 static void skip_large_box(BufferedFile* file, const BoxHeader* header, ParseContext* context) {

@@ -19,13 +19,13 @@ void file_table_declare(BufferedFile* file, FileTable* table, uint32_t count, ui
 }
 
 void file_table_load(BufferedFile* file, FileTable* table, uint64_t index) {
-    table->window_start = index;
-    table->window_words =
-        static_cast<uint32_t>(std::min<uint64_t>(table->stored_words - index, kTableWindow));
+    table->window_start = index - index % kTableWindow;
+    table->window_words = static_cast<uint32_t>(
+        std::min<uint64_t>(table->stored_words - table->window_start, kTableWindow));
     const int32_t length = static_cast<int32_t>(table->window_words * 4);
     int32_t count = 0;
-    if (mp4_spend_work(static_cast<uint64_t>(length))) {
-        upnp_file_seek_b(file, table->position + static_cast<int64_t>(index * 4), 0);
+    if (mp4_spend_work(kReadWork + table->window_words * kWordWork)) {
+        upnp_file_seek_b(file, table->position + static_cast<int64_t>(table->window_start * 4), 0);
         count = upnp_file_read_b(file, table->window, length);
     }
     uint8_t* const bytes = reinterpret_cast<uint8_t*>(table->window);

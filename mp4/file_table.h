@@ -25,7 +25,8 @@ struct FileTable {
 void file_table_declare(BufferedFile* file, FileTable* table, uint32_t count, uint32_t entry_words,
                         bool is_filled);
 
-// Moves the window to start at that word, which must be stored.
+// Moves the window to that word, which must be stored. Windows lie side by side, so that a table
+// can be read in either direction.
 void file_table_load(BufferedFile* file, FileTable* table, uint64_t index);
 
 // The word of that index; 0 behind what is stored.

@@ -3,18 +3,13 @@
 
 #include <string.h>
 
-#include <algorithm>
-
 #include "mp4/box_reader.h"
 #include "runtime/byte_order.h"
 #include "runtime/message_log.h"
 
-// What an entry of the random access table took in memory where 64-bit numbers are aligned; it
-// decides which tables are too large.
+// What an entry of the random access table takes in memory where 64-bit numbers are aligned: it
+// decides which tables are too large, although they stay in the file.
 constexpr uint32_t kEntryBytes = 32;
-
-// What looking into a fragment costs besides its boxes.
-constexpr uint64_t kLookUpWork = 256;
 
 // Whether boxes are read to locate a key frame, rather than in the walk over the file.
 static bool is_locating() {
@@ -48,41 +43,6 @@ void mp4_parse_trex(BufferedFile* file, const BoxHeader* header, int64_t end,
     mp4_release_content(context);
 }
 
-// The three numbers of an entry have a width each. Code 2 takes more than its 24 bits from the file
-// and does not give the stored number.
-static uint32_t read_number(BufferedFile* file, uint32_t size_code) {
-    switch (size_code & 3) {
-        case 0:
-            return upnp_file_read_u8_b(file);
-        case 1:
-            return upnp_file_read_u16_b(file);
-        case 2:
-            return upnp_file_read_bits_b(file, 24);
-        default:
-            return upnp_file_read_u32_b(file);
-    }
-}
-
-static uint32_t bytes_of_numbers(uint32_t size_codes) {
-    return 3 + (size_codes & 3) + (size_codes >> 2 & 3) + (size_codes >> 4 & 3);
-}
-
-static void read_entries(BufferedFile* file, bool has_64_bit_times, uint32_t size_codes,
-                         uint32_t capacity) {
-    FragmentState* const fragments = &g_video_state.fragments;
-    uint32_t i = 0;
-    for (; i < capacity && !upnp_file_is_at_end_b(file); ++i) {
-        FragmentEntry* const entry = &fragments->entries[i];
-        entry->time = has_64_bit_times ? upnp_file_read_u64_b(file) : upnp_file_read_u32_b(file);
-        entry->offset = has_64_bit_times ? upnp_file_read_u64_b(file) : upnp_file_read_u32_b(file);
-        read_number(file, size_codes >> 4);  // of the track fragment
-        const uint32_t run_number = read_number(file, size_codes >> 2);
-        if (i == 0) fragments->first_run_number = run_number;
-        read_number(file, size_codes);  // of the sample
-    }
-    fragments->stored_entries = i;
-}
-
 // Returns 1 when there is no memory for the entries.
 static int read_table(BufferedFile* file, bool has_64_bit_times) {
     FragmentState* const fragments = &g_video_state.fragments;
@@ -90,17 +50,8 @@ static int read_table(BufferedFile* file, bool has_64_bit_times) {
     const uint32_t count = upnp_file_read_u32_b(file);
     g_video_state.sync_sample_count = count;
     fragments->has_table = true;
-    fragments->stored_entries = 0;
-    fragments->first_run_number = 0;
     if (uint64_t{count} * kEntryBytes > kUpnpMaxBlock) return 1;
-    // The bit reader takes 24 bits from what is left of its word at times: two entries more than
-    // the bytes ahead amount to.
-    const uint32_t entry_length = (has_64_bit_times ? 16 : 8) + bytes_of_numbers(size_codes);
-    const uint64_t most = static_cast<uint64_t>(upnp_file_bytes_ahead_b(file)) / entry_length + 2;
-    const uint32_t capacity = static_cast<uint32_t>(std::min<uint64_t>(count, most));
-    fragments->entries = owned_calloc<FragmentEntry>(capacity);
-    if (!fragments->entries) return 1;
-    read_entries(file, has_64_bit_times, size_codes, capacity);
+    random_access_declare(file, &fragments->table, count, size_codes, has_64_bit_times);
     return 0;
 }
 
@@ -133,9 +84,7 @@ static void take_fragment_header(const uint8_t* content) {
     const uint32_t flags = load_be32(content);
     const uint8_t* field = content + 4;
     if (flags & 0x1) {
-        if (fragments->current_key < fragments->stored_entries) {
-            fragments->entries[fragments->current_key].offset = load_be32(field + 4);
-        }
+        fragments->fragment_offset = load_be32(field + 4);
         field += 8;
     }
     if (flags & 0x2) field += 4;
@@ -176,10 +125,12 @@ void mp4_parse_trun(BufferedFile* file, const BoxHeader* header, int64_t end,
 
 enum class FragmentWalk { kDone, kNoHeader, kTooLarge };
 
-// Reads a header at the context's position and walks what follows as a movie fragment.
+// Reads a header at the context's position and walks what follows as a movie fragment. A position
+// that the system refuses leaves the file at its start, where the seek in front of it went.
 static FragmentWalk walk_fragment(BufferedFile* file, ParseContext* context) {
     BoxHeader header;
-    if (upnp_file_seek_b(file, context->position, 0) < 0) return FragmentWalk::kNoHeader;
+    if (context->position < 0) upnp_file_seek_b(file, 0, 0);
+    upnp_file_seek_b(file, context->position, 0);
     if (mp4_read_box_header(file, context, &header, true) != 0) return FragmentWalk::kNoHeader;
     // A block for the content is due, as every box handler finds one.
     if (header.size_field < 8 || header.size_field - 8 > kUpnpMaxBlock) {
@@ -191,38 +142,70 @@ static FragmentWalk walk_fragment(BufferedFile* file, ParseContext* context) {
     return FragmentWalk::kDone;
 }
 
-static void choose_key_frame(uint32_t key_index) {
+// Looks into the fragment of the current key frame. What an earlier look found and this one does
+// not stays; *size is 0 when there is no fragment. Returns 1 when the collection cannot go on.
+static int look_up(BufferedFile* file, uint32_t* size) {
     FragmentState* const fragments = &g_video_state.fragments;
     // Entry 0 decides for all key frames.
-    fragments->wanted_run = fragments->first_run_number;
+    fragments->wanted_run = fragments->table.first_run_number;
     fragments->run_counter = 0;
-    if (fragments->is_collecting && fragments->current_key == key_index) return;
-    fragments->is_collecting = true;
-    fragments->current_key = key_index;
-    fragments->current_offset = 0;
-    fragments->current_size = 0;
-}
-
-int mp4_locate_fragment_sample(BufferedFile* file, uint32_t key_index, SamplePlace* place) {
-    FragmentState* const fragments = &g_video_state.fragments;
-    *place = {};
-    if (key_index >= fragments->stored_entries || !mp4_spend_work(kLookUpWork)) return 0;
-    choose_key_frame(key_index);
     // Every look-up starts with the context that the table left, in which no track is current. What
     // it learns does not outlast it: audio that comes first in the next fragment would count as
     // video.
     ParseContext context = fragments->parse_context;
     context.depth = 0;
-    context.position = static_cast<int64_t>(fragments->entries[key_index].offset);
+    context.position = static_cast<int64_t>(fragments->fragment_offset);
     const FragmentWalk walk = walk_fragment(file, &context);
-    if (walk == FragmentWalk::kNoHeader) return 0;
+    *size = walk == FragmentWalk::kDone ? fragments->current_size : 0;
     if (walk == FragmentWalk::kTooLarge) {
-        upnp_log_message(kLogError, kLogScan, __func__, 0, "No Memory to allocate ");
+        upnp_log_message(kLogError, kLogScan, "getVideoThumbnail", 0, "No Memory to allocate ");
         mp4_release_video_state();
     }
-    if (!fragments->has_table) return 1;
-    if (key_index >= fragments->stored_entries) return 0;
-    const uint32_t fragment_offset = static_cast<uint32_t>(fragments->entries[key_index].offset);
-    *place = {fragments->current_offset + fragment_offset, fragments->current_size};
+    return fragments->has_table ? 0 : 1;
+}
+
+// A key frame is asked for its size first and for its bytes then, in a look each: a base data
+// offset that the first one finds sends the second one elsewhere.
+static int look_up_twice(BufferedFile* file, uint64_t offset, SamplePlace* place) {
+    FragmentState* const fragments = &g_video_state.fragments;
+    const uint32_t default_size = fragments->default_sample_size;
+    const uint32_t generation = fragments->table.generation;
+    fragments->is_collecting = true;
+    fragments->fragment_offset = offset;
+    fragments->current_offset = 0;
+    fragments->current_size = 0;
+    if (look_up(file, &place->size) != 0) return 1;
+    place->read_size = place->size;
+    const bool is_settled = fragments->fragment_offset == offset &&
+                            fragments->default_sample_size == default_size &&
+                            fragments->table.generation == generation;
+    if (!is_settled && place->size != 0 && look_up(file, &place->read_size) != 0) return 1;
+    place->offset = fragments->current_offset + static_cast<uint32_t>(fragments->fragment_offset);
+    fragments->last_look_up = {generation, default_size, offset, *place};
     return 0;
+}
+
+// Whether the last look-up started from that offset too, and from the same state.
+static bool is_looked_up(const FragmentState* fragments, uint64_t offset) {
+    const FragmentLookUp& last = fragments->last_look_up;
+    return last.generation == fragments->table.generation && last.offset == offset &&
+           last.default_sample_size == fragments->default_sample_size;
+}
+
+int mp4_locate_fragment_sample(BufferedFile* file, uint32_t key_index, SamplePlace* place) {
+    FragmentState* const fragments = &g_video_state.fragments;
+    *place = {};
+    if (key_index >= fragments->table.count) return 0;
+    const uint64_t offset = random_access_entry(file, &fragments->table, key_index).offset;
+    if (is_looked_up(fragments, offset)) {
+        *place = fragments->last_look_up.place;
+        return 0;
+    }
+    return mp4_spend_work(kReadWork) ? look_up_twice(file, offset, place) : 1;
+}
+
+bool mp4_has_same_sample_to_the_end(uint32_t key_index) {
+    const FragmentState* const fragments = &g_video_state.fragments;
+    return fragments->has_table && key_index >= fragments->table.stored_count &&
+           is_looked_up(fragments, 0);
 }

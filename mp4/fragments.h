@@ -28,8 +28,11 @@ void mp4_parse_tfhd(BufferedFile* file, const BoxHeader* header, int64_t end,
 void mp4_parse_trun(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context);
 
-// Locates the sample of a key frame by parsing its fragment. Calls for the same key frame may
-// follow each other; what an earlier one found and a later one does not stays. Returns 0, with
-// size 0 when there is no sample, or 1 after releasing the video state when the collection cannot
-// go on.
+// Locates the sample of a key frame by parsing its fragment. Returns 0, with size 0 when there is
+// no sample, or 1 when the collection cannot go on: after releasing the video state, or without
+// work left.
 int mp4_locate_fragment_sample(BufferedFile* file, uint32_t key_index, SamplePlace* place);
+
+// Whether the key frames from that one on, which has just been located, are one and the same
+// sample: those whose entries are not in the file are.
+bool mp4_has_same_sample_to_the_end(uint32_t key_index);

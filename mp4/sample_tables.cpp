@@ -83,7 +83,7 @@ bool mp4_find_sample_at(BufferedFile* file, uint64_t target, uint64_t* sample) {
     const uint32_t entries = file_table_stored_entries(table);
     uint64_t walked = 0;    // samples of the entries before
     uint64_t end_time = 0;  // of the last of them; below target
-    for (uint32_t i = 0; i < entries; ++i) {
+    for (uint32_t i = 0; i < entries && !mp4_is_work_used_up(); ++i) {
         const uint32_t count = file_table_word(file, table, uint64_t{i} * 2);
         const uint32_t delta = file_table_word(file, table, uint64_t{i} * 2 + 1);
         if (count == 0 || count > INT32_MAX) continue;
@@ -127,32 +127,34 @@ bool mp4_find_chunk(BufferedFile* file, uint32_t sample, uint64_t* chunk, uint32
             *first_sample = cursor->run_first_sample + chunks * samples_per_chunk;
             return true;
         }
-        if (!mp4_spend_work(12)) return false;
+        if (!mp4_spend_work(3 * kWordWork)) return false;
         ++cursor->run;
         cursor->run_first_sample = static_cast<uint32_t>(run_end);
     }
 }
 
-// Sums the sizes of a chunk's samples up to the given one. Returns false when the work is used up.
+static uint32_t distance(uint32_t a, uint32_t b) { return a < b ? b - a : a - b; }
+
+// Sums the sizes of a chunk's samples up to the given one, from the start of the chunk or from
+// where the last sum in it ended. Returns false when the work is used up.
 static bool offset_in_chunk(BufferedFile* file, uint64_t chunk, uint32_t first_sample,
                             uint32_t sample, uint32_t* offset) {
     FileTable* const sizes = &g_video_state.sample_sizes;
     SampleCursor* const cursor = &g_video_state.cursor;
-    if (cursor->chunk != chunk || sample < cursor->next_sample) {
+    const uint32_t end = static_cast<uint32_t>(std::min<uint64_t>(sample, sizes->stored_words));
+    const uint32_t start = std::min(first_sample, end);
+    if (cursor->chunk != chunk || distance(cursor->next_sample, end) > end - start) {
         cursor->chunk = chunk;
-        cursor->next_sample = first_sample;
+        cursor->next_sample = start;
         cursor->next_offset = 0;
     }
-    const uint32_t stored_end =
-        static_cast<uint32_t>(std::min<uint64_t>(sample, sizes->stored_words));
-    if (stored_end > cursor->next_sample &&
-        !mp4_spend_work(uint64_t{stored_end - cursor->next_sample} * 4)) {
-        return false;
+    if (!mp4_spend_work(distance(cursor->next_sample, end) * kWordWork)) return false;
+    while (cursor->next_sample < end) {
+        cursor->next_offset += file_table_word(file, sizes, cursor->next_sample++);
     }
-    for (uint32_t i = cursor->next_sample; i < stored_end; ++i) {
-        cursor->next_offset += file_table_word(file, sizes, i);
+    while (cursor->next_sample > end) {
+        cursor->next_offset -= file_table_word(file, sizes, --cursor->next_sample);
     }
-    cursor->next_sample = sample;
     *offset = cursor->next_offset;
     return true;
 }
@@ -165,7 +167,6 @@ SamplePlace mp4_locate_sample(BufferedFile* file, uint32_t sample_number) {
     if (sample_number == 0 || !mp4_find_chunk(file, sample, &chunk, &first_sample)) return {};
     if (chunk == 0 || chunk > state->chunk_offsets.count) return {};
     if (!offset_in_chunk(file, chunk, first_sample, sample, &offset)) return {};
-    const SamplePlace place = {file_table_word(file, &state->chunk_offsets, chunk - 1) + offset,
-                               file_table_word(file, &state->sample_sizes, sample)};
-    return state->work_left > 0 ? place : SamplePlace{};  // tables read as 0 without work
+    const uint32_t size = file_table_word(file, &state->sample_sizes, sample);
+    return {file_table_word(file, &state->chunk_offsets, chunk - 1) + offset, size, size};
 }

@@ -15,19 +15,13 @@ void mp4_release_video_state() {
     state->work_left = work_left;
 }
 
-void mp4_grant_work(int64_t file_size) {
-    constexpr int64_t kBase = 1 << 20;
-    constexpr int64_t kPerByte = 6;
-    constexpr int64_t kMost = INT64_MAX / kPerByte - kBase;
-    g_video_state.work_left = kBase + kPerByte * (file_size < kMost ? file_size : kMost);
+void mp4_grant_work(int64_t work) { g_video_state.work_left = work; }
+
+bool mp4_spend_work(uint64_t work) {
+    int64_t* const left = &g_video_state.work_left;
+    if (*left < 0) return false;
+    *left = work > static_cast<uint64_t>(*left) ? -1 : *left - static_cast<int64_t>(work);
+    return *left >= 0;
 }
 
-bool mp4_spend_work(uint64_t bytes) {
-    int64_t* const left = &g_video_state.work_left;
-    if (*left < 0 || bytes > static_cast<uint64_t>(*left)) {
-        *left = 0;
-        return false;
-    }
-    *left -= static_cast<int64_t>(bytes);
-    return true;
-}
+bool mp4_is_work_used_up() { return g_video_state.work_left < 0; }

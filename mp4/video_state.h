@@ -7,6 +7,7 @@
 
 #include "mp4/file_table.h"
 #include "mp4/parse_context.h"
+#include "mp4/random_access.h"
 #include "runtime/owned.h"
 
 struct ConfigBlock {
@@ -14,10 +15,11 @@ struct ConfigBlock {
     uint32_t length;
 };
 
-// Where the coded bytes of a sample lie in the file. Size 0: there is no such sample.
+// Where the coded bytes of a sample lie in the file.
 struct SamplePlace {
     uint32_t offset;
-    uint32_t size;
+    uint32_t size;       // 0: there is no such sample
+    uint32_t read_size;  // bytes to read there; another size only after a base data offset
 };
 
 // Where the look-up of the last sample ended. Samples are mostly asked for in rising order, so the
@@ -30,23 +32,26 @@ struct SampleCursor {
     uint32_t next_offset;  // of next_sample within the chunk
 };
 
-struct FragmentEntry {
-    uint64_t time;    // in the video track's time scale
-    uint64_t offset;  // of the fragment in the file
+// What looking into a fragment gave. Depends on nothing but where it started from.
+struct FragmentLookUp {
+    uint32_t generation;  // of the random access table; 0 before the first look-up
+    uint32_t default_sample_size;
+    uint64_t offset;
+    SamplePlace place;
 };
 
 struct FragmentState {
     bool has_table;  // a fragment random access table was read
     bool is_collecting;
-    Owned<FragmentEntry> entries;
-    uint32_t stored_entries;  // that the file holds; the others are 0
-    uint32_t first_run_number;
+    RandomAccessTable table;
     uint32_t default_sample_size;  // of the track extends box
     uint32_t run_counter;
     uint32_t wanted_run;
-    uint32_t current_key;        // index of the key frame that is being located
-    uint32_t current_offset;     // of its data in the fragment
-    uint32_t current_size;       // in bytes
+    // Of the key frame that is being located:
+    uint64_t fragment_offset;
+    uint32_t current_offset;  // of its data in the fragment
+    uint32_t current_size;    // in bytes
+    FragmentLookUp last_look_up;
     ParseContext parse_context;  // as the random access table found it
 };
 
@@ -70,20 +75,25 @@ struct VideoState {
     FragmentState fragments;
     // Both outlive a reset.
     int32_t length_prefix_size;  // of the NAL units in an H.264 sample
-    int64_t work_left;           // bytes to parse and collect before the reader gives up
+    int64_t work_left;           // before the reader gives up; negative once it has
 };
 extern VideoState g_video_state;
 
 // Releases everything in the state and presets it for a walk.
 void mp4_release_video_state();
 
-// Grants the work that a file of that size can be worth. Honest files take little more than their
-// boxes, tables and key frames once; the grant ends those that send the reader over the same bytes
-// for ever. It bounds what the key frames of a file can take in memory, too.
-void mp4_grant_work(int64_t file_size);
+// The reader counts what it does, in units of about a nanosecond, against a grant: files whose
+// tables send it over the same bytes for ever are given up. A film of a day with sixty pictures a
+// second, each of them a key frame and a chunk of its own, takes a tenth of kTableWork.
+constexpr int64_t kWalkWork = 900'000'000;   // for the walk over all boxes
+constexpr int64_t kTableWork = 900'000'000;  // for all look-ups in the tables
+void mp4_grant_work(int64_t work);
 
-// What a read from the system counts for, however short it is.
-constexpr uint64_t kReadWork = 512;
+// What a read from the system counts for, a box header, and a word of a table.
+constexpr uint64_t kReadWork = 400;
+constexpr uint64_t kHeaderWork = 15;
+constexpr uint64_t kWordWork = 1;
 
-// Takes so many bytes' work off the grant. Returns false when it is used up.
-bool mp4_spend_work(uint64_t bytes);
+// Takes that off the grant. Returns false when it is used up, now or before.
+bool mp4_spend_work(uint64_t work);
+bool mp4_is_work_used_up();

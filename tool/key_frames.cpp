@@ -4,132 +4,138 @@
 #include <string.h>
 
 #include <algorithm>
+#include <utility>
 
-#include "mp4/video_state.h"
 #include "runtime/message_log.h"
 #include "tool/movie_index.h"
 
-enum class Outcome { kFilled, kSkipped, kFailed };
+constexpr int32_t kFirstCapacity = 64;  // runs
 
-// Locates one key frame and stores its size in *size; without size_only it reads the sample, at
-// most maximum bytes, into the buffer and stores the number of bytes that came instead. Returns 1
-// when the collection cannot go on.
-static int getVideoThumbnail(BufferedFile* file, uint32_t key_index, uint32_t* size,
-                             uint8_t* buffer, bool size_only, uint32_t maximum) {
-    SamplePlace place;
-    if (movie_locate_key_frame(file, key_index, &place) != 0) return 1;
-    *size = place.size;
-    if (size_only) return 0;
-    upnp_file_seek_b(file, place.offset, 0);
-    const uint32_t wanted = std::min(place.size, maximum);
-    *size = static_cast<uint32_t>(upnp_file_read_b(file, buffer, static_cast<int32_t>(wanted)));
-    return 0;
+static void log_missing_memory() {
+    upnp_log_message(kLogError, kLogScan, "GetKeyFrameMpeg4", 0, "No Memory to allocate ");
 }
 
-// What a record takes besides its bytes: itself, its place among the candidates, two block headers.
-constexpr uint64_t kRecordOverhead = 128;
-
-// Takes a record's bytes off the work that the file is worth. Samples that share their bytes, or
-// bring a long configuration each, could add up to any amount of memory.
-static bool spend_record(const BufferedFile* file, uint32_t size) {
-    const VideoState* const state = &g_video_state;
-    const uint64_t in_file = std::min<uint64_t>(size, static_cast<uint64_t>(file->handle->size));
-    return mp4_spend_work(kRecordOverhead + in_file + state->sequence_sets.length +
-                          state->picture_sets.length + state->mpeg4_config.length +
-                          state->h263_config.length);
+// Reads at most maximum bytes of the sample. Returns how many came.
+static int32_t getVideoThumbnail(BufferedFile* file, const KeyFrameRun& run, uint8_t* buffer) {
+    upnp_file_seek_b(file, run.offset, 0);
+    return upnp_file_read_b(file, buffer, run.bytes_read);
 }
 
-// The blocks that make up the configuration of the codec, one behind the other.
-static int copy_configuration(KeyFrame* record) {
-    const VideoState* const state = &g_video_state;
-    const ConfigBlock none = {};
-    const ConfigBlock* first = &none;
-    const ConfigBlock* second = &none;
+// Moves the blocks that make up the configuration of the codec to the request.
+static void take_configuration(KeyFrameRequest* request) {
+    VideoState* const state = &g_video_state;
+    request->codec_kind = state->codec_kind;
+    request->length_prefix_size = state->length_prefix_size;
     if (state->codec_kind == kCodecAvc) {
-        first = &state->sequence_sets;
-        second = &state->picture_sets;
-        if (first->length == 0 || second->length == 0) return 1;
+        request->config[0] = std::move(state->sequence_sets);
+        request->config[1] = std::move(state->picture_sets);
     } else if (state->codec_kind == kCodecMpeg4) {
-        first = &state->mpeg4_config;
+        request->config[0] = std::move(state->mpeg4_config);
     } else if (state->codec_kind == kCodecH263) {
-        first = &state->h263_config;
+        request->config[0] = std::move(state->h263_config);
     }
-    Owned<uint8_t> block = owned_malloc<uint8_t>(uint64_t{first->length} + second->length);
-    if (!block) {
-        upnp_log_message(kLogError, kLogScan, "GetKeyFrameMpeg4", 0, "No Memory to allocate ");
-        return 1;
-    }
-    if (first->length != 0) memcpy(block.get(), first->bytes.get(), first->length);
-    if (second->length != 0) {
-        memcpy(block.get() + first->length, second->bytes.get(), second->length);
-    }
-    record->config_length = static_cast<int32_t>(first->length + second->length);
-    record->config = block.release();
+}
+
+static bool has_empty_configuration() {
+    const VideoState* const state = &g_video_state;
+    return state->codec_kind == kCodecAvc &&
+           (state->sequence_sets.length == 0 || state->picture_sets.length == 0);
+}
+
+// Makes room for one more run. Returns 1 without memory.
+static int reserve(KeyFrameList* list) {
+    if (list->run_count < list->capacity) return 0;
+    const int32_t capacity = std::max(kFirstCapacity, 2 * list->capacity);
+    const uint64_t bytes = static_cast<uint64_t>(capacity) * sizeof(KeyFrameRun);
+    if (bytes > kUpnpMaxBlock) return 1;
+    void* const grown = upnp_realloc(list->runs.get(), static_cast<uint32_t>(bytes));
+    if (!grown) return 1;
+    static_cast<void>(list->runs.release());
+    list->runs.reset(static_cast<KeyFrameRun*>(grown));
+    list->capacity = capacity;
     return 0;
 }
 
-// Takes a block for a sample. It is no longer than the file, whatever the size says.
-static int obtain_sample(const BufferedFile* file, uint32_t size, KeyFrame* record,
-                         uint32_t* capacity) {
-    const uint32_t prefix = static_cast<uint32_t>(g_video_state.length_prefix_size);
-    const uint64_t stated = uint64_t{size} + prefix;
-    const uint64_t most = static_cast<uint64_t>(file->handle->size) + prefix;
-    *capacity = static_cast<uint32_t>(std::min(stated, most));
-    if (stated <= kUpnpMaxBlock) record->sample = static_cast<uint8_t*>(upnp_malloc(*capacity));
-    if (!record->sample) {
-        upnp_log_message(kLogError, kLogScan, "GetKeyFrameMpeg4", 0, "No Memory to allocate ");
-        return 1;
+static bool is_same(const KeyFrameRun& a, const KeyFrameRun& b) {
+    return a.offset == b.offset && a.bytes_read == b.bytes_read && a.stated_size == b.stated_size;
+}
+
+static int append(KeyFrameList* list, const KeyFrameRun& run) {
+    if (list->run_count > 0 && is_same(list->runs[list->run_count - 1], run)) {
+        list->runs[list->run_count - 1].count += run.count;
+        return 0;
     }
-    record->length_prefix_size = static_cast<int32_t>(prefix);
-    record->sample_capacity = static_cast<int32_t>(stated);
+    if (reserve(list) != 0) return 1;
+    list->runs[list->run_count++] = run;
     return 0;
 }
 
-static Outcome collect_key_frame(BufferedFile* file, uint32_t key_index, KeyFrame* record) {
-    uint32_t size = 0;
-    uint32_t capacity;
-    if (getVideoThumbnail(file, key_index, &size, nullptr, true, 0) != 0) return Outcome::kFailed;
-    if (size == 0 || !spend_record(file, size)) return Outcome::kSkipped;
-    if (copy_configuration(record) != 0) return Outcome::kFailed;
-    if (obtain_sample(file, size, record, &capacity) != 0) return Outcome::kFailed;
-    if (getVideoThumbnail(file, key_index, &size, record->sample, false, capacity) != 0) {
-        return Outcome::kFailed;
+// Lists so many key frames with that sample. Returns 1 when a block for it, and for the length of a
+// NAL unit behind it, could not be obtained.
+static int add_key_frames(const BufferedFile* file, const SamplePlace& place, int32_t count,
+                          KeyFrameList* list) {
+    const uint64_t capacity =
+        uint64_t{place.size} + static_cast<uint32_t>(g_video_state.length_prefix_size);
+    if (capacity <= kUpnpMaxBlock) {
+        const int64_t ahead = std::max<int64_t>(file->handle->size - place.offset, 0);
+        const uint64_t most = std::min(capacity, static_cast<uint64_t>(ahead));
+        const KeyFrameRun run = {place.offset,
+                                 static_cast<int32_t>(std::min<uint64_t>(place.read_size, most)),
+                                 count, static_cast<int32_t>(place.size)};
+        if (append(list, run) == 0) return 0;
     }
-    record->bytes_read = static_cast<int32_t>(size);
-    return Outcome::kFilled;
+    log_missing_memory();
+    return 1;
 }
 
-// Fills records from that key frame on. Returns how many, or -1 on failure.
+// Lists key frames from that one on. Returns how many, or -1 on failure.
 static int32_t collect_from(BufferedFile* file, uint32_t key_index, int32_t requested,
-                            KeyFrame* records) {
-    int32_t filled = 0;
-    for (; filled < requested && key_index < movie_key_index_end(); ++key_index) {
-        const Outcome outcome = collect_key_frame(file, key_index, &records[filled]);
-        if (outcome == Outcome::kFailed) return -1;
-        if (outcome == Outcome::kFilled) ++filled;
+                            KeyFrameList* list) {
+    int32_t collected = 0;
+    while (collected < requested && key_index < movie_key_index_end()) {
+        SamplePlace place;
+        if (movie_locate_key_frame(file, key_index, &place) != 0) return -1;
+        const uint32_t same = movie_same_key_frames(key_index);
+        key_index += same;
+        if (place.size == 0) continue;
+        const int32_t wanted =
+            static_cast<int32_t>(std::min(same, static_cast<uint32_t>(requested - collected)));
+        if (has_empty_configuration()) return -1;
+        if (add_key_frames(file, place, wanted, list) != 0) return -1;
+        collected += wanted;
     }
-    return filled;
+    return collected;
+}
+
+// Of each key frame, what its fragment says would stand in a table of two words.
+static bool has_room_for_fragment_samples() {
+    const VideoState* const state = &g_video_state;
+    return !state->fragments.has_table || uint64_t{state->sync_sample_count} * 8 <= kUpnpMaxBlock;
 }
 
 static int collect(const char* path, KeyFrameRequest* request) {
     const VideoState* const state = &g_video_state;
     ParseContext context;
-    const OpenFile file(upnp_file_open_b(path, kWalkBuffer));
-    if (!file || movie_walk(file.get(), path, &context) != 0) return -1;
+    request->file.reset(upnp_file_open_b(path, kWalkBuffer));
+    BufferedFile* const file = request->file.get();
+    if (!file || movie_walk(file, path, &context) != 0) return -1;
     upnp_log_message(kLogTrace, kLogScan, "GetKeyFrameMpeg4", 0, "total_key_samples %d",
                      static_cast<int>(state->sync_sample_count));
+    const int32_t requested = request->key_frame_count;
     request->codec_kind = state->codec_kind;
-    if (state->sync_sample_count == 0) {
-        request->key_frame_count = 0;
-        return 0;
-    }
+    request->key_frame_count = 0;
+    if (state->sync_sample_count == 0) return 0;
     if (!movie_has_needed_tables() || !movie_has_configuration()) return -1;
-    const uint32_t first = movie_first_key_index(file.get(), request->clip_offset_percent);
-    const int32_t filled =
-        collect_from(file.get(), first, request->key_frame_count, request->records);
-    if (filled < 0) return -1;
-    request->key_frame_count = filled;
+    if (!has_room_for_fragment_samples()) {
+        log_missing_memory();
+        return -1;
+    }
+    const uint32_t first = movie_first_key_index(file, request->clip_offset_percent);
+    const int32_t collected = collect_from(file, first, requested, &request->list);
+    if (collected < 0) return -1;
+    request->key_frame_count = collected;
     request->duration_s = static_cast<int32_t>(state->duration_s);
+    take_configuration(request);
     return 0;
 }
 
@@ -138,4 +144,35 @@ int GetKeyFrameMpeg4(const char* path, KeyFrameRequest* request) {
     const int result = collect(path, request);
     mp4_release_video_state();
     return result;
+}
+
+static const KeyFrameRun* find_run(const KeyFrameList& list, int32_t index) {
+    const KeyFrameRun* run = list.runs.get();
+    for (; index >= run->count; ++run) index -= run->count;
+    return run;
+}
+
+static uint8_t* copy_configuration(const ConfigBlock (&config)[2], int32_t* length) {
+    Owned<uint8_t> block = owned_malloc<uint8_t>(uint64_t{config[0].length} + config[1].length);
+    if (!block) return nullptr;
+    uint8_t* end = block.get();
+    for (const ConfigBlock& part : config) {
+        if (part.length != 0) memcpy(end, part.bytes.get(), part.length);
+        end += part.length;
+    }
+    *length = static_cast<int32_t>(end - block.get());
+    return block.release();
+}
+
+int key_frame_read(const KeyFrameRequest* request, int32_t index, KeyFrame* record) {
+    const KeyFrameRun& run = *find_run(request->list, index);
+    *record = {};
+    record->length_prefix_size = request->length_prefix_size;
+    record->sample_capacity = run.stated_size + request->length_prefix_size;
+    if (run.bytes_read > kMostSample) return 1;
+    record->config = copy_configuration(request->config, &record->config_length);
+    record->sample = static_cast<uint8_t*>(upnp_malloc(static_cast<uint32_t>(run.bytes_read)));
+    if (!record->config || !record->sample) return 1;
+    record->bytes_read = getVideoThumbnail(request->file.get(), run, record->sample);
+    return 0;
 }

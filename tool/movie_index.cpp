@@ -17,8 +17,11 @@ int movie_walk(BufferedFile* file, const char* path, ParseContext* context) {
     *context = {};
     context->info.file_size = status.size;
     context->info.modification_time = status.modification_time;
-    mp4_grant_work(status.size);
-    return mp4_atom_get_metadata(file, status.size, context) != 0 ? 0 : -1;
+    mp4_grant_work(kWalkWork);
+    const uint64_t last_size = mp4_atom_get_metadata(file, status.size, context);
+    if (last_size == 0 || mp4_is_work_used_up()) return -1;
+    mp4_grant_work(kTableWork);
+    return 0;
 }
 
 bool movie_has_needed_tables() {
@@ -42,24 +45,28 @@ bool movie_has_configuration() {
     }
 }
 
-// First sync sample that is not before the sample. The last index when there is none.
+// First sync sample that is not before the sample. The last index when there is none. The number 0
+// is behind every sample: one less, in 32 bits, is the largest.
 static uint32_t key_index_at_sample(BufferedFile* file, uint64_t sample) {
     FileTable* const numbers = &g_video_state.sync_samples;
-    const uint32_t stored = file_table_stored_entries(numbers);
-    const uint32_t count = std::min(stored, g_video_state.sync_sample_count);
-    for (uint32_t i = 0; i < count; ++i) {
-        if (file_table_word(file, numbers, i) > sample) return i;
+    const uint32_t count = std::min(numbers->count, g_video_state.sync_sample_count);
+    const uint32_t stored = std::min(file_table_stored_entries(numbers), count);
+    for (uint32_t i = 0; i < stored && !mp4_is_work_used_up(); ++i) {
+        if (file_table_word(file, numbers, i) - 1 >= sample) return i;
     }
-    return g_video_state.sync_sample_count - 1;
+    return stored < count ? stored : g_video_state.sync_sample_count - 1;
 }
 
-// First entry of the fragment random access table that is not before the time.
-static uint32_t key_index_at_time(uint64_t time) {
-    const FragmentState* const fragments = &g_video_state.fragments;
-    for (uint32_t i = 0; i < fragments->stored_entries; ++i) {
-        if (fragments->entries[i].time >= time) return i;
+// First entry of the fragment random access table that is not before the time. The last index when
+// there is none.
+static uint32_t key_index_at_time(BufferedFile* file, uint64_t time) {
+    RandomAccessTable* const table = &g_video_state.fragments.table;
+    const uint32_t count = std::min(table->stored_count, g_video_state.sync_sample_count);
+    for (uint32_t i = 0; i < count && !mp4_is_work_used_up(); ++i) {
+        if (random_access_entry(file, table, i).time >= time) return i;
     }
-    return g_video_state.sync_sample_count - 1;
+    const bool is_next_at_0 = time == 0 && count < table->count;
+    return is_next_at_0 ? count : g_video_state.sync_sample_count - 1;
 }
 
 uint32_t movie_first_key_index(BufferedFile* file, int32_t clip_offset_percent) {
@@ -67,28 +74,33 @@ uint32_t movie_first_key_index(BufferedFile* file, int32_t clip_offset_percent) 
     const uint64_t target = (percent * g_video_state.media_duration + 50) / 100;
     uint64_t sample;
     if (mp4_find_sample_at(file, target, &sample)) return key_index_at_sample(file, sample);
-    if (g_video_state.fragments.has_table) return key_index_at_time(target);
+    if (g_video_state.fragments.has_table) return key_index_at_time(file, target);
     return g_video_state.sync_sample_count - 1;
 }
 
 uint32_t movie_key_index_end() {
     const VideoState* const state = &g_video_state;
     const uint32_t stored = state->fragments.has_table
-                                ? state->fragments.stored_entries
+                                ? state->fragments.table.count
                                 : file_table_stored_entries(&state->sync_samples);
     return std::min(stored, state->sync_sample_count);
 }
 
 int movie_locate_key_frame(BufferedFile* file, uint32_t key_index, SamplePlace* place) {
     VideoState* const state = &g_video_state;
-    if (state->fragments.has_table) return mp4_locate_fragment_sample(file, key_index, place);
     *place = {};
-    if (state->chunk_offsets.is_present && state->sample_sizes.is_present &&
-        state->sync_samples.is_present) {
+    if (state->fragments.has_table) {
+        if (mp4_locate_fragment_sample(file, key_index, place) != 0) return 1;
+    } else if (state->chunk_offsets.is_present && state->sample_sizes.is_present &&
+               state->sync_samples.is_present) {
         const uint32_t number = file_table_word(file, &state->sync_samples, key_index);
         *place = mp4_locate_sample(file, number);
         upnp_log_message(kLogTrace, kLogScan, "getVideoThumbnail", 0, "Sample Size: %d ",
                          static_cast<int>(place->size));
     }
-    return 0;
+    return mp4_is_work_used_up() ? 1 : 0;
+}
+
+uint32_t movie_same_key_frames(uint32_t key_index) {
+    return mp4_has_same_sample_to_the_end(key_index) ? movie_key_index_end() - key_index : 1;
 }

@@ -11,8 +11,9 @@
 
 constexpr uint32_t kWalkBuffer = 4096;  // bytes, of the file that is walked
 
-// Walks the boxes of the file from front to back into the video state. Returns 0, or -1 when not
-// even one box could be read.
+// Walks the boxes of the file from front to back into the video state, and grants the work of
+// looking up its tables. Returns 0, or -1 when not even one box could be read, or the walk was
+// given up.
 int movie_walk(BufferedFile* file, const char* path, ParseContext* context);
 
 // Whether there are tables enough to locate samples.
@@ -26,6 +27,9 @@ uint32_t movie_first_key_index(BufferedFile* file, int32_t clip_offset_percent);
 // Key frames from there on are not in the file.
 uint32_t movie_key_index_end();
 
-// Finds the sample of a key frame; size 0 when there is none. Returns 1, with the video state
-// released, when the collection cannot go on.
+// Finds the sample of a key frame; size 0 when there is none. Returns 1 when the collection cannot
+// go on.
 int movie_locate_key_frame(BufferedFile* file, uint32_t key_index, SamplePlace* place);
+// How many key frames from that one on, which has just been found, are known to be its sample. At
+// least 1.
+uint32_t movie_same_key_frames(uint32_t key_index);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "tool/run_keystill.h"
 
-#include "runtime/owned.h"
+#include "runtime/accounted_memory.h"
 #include "runtime/sandbox.h"
 #include "thumb/thumbnail.h"
 #include "tool/arguments.h"
@@ -14,36 +14,24 @@ static bool has_key_frames(const KeyFrameRequest& request, int32_t requested) {
 }
 
 static int write_chosen(const Arguments& args, const KeyFrameRequest& request) {
-    if (!has_key_frames(request, args.key_frame_count)) return 1;
-    const KeyFrame* const chosen =
-        selection_pick(request.records, request.key_frame_count, args.size_percentile);
-    if (!chosen) return 1;
+    const int32_t chosen = selection_pick(request.list, args.size_percentile);
+    if (chosen < 0) return 1;
+    KeyFrame record;
     ThumbnailParams params = {args.output_path, args.quality, args.width, args.height};
-    return WriteThumbnail(chosen, &params, request.codec_kind) == 1 ? 1 : 0;
-}
-
-// Records are filled from the front, so the first empty one behind those reported ends them: the
-// untouched rest of a long array is not even read.
-static void release_records(KeyFrame* records, int32_t requested, int32_t reported) {
-    for (int32_t i = 0; i < requested; ++i) {
-        if (i >= reported && !records[i].config && !records[i].sample) return;
-        key_frame_release(&records[i]);
-    }
+    const int status = key_frame_read(&request, chosen, &record) != 0 ||
+                       WriteThumbnail(&record, &params, request.codec_kind) == 1;
+    key_frame_release(&record);
+    return status;
 }
 
 static int make_thumbnail(const Arguments& args) {
-    const Owned<KeyFrame> records = owned_calloc<KeyFrame>(args.key_frame_count);
-    if (!records) return 1;
+    if (args.key_frame_count > kMostKeyFrames) return 1;
     KeyFrameRequest request = {};
     request.clip_offset_percent = args.clip_offset_percent;
     request.key_frame_count = args.key_frame_count;
-    request.records = records.get();
     request.codec_kind = kCodecNone;
-    const bool is_collected = GetKeyFrameMpeg4(args.input_path, &request) == 0;
-    const int status = is_collected ? write_chosen(args, request) : 1;
-    release_records(records.get(), args.key_frame_count,
-                    is_collected ? request.key_frame_count : 0);
-    return status;
+    if (GetKeyFrameMpeg4(args.input_path, &request) != 0) return 1;
+    return has_key_frames(request, args.key_frame_count) ? write_chosen(args, request) : 1;
 }
 
 static int check_and_run(int argc, const char* const* argv, Surroundings surroundings) {
@@ -53,6 +41,7 @@ static int check_and_run(int argc, const char* const* argv, Surroundings surroun
         return 1;
     }
     if (!arguments_are_in_range(args) || !arguments_name_a_video(args)) return 1;
+    if (!arguments_spare_the_video(args)) return 1;
     if (surroundings == Surroundings::kSandbox) {
         sandbox_enter({args.input_path, args.output_path, SandboxOutput::kWritten});
     }

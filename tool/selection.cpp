@@ -3,24 +3,12 @@
 
 #include <algorithm>
 
-#include "runtime/owned.h"
-
-// The frames of one size, as a circular list of record numbers.
-struct EqualFrames {
-    Owned<int32_t> next;
-    int32_t front = -1;
-    int32_t back = -1;
-};
-
-static bool is_decodable(const KeyFrame& record) { return record.config && record.sample; }
-
-// Collects the sizes of the frames that can be chosen; returns how many there are.
-static int32_t gather_sizes(const KeyFrame* records, int32_t count, int32_t* sizes) {
-    int32_t gathered = 0;
-    for (int32_t i = 0; i < count; ++i) {
-        if (is_decodable(records[i])) sizes[gathered++] = records[i].bytes_read;
+static int32_t count_up_to(const KeyFrameList& list, int32_t size) {
+    int32_t count = 0;
+    for (int32_t i = 0; i < list.run_count; ++i) {
+        if (list.runs[i].bytes_read <= size) count += list.runs[i].count;
     }
-    return gathered;
+    return count;
 }
 
 // The product has 32 bits; what a wrapped one gives is clamped like any other index.
@@ -31,46 +19,46 @@ static int32_t percentile_index(int32_t count, int32_t percentile) {
     return index < count ? std::max(index, 0) : count - 1;
 }
 
-static void append(EqualFrames* equal, int32_t record) {
-    if (equal->front < 0) equal->front = record;
-    if (equal->back >= 0) equal->next[equal->back] = record;
-    equal->next[record] = equal->front;
-    equal->back = record;
-}
-
-static void move_front_to_back(EqualFrames* equal) {
-    if (equal->front < 0) return;
-    equal->back = equal->front;
-    equal->front = equal->next[equal->front];
+// The size of the frame at that index in rising order, by halving the range that it lies in.
+static int32_t size_at(const KeyFrameList& list, int32_t index) {
+    int32_t low = 0, high = INT32_MAX;
+    while (low < high) {
+        const int32_t middle = low + (high - low) / 2;
+        if (count_up_to(list, middle) > index) {
+            high = middle;
+        } else {
+            low = middle + 1;
+        }
+    }
+    return low;
 }
 
 // The exchange sort is a chain of places that each keep the smallest frame they have seen: a frame
 // that arrives goes past all that are not greater, takes the place of the first greater one, and
 // that one moves on in the same way. So an arriving frame goes to the back of its equals, and sends
-// the front of every group of greater ones to the back of that group. Only one group matters here.
-static const KeyFrame* pick_among_equals(const KeyFrame* records, int32_t count, int32_t size,
-                                         int32_t rank, EqualFrames* equal) {
-    for (int32_t i = 0; i < count; ++i) {
-        if (!is_decodable(records[i])) continue;
-        if (records[i].bytes_read == size) append(equal, i);
-        if (records[i].bytes_read < size) move_front_to_back(equal);
+// the front of every group of greater ones to the back of that group. Only one group matters here,
+// and the frame at a rank in it is found by going through the arrivals backwards.
+static int32_t pick_among_equals(const KeyFrameList& list, int32_t frames, int32_t size,
+                                 int32_t equal, int32_t rank) {
+    for (int32_t i = list.run_count - 1; i >= 0; --i) {
+        const KeyFrameRun& run = list.runs[i];
+        frames -= run.count;  // in front of the run
+        if (run.bytes_read == size) {
+            equal -= run.count;
+            if (rank >= equal) return frames + rank - equal;
+        } else if (run.bytes_read < size && equal != 0) {
+            rank = static_cast<int32_t>((int64_t{rank} + run.count) % equal);
+        }
     }
-    int32_t chosen = equal->front;
-    while (rank-- > 0) chosen = equal->next[chosen];
-    return &records[chosen];
+    return -1;
 }
 
-const KeyFrame* selection_pick(const KeyFrame* records, int32_t count, int32_t percentile) {
-    const Owned<int32_t> sizes = owned_malloc<int32_t>(static_cast<uint64_t>(count));
-    EqualFrames equal;
-    equal.next = owned_malloc<int32_t>(static_cast<uint64_t>(count));
-    if (!sizes || !equal.next) return nullptr;
-    const int32_t gathered = gather_sizes(records, count, sizes.get());
-    if (gathered == 0) return nullptr;
-    std::sort(sizes.get(), sizes.get() + gathered);
-    const int32_t index = percentile_index(gathered, percentile);
-    const int32_t* const first_equal =
-        std::lower_bound(sizes.get(), sizes.get() + gathered, sizes[index]);
-    const int32_t rank = static_cast<int32_t>(&sizes[index] - first_equal);
-    return pick_among_equals(records, count, sizes[index], rank, &equal);
+int32_t selection_pick(const KeyFrameList& list, int32_t percentile) {
+    const int32_t frames = count_up_to(list, INT32_MAX);
+    if (frames == 0) return -1;
+    const int32_t index = percentile_index(frames, percentile);
+    const int32_t size = size_at(list, index);
+    const int32_t smaller = size == 0 ? 0 : count_up_to(list, size - 1);
+    const int32_t equal = count_up_to(list, size) - smaller;
+    return pick_among_equals(list, frames, size, equal, index - smaller);
 }

@@ -4,11 +4,12 @@
 
 #include <stdint.h>
 
-#include "runtime/key_frame.h"
+#include "tool/key_frames.h"
 
-// The frame at the percentile (0 to 100) of the bytes read, among the first count records that
-// have both blocks. Null when none has, or without memory.
+// The number of the frame at the percentile (0 to 100) of the bytes read, counted from 0 in the
+// order of the list; -1 when the list is empty.
 //
 // Frames of equal size stand in the order in which an exchange sort leaves them: for each i, every
-// later j with a strictly smaller size swaps places with i. The cost is that of an ordinary sort.
-const KeyFrame* selection_pick(const KeyFrame* records, int32_t count, int32_t percentile);
+// later j with a strictly smaller size swaps places with i. The cost grows with the list's length
+// only, and takes no memory.
+int32_t selection_pick(const KeyFrameList& list, int32_t percentile);

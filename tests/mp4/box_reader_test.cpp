@@ -55,3 +55,18 @@ TEST(BoxReader, ContentIsHeldUntilItsHandlerIsDone) {
         EXPECT_EQ(WalkedFile(c.bytes).context.content.is_held, c.is_held) << c.name;
     }
 }
+
+TEST(BoxReader, EveryContentIsReportedInTheNameOfOneFunction) {
+    // clang-format off
+    static const std::pair<const char*, std::string> kCases[] = {
+        {"file seems to be corrupted, box->size= 3e7,", box("moov", u32(999) + "stsd")},
+        {"read error nRead = 4\n", box("free", zeros(2000)) + u32(999) + "stsd" + zeros(4)},
+        {"No Memory to allocate \n", u32(4) + "stsd" + zeros(99)},
+    };
+    // clang-format on
+    for (const auto& [message, bytes] : kCases) {
+        EXPECT_NE(log_of(bytes).find(std::string("LOG_SCAN: mp4_read_box_content : ") + message),
+                  std::string::npos)
+            << message;
+    }
+}

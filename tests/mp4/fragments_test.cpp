@@ -15,6 +15,10 @@ static std::string with_fragment(const std::string& moof, uint32_t default_size 
            box("mfra", full_box("tfra", words({1, 0, 1, 5, offset}) + "\1\1\1"));
 }
 
+static RandomAccessEntry entry_of(const WalkedFile& walked, uint32_t index) {
+    return random_access_entry(walked.file.get(), &walked.state.fragments.table, index);
+}
+
 TEST(Fragments, TableEntriesHaveNumbersOfEveryWidth) {
     // clang-format off
     static const struct { uint32_t flags, size_codes; std::string entry; uint32_t run; } kCases[] = {
@@ -28,9 +32,53 @@ TEST(Fragments, TableEntriesHaveNumbersOfEveryWidth) {
         SCOPED_TRACE(&c - kCases);
         const std::string table = words({1, c.size_codes, 3}) + c.entry + words({9});
         const WalkedFile walked(movie_of("") + kHeld + full_box("tfra", table, c.flags));
-        ASSERT_GE(walked.state.fragments.stored_entries, 1u);
-        EXPECT_EQ(walked.state.fragments.entries[0].offset, 8u);
-        EXPECT_EQ(walked.state.fragments.first_run_number, c.run);
+        ASSERT_EQ(walked.state.fragments.table.count, 3u);
+        EXPECT_EQ(entry_of(walked, 0).offset, 8u);
+        EXPECT_EQ(walked.state.fragments.table.first_run_number, c.run);
+    }
+}
+
+// Reads a table field by field, as its boxes' own reader would.
+static std::vector<RandomAccessEntry> read_in_order(BufferedFile* file, uint32_t count,
+                                                    uint32_t size_codes, bool is_long) {
+    const auto number = [file](uint32_t code) {
+        if ((code & 3) == 0) return uint32_t{upnp_file_read_u8_b(file)};
+        if ((code & 3) == 1) return uint32_t{upnp_file_read_u16_b(file)};
+        return (code & 3) == 2 ? upnp_file_read_bits_b(file, 24) : upnp_file_read_u32_b(file);
+    };
+    std::vector<RandomAccessEntry> entries(count);
+    for (RandomAccessEntry& entry : entries) {
+        entry.time = is_long ? upnp_file_read_u64_b(file) : upnp_file_read_u32_b(file);
+        entry.offset = is_long ? upnp_file_read_u64_b(file) : upnp_file_read_u32_b(file);
+        for (const int shift : {4, 2, 0}) number(size_codes >> shift);
+    }
+    return entries;
+}
+
+TEST(Fragments, TableIsTheSameInAnyOrderAndBehindTheEndOfTheFile) {
+    std::string bytes;
+    for (int i = 0; i < 6000; ++i) bytes += static_cast<char>(i * 7 + i / 251 + 1);
+    const TempFolder folder;
+    write_file(folder.path("f"), bytes);
+    for (uint32_t round = 0; round < 128; ++round) {
+        const uint32_t size_codes = round & 63, count = 1 + round * 5 % 700;
+        const bool is_long = round & 64;
+        const OpenFile file(upnp_file_open_b(folder.path("f").c_str(), 16));
+        const OpenFile twin(upnp_file_open_b(folder.path("f").c_str(), 16));
+        for (BufferedFile* const f : {file.get(), twin.get()}) {
+            for (uint32_t i = 0; i < round % 5; ++i) upnp_file_read_bits_b(f, 24);
+        }
+        mp4_grant_work(kTableWork);
+        RandomAccessTable table = {};
+        random_access_declare(file.get(), &table, count, size_codes, is_long);
+        const auto want = read_in_order(twin.get(), count, size_codes, is_long);
+        ASSERT_EQ(upnp_file_tell_b(file.get()), upnp_file_tell_b(twin.get())) << round;
+        ASSERT_EQ(upnp_file_read_bits_b(file.get(), 24), upnp_file_read_bits_b(twin.get(), 24));
+        for (uint32_t i = 0, at = 0; i < count; ++i, at = (at + 241) % count) {
+            const RandomAccessEntry got = random_access_entry(file.get(), &table, at);
+            ASSERT_EQ(got.time, want[at].time) << round << " " << at;
+            ASSERT_EQ(got.offset, want[at].offset) << round << " " << at;
+        }
     }
 }
 
@@ -66,7 +114,7 @@ TEST(Fragments, KeyFrameIsPlacedByItsFragment) {
         SamplePlace place;
         ASSERT_EQ(mp4_locate_fragment_sample(walked.file.get(), 0, &place), 0);
         EXPECT_EQ(place.size, c.size);
-        EXPECT_EQ(place.offset, walked.state.fragments.entries[0].offset + c.offset);
+        EXPECT_EQ(place.offset, entry_of(walked, 0).offset + c.offset);
     }
 }
 
@@ -87,4 +135,10 @@ TEST(Fragments, OddTargetsEndTheLookUpOrTheCollection) {
         EXPECT_EQ(mp4_locate_fragment_sample(walked.file.get(), 0, &place), c.result) << c.name;
         EXPECT_EQ(place.offset, c.offset) << c.name;
     }
+}
+
+TEST(Fragments, FragmentWithoutMemoryIsReportedByTheLookUp) {
+    EXPECT_NE(log_of(with_fragment(large_box("moof", box("traf"))))
+                  .find("LOG_SCAN: getVideoThumbnail : No Memory to allocate \n"),
+              std::string::npos);
 }

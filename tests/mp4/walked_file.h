@@ -7,7 +7,9 @@
 #include <string>
 
 #include "mp4/box_reader.h"
+#include "mp4/fragments.h"
 #include "mp4/video_state.h"
+#include "runtime/message_log.h"
 #include "tests/support/box_builder.h"
 #include "tests/support/temp_folder.h"
 
@@ -18,7 +20,7 @@ struct WalkedFile {
         mp4_release_video_state();
         file.reset(upnp_file_open_b(path.c_str(), 4096));
         context.info.file_size = static_cast<int64_t>(bytes.size());
-        mp4_grant_work(context.info.file_size);
+        mp4_grant_work(kWalkWork);
         result = mp4_atom_get_metadata(file.get(), context.info.file_size, &context);
     }
     ~WalkedFile() {
@@ -32,6 +34,19 @@ struct WalkedFile {
     uint64_t result = 0;
     VideoState& state = g_video_state;
 };
+
+// What the reader says about a file of these bytes, and about its first key frame if it is in a
+// fragment: lines without their time stamps.
+inline std::string log_of(const std::string& bytes) {
+    const TempFolder folder;
+    g_log = LogState();
+    EXPECT_EQ(upnp_log_start(folder.path("log").c_str()), 0);
+    const WalkedFile walked(bytes);
+    SamplePlace place;
+    mp4_locate_fragment_sample(walked.file.get(), 0, &place);
+    upnp_log_stop();
+    return read_file(folder.path("log"));
+}
 
 // A movie of one video track with these boxes in its media box, behind the handler.
 inline std::string movie_of(const std::string& boxes, const std::string& front = handler("vide")) {

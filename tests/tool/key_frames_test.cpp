@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
+
 #include "runtime/owned.h"
 #include "tests/support/box_builder.h"
 #include "tests/support/temp_folder.h"
@@ -14,23 +16,38 @@ static int collect(const std::string& file, int32_t percent, int32_t count, cons
     SCOPED_TRACE(percent);
     const TempFolder folder;
     write_file(folder.path("x.mp4"), file);
-    std::vector<KeyFrame> records(static_cast<size_t>(count));
-    KeyFrameRequest request = {percent, count, records.data(), kCodecNone, -1};
+    KeyFrameRequest request = {};
+    request.clip_offset_percent = percent;
+    request.key_frame_count = count;
     const int result = GetKeyFrameMpeg4(folder.path("x.mp4").c_str(), &request);
     Samples samples;
-    for (const KeyFrame& record : records) {
-        const Owned<uint8_t> config(record.config), sample(record.sample);
-        if (!sample) continue;
-        samples.emplace_back(sample.get(), sample.get() + record.bytes_read);
-        const std::string sets(config.get(), config.get() + record.config_length);
+    for (int32_t i = 0; result == 0 && i < request.key_frame_count; ++i) {
+        KeyFrame record;
+        EXPECT_EQ(key_frame_read(&request, i, &record), 0);
+        samples.emplace_back(record.sample, record.sample + record.bytes_read);
+        const std::string sets(record.config, record.config + record.config_length);
         EXPECT_EQ(sets, u16(3) + "SPS" + u16(3) + "PPS");
+        key_frame_release(&record);
     }
     EXPECT_EQ(samples, want);
+    EXPECT_EQ(request.duration_s, result == 0 ? 10 : 0);
+    request = {};
     EXPECT_EQ(g_memUsed, 0);
-    if (result != 0) return result;
-    EXPECT_EQ(request.key_frame_count, static_cast<int32_t>(want.size()));
-    EXPECT_EQ(request.duration_s, 10);
-    return 0;
+    return result;
+}
+
+struct Collected {
+    int result;
+    int32_t key_frames, runs;
+};
+
+static Collected collect_all(const std::string& file) {
+    const TempFolder folder;
+    write_file(folder.path("x.mp4"), file);
+    KeyFrameRequest request = {};
+    request.key_frame_count = kMostKeyFrames;
+    const int result = GetKeyFrameMpeg4(folder.path("x.mp4").c_str(), &request);
+    return {result, request.key_frame_count, request.list.run_count};
 }
 
 // Ten seconds of ten samples; the key frames are b, e, h and j, and g is one without bytes.
@@ -50,6 +67,61 @@ TEST(KeyFrames, CollectionStartsAtThePartOfTheClip) {
     collect(file, 51, 2, {"h", "jjjj"});  // an empty sample does not count
     collect(file, 100, 5, {"jjjj"});
     collect(fragmented_file(ten_seconds(), 100), 45, 3, {"f", "h", "i"});  // 4.5 s; 6 s is empty
+}
+
+TEST(KeyFrames, SyncSampleNumber0IsBehindEveryTimeAndEmpty) {
+    MovieSpec spec = ten_seconds();
+    spec.sync = {2, 0, 5, 8};
+    collect(movie_file(spec), 51, 2, {"eee", "h"});
+}
+
+TEST(KeyFrames, AreCollectedHoweverManyThereAre) {
+    MovieSpec spec = ten_seconds();
+    for (const uint32_t count : {20000u, 200000u}) {
+        spec.samples.assign(count, "123456789");
+        spec.sync.resize(count);
+        std::iota(spec.sync.begin(), spec.sync.end(), 1);
+        EXPECT_EQ(collect_all(movie_file(spec)).key_frames, static_cast<int32_t>(count));
+    }
+    spec.samples = {std::string(1 << 20, 'x')};
+    spec.sync.assign(60, 1);  // all of them the same sample
+    EXPECT_EQ(collect_all(movie_file(spec)).key_frames, 60);
+}
+
+// A fragmented movie that starts with a fragment, in which a table without entries lies.
+static std::string with_table(uint32_t count, const std::string& entries, uint32_t version = 0) {
+    const std::string first = box(
+        "moof", box("traf", full_box("tfhd", u32(1)) + full_box("trun", words({1, 64, 5}), 0x201)));
+    const std::string movie = fragmented_file(ten_seconds(), 100);
+    const std::string moov =
+        movie.substr(movie.find("moov") - 4, movie.find("moof") - movie.find("moov"));
+    return first + box("mdat", "first") + moov + full_box("trun", u32(0)) +
+           box("free", zeros(9000)) +
+           box("mfra", full_box("tfra", words({1, 0, count}) + entries, version));
+}
+
+TEST(KeyFrames, RandomAccessEntriesThatAreNotInTheFileAreZeros) {
+    const std::string stored = words({0, 0}) + "\1\1\1";
+    collect(with_table(3, stored), 0, 9, {"first", "first", "first"});
+    collect(with_table(3, stored), 99, 9, {"first"});
+    const Collected all = collect_all(with_table(60'000'000, stored));
+    EXPECT_EQ(all.key_frames, 60'000'000);
+    EXPECT_EQ(all.runs, 1);
+}
+
+TEST(KeyFrames, NegativeFragmentOffsetLeadsToTheStartOfTheFile) {
+    // The data is counted from the offset itself, and so starts a byte early.
+    collect(with_table(1, u64(0) + u64(UINT64_MAX) + "\1\1\1", 1), 0, 9, {"tfirs"});
+}
+
+TEST(KeyFrames, FragmentSamplesNeedATableOfThem) {
+    const std::string movie = fragmented_file(ten_seconds(), 100);
+    const auto with_sync_count = [&](uint32_t count) {
+        const std::string media = handler("vide") + full_box("stss", u32(count));
+        return movie + box("moov", box("trak", box("mdia", media)));
+    };
+    EXPECT_EQ(collect_all(with_sync_count(kUpnpMaxBlock / 8)).result, 0);
+    EXPECT_EQ(collect_all(with_sync_count(kUpnpMaxBlock / 8 + 1)).result, -1);
 }
 
 TEST(KeyFrames, SampleMayBeLongerThanTheFileButNotThanABlock) {

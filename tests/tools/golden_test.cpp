@@ -37,11 +37,14 @@ uint32_t crc_of_planes(const DecodedPicture& p) {
 // The line's last two fields.
 std::string describe_key_frame(const std::string& clip, int percent) {
     KeyFrame record = {};
-    KeyFrameRequest request = {percent, 1, &record, kCodecNone, 0};
+    KeyFrameRequest request = {};
+    request.clip_offset_percent = percent;
+    request.key_frame_count = 1;
     DecodedPicture picture = {};
     std::ostringstream text;
     const std::string path = KEYSTILL_MEDIA + clip;
     if (GetKeyFrameMpeg4(path.c_str(), &request) == 0 && request.key_frame_count == 1 &&
+        key_frame_read(&request, 0, &record) == 0 &&
         decode_key_frame(record, request.codec_kind, &picture) == 0) {
         text << picture.width << 'x' << picture.height << ' ' << std::hex << crc_of_planes(picture);
         upnp_free(picture.planes);
