@@ -15,9 +15,14 @@ void run_target(Choices* c) {
     // Blocks of their exact sizes, so that the sanitizer sees one byte too many.
     std::vector<uint8_t> sets(stream.sets.begin(), stream.sets.end());
     std::vector<uint8_t> sample(stream.sample.begin(), stream.sample.end());
-    const AvcFrameRequest request = {sets.data(), static_cast<uint32_t>(sets.size()), sample.data(),
-                                     static_cast<uint32_t>(sample.size()), length_size};
+    AvcFrameRequest request = {sets.data(), static_cast<uint32_t>(sets.size()), sample.data(),
+                               static_cast<uint32_t>(sample.size()), length_size};
     DecodedPicture picture = {};
-    DecodeKeyFrameAvc(&request, &picture);
+    AvcRefused refused;
+    request.refused = &refused;
+    const int result = DecodeKeyFrameAvc(&request, &picture);
+    note_result(result);
+    note_result(static_cast<int>(refused.reason));
+    if (result == 0) note_result(picture.planes, picture.width * picture.height * 3 / 2);
     if (picture.planes) upnp_free(picture.planes);
 }

@@ -36,6 +36,7 @@ static void feed(AvcDecoder* decoder, Choices* c, bool has_start_codes) {
         in.call_flags = c->once_in(4) ? c->byte() : 0;
         AvcDecodeOutput out;
         avcdec_decode_nal(&in, &out);
+        note_result(static_cast<int>(out.error));
         if (c->flag()) avc_activate_pps(decoder, c->byte());
         AvcStreamInfo info;
         avcdec_get_stream_info(decoder, &info, c->flag() ? kAvcLastSps : c->byte());

@@ -25,6 +25,10 @@ void run_target(Choices* c) {
     const KeyFrame record = {
         config_copy.data(), config_length, sample_copy.data(), length, 0, length};
     DecodedPicture picture = {};
-    DecodeKeyFrameMpeg4(&record, &picture, is_mpeg4 ? kCodecMpeg4 : kCodecH263);
+    const M4vRefusal refusal = decode_key_frame_mpeg4(record, is_mpeg4, &picture);
+    note_result(static_cast<int>(refusal));
+    if (refusal == M4vRefusal::kNone) {
+        note_result(picture.planes, 2 * size_t{picture.v_offset} - picture.u_offset);
+    }
     if (picture.planes) upnp_free(picture.planes);
 }

@@ -46,7 +46,7 @@ void run_target(Choices* c) {
     for (uint32_t* const crop : {&p->crop_left, &p->crop_right, &p->crop_top, &p->crop_bottom}) {
         *crop = c->once_in(8) ? c->value(65535) * 2 : c->byte() % 16 * 2;
     }
-    ThumbnailParams params = {"/dev/null", static_cast<int32_t>(c->byte() % 101),
+    ThumbnailParams params = {result_path(), static_cast<int32_t>(c->byte() % 101),
                               static_cast<int32_t>(side(c) & ~1U),
                               static_cast<int32_t>(side(c) & ~1U)};
     const PictureSize cropped = {
@@ -58,5 +58,6 @@ void run_target(Choices* c) {
     }
     uint8_t bytes[8] = {};
     const KeyFrame record = {bytes, 8, bytes, 8, 4, 8};
-    WriteThumbnail(&record, &params, is_avc ? kCodecAvc : kCodecMpeg4);
+    note_result(WriteThumbnail(&record, &params, is_avc ? kCodecAvc : kCodecMpeg4));
+    note_result_file();
 }

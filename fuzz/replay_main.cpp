@@ -1,17 +1,23 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Runs a fuzz target over choices made up from numbers and folders of files, without a fuzzer and
 // under any compiler.
-// usage: replay COUNT FOLDER...    COUNT made-up inputs, then the files
+// usage: replay COUNT INPUTS...    COUNT made-up inputs, then those of folders and .pack files
+//
+// Files are read with the system's functions: what MemorySanitizer has to follow is all in here.
+#include <dirent.h>
+#include <inttypes.h>
 #include <stdio.h>
 
-#include <filesystem>
+#include <algorithm>
 #include <random>
+#include <string>
+#include <vector>
 
 #include "fuzz/target.h"
-#include "tests/support/temp_folder.h"
+#include "runtime/byte_order.h"
 
-static void run(const std::string& bytes) {
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+static void run(const char* bytes, size_t length) {
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes), length);
 }
 
 // Random but for the second and third byte, which 65536 numbers have go through all values.
@@ -24,16 +30,64 @@ static std::string make_up(int number) {
     return bytes;
 }
 
+static std::vector<char> read_all(const std::string& path) {
+    std::vector<char> bytes;
+    FILE* const file = fopen(path.c_str(), "rb");
+    if (!file) abort();
+    char block[4096];
+    for (size_t n; (n = fread(block, 1, sizeof block, file)) != 0;) {
+        bytes.insert(bytes.end(), block, block + n);
+    }
+    fclose(file);
+    return bytes;
+}
+
+// The files of a folder, by name.
+static std::vector<std::string> list(const std::string& folder) {
+    std::vector<std::string> paths;
+    DIR* const directory = opendir(folder.c_str());
+    if (!directory) abort();
+    while (const dirent* const entry = readdir(directory)) {
+        if (entry->d_name[0] != '.') paths.push_back(folder + "/" + entry->d_name);
+    }
+    closedir(directory);
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+// Inputs behind their 32-bit lengths. Returns their number.
+static int run_pack(const std::vector<char>& pack) {
+    int count = 0;
+    for (size_t at = 0; at + 4 <= pack.size(); ++count) {
+        const size_t length = load_be32(reinterpret_cast<const uint8_t*>(&pack[at]));
+        if (length > pack.size() - at - 4) abort();
+        run(pack.data() + at + 4, length);
+        at += 4 + length;
+    }
+    return count;
+}
+
+static int run_folder(const std::string& folder) {
+    const std::vector<std::string> paths = list(folder);
+    for (const std::string& path : paths) {
+        const std::vector<char> bytes = read_all(path);
+        run(bytes.data(), bytes.size());
+    }
+    return static_cast<int>(paths.size());
+}
+
 int main(int argc, char** argv) {
     const int made_up = argc > 1 ? atoi(argv[1]) : 0;
-    for (int i = 0; i < made_up; ++i) run(make_up(i));
+    for (int i = 0; i < made_up; ++i) {
+        const std::string bytes = make_up(i);
+        run(bytes.data(), bytes.size());
+    }
     int count = 0;
     for (int i = 2; i < argc; ++i) {
-        for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-            run(read_file(entry.path()));
-            ++count;
-        }
+        const std::string path = argv[i];
+        const bool is_pack = path.size() > 5 && path.compare(path.size() - 5, 5, ".pack") == 0;
+        count += is_pack ? run_pack(read_all(path)) : run_folder(path);
     }
-    printf("%d made-up inputs, %d files\n", made_up, count);
+    printf("%d made-up inputs, %d from files, results %016" PRIx64 "\n", made_up, count, g_results);
     return made_up + count == 0;
 }

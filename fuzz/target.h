@@ -2,13 +2,39 @@
 // What the fuzz targets share.
 #pragma once
 
+#include <stdint.h>
 #include <stdlib.h>
+
+#if defined(__has_feature)
+#if __has_feature(memory_sanitizer)
+#include <sanitizer/msan_interface.h>
+#define KEYSTILL_EXPECT_SET(bytes, length) __msan_check_mem_is_initialized(bytes, length)
+#endif
+#endif
+#ifndef KEYSTILL_EXPECT_SET
+#define KEYSTILL_EXPECT_SET(bytes, length)
+#endif
 
 #include "fuzz/choices.h"
 #include "runtime/accounted_memory.h"
 
 // Runs one input.
 void run_target(Choices* choices);
+
+// All results so far, as one number: it must not depend on what fresh memory holds.
+inline uint64_t g_results = 0;
+
+// Notes bytes that an input has led to. All of them have to be set.
+inline void note_result(const void* bytes, size_t length) {
+    KEYSTILL_EXPECT_SET(bytes, length);
+    const uint8_t* const b = static_cast<const uint8_t*>(bytes);
+    for (size_t i = 0; i < length; ++i) g_results = (g_results ^ b[i]) * 0x100000001b3;
+}
+inline void note_result(int result) { note_result(&result, sizeof result); }
+
+// A path to write to, and what was written there since the last time.
+const char* result_path();
+void note_result_file();
 
 // Everything has to be released after each input.
 extern "C" inline __attribute__((used)) int LLVMFuzzerTestOneInput(const uint8_t* data,
