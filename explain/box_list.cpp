@@ -9,6 +9,7 @@
 
 #include "mp4/box_reader.h"
 #include "runtime/byte_order.h"
+#include "wording/printable.h"
 
 constexpr int kMostRows = 80;        // that are printed
 constexpr int kMostBoxes = 1000000;  // that are looked at
@@ -39,17 +40,13 @@ static void read_content(BufferedFile* file, uint8_t* bytes, int32_t length) {
     upnp_file_read_b(file, bytes, length);
 }
 
-// Types are any four bytes: what does not print becomes a dot.
-static void copy_type(const uint8_t* from, char* to) {
-    for (int i = 0; i < 4; ++i) {
-        to[i] = from[i] > ' ' && from[i] < 127 ? static_cast<char>(from[i]) : '.';
-    }
-    to[4] = '\0';
+// Types are any four bytes.
+static std::string type_text(const BoxHeader& header) {
+    return printable({reinterpret_cast<const char*>(header.type), 4});
 }
 
 static void note_place(const BoxHeader& header, int64_t position, BoxPlace* place) {
-    place->offset = position;
-    copy_type(reinterpret_cast<const uint8_t*>(header.type), place->type);
+    *place = {type_text(header), position};
 }
 
 static void look_at_track_header(BoxScan* scan) {
@@ -91,7 +88,9 @@ static void look_at_description(BoxScan* scan) {
     uint8_t content[512];
     read_content(scan->file, content, sizeof content);
     TrackFacts* const track = &scan->track;
-    if (load_be32(content + 4) != 0) copy_type(content + 12, track->format);
+    if (load_be32(content + 4) != 0) {
+        track->format.assign(reinterpret_cast<const char*>(content) + 12, 4);
+    }
     track->has_esds = memmem(content, sizeof content, "esds", 4) != nullptr;
     track->has_esds_in_place = memcmp(content + kEsdsType, "esds", 4) == 0;
     if (track->has_esds_in_place) {
@@ -147,7 +146,7 @@ static void look_at_box(BoxScan* scan, const BoxHeader& header, int64_t position
     if (is_type(type, "co64")) track->has_large_chunk_offsets = true;
     if (is_type(type, "stz2")) track->has_compact_sizes = true;
     if (header.size_field < 2 && is_leaf_of_track(type)) {
-        memcpy(track->skipped_type, type, sizeof track->skipped_type);
+        track->skipped_type.assign(type, 4);
     }
     const bool is_metadata = is_type(type, "udta") || is_type(type, "meta");
     if (is_metadata && facts->video_tracks == 0 && !track->is_video) {
@@ -163,10 +162,8 @@ static void finish_track(BoxScan* scan) {
     ++scan->facts->video_tracks;
     video->is_video = true;
     video->id = track.id;
-    if (track.format[0]) memcpy(video->format, track.format, sizeof video->format);
-    if (track.skipped_type[0]) {
-        memcpy(video->skipped_type, track.skipped_type, sizeof video->skipped_type);
-    }
+    if (!track.format.empty()) video->format = track.format;
+    if (!track.skipped_type.empty()) video->skipped_type = track.skipped_type;
     video->has_sync_samples |= track.has_sync_samples;
     video->has_chunk_offsets |= track.has_chunk_offsets;
     video->has_large_chunk_offsets |= track.has_large_chunk_offsets;
@@ -200,11 +197,9 @@ static bool is_hidden_movie(BoxScan* scan, const BoxHeader& header) {
 static void print_box(BoxScan* scan, const BoxHeader& header, int64_t start, uint64_t size,
                       int depth, bool passes_end) {
     if (++scan->rows > kMostRows) return;
-    char type[5];
-    copy_type(reinterpret_cast<const uint8_t*>(header.type), type);
     const char* const remark = remark_on(header, passes_end);
     fprintf(scan->out, "  %14" PRId64 " %14" PRIu64 "  %*s%s%s%s\n", start, size, depth * 2, "",
-            type, *remark ? "  " : "", remark);
+            type_text(header).c_str(), *remark ? "  " : "", remark);
 }
 
 static void scan_boxes(BoxScan* scan, int64_t position, int64_t end, int depth) {
@@ -224,7 +219,7 @@ static void scan_boxes(BoxScan* scan, int64_t position, int64_t end, int depth) 
             note_place(header, position, &scan->facts->passing);
         }
         const bool fits = size >= 8 && position + static_cast<int64_t>(std::min(size, rest)) <= end;
-        if (!fits && depth > 0 && scan->facts->misfit.type[0] == '\0') {
+        if (!fits && depth > 0 && scan->facts->misfit.type.empty()) {
             note_place(header, position, &scan->facts->misfit);
         }
         const int64_t box_end = passes_end ? file_size : position + static_cast<int64_t>(size);

@@ -6,13 +6,15 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <string>
+
 #include "mp4/buffered_file.h"
 
 // What the video tracks hold, taken together.
 struct TrackFacts {
     bool is_video;
     uint32_t id;
-    char format[5];  // of the first sample entry of the last video track; "" when there is none
+    std::string format;  // of the first sample entry of the last video track, as in the file, or ""
     bool has_sync_samples;         // "stss"
     bool has_chunk_offsets;        // "stco"
     bool has_large_chunk_offsets;  // "co64"
@@ -22,12 +24,12 @@ struct TrackFacts {
     uint8_t esds_object_type;      // which codec an MPEG-4 decoder configuration is for, or 0
     bool has_esds;                 // somewhere in the sample description
     bool has_esds_in_place;        // where it is looked for
-    char skipped_type[5];  // the last box that is skipped for its 64-bit or open size, or ""
+    std::string skipped_type;  // the last box that is skipped for its 64-bit or open size, or ""
 };
 
 // Where a box stands.
 struct BoxPlace {
-    char type[5];  // "" for none
+    std::string type;  // printable; "" for none
     int64_t offset;
 };
 

@@ -7,15 +7,13 @@
 #include "mp4/video_state.h"
 #include "tool/movie_index.h"
 #include "wording/codec_names.h"
+#include "wording/printable.h"
 
-static bool is_decodable(const char* format) {
-    return strcmp(format, "avc1") == 0 || strcmp(format, "mp4v") == 0 ||
-           strcmp(format, "s263") == 0;
+static bool is_decodable(const std::string& format) {
+    return format == "avc1" || format == "mp4v" || format == "s263";
 }
 
-static bool is_protected(const char* format) {
-    return strcmp(format, "encv") == 0 || strcmp(format, "drmi") == 0;
-}
+static bool is_protected(const std::string& format) { return format == "encv" || format == "drmi"; }
 
 static void explain_missing_movie(const BoxFacts& facts, int64_t file_size, Verdict* verdict) {
     if (!facts.has_known_box) {
@@ -25,7 +23,7 @@ static void explain_missing_movie(const BoxFacts& facts, int64_t file_size, Verd
                      "The file is cut off: it ends at %" PRId64
                      ", its %s box should go on to %" PRId64
                      ", and the index (moov) that would follow is missing.",
-                     file_size, facts.passing.type, facts.declared_end);
+                     file_size, facts.passing.type.c_str(), facts.declared_end);
     } else {
         verdict_fail(verdict, "Let the recorder finish the file, or copy it again.",
                      "The file has no index (moov).");
@@ -35,24 +33,24 @@ static void explain_missing_movie(const BoxFacts& facts, int64_t file_size, Verd
 // The reader trusts the sizes of metadata boxes and finds only part of some movies.
 static void explain_unread_movie(const BoxFacts& facts, const ParseContext& context,
                                  Verdict* verdict) {
-    if (!facts.video.is_video && facts.misfit.type[0]) {
+    if (!facts.video.is_video && !facts.misfit.type.empty()) {
         verdict_fail(verdict, "Copy the file again.",
                      "The index is damaged: the size of its %s box at %" PRId64
                      " is wrong, and no video track is found.",
-                     facts.misfit.type, facts.misfit.offset);
+                     facts.misfit.type.c_str(), facts.misfit.offset);
     } else if (!facts.video.is_video) {
         verdict_fail(verdict, "", "The file has no video track.");
-    } else if (facts.video.skipped_type[0] && !context.info.has_video) {
+    } else if (!facts.video.skipped_type.empty() && !context.info.has_video) {
         verdict_fail(verdict, kCopyStreams,
                      "A box of the video track (%s) has a 64-bit or open size; such a one is "
                      "skipped.",
-                     facts.video.skipped_type);
-    } else if (!context.info.has_video && facts.metadata.type[0]) {
+                     facts.video.skipped_type.c_str());
+    } else if (!context.info.has_video && !facts.metadata.type.empty()) {
         verdict_fail(verdict, kCopyStreams,
                      "The metadata in front of the video track (%s at %" PRId64
                      ") end with four zero bytes, or have no version: the rest of the movie is "
                      "taken for a part of them.",
-                     facts.metadata.type, facts.metadata.offset);
+                     facts.metadata.type.c_str(), facts.metadata.offset);
     } else if (!context.info.has_video) {
         verdict_fail(verdict, kCopyStreams,
                      "The reader does not get as far as the video track: the sizes of the boxes in "
@@ -64,8 +62,8 @@ static void explain_codec(const BoxFacts& facts, Verdict* verdict) {
     const TrackFacts& video = facts.video;
     if (is_protected(video.format)) {
         verdict_fail(verdict, "", "The video is protected (%s): its pictures are encrypted.",
-                     video.format);
-    } else if (video.format[0] == '\0') {
+                     video.format.c_str());
+    } else if (video.format.empty()) {
         verdict_fail(verdict, kCopyStreams, "The video track does not say what codec it has.");
     } else if (!is_decodable(video.format)) {
         const CodecName& known = codec_name(video.format);
@@ -73,11 +71,11 @@ static void explain_codec(const BoxFacts& facts, Verdict* verdict) {
                      "The %s codec is %s (%s); H.264 (avc1), MPEG-4 Part 2 (mp4v) and H.263 (s263) "
                      "can be decoded.",
                      facts.video_tracks > 1 ? "last video track's" : "video's",
-                     *known.name ? known.name : "not known here", video.format);
+                     *known.name ? known.name : "not known here", printable(video.format).c_str());
     } else {
         verdict_fail(verdict, kCopyStreams,
                      "The video's sample description (stsd) cannot be read: its size is wrong%s.",
-                     video.skipped_type[0] ? ", 64-bit or open" : "");
+                     !video.skipped_type.empty() ? ", 64-bit or open" : "");
     }
 }
 
@@ -109,7 +107,7 @@ static void explain_missing_key_frames(const BoxFacts& facts, Verdict* verdict) 
         verdict_fail(verdict, kEncodeAgain,
                      "The video has no table of key frames (stss): all of its pictures count as "
                      "key frames, and none is listed.");
-    } else if (strcmp(video.skipped_type, "stss") == 0) {
+    } else if (video.skipped_type == "stss") {
         verdict_fail(verdict, kCopyStreams,
                      "The video's table of key frames (stss) has a 64-bit or open size; such a box "
                      "is skipped.");
@@ -193,11 +191,11 @@ static void explain_configuration(const TrackFacts& video, Verdict* verdict) {
 static void explain_cut_index(const BoxFacts& facts, int64_t file_size, Verdict* verdict) {
     const bool is_fragment = facts.has_fragments && facts.random_access_tables == 0;
     if (facts.declared_end == 0) return;
-    if (!is_fragment && strcmp(facts.passing.type, "moov") != 0) return;
+    if (!is_fragment && facts.passing.type != "moov") return;
     verdict_fail(verdict, "Copy the file again, or let its recorder finish it.",
                  "The file is cut off: it ends at %" PRId64 ", its %s box should go on to %" PRId64
                  ", and %s.",
-                 file_size, facts.passing.type, facts.declared_end,
+                 file_size, facts.passing.type.c_str(), facts.declared_end,
                  is_fragment ? "the list of key frames (mfra) that would follow is missing"
                              : "a part of the index is missing");
 }

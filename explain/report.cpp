@@ -6,17 +6,21 @@
 
 #include <algorithm>
 
+#include "explain/message_keeper.h"
 #include "explain/run_verdict.h"
 #include "mp4/video_state.h"
 #include "runtime/message_log.h"
 #include "runtime/owned.h"
+#include "runtime/sandbox.h"
 #include "thumb/decode_key_frame_mpeg4.h"
 #include "tool/key_frames.h"
 #include "tool/movie_index.h"
 #include "tool/selection.h"
+#include "wording/printable.h"
 
-constexpr int kMostMessages = 25;
 constexpr int kMostRows = 200;  // of the key frame table, unless all are asked for
+
+static const char kNowhere[] = "/dev/null";
 
 static const char kHelp[] =
     "usage: keystill-explain [--all] filenameIn [jpgFilenameOut thumbWidth thumbHeight\n"
@@ -39,13 +43,7 @@ struct Report {
     Verdict verdict;
 };
 
-// Prints text from a file or the command line, without what could steer a terminal.
-static void print_text(FILE* out, const char* text) {
-    for (; *text; ++text) {
-        const unsigned char c = static_cast<unsigned char>(*text);
-        fputc(c < ' ' || c == 127 ? '?' : c, out);
-    }
-}
+static void print_text(FILE* out, const char* text) { fputs(printable(text).c_str(), out); }
 
 static uint64_t milliseconds_of(uint64_t time, uint32_t time_scale) {
     return time / time_scale * 1000 + time % time_scale * 1000 / time_scale;
@@ -82,7 +80,7 @@ static void write_to_nowhere(const Arguments& args, const KeyFrame& chosen, Tria
     KeyFrame copy = chosen;
     copy.config = config.get();
     copy.sample = sample.get();
-    trial->params = {"/dev/null", args.quality, args.width, args.height};
+    trial->params = {kNowhere, args.quality, args.width, args.height};
     trial->is_written = WriteThumbnail(&chosen, &trial->params, trial->codec_kind) != 1;
     if (!trial->is_written && config && sample) {
         explain_frame(copy, trial->codec_kind, &trial->fault);
@@ -111,46 +109,18 @@ static void run_trial(const Arguments& args, TrialRun* trial) {
     key_frame_release(&record);
 }
 
-// The text of a log line behind its time and section.
-static const char* message_of(char* line) {
-    line[strcspn(line, "\r\n")] = '\0';
-    for (size_t end = strlen(line); end > 0 && line[end - 1] == ' '; --end) line[end - 1] = '\0';
-    const char* const section = strstr(line, " - LOG_");
-    const char* const text = section ? strstr(section, ": ") : nullptr;
-    return text ? text + 2 : line;
-}
-
-static void print_messages(FILE* log, FILE* out) {
-    char line[256], last[256] = "";
-    int printed = 0, left_out = 0;
-    rewind(log);
-    while (fgets(line, sizeof line, log)) {
-        const char* const text = message_of(line);
-        if (*text == '\0' || strcmp(text, last) == 0) continue;
-        snprintf(last, sizeof last, "%s", text);
-        if (printed++ >= kMostMessages) {
-            ++left_out;
-            continue;
-        }
-        fputs("  ", out);
-        print_text(out, text);
-        fputc('\n', out);
-    }
-    if (left_out > 0) fprintf(out, "  ... and %d more\n", left_out);
-    if (printed == 0) fputs("  nothing to say\n", out);
-}
-
 // Walks the file with the log started, and prints what the container reader said.
 static int walk_and_listen(Report* report, BufferedFile* file, ParseContext* context) {
-    FILE* const log = tmpfile();
+    MessageKeeper keeper;
+    FILE* const log = keeper.open_stream();
     if (log && upnp_log_start(nullptr) == 0) {
         g_log.file = log;  // upnp_log_stop closes it
         g_log.min_level = kLogTrace;
         g_log.section_mask = kLogScan | kLogSystem;
         const int result = movie_walk(file, report->args.input_path, context);
-        fputs("\nContainer reader\n", report->out);
-        print_messages(log, report->out);
         upnp_log_stop();
+        fputs("\nContainer reader\n", report->out);
+        keeper.print(report->out);
         return result;
     }
     if (log) fclose(log);
@@ -191,7 +161,8 @@ static void print_video(const Report& report, const ParseContext& context) {
     const bool is_known = state.codec_kind >= kCodecMpeg4 && state.codec_kind <= kCodecAvc;
     fprintf(out, "\nVideo\n  codec       %s",
             is_known ? kNames[state.codec_kind] : "none to decode");
-    if (report.boxes.video.format[0]) fprintf(out, " (%s)", report.boxes.video.format);
+    const std::string format = printable(report.boxes.video.format);
+    if (!format.empty()) fprintf(out, " (%s)", format.c_str());
     print_avc(report.avc, out);
     const uint32_t width = report.avc.has_sequence_set ? report.avc.width : context.info.width;
     const uint32_t height = report.avc.has_sequence_set ? report.avc.height : context.info.height;
@@ -368,17 +339,20 @@ static void print_verdict(const Report& report) {
         return;
     }
     fputs("\nThere will be no thumbnail. ", report.out);
-    print_text(report.out, report.verdict.reason);
-    fputc('\n', report.out);
+    fprintf(report.out, "%s\n", report.verdict.reason);
     if (report.verdict.advice[0]) fprintf(report.out, "%s\n", report.verdict.advice);
 }
 
-static void explain(Report* report) {
+static void explain(Report* report, Surroundings surroundings) {
     const Arguments& args = report->args;
     report->chosen_index = -1;
     explain_arguments(args, &report->verdict);
-    Verdict input = {};
+    Verdict input = {}, output = {};
     explain_input(args, &input);
+    explain_output(args, &output);
+    if (surroundings == Surroundings::kSandbox) {
+        sandbox_enter({args.input_path, kNowhere, SandboxOutput::kWritten});
+    }
     const OpenFile file(input.is_failure ? nullptr
                                          : upnp_file_open_b(args.input_path, kWalkBuffer));
     fputs("File  ", report->out);
@@ -390,7 +364,7 @@ static void explain(Report* report) {
         fputc('\n', report->out);
         if (!report->verdict.is_failure) report->verdict = input;
     }
-    explain_output(args, &report->verdict);
+    if (!report->verdict.is_failure) report->verdict = output;
     print_verdict(*report);
 }
 
@@ -401,7 +375,7 @@ static void read_arguments(int argc, const char* const* argv, Arguments* args) {
     arguments_read(9, all, args);
 }
 
-int run_explain(int argc, const char* const* argv, FILE* out) {
+int run_explain(int argc, const char* const* argv, FILE* out, Surroundings surroundings) {
     Report report = {};
     report.out = out;
     if (argc > 1 && strcmp(argv[1], "--version") == 0) {
@@ -420,7 +394,7 @@ int run_explain(int argc, const char* const* argv, FILE* out) {
     }
     read_arguments(argc - options, argv + options, &report.args);
     upnp_memory_init();
-    explain(&report);
+    explain(&report, surroundings);
     upnp_memory_exit();
     return report.verdict.is_failure ? 1 : 0;
 }

@@ -4,6 +4,12 @@
 // without either goes on without it, and so does a build with KEYSTILL_SANDBOX off.
 #pragma once
 
+// Where a whole program runs that is also run as a part of another one.
+enum class Surroundings {
+    kUnchanged,
+    kSandbox,  // entered once the arguments are checked
+};
+
 enum class SandboxOutput {
     kNone,      // nothing is written but to descriptors that are open
     kWritten,   // by fopen(path, "wb"): an existing file in its place, else a new one

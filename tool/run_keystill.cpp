@@ -2,7 +2,6 @@
 #include "tool/run_keystill.h"
 
 #include "runtime/accounted_memory.h"
-#include "runtime/sandbox.h"
 #include "thumb/thumbnail.h"
 #include "tool/arguments.h"
 #include "tool/key_frames.h"

@@ -2,10 +2,7 @@
 // The whole program behind main.
 #pragma once
 
-enum class Surroundings {
-    kUnchanged,
-    kSandbox,  // once the arguments are checked, the process gives up all but input and output
-};
+#include "runtime/sandbox.h"
 
 // Runs with main's arguments and returns the exit status: 0 when the thumbnail was written, else 1.
 // Every accounted block is released on return. Not re-entrant.

@@ -10,6 +10,7 @@
 #include "tests/support/box_builder.h"
 #include "tests/support/temp_folder.h"
 #include "tool/run_keystill.h"
+#include "wording/printable.h"
 
 static MovieSpec movie(const SpsSpec& sps = {}, const PpsSpec& pps = {}, uint32_t slice_type = 7) {
     const std::string slice = pcm_slice_nal({.slice_type = slice_type}, {std::string(384, '\x80')});
@@ -108,6 +109,7 @@ class Explain : public testing::Test {
         report_.assign(text, length);
         free(text);
         EXPECT_EQ(g_memUsed, 0);
+        expect_printable_report();
         return status;
     }
     // The same for the file with all arguments, which has to agree with keystill's own status.
@@ -119,6 +121,13 @@ class Explain : public testing::Test {
         const int status = run(args);
         EXPECT_EQ(run_keystill(static_cast<int>(argv.size()), argv.data()), status) << report_;
         return status;
+    }
+    // Lines of what is seen, and nothing that printable() has not been asked about.
+    void expect_printable_report() {
+        std::string text = report_;
+        std::erase(text, '\n');
+        std::erase(text, '\\');
+        EXPECT_EQ(printable(text), text);
     }
     static std::vector<const char*> pointers(const char* name,
                                              const std::vector<std::string>& args) {
@@ -150,7 +159,7 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The file is cut off: it ends at 1000, its mdat box should go on", good.substr(0, 1000)},
         {"The file has no video track.", renamed(good, "vide", "soun")},
         {"The video's codec is HEVC (hvc1)", renamed(good, "avc1", "hvc1")},
-        {"The video's codec is not known here (..ab)", renamed(good, "avc1", "\1\2ab")},
+        {"The video's codec is not known here (\\x01\\x02ab)", renamed(good, "avc1", "\1\2ab")},
         {"The video is protected (encv)", renamed(good, "avc1", "encv")},
         {"The video is protected (drmi)", renamed(good, "avc1", "drmi")},
         {"The video has no table of key frames (stss)", renamed(good, "stss", "free")},
@@ -291,6 +300,39 @@ TEST_F(Explain, NoFileBreaksIt) {
             static_cast<char>(rand());
         run_both(damaged);
     }
+}
+
+TEST_F(Explain, WhatComesFromTheFileOrItsNameIsEscaped) {
+    const std::string good = movie_file(movie());
+    path_ = folder_.path(
+        "a\x1b[31m\xe2\x80\xae"
+        "b.mp4");
+    EXPECT_EQ(run_both(good +
+                       box("\x9b"
+                           "31m",
+                           "") +
+                       box("\xa9too", "")),
+              0);
+    expect_report(
+        {"a\\x1b[31m\\xe2\\x80\\xae"
+         "b.mp4, ",
+         "  \\x9b31m  unknown", "  \\xa9too  "});
+    EXPECT_EQ(run_both(renamed(good, "avc1",
+                               "\xe2\x80\xae"
+                               "1")),
+              1);
+    expect_report(
+        {"(\\xe2\\x80\\xae"
+         "1)"});
+}
+
+TEST_F(Explain, ALongLogTakesNoMemory) {
+    std::string many;
+    for (uint32_t i = 0; i < 30000; ++i)
+        many += box(i % 2 ? "abc" + std::string(1, ' ' + i % 64) : "efgh", "");
+    EXPECT_EQ(run_both(movie_file(movie()) + many), 0);
+    expect_report({"  ... and 29"});
+    EXPECT_LT(report_.size(), 10000u);
 }
 
 TEST_F(Explain, OptionsAndUsage) {
