@@ -39,6 +39,7 @@ struct Report {
     AvcFacts avc;
     TrialRun trial;
     WantedFrames frames;
+    bool spoils_a_video;   // something that looks like a video stands where the output goes
     int64_t chosen_index;  // of the chosen key frame in the table, or -1
     Verdict verdict;
 };
@@ -332,7 +333,7 @@ static void print_verdict(const Report& report) {
                 "fits evenly.\n",
                 report.out);
         }
-        if (explain_spoils_a_video(report.args)) {
+        if (report.spoils_a_video) {
             fputs("The output is a video too, by its name: it would be replaced by the picture.\n",
                   report.out);
         }
@@ -350,6 +351,7 @@ static void explain(Report* report, Surroundings surroundings) {
     Verdict input = {}, output = {};
     explain_input(args, &input);
     explain_output(args, &output);
+    report->spoils_a_video = explain_spoils_a_video(args);
     if (surroundings == Surroundings::kSandbox) {
         sandbox_enter({args.input_path, kNowhere, SandboxOutput::kWritten});
     }

@@ -3,6 +3,8 @@
 // has to be right, and has to agree with what keystill itself does.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "explain/report.h"
 #include "runtime/accounted_memory.h"
@@ -333,6 +335,38 @@ TEST_F(Explain, ALongLogTakesNoMemory) {
     EXPECT_EQ(run_both(movie_file(movie()) + many), 0);
     expect_report({"  ... and 29"});
     EXPECT_LT(report_.size(), 10000u);
+}
+
+TEST_F(Explain, TheSandboxChangesNoReport) {
+    const std::string report = folder_.path("report"), old = folder_.path("old.mp4");
+    write_file(old, "old");
+    const std::string good = movie_file(movie());
+    const std::pair<std::string, std::string> kCases[] = {{good, folder_.path("new.jpg")},
+                                                          {good, old},
+                                                          {good, path_},
+                                                          {good, folder_.path("none/x")},
+                                                          {renamed(good, "avc1", "hvc1"), "x.jpg"},
+                                                          {"", "x.jpg"}};
+    for (const auto& [file, output] : kCases) {
+        write_file(path_, file);
+        const std::vector<std::string> args = {path_, output, "16", "16", "85", "5", "10", "70"};
+        const int want = run(args);
+        FILE* const out = fopen(report.c_str(), "wb");
+        const pid_t child = fork();
+        if (child == 0) {
+            const std::vector<const char*> argv = pointers("keystill-explain", args);
+            const int status = run_explain(static_cast<int>(argv.size()), argv.data(), out,
+                                           Surroundings::kSandbox);
+            fclose(out);
+            _exit(status);
+        }
+        fclose(out);
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(WEXITSTATUS(status), want);
+        EXPECT_EQ(read_file(report), report_);
+    }
 }
 
 TEST_F(Explain, OptionsAndUsage) {
