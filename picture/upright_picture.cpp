@@ -2,6 +2,7 @@
 #include "picture/upright_picture.h"
 
 #include <libyuv/convert_argb.h>
+#include <libyuv/cpu_id.h>
 #include <libyuv/planar_functions.h>
 #include <libyuv/rotate.h>
 #include <libyuv/scale.h>
@@ -126,6 +127,8 @@ static double choose_aspect(const StreamPresentation& stream, const ShowingHints
     }
     return container.turn.is_transposed ? 1 / aspect : aspect;
 }
+
+void prepare_to_make_upright() { libyuv::InitCpuFlags(); }
 
 UprightStatus make_upright(const DecodedPicture& decoded, const ShowingHints& hints,
                            const SizeLimit& limit, UprightPicture* upright) {

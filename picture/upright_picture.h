@@ -50,6 +50,10 @@ struct UprightPicture {
 
 enum class UprightStatus { kDone, kNothingVisible, kNoMemory };
 
+// Looks once at what the processor can do, which on ARM is in a file. To be called before files are
+// out of reach; otherwise it happens when it is needed.
+void prepare_to_make_upright();
+
 // Makes the picture of at most that size. The decoded planes are only read.
 UprightStatus make_upright(const DecodedPicture& decoded, const ShowingHints& hints,
                            const SizeLimit& limit, UprightPicture* upright);

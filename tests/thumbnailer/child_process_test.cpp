@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "thumbnailer/child_process.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+
+namespace {
+
+constexpr size_t kMuch = 1 << 20;
+
+TEST(ChildProcess, GathersOutputAndStatus) {
+    const ChildResult child = run_child(
+        [](int output) {
+            const std::string text(300000, 'x');
+            for (size_t done = 0; done < text.size();) {
+                const ssize_t count = write(output, text.data() + done, text.size() - done);
+                if (count <= 0) return 9;
+                done += static_cast<size_t>(count);
+            }
+            return 7;
+        },
+        {20, kMuch});
+    EXPECT_EQ(child.end, ChildEnd::kExited);
+    EXPECT_EQ(child.exit_status, 7);
+    EXPECT_EQ(child.output, std::vector<uint8_t>(300000, 'x'));
+}
+
+TEST(ChildProcess, EndsWhatDoesNotEndByItself) {
+    const auto sleeps = [](int) {
+        if (fork() == 0) pause();  // holds the pipe open, and is in the same group
+        pause();
+        return 0;
+    };
+    const auto crashes = [](int) {
+        signal(SIGSEGV, SIG_DFL);
+        return raise(SIGSEGV);
+    };
+    const auto floods = [](int output) {
+        const std::string text(1 << 16, 'x');
+        while (write(output, text.data(), text.size()) > 0) {
+        }
+        return 0;
+    };
+    EXPECT_EQ(run_child(sleeps, {1, kMuch}).end, ChildEnd::kTookTooLong);
+    EXPECT_EQ(run_child(crashes, {20, kMuch}).end, ChildEnd::kKilled);
+    EXPECT_EQ(run_child(floods, {20, kMuch}).end, ChildEnd::kWroteTooMuch);
+    std::thread interrupter([] {
+        usleep(200000);
+        kill(getpid(), SIGTERM);
+    });
+    EXPECT_EQ(run_child(sleeps, {20, kMuch}).end, ChildEnd::kInterrupted);
+    interrupter.join();
+}
+
+}  // namespace

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "thumbnailer/confined_drawing.h"
+
+#include <stdio.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "movie/byte_source.h"
+#include "runtime/sandbox.h"
+#include "thumbnailer/child_process.h"
+#include "thumbnailer/draw_thumbnail.h"
+#include "thumbnailer/picture_check.h"
+
+constexpr int kSeconds = 60;          // on the clock; storage may be slow
+constexpr rlim_t kCpuSeconds = 20;    // the largest pictures take less than one
+constexpr rlim_t kMemory = 1u << 30;  // address space; the largest pictures take a tenth of it
+constexpr size_t kMaxPictureBytes = 256u << 20;
+constexpr size_t kPipeBuffer = 64u << 10;
+
+// Exit statuses of the child: a verdict whose sentence it has written, or one of these.
+constexpr int kNothingToSay = 100;
+
+static void set_limit(int resource, rlim_t value) {
+    const rlimit limit = {value, value};
+    setrlimit(static_cast<__rlimit_resource>(resource), &limit);
+}
+
+static void give_up_rights() {
+    prepare_to_make_upright();
+#if KEYSTILL_HAS_SANDBOX  // sanitizers want all addresses there are
+    set_limit(RLIMIT_AS, kMemory);
+#endif
+    set_limit(RLIMIT_CPU, kCpuSeconds);
+    set_limit(RLIMIT_CORE, 0);
+    sandbox_enter({nullptr, nullptr, SandboxOutput::kNone});
+}
+
+// The body of the child. A sentence takes the place of a picture.
+static int draw(int video, const Options& options, const std::vector<PngText>& texts, int output) {
+    std::optional<FileSource> source = FileSource::adopt(video);
+    FILE* const file = fdopen(output, "wb");
+    if (!source || !file) return kNothingToSay;
+    setvbuf(file, nullptr, _IOFBF, kPipeBuffer);
+    give_up_rights();
+    const Outcome outcome = draw_thumbnail(&*source, options, texts, file);
+    if (outcome.verdict != Verdict::kDone) fputs(outcome.sentence.c_str(), file);
+    return fflush(file) == 0 ? static_cast<int>(outcome.verdict) : kNothingToSay;
+}
+
+// What a child says whose decoder a file may have taken over.
+static std::string sentence_of(const std::vector<uint8_t>& output) {
+    constexpr size_t kMost = 200;
+    std::string text;
+    for (const uint8_t byte : output) {
+        if (byte < ' ' || byte > '~' || text.size() == kMost) break;
+        text += static_cast<char>(byte);
+    }
+    return text.empty() ? "There is no picture." : text;
+}
+
+Outcome draw_confined(int video, const Options& options, const std::vector<PngText>& texts,
+                      std::vector<uint8_t>* picture) {
+    const auto work = [&](int output) { return draw(video, options, texts, output); };
+    ChildResult child = run_child(work, {kSeconds, kMaxPictureBytes});
+    switch (child.end) {
+        case ChildEnd::kExited:
+            break;
+        case ChildEnd::kKilled:
+            return {Verdict::kNoPicture, "The decoder crashed or passed its limits on this file."};
+        case ChildEnd::kTookTooLong:
+            return {Verdict::kNoPicture, "Reading the video took too long."};
+        case ChildEnd::kWroteTooMuch:
+            return {Verdict::kNoPicture, "The picture is too large."};
+        case ChildEnd::kInterrupted:
+            return {Verdict::kNoPicture, "Interrupted."};
+        case ChildEnd::kNotStarted:
+            return {Verdict::kNoPicture, "No process can be started."};
+    }
+    switch (child.exit_status) {
+        case static_cast<int>(Verdict::kDone):
+            if (!is_whole_picture(child.output, options.format)) break;
+            *picture = std::move(child.output);
+            return {};
+        case static_cast<int>(Verdict::kNoPicture):
+        case static_cast<int>(Verdict::kNotForUs):
+            return {static_cast<Verdict>(child.exit_status), sentence_of(child.output)};
+        default:
+            break;
+    }
+    return {Verdict::kNoPicture, "The picture cannot be made."};
+}

@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "thumbnailer/draw_thumbnail.h"
+
+#include <algorithm>
+
+#include "movie/movie.h"
+#include "runtime/owned.h"
+#include "thumb/decode_key_frame.h"
+#include "thumbnailer/frame_choice.h"
+#include "thumbnailer/refusals.h"
+
+// How many key frames are tried before the file is given up.
+constexpr size_t kMostTries = 12;
+
+struct DecodedFrame {
+    DecodedPicture picture = {};
+    Owned<uint8_t> planes;
+};
+
+static int32_t codec_kind(VideoCodec codec) {
+    switch (codec) {
+        case VideoCodec::kAvc:
+            return kCodecAvc;
+        case VideoCodec::kMpeg4:
+            return kCodecMpeg4;
+        case VideoCodec::kH263:
+            return kCodecH263;
+        case VideoCodec::kNone:
+            break;
+    }
+    return kCodecNone;
+}
+
+// What stands in for parameter sets where they come in the samples: the decoder wants some unit in
+// front, and an access unit delimiter (H.264 7.3.2.4) says nothing.
+static std::vector<uint8_t> configuration_of(const VideoDescription& description) {
+    if (description.codec == VideoCodec::kAvc && description.configuration.empty()) {
+        return {0, 2, 0x09, 0x10};
+    }
+    return description.configuration;
+}
+
+static Outcome decode(Movie* movie, const MovieKeyFrame& key_frame, DecodedFrame* decoded) {
+    const VideoDescription& description = movie->descriptions()[key_frame.description];
+    std::vector<uint8_t> sample;
+    if (!movie->read_sample(key_frame, &sample)) {
+        return {Verdict::kNoPicture, "The video's key frames cannot be read."};
+    }
+    std::vector<uint8_t> configuration = configuration_of(description);
+    // A codec without a configuration has an empty one, which is not none.
+    const size_t configuration_length = configuration.size();
+    if (configuration.empty()) configuration.resize(1);
+    KeyFrame frame = {};
+    frame.config = configuration.data();
+    frame.config_length = static_cast<int32_t>(configuration_length);
+    frame.sample = sample.data();
+    frame.bytes_read = static_cast<int32_t>(sample.size());
+    frame.sample_capacity = frame.bytes_read;
+    frame.length_prefix_size = static_cast<int32_t>(description.length_prefix_size);
+    KeyFrameRefusal refusal;
+    if (decode_key_frame(frame, codec_kind(description.codec), &decoded->picture, &refusal) != 0) {
+        return outcome_of(description.codec, refusal);
+    }
+    decoded->planes.reset(decoded->picture.planes);
+    return {};
+}
+
+static bool is_among(const MovieKeyFrame& frame, const std::vector<MovieKeyFrame>& frames) {
+    return std::any_of(frames.begin(), frames.end(),
+                       [&](const MovieKeyFrame& other) { return other.offset == frame.offset; });
+}
+
+// Decodes the first of the frames that can be. The outcome is the first one's if none can.
+static Outcome decode_any(Movie* movie, const Options& options, DecodedFrame* decoded,
+                          MovieKeyFrame* shown) {
+    std::vector<MovieKeyFrame> candidates = movie->key_frames_from(
+        start_time_us(movie, options.start), static_cast<size_t>(options.frames));
+    candidates = frames_by_percentile(std::move(candidates), options.percentile);
+    if (candidates.empty()) return {Verdict::kNoPicture, "There is no key frame in this video."};
+    Outcome first;
+    bool has_others = false;
+    for (size_t i = 0; i < kMostTries; ++i) {
+        if (i == candidates.size() && !has_others) {
+            has_others = true;
+            for (const MovieKeyFrame& other : movie->key_frames_from(0, kMostTries)) {
+                if (!is_among(other, candidates)) candidates.push_back(other);
+            }
+        }
+        if (i >= candidates.size()) break;
+        const Outcome outcome = decode(movie, candidates[i], decoded);
+        *shown = candidates[i];
+        if (outcome.verdict == Verdict::kDone) return outcome;
+        if (i == 0) first = outcome;
+    }
+    return first;
+}
+
+static ShowingHints hints_of(const Movie& movie, const MovieKeyFrame& frame,
+                             const Options& options) {
+    const VideoDescription& description = movie.descriptions()[frame.description];
+    ShowingHints hints;
+    // Other codecs state their size themselves, to the sample.
+    if (description.codec == VideoCodec::kAvc) {
+        constexpr uint32_t kMost = 65535;
+        hints.stated_size = {static_cast<int32_t>(std::min(description.width, kMost)),
+                             static_cast<int32_t>(std::min(description.height, kMost))};
+    }
+    hints.pixel_width = description.pixel_width;
+    hints.pixel_height = description.pixel_height;
+    hints.stretch = movie.stretch();
+    if (!options.keeps_orientation_as_stored) {
+        hints.turn = turn_of_orientation(static_cast<int>(movie.orientation()));
+    }
+    if (description.colour) {
+        hints.matrix_coefficients = description.colour->matrix;
+        if (description.colour->is_full_range)
+            hints.full_range = *description.colour->is_full_range;
+    }
+    return hints;
+}
+
+static bool write_picture(const UprightPicture& upright, const Options& options,
+                          const std::vector<PngText>& texts, FILE* file) {
+    return options.format == PictureFormat::kPng ? write_png(upright, texts, file)
+                                                 : write_jpeg(upright, options.quality, file);
+}
+
+Outcome draw_thumbnail(ByteSource* source, const Options& options,
+                       const std::vector<PngText>& texts, FILE* file) {
+    Movie movie(source);
+    if (movie.refusal() != MovieRefusal::kNone) {
+        return outcome_of(movie.refusal(), movie.refused_format());
+    }
+    DecodedFrame decoded;
+    MovieKeyFrame shown = {};
+    const Outcome outcome = decode_any(&movie, options, &decoded, &shown);
+    if (outcome.verdict != Verdict::kDone) return outcome;
+    UprightPicture upright;
+    switch (
+        make_upright(decoded.picture, hints_of(movie, shown, options), options.size, &upright)) {
+        case UprightStatus::kNothingVisible:
+            return {Verdict::kNoPicture, "The video's cropping leaves no picture."};
+        case UprightStatus::kNoMemory:
+            return {Verdict::kNoPicture, "Not enough memory."};
+        case UprightStatus::kDone:
+            break;
+    }
+    if (!upright.is_borrowing()) decoded.planes.reset();
+    if (write_picture(upright, options, texts, file)) return {};
+    return {Verdict::kNoPicture, "The picture cannot be compressed or written."};
+}

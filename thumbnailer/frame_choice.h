@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Which key frames to try, and in which order.
+#pragma once
+
+#include <vector>
+
+#include "movie/movie.h"
+#include "thumbnailer/options.h"
+
+// The frame at the percentile of the coded sizes comes first, then those that are next to it in the
+// order of sizes, the larger of two equally near ones first.
+std::vector<MovieKeyFrame> frames_by_percentile(std::vector<MovieKeyFrame> frames, int percentile);
+
+// Where the movie's presentation reaches the start that was asked for.
+int64_t start_time_us(Movie* movie, const StartTime& start);

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "thumbnailer/refusals.h"
+
+#include "wording/codec_names.h"
+#include "wording/decoder_wording.h"
+
+// As people call it, or as the file does.
+static std::string name_of(const std::string& format) {
+    const std::string name = codec_name(format).name;
+    return name.empty() ? '"' + format + '"' : name;
+}
+
+Outcome outcome_of(MovieRefusal refusal, const std::string& refused_format) {
+    switch (refusal) {
+        case MovieRefusal::kNotAMovie:
+            return {Verdict::kNotForUs, "This is no MP4, QuickTime or 3GPP file."};
+        case MovieRefusal::kCompressedHeader:
+            return {Verdict::kNotForUs, "The movie's header is compressed."};
+        case MovieRefusal::kOtherCodec:
+            return {Verdict::kNotForUs, "The video is coded as " + name_of(refused_format) +
+                                            "; H.264, MPEG-4 Part 2 and H.263 are read."};
+        case MovieRefusal::kEncrypted:
+            return {Verdict::kNoPicture, "The video is encrypted (\"" + refused_format + "\")."};
+        case MovieRefusal::kNoMovieBox:
+            return {Verdict::kNoPicture, "The file has no movie header; its end may be missing."};
+        case MovieRefusal::kNoVideo:
+            return {Verdict::kNoPicture, "There is no video track in this file."};
+        case MovieRefusal::kNone:
+            break;
+    }
+    return {};
+}
+
+static bool is_other_profile(AvcRefusal reason) {
+    switch (reason) {
+        case AvcRefusal::kChromaFormat:
+        case AvcRefusal::kBitDepth:
+        case AvcRefusal::kLossless:
+        case AvcRefusal::kInterlaced:
+        case AvcRefusal::kTooManyMacroblocks:
+        case AvcRefusal::kSliceGroups:
+        case AvcRefusal::kPredictedSlice:
+        case AvcRefusal::kSwitchingSlice:
+        case AvcRefusal::kRedundantSlice:
+            return true;
+        default:
+            return false;
+    }
+}
+
+static Outcome outcome_of(AvcRefusal reason) {
+    if (reason == AvcRefusal::kInterlaced) {
+        return {Verdict::kNotForUs, "The H.264 stream is interlaced."};
+    }
+    if (is_other_profile(reason)) {
+        return {Verdict::kNotForUs, "The H.264 stream is of a profile that is not read."};
+    }
+    return {Verdict::kNoPicture, "The key frames of the H.264 stream are damaged."};
+}
+
+Outcome outcome_of(VideoCodec codec, const KeyFrameRefusal& refusal) {
+    if (codec == VideoCodec::kAvc) return outcome_of(refusal.avc.reason);
+    const Wording wording = wording_of(refusal.m4v);
+    const bool is_unsupported = wording.kind == RefusalKind::kUnsupported;
+    return {is_unsupported ? Verdict::kNotForUs : Verdict::kNoPicture, wording.sentence};
+}
