@@ -5,13 +5,17 @@
 
 #include "movie/intra_probe.h"
 
+// Work of looking into one sample, apart from reading it.
+constexpr uint64_t kCheckCost = 256;
+
 CandidateState CandidateCheck::check(const FoundKeyFrame& found, MovieKeyFrame* key_frame) const {
     // An index that is out of range has one plausible meaning.
     const size_t description =
         std::min<size_t>(std::max(found.description, 1U) - 1, entries_.size() - 1);
     const SampleEntry& entry = entries_[description];
     const uint64_t source_size = reader_->source_size();
-    if (entry.description.refusal != MovieRefusal::kNone || found.offset >= source_size) {
+    if (entry.description.refusal != MovieRefusal::kNone || found.offset >= source_size ||
+        !reader_->spend(kCheckCost)) {
         return CandidateState::kAbsent;
     }
     const uint64_t there = std::min<uint64_t>(found.size, source_size - found.offset);

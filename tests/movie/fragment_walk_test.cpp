@@ -1,0 +1,302 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Fragments by way of whole movies.
+#include "movie/fragment_walk.h"
+
+#include <gtest/gtest.h>
+
+#include "movie/movie.h"
+#include "tests/support/film_builder.h"
+#include "tests/support/memory_source.h"
+
+using Base = TrafSpec::Base;
+constexpr size_t kAll = 1000000;
+
+static TrackSpec video_track() {
+    TrackSpec track;
+    track.id = 7;
+    return track;
+}
+
+// Samples of one second; the first one is a key frame.
+static TrafSpec video(uint32_t number, uint32_t count, int64_t time) {
+    TrafSpec traf;
+    traf.track = 7;
+    traf.time = time;
+    traf.samples = film_samples(count, 100);
+    traf.samples[0].bytes = idr_sample(number);
+    return traf;
+}
+
+static TrafSpec sound(uint32_t length) {
+    TrafSpec traf;
+    traf.track = 3;
+    traf.samples = {{std::string(length, 's')}, {std::string(length / 2, 't')}};
+    return traf;
+}
+
+struct KeyFrames {
+    std::vector<std::string> bytes;
+    std::vector<int64_t> times_s;
+};
+
+static KeyFrames key_frames(Movie* movie, int64_t from_s = 0, size_t count = kAll) {
+    KeyFrames out;
+    for (const MovieKeyFrame& key_frame : movie->key_frames_from(from_s * 1000000, count)) {
+        std::vector<uint8_t> sample;
+        EXPECT_TRUE(movie->read_sample(key_frame, &sample));
+        out.bytes.emplace_back(sample.begin(), sample.end());
+        out.times_s.push_back(key_frame.time_us / 1000000);
+    }
+    return out;
+}
+
+TEST(FragmentWalk, TakesWhatFragmentsSayInEveryWay) {
+    const struct {
+        const char* name;
+        std::vector<TrafSpec> (*tracks)(uint32_t number, int64_t time);
+    } kCases[] = {
+        {"video alone", [](uint32_t n, int64_t t) { return std::vector{video(n, 4, t)}; }},
+        {"sound last",
+         [](uint32_t n, int64_t t) {
+             return std::vector{video(n, 4, t), sound(9)};
+         }},
+        {"sound first",
+         [](uint32_t n, int64_t t) {
+             return std::vector{sound(9), video(n, 4, t)};
+         }},
+        {"stated base",
+         [](uint32_t n, int64_t t) {
+             std::vector<TrafSpec> tracks = {sound(9), video(n, 4, t)};
+             for (TrafSpec& track : tracks) track.base = Base::kStated;
+             return tracks;
+         }},
+        {"base behind the sound",
+         [](uint32_t n, int64_t t) {
+             std::vector<TrafSpec> tracks = {sound(9), sound(5), video(n, 4, t)};
+             for (TrafSpec& track : tracks) track.base = Base::kImplicit;
+             return tracks;
+         }},
+        {"no offset behind a stated base",
+         [](uint32_t n, int64_t t) {
+             std::vector<TrafSpec> tracks = {sound(9), video(n, 4, t)};
+             tracks[1].base = Base::kStated;
+             tracks[1].has_data_offset = false;
+             return tracks;
+         }},
+        {"several runs",
+         [](uint32_t n, int64_t t) {
+             std::vector<TrafSpec> tracks = {video(n, 4, t), sound(9)};
+             tracks[0].runs = 3;
+             return tracks;
+         }},
+        {"runs one behind another",
+         [](uint32_t n, int64_t t) {
+             std::vector<TrafSpec> tracks = {sound(9), video(n, 4, t)};
+             tracks[1].runs = 4;
+             tracks[1].base = Base::kStated;
+             tracks[1].has_data_offset = false;
+             return tracks;
+         }},
+        {"defaults and flags of the first sample",
+         [](uint32_t n, int64_t t) {
+             std::vector<TrafSpec> tracks = {video(n, 4, t), sound(9)};
+             tracks[0].states_each = false;
+             return tracks;
+         }},
+        {"all claim to be sync samples",
+         [](uint32_t n, int64_t t) {
+             std::vector<TrafSpec> tracks = {video(n, 4, t), sound(9)};
+             for (FilmSample& sample : tracks[0].samples) sample.is_sync = true;
+             return tracks;
+         }},
+        {"two fragments of the track",
+         [](uint32_t n, int64_t t) {
+             std::vector<TrafSpec> tracks = {video(n, 2, t), video(n, 2, t + 20)};
+             tracks[1].samples = {{predicted_sample(1), false}, {predicted_sample(2), false}};
+             return tracks;
+         }},
+        {"no times", [](uint32_t n, int64_t) { return std::vector{video(n, 4, -1)}; }},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        std::string file = fragmented_head(video_track());
+        for (uint32_t n = 0; n < 5; ++n) file += film_fragment(c.tracks(n, 40 * n), file.size());
+        MemorySource source(file);
+        Movie movie(&source);
+        EXPECT_EQ(movie.duration_us(), 20000000);
+        const KeyFrames found = key_frames(&movie);
+        EXPECT_EQ(found.times_s, (std::vector<int64_t>{0, 4, 8, 12, 16}));
+        ASSERT_EQ(found.bytes.size(), 5u);
+        for (uint32_t n = 0; n < 5; ++n) EXPECT_EQ(found.bytes[n], idr_sample(n));
+        EXPECT_EQ(key_frames(&movie, 9, 1).times_s, std::vector<int64_t>{12});
+        EXPECT_EQ(key_frames(&movie, 99, 9).times_s, std::vector<int64_t>{16});
+    }
+}
+
+TEST(FragmentWalk, GoesOnWhereTheMovieBoxEnds) {
+    TrackSpec track = video_track();
+    track.samples = film_samples(20, 5);
+    const std::string extends =
+        box("mvex", full_box("trex", words({track.id, 1, 0, 0, 0x1010000})));
+    const std::string type = box("ftyp", "isom" + zeros(4));
+    const std::string data = type + box("mdat", sample_data(track));
+    std::string file = data + film_header(film_track(track, type.size() + 8) + extends, 2000);
+    file += film_fragment({video(1, 4, -1)}, file.size());
+    MemorySource source(file);
+    Movie movie(&source);
+    EXPECT_EQ(key_frames(&movie).times_s, (std::vector<int64_t>{0, 5, 10, 15, 20}));
+    EXPECT_EQ(movie.duration_us(), 24000000);
+}
+
+TEST(FragmentWalk, CountsFromTheFirstFragment) {
+    std::string file = fragmented_head(video_track());
+    for (uint32_t n = 0; n < 3; ++n) {
+        file += film_fragment({video(n, 4, 16000000000 + 40 * n)}, file.size());
+    }
+    MemorySource source(file);
+    Movie movie(&source);
+    EXPECT_EQ(movie.duration_us(), 12000000);
+    EXPECT_EQ(key_frames(&movie, 1).times_s, (std::vector<int64_t>{4, 8}));
+}
+
+// A long film: fragments of four seconds and about 5,000 bytes.
+struct LongFilm {
+    std::string file = fragmented_head(video_track());
+    std::vector<uint64_t> places;
+};
+
+static std::string segment_index(uint32_t track, uint32_t time, const std::vector<uint64_t>& sizes,
+                                 uint32_t duration) {
+    std::string content = words({track, 10, time, 0}) + u16(0) + u16(sizes.size());
+    for (const uint64_t size : sizes) content += words({size, duration, 0x90000000});
+    return full_box("sidx", content);
+}
+
+static LongFilm long_film(uint32_t fragments, uint32_t indexed) {
+    LongFilm film;
+    for (uint32_t n = 0; n < fragments; ++n) {
+        TrafSpec traf = video(n, 4, 40 * n);
+        // What looks like a fragment in the data is none.
+        traf.samples[1].bytes += "\0\0\0\x10moof\0\0\0\x10mfhd" + std::string(5000 + n % 7, 'x');
+        const std::string body = film_fragment({traf, sound(99)}, 0);
+        if (indexed != 0 && n % indexed == 0) {
+            const uint64_t next = std::min(indexed, fragments - n);
+            film.file += segment_index(7, 40 * n, std::vector<uint64_t>(next, 0), 40);
+        }
+        film.places.push_back(film.file.size());
+        film.file += body;
+    }
+    // The sizes are known now.
+    for (uint32_t n = 0; indexed != 0 && n < fragments; n += indexed) {
+        const uint32_t count = std::min(indexed, fragments - n);
+        std::vector<uint64_t> sizes;
+        for (uint32_t i = n; i < n + count; ++i) {
+            const bool is_last = i + 1 == n + count;
+            const uint64_t index_length = 32 + 12 * std::min(indexed, fragments - i - 1);
+            const uint64_t end = i + 1 == fragments ? film.file.size()
+                                 : is_last          ? film.places[i + 1] - index_length
+                                                    : film.places[i + 1];
+            sizes.push_back(end - film.places[i]);
+        }
+        const std::string index = segment_index(7, 40 * n, sizes, 40);
+        film.file.replace(film.places[n] - index.size(), index.size(), index);
+    }
+    return film;
+}
+
+static std::string random_access(const LongFilm& film, uint64_t shift) {
+    std::string entries = words({7, 0x3f, film.places.size()});
+    for (size_t n = 0; n < film.places.size(); ++n) {
+        entries += words({40 * n, film.places[n] + shift}) + words({1, 1, 1});
+    }
+    const std::string table = full_box("tfra", entries);
+    return box("mfra", table + full_box("mfro", u32(table.size() + 24)));
+}
+
+TEST(FragmentWalk, LooksUpLongFilmsWithFewReads) {
+    constexpr uint32_t kFragments = 1000;
+    const LongFilm plain = long_film(kFragments, 0);
+    const struct {
+        const char* name;
+        std::string file;
+        uint64_t most_reads;
+    } kCases[] = {
+        {"without an index", plain.file, 300},
+        {"random access table", plain.file + random_access(plain, 0), 60},
+        {"wrong random access table", plain.file + random_access(plain, 9), 320},
+        {"one segment index", long_film(kFragments, kFragments).file, 60},
+        {"an index for ten", long_film(kFragments, 10).file, 320},
+        {"an index for each", long_film(kFragments, 1).file, 300},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        MemorySource source(c.file);
+        Movie movie(&source);
+        EXPECT_EQ(movie.duration_us(), int64_t{4} * kFragments * 1000000);
+        EXPECT_EQ(key_frames(&movie, 3001, 2).bytes,
+                  (std::vector{idr_sample(751), idr_sample(752)}));
+        EXPECT_LE(source.reads, c.most_reads);
+        EXPECT_EQ(key_frames(&movie, 4 * kFragments, 2).bytes,
+                  std::vector{idr_sample(kFragments - 1)});
+        EXPECT_EQ(key_frames(&movie, 401, 1).bytes, std::vector{idr_sample(101)});
+    }
+}
+
+TEST(FragmentWalk, TruncatedFilmsEndEarlier) {
+    std::string file = fragmented_head(video_track());
+    const size_t head = file.size();
+    for (uint32_t n = 0; n < 3; ++n)
+        file += film_fragment({sound(9), video(n, 2, 20 * n)}, file.size());
+    const std::string index = segment_index(7, 0, {file.size() - head}, 60);
+    for (size_t length = head; length < file.size(); ++length) {
+        MemorySource source(file.substr(0, length));
+        Movie movie(&source);
+        movie.duration_us();
+        for (const MovieKeyFrame& key_frame : movie.key_frames_from(2000000, kAll)) {
+            ASSERT_LE(key_frame.offset + key_frame.size, length);
+        }
+    }
+}
+
+TEST(FragmentWalk, HostileFragmentsEndSoon) {
+    const std::string head = fragmented_head(video_track());
+    const auto moof = [](const std::string& traf) {
+        return box("moof", full_box("mfhd", u32(1)) + box("traf", traf));
+    };
+    const std::string header = full_box("tfhd", u32(7), 0x20000);
+    const std::string many_alike = full_box("trun", words({UINT32_MAX}), 0);
+    const std::string sized = full_box("tfhd", words({7, 0, 1}), 0x20018);
+    std::string runs, tracks;
+    for (int i = 0; i < 5000; ++i) runs += many_alike;
+    const std::string implicit = full_box("tfhd", words({7, 9, 1, 0x2000000}), 0x38);
+    for (int i = 0; i < 2000; ++i) {
+        tracks += box("traf", implicit + full_box("trun", words({3, 2, 2, 2}), 0x200));
+    }
+    const std::string back =
+        full_box("sidx", words({7, 10, 0, 0}) + u16(0) + u16(1) + words({0, 0, 0}));
+    const struct {
+        const char* name;
+        std::string fragments;
+    } kCases[] = {
+        {"four billion samples alike", moof(sized + many_alike)},
+        {"and many runs", moof(sized + runs)},
+        {"without sizes", moof(header + runs)},
+        {"each behind all before", box("moof", tracks)},
+        {"index of nothing", back + back + moof(header)},
+        {"index far away", full_box("sidx", words({7, 1, 0, UINT32_MAX, 0, 0, 0}), 1 << 24)},
+        {"empty fragment", box("moof") + box("moof", box("traf"))},
+        {"negative offset", moof(header + full_box("trun", words({1, 0x80000000, 9}), 0x201))},
+        {"times at the end", moof(header + full_box("tfdt", u64(INT64_MAX), 1 << 24) +
+                                  full_box("trun", words({2, 9, 9, 9, 9}), 0x300))},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        // Zeros behind it: a file that was never filled.
+        MemorySource source(head + c.fragments, uint64_t{1} << 40);
+        Movie movie(&source);
+        EXPECT_GE(movie.duration_us(), 0);
+        movie.key_frames_from(0, 16);
+        movie.key_frames_from(1000000000, 16);
+        EXPECT_LE(source.bytes_read, kMovieWork);
+    }
+}

@@ -1,0 +1,524 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "movie/movie.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "movie/source_reader.h"
+#include "tests/support/film_builder.h"
+#include "tests/support/memory_source.h"
+
+constexpr size_t kAll = 1000000;
+
+static std::string bytes_of(Movie* movie, const MovieKeyFrame& key_frame) {
+    std::vector<uint8_t> sample;
+    if (!movie->read_sample(key_frame, &sample)) return "unreadable";
+    return {sample.begin(), sample.end()};
+}
+
+static std::vector<std::string> key_frame_bytes(Movie* movie) {
+    std::vector<std::string> out;
+    for (const MovieKeyFrame& key_frame : movie->key_frames_from(0, kAll)) {
+        out.push_back(bytes_of(movie, key_frame));
+    }
+    return out;
+}
+
+static std::vector<std::string> sync_bytes(const TrackSpec& track) {
+    std::vector<std::string> out;
+    for (const FilmSample& sample : track.samples) {
+        if (sample.is_sync) out.push_back(sample.bytes);
+    }
+    return out;
+}
+
+static TrackSpec track_of(uint32_t count, uint32_t distance) {
+    TrackSpec track;
+    track.samples = film_samples(count, distance);
+    return track;
+}
+
+static std::vector<int64_t> times_ms(const std::vector<MovieKeyFrame>& key_frames) {
+    std::vector<int64_t> out;
+    for (const MovieKeyFrame& key_frame : key_frames) out.push_back(key_frame.time_us / 1000);
+    return out;
+}
+
+TEST(Movie, ReadsTablesOfEveryShape) {
+    for (const uint32_t size_bits : {0, 4, 8, 16, 32}) {
+        for (const uint32_t per_chunk : {1, 3, 100}) {
+            for (const bool is_wide : {false, true}) {
+                SCOPED_TRACE(testing::Message() << size_bits << " bits a size, " << per_chunk
+                                                << " samples a chunk, co64 " << is_wide);
+                TrackSpec track = track_of(11, 3);
+                track.size_bits = size_bits;
+                track.samples_per_chunk = per_chunk;
+                track.has_large_offsets = is_wide;
+                for (uint32_t i = 0; i < track.samples.size(); ++i) {
+                    const uint32_t length = size_bits == 0 ? 14 : 10 + i % 5;
+                    std::string* const bytes = &track.samples[i].bytes;
+                    *bytes = i % 3 == 0 ? idr_sample(i, length) : predicted_sample(i, length);
+                }
+                MemorySource source(plain_film(track));
+                Movie movie(&source);
+                EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(track));
+                EXPECT_EQ(movie.duration_us(), 11000000);
+            }
+        }
+    }
+}
+
+TEST(Movie, LooksIntoSamplesWhereTheSyncTableIsWrong) {
+    const TrackSpec right = track_of(9, 4);
+    static const struct {
+        const char* name;
+        std::function<void(TrackSpec*)> change;
+    } kCases[] = {
+        {"missing", [](TrackSpec* track) { track->has_sync_table = false; }},
+        {"empty",
+         [](TrackSpec* track) {
+             for (FilmSample& sample : track->samples) sample.is_sync = false;
+         }},
+        {"all",
+         [](TrackSpec* track) {
+             for (FilmSample& sample : track->samples) sample.is_sync = true;
+         }},
+        {"others alone",
+         [](TrackSpec* track) {
+             for (FilmSample& sample : track->samples) sample.is_sync = !sample.is_sync;
+         }},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        TrackSpec track = right;
+        c.change(&track);
+        MemorySource source(plain_film(track));
+        Movie movie(&source);
+        EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(right));
+    }
+}
+
+TEST(Movie, StartsWhereItIsAskedTo) {
+    TrackSpec track = track_of(20, 5);  // key frames at 0, 5, 10 and 15 seconds
+    MemorySource source(plain_film(track));
+    Movie movie(&source);
+    static const struct {
+        int64_t from_ms;
+        size_t count;
+        std::vector<int64_t> want;
+    } kCases[] = {
+        {INT64_MIN / 1000, 2, {0, 5000}},
+        {0, 2, {0, 5000}},
+        {1, 2, {5000, 10000}},
+        {5000, 1, {5000}},
+        {9999, 9, {10000, 15000}},
+        {15001, 9, {15000}},
+        {INT64_MAX / 1000, 9, {15000}},
+        {0, 0, {}},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.from_ms);
+        EXPECT_EQ(times_ms(movie.key_frames_from(c.from_ms * 1000, c.count)), c.want);
+    }
+    // Without a table of sync samples the same ones are found.
+    track.has_sync_table = false;
+    MemorySource untold(plain_film(track));
+    EXPECT_EQ(times_ms(Movie(&untold).key_frames_from(5000001, 1)), std::vector<int64_t>{10000});
+}
+
+TEST(Movie, ShowsTimesBehindCompositionAndEdits) {
+    static const struct {
+        const char* name;
+        std::string edits;
+        int32_t composition;
+        std::vector<int64_t> want;
+    } kCases[] = {
+        {"composition", "", 2, {200, 5200, 10200, 15200}},
+        {"negative composition", "", -2, {0, 4800, 9800, 14800}},
+        {"composition taken back", words({1, 20000, 2, 0x10000}), 2, {0, 5000, 10000, 15000}},
+        {"starts within a group", words({1, 9000, 60, 0x10000}), 0, {0, 4000, 9000}},
+        {"starts with a group", words({1, 9000, 50, 0x10000}), 0, {0, 5000, 10000}},
+        {"nothing first",
+         words({2, 3000, UINT32_MAX, 0x10000, 20000, 0, 0x10000}),
+         0,
+         {3000, 8000, 13000, 18000}},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        TrackSpec track = track_of(20, 5);
+        for (FilmSample& sample : track.samples) sample.composition = c.composition;
+        track.edits = c.edits;
+        MemorySource source(plain_film(track));
+        EXPECT_EQ(times_ms(Movie(&source).key_frames_from(0, kAll)), c.want);
+    }
+}
+
+TEST(Movie, GivesWhatATruncatedFileHas) {
+    const TrackSpec track = track_of(9, 3);
+    const std::string type = box("ftyp", "isom" + zeros(4));
+    const std::string size_probe = film_header(film_track(track, 0));
+    const size_t data = type.size() + size_probe.size() + 8;
+    const std::string whole =
+        type + film_header(film_track(track, data)) + box("mdat", sample_data(track));
+    for (size_t length = 0; length <= whole.size(); ++length) {
+        MemorySource source(whole.substr(0, length));
+        Movie movie(&source);
+        movie.duration_us();
+        const std::vector<MovieKeyFrame> found = movie.key_frames_from(3000000, kAll);
+        for (const MovieKeyFrame& key_frame : found) {
+            ASSERT_LE(key_frame.offset + key_frame.size, length);
+            ASSERT_NE(bytes_of(&movie, key_frame), "unreadable");
+        }
+        SCOPED_TRACE(length);
+        // A key frame of 40 bytes and two others of 20 make a group.
+        if (length < data) continue;
+        EXPECT_EQ(found.empty(), length == data);
+        if (length == data) continue;
+        EXPECT_EQ(found[0].time_us, length < data + 120 ? 0 : 3000000);
+        EXPECT_EQ(found[0].size, std::min<size_t>(length - data, 40));
+    }
+}
+
+// The one entry of a film, as it is read.
+static VideoDescription described(const std::string& entry, MovieRefusal* refusal,
+                                  std::string* format) {
+    TrackSpec track = track_of(1, 1);
+    track.entries = {entry};
+    MemorySource source(plain_film(track));
+    const Movie movie(&source);
+    *refusal = movie.refusal();
+    *format = movie.refused_format();
+    return movie.descriptions().empty() ? VideoDescription{} : movie.descriptions()[0];
+}
+
+static std::string descriptor(char tag, const std::string& content) {
+    const char size[] = {tag, '\x80', '\x80', static_cast<char>(content.size())};
+    return std::string(size, 4) + content;
+}
+
+static std::string stream_entry(char object_type, char flags, const std::string& fields) {
+    const std::string decoder =
+        descriptor(4, object_type + zeros(12) + descriptor(5, std::string("\0\0\1\xb0", 4)));
+    return visual_entry_of("mp4v",
+                           full_box("esds", descriptor(3, zeros(2) + flags + fields + decoder)));
+}
+
+TEST(Movie, NamesCodecsItReadsAndRefuses) {
+    const std::string avc = avc_configuration({"\x67s"}, {"\x68p"});
+    const std::string protection = box("sinf", box("frma", "avc1"));
+    static const struct {
+        std::string entry;
+        MovieRefusal refusal;
+        VideoCodec codec;
+        const char* format;
+    } kCases[] = {
+        {visual_entry_of("avc1", avc), MovieRefusal::kNone, VideoCodec::kAvc, ""},
+        {visual_entry_of("avc3"), MovieRefusal::kNone, VideoCodec::kAvc, ""},
+        {stream_entry('\x20', 0, ""), MovieRefusal::kNone, VideoCodec::kMpeg4, ""},
+        {stream_entry('\x20', '\xe0', "dd\4urlscc"), MovieRefusal::kNone, VideoCodec::kMpeg4, ""},
+        {stream_entry('\x61', 0, ""), MovieRefusal::kOtherCodec, VideoCodec::kNone, "mp2v"},
+        {visual_entry_of("s263", box("d263", "content")), MovieRefusal::kNone, VideoCodec::kH263,
+         ""},
+        {visual_entry_of("h263"), MovieRefusal::kNone, VideoCodec::kH263, ""},
+        {visual_entry_of("encv", avc + protection), MovieRefusal::kEncrypted, VideoCodec::kNone,
+         "encv"},
+        {visual_entry_of("drmi", avc), MovieRefusal::kEncrypted, VideoCodec::kNone, "drmi"},
+        {visual_entry_of("avc1", avc + protection), MovieRefusal::kEncrypted, VideoCodec::kNone,
+         "avc1"},
+        {visual_entry_of("hvc1"), MovieRefusal::kOtherCodec, VideoCodec::kNone, "hvc1"},
+        {visual_entry_of("av01"), MovieRefusal::kOtherCodec, VideoCodec::kNone, "av01"},
+        {visual_entry_of("\xa9\x00 1"), MovieRefusal::kOtherCodec, VideoCodec::kNone, "?"},
+        {box("hvc1", "short"), MovieRefusal::kOtherCodec, VideoCodec::kNone, "hvc1"},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.entry.substr(4, 4));
+        MovieRefusal refusal;
+        std::string format;
+        EXPECT_EQ(described(c.entry, &refusal, &format).codec, c.codec);
+        EXPECT_EQ(refusal, c.refusal);
+        EXPECT_EQ(format.substr(0, 1), std::string(c.format).substr(0, 1));
+    }
+}
+
+TEST(Movie, DescribesTheVideo) {
+    MovieRefusal refusal;
+    std::string format;
+    const std::string configuration =
+        avc_configuration({"\x67one", "\x67second"}, {"\x68p", "\x68q"}, 2);
+    const std::string shape = full_box("pasp", words({8}), 4) +
+                              box("colr", "nclx" + u16(9) + u16(16) + u16(10) + "\x80") +
+                              box("clap", words({704, 1, 480, 1, UINT32_MAX, 2, 0, 1}));
+    VideoDescription d =
+        described(visual_entry_of("avc1", configuration + shape, 720, 486), &refusal, &format);
+    EXPECT_EQ(std::string(d.configuration.begin(), d.configuration.end()),
+              u16(4) + "\x67one" + u16(7) + "\x67second" + u16(2) + "\x68p" + u16(2) + "\x68q");
+    EXPECT_EQ(d.length_prefix_size, 2u);
+    EXPECT_EQ(d.width, 720u);
+    EXPECT_EQ(d.height, 486u);
+    EXPECT_EQ(d.pixel_width, 4u);
+    EXPECT_EQ(d.pixel_height, 8u);
+    ASSERT_TRUE(d.colour.has_value());
+    EXPECT_EQ(d.colour->primaries, 9);
+    EXPECT_EQ(d.colour->transfer, 16);
+    EXPECT_EQ(d.colour->matrix, 10);
+    EXPECT_EQ(d.colour->is_full_range, true);
+    ASSERT_TRUE(d.clean_aperture.has_value());
+    EXPECT_EQ(d.clean_aperture->width.numerator, 704);
+    EXPECT_EQ(d.clean_aperture->horizontal_offset.numerator, -1);
+    EXPECT_EQ(d.clean_aperture->horizontal_offset.denominator, 2);
+
+    // Nothing is said that does not make sense, and no range where none is stated.
+    const std::string odd = full_box("pasp", words({0})) + box("clap", zeros(32)) +
+                            box("colr", "nclc" + u16(1) + u16(1) + u16(6));
+    d = described(visual_entry_of("avc1", odd), &refusal, &format);
+    EXPECT_EQ(d.pixel_width, 0u);
+    EXPECT_FALSE(d.clean_aperture.has_value());
+    ASSERT_TRUE(d.colour.has_value());
+    EXPECT_EQ(d.colour->matrix, 6);
+    EXPECT_FALSE(d.colour->is_full_range.has_value());
+
+    // A record that is cut keeps the sets that are whole.
+    const std::string cut = configuration.substr(8, 16);
+    d = described(visual_entry_of("avc1", box("avcC", cut)), &refusal, &format);
+    EXPECT_EQ(std::string(d.configuration.begin(), d.configuration.end()), u16(4) + "\x67one");
+
+    d = described(stream_entry('\x20', 0, ""), &refusal, &format);
+    EXPECT_EQ(d.configuration.size(), 4u);
+    EXPECT_EQ(d.length_prefix_size, 0u);
+    d = described(visual_entry_of("s263", box("d263", "content")), &refusal, &format);
+    EXPECT_EQ(std::string(d.configuration.begin(), d.configuration.end()), "content");
+}
+
+TEST(Movie, GoesByTheChunksDescription) {
+    TrackSpec track = track_of(6, 1);
+    track.entries = {plain_avc_entry(), visual_entry_of("encv"),
+                     visual_entry_of("avc1", avc_configuration({"\x67"}, {"\x68"}, 3))};
+    const uint32_t descriptions[] = {1, 2, 3, 9, 0, 1};
+    for (size_t i = 0; i < 6; ++i) track.samples[i].description = descriptions[i];
+    track.samples[2].bytes =
+        idr_sample(2, 40, 3) + std::string("\0\0\2xy", 5) + std::string("\0\0\7cut", 6);
+    MemorySource source(plain_film(track));
+    Movie movie(&source);
+    const std::vector<MovieKeyFrame> found = movie.key_frames_from(0, kAll);
+    ASSERT_EQ(found.size(), 5u);  // without the encrypted one
+    const uint32_t want[] = {0, 2, 2, 0, 0};
+    for (size_t i = 0; i < 5; ++i) EXPECT_EQ(found[i].description, want[i]) << i;
+    EXPECT_EQ(movie.descriptions()[2].length_prefix_size, 4u);
+    EXPECT_EQ(bytes_of(&movie, found[1]),
+              zeros(1) + idr_sample(2, 40, 3) + u32(2) + "xy" + u32(7) + "cut");
+}
+
+TEST(Movie, ChoosesTheVideo) {
+    TrackSpec film = track_of(2, 1);
+    film.duration = 20;
+    TrackSpec other = film;
+    other.id = 2;
+    other.width = 32;  // by which the chosen one is known
+    static const struct {
+        const char* name;
+        std::function<void(TrackSpec*, TrackSpec*)> change;
+        bool is_other;
+    } kCases[] = {
+        {"the first of equal ones", [](TrackSpec*, TrackSpec* o) { o->width = 64, o->height = 47; },
+         false},
+        {"the longer one", [](TrackSpec*, TrackSpec* o) { o->duration = 21; }, true},
+        {"longer in seconds",
+         [](TrackSpec*, TrackSpec* o) { o->duration = 21, o->time_scale = 11; }, false},
+        {"an enabled one", [](TrackSpec* f, TrackSpec*) { f->flags = 6; }, true},
+        {"one that can be decoded",
+         [](TrackSpec* f, TrackSpec*) { f->entries = {visual_entry_of("hvc1")}; }, true},
+        {"but rather an enabled one",
+         [](TrackSpec* f, TrackSpec* o) { f->entries = {visual_entry_of("hvc1")}, o->flags = 6; },
+         false},
+        {"no cover",
+         [](TrackSpec* f, TrackSpec* o) {
+             f->entries = {visual_entry_of("jpeg")}, f->samples.resize(1), f->duration = 99;
+             o->flags = 6;
+         },
+         true},
+        {"no chapters",
+         [](TrackSpec* f, TrackSpec* o) { f->duration = 99, o->references = box("chap", u32(1)); },
+         true},
+        {"no sound", [](TrackSpec* f, TrackSpec*) { f->handler = "soun"; }, true},
+        {"one with an entry", [](TrackSpec* f, TrackSpec*) { f->entries = {}; }, true},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        TrackSpec a = film, b = other;
+        c.change(&a, &b);
+        MemorySource source(box("mdat", zeros(99)) +
+                            film_header(film_track(a, 8) + film_track(b, 8)));
+        const Movie movie(&source);
+        EXPECT_EQ(movie.display_width(), (c.is_other ? b : a).width);
+    }
+    film.entries = {visual_entry_of("png ")};
+    film.samples.resize(1);
+    MemorySource cover(plain_film(film));
+    EXPECT_EQ(Movie(&cover).refusal(), MovieRefusal::kNoVideo);
+}
+
+TEST(Movie, TurnsAndMirrors) {
+    constexpr uint64_t k1 = 0x10000, kMinus1 = 0xffff0000;
+    static const struct {
+        uint64_t a, b, c, d;
+        Orientation want;
+    } kCases[] = {
+        {k1, 0, 0, k1, Orientation::kUpright},
+        {kMinus1, 0, 0, k1, Orientation::kMirrored},
+        {kMinus1, 0, 0, kMinus1, Orientation::kTurned180},
+        {k1, 0, 0, kMinus1, Orientation::kFlipped},
+        {0, k1, k1, 0, Orientation::kTransposed},
+        {0, k1, kMinus1, 0, Orientation::kTurned90},
+        {0, kMinus1, kMinus1, 0, Orientation::kTransversed},
+        {0, kMinus1, k1, 0, Orientation::kTurned270},
+        {0x20000, 0x100, 0xffffff00, k1, Orientation::kUpright},
+        {0, 0, 0, 0, Orientation::kUpright},
+    };
+    const std::vector<uint64_t> half_turn = {kMinus1, 0, 0, 0, kMinus1, 0, 0, 0, 0x40000000};
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(testing::Message() << c.a << ' ' << c.b << ' ' << c.c << ' ' << c.d);
+        TrackSpec track = track_of(1, 1);
+        track.matrix = {c.a, c.b, 0, c.c, c.d, 0, 0, 0, 0x40000000};
+        MemorySource source(plain_film(track));
+        EXPECT_EQ(Movie(&source).orientation(), c.want);
+        // Half a turn by the movie's matrix comes on top: EXIF's 1 and 3, 2 and 4, 5 and 7, 6 and 8
+        // change places.
+        MemorySource turned(film_header(film_track(track, 0), 0, half_turn));
+        const uint8_t number = static_cast<uint8_t>(c.want);
+        EXPECT_EQ(static_cast<uint8_t>(Movie(&turned).orientation()),
+                  (number - 1) / 4 * 4 + (number + 1) % 4 + 1);
+    }
+}
+
+TEST(Movie, FindsTheMovieBoxWhereverItIs) {
+    const TrackSpec track = track_of(3, 1);
+    const std::string data = sample_data(track);
+    const std::string meta = box("meta", box("hdlr", zeros(20))), full_meta = full_box("meta", "x");
+    const std::string udta = box("udta", box("name", "x") + u32(0));
+    static const struct {
+        const char* name;
+        std::string front;  // ends where the data starts
+        bool is_open;       // the data box goes to the end of the file
+    } kCases[] = {
+        {"without a file type", u32(data.size() + 8) + "mdat", false},
+        {"wide data", box("wide") + u32(1) + "mdat" + u64(data.size() + 16), false},
+        {"unknown boxes",
+         box("ftyp", "what") + meta + full_meta + udta + u32(data.size() + 8) + "mdat", false},
+        {"large box", large_box("skip", zeros(99)) + u32(data.size() + 8) + "mdat", false},
+        {"open data last", "", true},
+        {"data too long", "", true},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        std::string file;
+        if (c.is_open) {
+            const size_t header = film_header(udta + film_track(track, 0)).size();
+            file = film_header(udta + film_track(track, header + 8)) +
+                   u32(std::string(c.name) == "data too long" ? 99999 : 0) + "mdat" + data;
+        } else {
+            const std::string movie = film_header(film_track(track, c.front.size()) + meta);
+            file = c.front + data + u32(0) + movie.substr(4);
+        }
+        MemorySource source(file);
+        Movie movie(&source);
+        EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(track));
+    }
+}
+
+TEST(Movie, RefusesWhatIsNoMovie) {
+    TrackSpec sound = track_of(1, 1);
+    sound.handler = "soun";
+    static const struct {
+        const char* name;
+        std::string file;
+        MovieRefusal want;
+    } kCases[] = {
+        {"nothing", "", MovieRefusal::kNotAMovie},
+        {"text", "once upon a time there was", MovieRefusal::kNotAMovie},
+        {"another container", "\x1a\x45\xdf\xa3 matroska", MovieRefusal::kNotAMovie},
+        {"size of 4", u32(4) + "ftypisom", MovieRefusal::kNotAMovie},
+        {"data alone", box("ftyp", "isom") + box("mdat", zeros(99)), MovieRefusal::kNoMovieBox},
+        {"segment", box("styp", "msdh") + film_fragment({}, 12), MovieRefusal::kNoMovieBox},
+        {"compressed", box("moov", box("cmov", zeros(20))), MovieRefusal::kCompressedHeader},
+        {"empty", box("moov"), MovieRefusal::kNoVideo},
+        {"sound", plain_film(sound), MovieRefusal::kNoVideo},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        MemorySource source(c.file);
+        Movie movie(&source);
+        EXPECT_EQ(movie.refusal(), c.want);
+        EXPECT_EQ(movie.duration_us(), 0);
+        EXPECT_EQ(movie.refused_format(), "");
+        EXPECT_TRUE(movie.key_frames_from(0, kAll).empty());
+        std::vector<uint8_t> sample(3);
+        EXPECT_FALSE(movie.read_sample({0, 0, 1, 0}, &sample));
+        EXPECT_TRUE(sample.empty());
+    }
+}
+
+// Work stays within the budget, and memory with it, whatever a file claims.
+TEST(Movie, HostileFilesEndSoon) {
+    constexpr uint64_t kMany = UINT32_MAX;
+    const std::string media = media_header(10, 0) + handler("vide");
+    const auto film = [&](const std::string& tables) {
+        const std::string table =
+            box("stbl", full_box("stsd", u32(1) + plain_avc_entry()) + tables);
+        return box("moov", box("trak", box("mdia", media + box("minf", table))));
+    };
+    const std::string sizes = full_box("stsz", words({1, kMany}));
+    const std::string chunk = full_box("stco", words({1, 0}));
+    const std::string one_run = full_box("stsc", words({1, 1, kMany, 1}));
+    // A table that claims to go on for gigabytes of zeros.
+    const auto endless = [](const std::string& type, const std::string& content) {
+        return u32(1) + type + u64(uint64_t{1} << 40) + zeros(4) + content;
+    };
+    static const struct {
+        const char* name;
+        std::string tables;
+    } kCases[] = {
+        {"four billion key frames", sizes + one_run + chunk},
+        {"chunks of nothing", sizes + full_box("stsc", words({1, 1, 0, 1})) + chunk},
+        {"runs that go back",
+         sizes + full_box("stsc", words({4, 9, 1, 1, 5, 1, 1, 5, 1, 1, 0, 1, 1})) + chunk},
+        {"endless sizes", one_run + chunk + endless("stsz", words({0, kMany}))},
+        {"endless durations", sizes + one_run + chunk + endless("stts", words({kMany}))},
+        {"endless runs", sizes + chunk + endless("stsc", words({kMany}))},
+        {"endless sync samples", sizes + one_run + chunk + endless("stss", words({kMany}))},
+        {"endless boxes", sizes + one_run + chunk + u32(1) + "free" + u64(uint64_t{1} << 40)},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.name);
+        std::string file = film(c.tables);
+        // The boxes around it go to the end of the file.
+        for (const char* const type : {"moov", "trak", "mdia", "minf", "stbl"}) {
+            file.replace(file.find(type) - 4, 4, u32(0));
+        }
+        MemorySource source(file, uint64_t{1} << 41);
+        Movie movie(&source);
+        movie.duration_us();
+        movie.key_frames_from(1000000, 16);
+        movie.key_frames_from(INT64_MAX, 16);
+        EXPECT_LE(source.bytes_read, kMovieWork);
+        EXPECT_LE(source.reads, kMovieWork / 512);
+    }
+    std::string nested;
+    for (int i = 0; i < 100000; ++i) nested += u32(0) + "moov";
+    MemorySource source(nested + film(sizes));
+    EXPECT_EQ(Movie(&source).refusal(), MovieRefusal::kNoVideo);
+}
+
+TEST(FileSource, ReadsRegularFilesAlone) {
+    EXPECT_FALSE(FileSource::open("/dev/zero"));
+    EXPECT_FALSE(FileSource::open("/"));
+    EXPECT_FALSE(FileSource::open("/no/such/file"));
+    std::optional<FileSource> source = FileSource::open("/proc/self/exe");
+    ASSERT_TRUE(source);
+    uint8_t bytes[4];
+    EXPECT_EQ(source->read(1, bytes), 4u);
+    EXPECT_EQ(bytes[0], 'E');
+    EXPECT_EQ(source->read(source->size() - 3, bytes), 3u);
+    EXPECT_EQ(source->read(source->size(), bytes), 0u);
+    EXPECT_EQ(source->read(UINT64_MAX - 1, bytes), 0u);
+}

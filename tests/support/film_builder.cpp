@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "tests/support/film_builder.h"
+
+#include <algorithm>
+
+static std::string unit_sample(char header, char slice, uint32_t number, uint32_t length,
+                               uint32_t prefix_size) {
+    std::string unit = {header, slice};
+    unit += u32(number);
+    unit.resize(length - prefix_size, static_cast<char>('a' + number % 26));
+    return u32(unit.size()).substr(4 - prefix_size) + unit;
+}
+
+std::string idr_sample(uint32_t number, uint32_t length, uint32_t prefix_size) {
+    return unit_sample('\x65', '\x88', number, length, prefix_size);
+}
+
+std::string predicted_sample(uint32_t number, uint32_t length, uint32_t prefix_size) {
+    return unit_sample('\x41', '\xe0', number, length, prefix_size);
+}
+
+std::string visual_entry_of(const std::string& type, const std::string& boxes, uint32_t width,
+                            uint32_t height) {
+    return box(type, zeros(6) + u16(1) + zeros(16) + u16(width) + u16(height) + zeros(50) + boxes);
+}
+
+static std::string sets_of(const std::vector<std::string>& sets) {
+    std::string out;
+    for (const std::string& set : sets) out += u16(set.size()) + set;
+    return out;
+}
+
+std::string avc_configuration(const std::vector<std::string>& sequence_sets,
+                              const std::vector<std::string>& picture_sets, int length_size) {
+    const char sizes[] = {static_cast<char>(0xfc | (length_size - 1)),
+                          static_cast<char>(0xe0 | sequence_sets.size())};
+    return box("avcC", "\1\x64" + zeros(1) + "\x1e" + std::string(sizes, 2) +
+                           sets_of(sequence_sets) + static_cast<char>(picture_sets.size()) +
+                           sets_of(picture_sets));
+}
+
+std::string plain_avc_entry() {
+    return visual_entry_of("avc1", avc_configuration({"\x67sequence"}, {"\x68picture"}));
+}
+
+std::vector<FilmSample> film_samples(uint32_t count, uint32_t distance) {
+    std::vector<FilmSample> samples(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        samples[i].is_sync = i % distance == 0;
+        samples[i].bytes = samples[i].is_sync ? idr_sample(i) : predicted_sample(i);
+    }
+    return samples;
+}
+
+// Samples of the chunk that starts with that one.
+static size_t chunk_length(const TrackSpec& track, size_t first) {
+    size_t end = first;
+    while (end < track.samples.size() && end - first < track.samples_per_chunk &&
+           track.samples[end].description == track.samples[first].description) {
+        ++end;
+    }
+    return end - first;
+}
+
+static std::string counted(const std::string& type, size_t count, const std::string& entries) {
+    return full_box(type, u32(count) + entries);
+}
+
+static std::string size_box(const TrackSpec& track) {
+    const std::vector<FilmSample>& samples = track.samples;
+    if (track.size_bits == 0) {
+        return full_box("stsz", words({samples[0].bytes.size(), samples.size()}));
+    }
+    std::string sizes;
+    for (size_t i = 0; i < samples.size(); ++i) {
+        const size_t size = samples[i].bytes.size();
+        if (track.size_bits == 32) sizes += u32(size);
+        if (track.size_bits == 16) sizes += u16(size);
+        if (track.size_bits == 8) sizes += static_cast<char>(size);
+        if (track.size_bits == 4 && i % 2 == 0) sizes += static_cast<char>(size << 4);
+        if (track.size_bits == 4 && i % 2 == 1) sizes.back() |= static_cast<char>(size);
+    }
+    if (track.size_bits == 32) return full_box("stsz", words({0, samples.size()}) + sizes);
+    return full_box("stz2", words({track.size_bits, samples.size()}) + sizes);
+}
+
+static std::string film_tables(const TrackSpec& track, uint64_t offset) {
+    std::string entries, durations, compositions, sync, runs, chunks;
+    for (const std::string& entry : track.entries) entries += entry;
+    size_t sync_count = 0, chunk_count = 0;
+    for (size_t i = 0; i < track.samples.size(); ++i) {
+        const FilmSample& sample = track.samples[i];
+        durations += words({1, sample.duration});
+        compositions += words({1, static_cast<uint32_t>(sample.composition)});
+        if (sample.is_sync) sync += u32(i + 1);
+        sync_count += sample.is_sync;
+    }
+    for (size_t i = 0, length; i < track.samples.size(); i += length) {
+        length = chunk_length(track, i);
+        runs += words({++chunk_count, length, track.samples[i].description});
+        chunks += track.has_large_offsets ? u64(offset) : u32(offset);
+        for (size_t k = i; k < i + length; ++k) offset += track.samples[k].bytes.size();
+    }
+    const size_t count = track.samples.size();
+    return box("stbl", counted("stsd", track.entries.size(), entries) +
+                           counted("stts", count, durations) +
+                           counted("ctts", count, compositions) +
+                           (track.has_sync_table ? counted("stss", sync_count, sync) : "") +
+                           counted("stsc", chunk_count, runs) + size_box(track) +
+                           counted(track.has_large_offsets ? "co64" : "stco", chunk_count, chunks));
+}
+
+std::string film_track(const TrackSpec& track, uint64_t first_offset) {
+    const std::string header = full_box("tkhd",
+                                        words({0, 0, track.id}) + zeros(24) + words(track.matrix) +
+                                            words({track.width << 16, track.height << 16}),
+                                        track.flags);
+    const std::string media = media_header(track.time_scale, track.duration) +
+                              handler(track.handler) +
+                              box("minf", film_tables(track, first_offset));
+    const std::string edits = track.edits.empty() ? "" : box("edts", full_box("elst", track.edits));
+    const std::string references = track.references.empty() ? "" : box("tref", track.references);
+    return box("trak", header + edits + references + box("mdia", media));
+}
+
+std::string film_header(const std::string& boxes, uint32_t duration,
+                        const std::vector<uint64_t>& matrix) {
+    return box("moov", full_box("mvhd", words({0, 0, 1000, duration}) + zeros(16) + words(matrix) +
+                                            zeros(28)) +
+                           boxes);
+}
+
+std::string sample_data(const TrackSpec& track) {
+    std::string data;
+    for (const FilmSample& sample : track.samples) data += sample.bytes;
+    return data;
+}
+
+static const std::string kFileType = box("ftyp", "isom" + zeros(4));
+
+std::string plain_film(const TrackSpec& track) {
+    const std::string front = kFileType + box("mdat", sample_data(track));
+    return front + film_header(film_track(track, kFileType.size() + 8));
+}
+
+// The samples [first, end) in a "trun".
+static std::string film_run(const TrafSpec& spec, size_t first, size_t end, uint32_t data_offset) {
+    uint32_t flags = spec.has_data_offset ? 1 : 0;
+    std::string content = u32(end - first);
+    if (spec.has_data_offset) content += u32(data_offset);
+    if (spec.states_each) flags |= 0xf00;
+    if (!spec.states_each) flags |= 0x204;
+    if (!spec.states_each) content += u32(spec.samples[first].is_sync ? 0x2000000 : 0x1010000);
+    for (size_t i = first; i < end; ++i) {
+        const FilmSample& sample = spec.samples[i];
+        if (spec.states_each) content += u32(sample.duration);
+        content += u32(sample.bytes.size());
+        if (spec.states_each) content += u32(sample.is_sync ? 0x2000000 : 0x1010000);
+        if (spec.states_each) content += u32(static_cast<uint32_t>(sample.composition));
+    }
+    return full_box("trun", content, flags | 1 << 24);
+}
+
+// data: where the track's samples start, counted from the fragment.
+static std::string film_traf(const TrafSpec& spec, uint64_t offset, uint64_t data,
+                             uint64_t implicit_data) {
+    uint32_t flags = 0;
+    std::string fields = u32(spec.track);
+    uint64_t base = 0;
+    if (spec.base == TrafSpec::Base::kFragment) flags |= 0x20000;
+    if (spec.base == TrafSpec::Base::kStated) {
+        flags |= 1;
+        fields += u64(offset + data);
+        base = data;
+    }
+    if (spec.base == TrafSpec::Base::kImplicit) base = implicit_data;
+    if (!spec.states_each) {
+        flags |= 0x28;
+        fields += words({spec.samples.empty() ? 0 : spec.samples[0].duration, spec.default_flags});
+    }
+    std::string boxes = full_box("tfhd", fields, flags);
+    if (spec.time >= 0) {
+        boxes += full_box("tfdt", u64(static_cast<uint64_t>(spec.time)), 1 << 24);
+    }
+    const size_t length = (spec.samples.size() + spec.runs - 1) / spec.runs;
+    for (size_t first = 0; first < spec.samples.size(); first += length) {
+        const size_t end = std::min(first + length, spec.samples.size());
+        boxes += film_run(spec, first, end, static_cast<uint32_t>(data - base));
+        for (size_t i = first; i < end; ++i) data += spec.samples[i].bytes.size();
+    }
+    return box("traf", boxes);
+}
+
+static std::string movie_fragment(const std::vector<TrafSpec>& tracks, uint64_t offset,
+                                  uint64_t data) {
+    std::string boxes = full_box("mfhd", u32(1));
+    uint64_t implicit_data = 0;
+    for (const TrafSpec& track : tracks) {
+        boxes += film_traf(track, offset, data, implicit_data);
+        for (const FilmSample& sample : track.samples) data += sample.bytes.size();
+        implicit_data = data;
+    }
+    return box("moof", boxes);
+}
+
+std::string film_fragment(const std::vector<TrafSpec>& tracks, uint64_t offset) {
+    std::string data;
+    for (const TrafSpec& track : tracks) {
+        for (const FilmSample& sample : track.samples) data += sample.bytes;
+    }
+    const uint64_t length = movie_fragment(tracks, offset, 0).size();
+    return movie_fragment(tracks, offset, length + 8) + box("mdat", data);
+}
+
+std::string fragmented_head(TrackSpec track, const std::string& extends, uint32_t trex_flags) {
+    track.samples.clear();
+    track.size_bits = 32;
+    const std::string defaults = full_box("trex", words({track.id, 1, 0, 0, trex_flags}));
+    return kFileType + film_header(film_track(track, 0) + box("mvex", extends + defaults));
+}
