@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "wording/advice.h"
+#include "wording/fill_in.h"
 
 template <typename Reason>
 struct WordingRow {
@@ -27,19 +28,89 @@ static consteval bool is_whole(const WordingRow<Reason> (&rows)[kCount], Reason 
 static constexpr char kNoMemory[] = "There is not enough memory.";
 
 // clang-format off
+// {} stands for the value.
+static constexpr WordingRow<AvcRefusal> kAvcRows[] = {
+    {AvcRefusal::kNone, RefusalKind::kNone, "", kNothingToDo},
+    {AvcRefusal::kNoMemory, RefusalKind::kMemory, kNoMemory, kAskForLess},
+    {AvcRefusal::kNoConfiguration, RefusalKind::kBadHeaders,
+     "The H.264 decoder configuration has no parameter sets.", kEncodeAgain},
+    {AvcRefusal::kNalLengthSize, RefusalKind::kUnsupported,
+     "The stream's units have lengths of {} bytes, which are not read.", kCopyStreams},
+    {AvcRefusal::kSampleTooShort, RefusalKind::kDamage,
+     "The key frame has too few bytes for a picture.", kLookElsewhere},
+    {AvcRefusal::kParameterSetRun, RefusalKind::kBadHeaders,
+     "The lengths of the H.264 parameter sets do not fit into the decoder configuration.",
+     kCopyStreams},
+    {AvcRefusal::kSampleRun, RefusalKind::kDamage,
+     "The lengths of the key frame's units do not fit into it: its data is cut off or damaged.",
+     kLookElsewhere},
+    {AvcRefusal::kChromaFormat, RefusalKind::kUnsupported,
+     "The H.264 stream is {}; only 4:2:0 and monochrome pictures are decoded.", kEncodeAgain},
+    {AvcRefusal::kBitDepth, RefusalKind::kUnsupported,
+     "The H.264 stream has {}-bit samples; only 8-bit ones are decoded.", kEncodeAgain},
+    {AvcRefusal::kLossless, RefusalKind::kUnsupported,
+     "The H.264 stream is lossless, which is not decoded.", kEncodeAgain},
+    {AvcRefusal::kInterlaced, RefusalKind::kUnsupported,
+     "The H.264 stream is interlaced; only progressive pictures are decoded.", kDeinterlace},
+    {AvcRefusal::kTooManyMacroblocks, RefusalKind::kUnsupported,
+     "The pictures are too large: 65535 blocks of 16x16 samples are the most.", kEncodeAgain},
+    {AvcRefusal::kSequenceSet, RefusalKind::kBadHeaders,
+     "The H.264 sequence parameter set is damaged, or of an unknown profile.", kEncodeAgain},
+    {AvcRefusal::kSliceGroups, RefusalKind::kUnsupported,
+     "The H.264 stream has slice groups, which are not decoded.", kEncodeAgain},
+    {AvcRefusal::kPictureSet, RefusalKind::kBadHeaders,
+     "The H.264 picture parameter set is damaged.", kEncodeAgain},
+    {AvcRefusal::kNoSequenceSet, RefusalKind::kBadHeaders,
+     "Neither the key frame nor the file's avcC has an H.264 sequence parameter set.",
+     kEncodeAgain},
+    {AvcRefusal::kNoPictureSet, RefusalKind::kBadHeaders,
+     "The key frame needs picture parameter set {}, which neither it nor the file's avcC has whole.",
+     kEncodeAgain},
+    {AvcRefusal::kOtherSequenceSet, RefusalKind::kUnsupported,
+     "The key frame uses sequence parameter set {}; only the first one is used.", kEncodeAgain},
+    {AvcRefusal::kPictureSize, RefusalKind::kBadHeaders,
+     "The key frame's sequence parameter set was replaced by one of another picture size.",
+     kEncodeAgain},
+    {AvcRefusal::kPredictedSlice, RefusalKind::kUnsupported,
+     "The key frame is no intra picture but a recovery point made of predicted slices ({}).",
+     kEncodeAgain},
+    {AvcRefusal::kSwitchingSlice, RefusalKind::kUnsupported,
+     "The key frame has switching slices ({}), which are not decoded.", kEncodeAgain},
+    {AvcRefusal::kIdrWithoutReference, RefusalKind::kUnsupported,
+     "The key frame is marked as one that no picture refers to (nal_ref_idc 0), which H.264 forbids "
+     "for its kind (IDR).", kEncodeAgain},
+    {AvcRefusal::kRedundantSlice, RefusalKind::kUnsupported,
+     "The key frame has redundant slices, which are not decoded.", kEncodeAgain},
+    {AvcRefusal::kSliceHeader, RefusalKind::kDamage,
+     "A slice header of the key frame is damaged.", kLookElsewhere},
+    {AvcRefusal::kSliceOverlap, RefusalKind::kDamage,
+     "The slices of the key frame overlap: one starts before the end of the one in front of it.",
+     kLookElsewhere},
+    {AvcRefusal::kSliceData, RefusalKind::kDamage,
+     "The coded data of a slice of the key frame is damaged.", kLookElsewhere},
+    {AvcRefusal::kSliceCutOff, RefusalKind::kDamage,
+     "The coded data of a slice of the key frame ends before its last macroblock.",
+     kLookElsewhere},
+    {AvcRefusal::kNoSlice, RefusalKind::kDamage,
+     "The key frame holds no picture: it has no slice.", kLookElsewhere},
+    {AvcRefusal::kSlicesMissing, RefusalKind::kDamage,
+     "The key frame ends before its picture is complete: slices are missing.", kLookElsewhere},
+};
+static_assert(is_whole(kAvcRows, kAvcLastRefusal));
+
 static constexpr WordingRow<M4vRefusal> kM4vRows[] = {
     {M4vRefusal::kNone, RefusalKind::kNone, "", kNothingToDo},
     {M4vRefusal::kNoMemory, RefusalKind::kMemory, kNoMemory, kAskForLess},
     {M4vRefusal::kNoPicture, RefusalKind::kDamage,
      "The key frame holds no picture: it has no picture start code.", kLookElsewhere},
-    {M4vRefusal::kNoLayer, RefusalKind::kDamage,
+    {M4vRefusal::kNoLayer, RefusalKind::kBadHeaders,
      "Neither the key frame nor the file's esds has an MPEG-4 video object layer header, which says "
      "how large the pictures are.", kEncodeAgain},
     {M4vRefusal::kSizeChange, RefusalKind::kDamage,
      "The key frame's headers give its picture more than one size.", kLookElsewhere},
     {M4vRefusal::kSampleTooShort, RefusalKind::kDamage,
      "The key frame has too few bytes for a picture of its size.", kLookElsewhere},
-    {M4vRefusal::kDamagedLayer, RefusalKind::kDamage,
+    {M4vRefusal::kDamagedLayer, RefusalKind::kBadHeaders,
      "The MPEG-4 stream's video object layer header is cut off or damaged.", kEncodeAgain},
     {M4vRefusal::kStudioProfile, RefusalKind::kUnsupported,
      "The MPEG-4 stream is of the studio profile, which is not decoded.", kEncodeAgain},
@@ -78,6 +149,24 @@ static constexpr WordingRow<M4vRefusal> kM4vRows[] = {
 };
 // clang-format on
 static_assert(is_whole(kM4vRows, kM4vLastRefusal));
+
+static std::string text_of_value(const AvcRefused& refused) {
+    static constexpr const char* kSliceTypes[] = {"P", "B", "I", "SP", "SI"};
+    switch (refused.reason) {
+        case AvcRefusal::kChromaFormat:
+            return refused.value == 2 ? "4:2:2" : "4:4:4";
+        case AvcRefusal::kPredictedSlice:
+        case AvcRefusal::kSwitchingSlice:
+            return kSliceTypes[refused.value % std::size(kSliceTypes)];
+        default:
+            return std::to_string(refused.value);
+    }
+}
+
+Wording wording_of(const AvcRefused& refused) {
+    const WordingRow<AvcRefusal>& row = kAvcRows[static_cast<size_t>(refused.reason)];
+    return {row.kind, fill_in(row.sentence, {text_of_value(refused)}), row.advice};
+}
 
 Wording wording_of(M4vRefusal reason) {
     const WordingRow<M4vRefusal>& row = kM4vRows[static_cast<size_t>(reason)];

@@ -4,13 +4,15 @@
 
 #include <string>
 
+#include "avcdec/avc_refusal.h"
 #include "m4vdec/m4v_refusal.h"
 
 enum class RefusalKind : unsigned char {
     kNone,
     kMemory,       // there may be a picture where there is more
     kUnsupported,  // fine, but of a kind that is not decoded
-    kDamage,       // cut off, or not as the standard has it
+    kBadHeaders,   // of the stream as a whole: missing, damaged, or of an unknown profile
+    kDamage,       // of the key frame: cut off, or not as the standard has it
 };
 
 struct Wording {
@@ -19,4 +21,5 @@ struct Wording {
     std::string advice;  // "" when there is nothing to do
 };
 
+Wording wording_of(const AvcRefused& refused);
 Wording wording_of(M4vRefusal reason);

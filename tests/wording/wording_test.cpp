@@ -13,15 +13,24 @@ static void expect_to_be_a_sentence(const Wording& wording, std::set<std::string
     EXPECT_NE(wording.kind, RefusalKind::kNone) << text;
     ASSERT_FALSE(text.empty());
     EXPECT_TRUE(isupper(text.front()) && text.back() == '.') << text;
-    EXPECT_EQ(text.find('%'), std::string::npos) << text;
+    EXPECT_EQ(text.find_first_of("%{}"), std::string::npos) << text;
     EXPECT_TRUE(seen->insert(text).second) << "twice: " << text;
 }
 
 TEST(Wording, EachReasonOfADecoderHasASentenceOfItsOwn) {
-    std::set<std::string> seen;
+    std::set<std::string> of_m4v, of_avc;
     for (int i = 1; i <= static_cast<int>(kM4vLastRefusal); ++i) {
-        expect_to_be_a_sentence(wording_of(static_cast<M4vRefusal>(i)), &seen);
+        expect_to_be_a_sentence(wording_of(static_cast<M4vRefusal>(i)), &of_m4v);
     }
+    for (int i = 1; i <= static_cast<int>(kAvcLastRefusal); ++i) {
+        expect_to_be_a_sentence(wording_of(AvcRefused{static_cast<AvcRefusal>(i)}), &of_avc);
+    }
+    EXPECT_EQ(wording_of(AvcRefused{AvcRefusal::kChromaFormat, 2}).sentence,
+              "The H.264 stream is 4:2:2; only 4:2:0 and monochrome pictures are decoded.");
+    EXPECT_NE(wording_of(AvcRefused{AvcRefusal::kSwitchingSlice, 4}).sentence.find(" (SI),"),
+              std::string::npos);
+    EXPECT_NE(wording_of(AvcRefused{AvcRefusal::kBitDepth, 10}).sentence.find(" 10-bit "),
+              std::string::npos);
 }
 
 TEST(Wording, CodecsHaveNames) {
