@@ -131,11 +131,15 @@ static std::string write_movie(Choices* c) {
 
 std::string make_file(Choices* c) {
     const bool is_written = c->flag();
-    const std::string bytes = c->bytes(100);
-    Choices changes(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    const std::string changes = c->bytes(100);
     std::string file = is_written ? write_movie(c) : c->bytes();
-    for (uint32_t i = changes.byte() % 8; i > 0; --i) change_box(&changes, &file);
+    change_boxes(changes, &file);
     return file;
+}
+
+void change_boxes(const std::string& changes, std::string* file) {
+    Choices c(reinterpret_cast<const uint8_t*>(changes.data()), changes.size());
+    for (uint32_t i = c.byte() % 8; i > 0; --i) change_box(&c, file);
 }
 
 const char* store_file(const std::string& bytes) {

@@ -10,5 +10,7 @@
 // or H.263 pictures, in sample tables or fragments, and otherwise the file itself. Up to seven of
 // its boxes are changed, repeated, removed, moved or wrapped.
 std::string make_file(Choices* choices);
+// The same with up to seven boxes of a file, by bytes of changes as in make_file.
+void change_boxes(const std::string& changes, std::string* file);
 // Writes the file where the one before was, and returns its path.
 const char* store_file(const std::string& bytes);
