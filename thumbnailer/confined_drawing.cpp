@@ -13,9 +13,10 @@
 #include "thumbnailer/draw_thumbnail.h"
 #include "thumbnailer/picture_check.h"
 
-constexpr int kSeconds = 60;          // on the clock; storage may be slow
-constexpr rlim_t kCpuSeconds = 20;    // the largest pictures take less than one
-constexpr rlim_t kMemory = 1u << 30;  // address space; the largest pictures take a tenth of it
+constexpr int kSeconds = 60;        // on the clock; storage may be slow
+constexpr rlim_t kCpuSeconds = 20;  // the largest pictures take less than one
+[[maybe_unused]] constexpr rlim_t kMemory =
+    1u << 30;  // address space; the largest pictures take a tenth of it
 constexpr size_t kMaxPictureBytes = 256u << 20;
 constexpr size_t kPipeBuffer = 64u << 10;
 
@@ -51,7 +52,7 @@ static int draw(int video, const Options& options, const std::vector<PngText>& t
 
 // What a child says whose decoder a file may have taken over.
 static std::string sentence_of(const std::vector<uint8_t>& output) {
-    constexpr size_t kMost = 200;
+    constexpr size_t kMost = 400;
     std::string text;
     for (const uint8_t byte : output) {
         if (byte < ' ' || byte > '~' || text.size() == kMost) break;

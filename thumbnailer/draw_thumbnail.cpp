@@ -4,66 +4,12 @@
 #include <algorithm>
 
 #include "movie/movie.h"
-#include "runtime/owned.h"
-#include "thumb/decode_key_frame.h"
+#include "thumbnailer/decode_frame.h"
 #include "thumbnailer/frame_choice.h"
 #include "thumbnailer/refusals.h"
 
 // How many key frames are tried before the file is given up.
 constexpr size_t kMostTries = 12;
-
-struct DecodedFrame {
-    DecodedPicture picture = {};
-    Owned<uint8_t> planes;
-};
-
-static int32_t codec_kind(VideoCodec codec) {
-    switch (codec) {
-        case VideoCodec::kAvc:
-            return kCodecAvc;
-        case VideoCodec::kMpeg4:
-            return kCodecMpeg4;
-        case VideoCodec::kH263:
-            return kCodecH263;
-        case VideoCodec::kNone:
-            break;
-    }
-    return kCodecNone;
-}
-
-// What stands in for parameter sets where they come in the samples: the decoder wants some unit in
-// front, and an access unit delimiter (H.264 7.3.2.4) says nothing.
-static std::vector<uint8_t> configuration_of(const VideoDescription& description) {
-    if (description.codec == VideoCodec::kAvc && description.configuration.empty()) {
-        return {0, 2, 0x09, 0x10};
-    }
-    return description.configuration;
-}
-
-static Outcome decode(Movie* movie, const MovieKeyFrame& key_frame, DecodedFrame* decoded) {
-    const VideoDescription& description = movie->descriptions()[key_frame.description];
-    std::vector<uint8_t> sample;
-    if (!movie->read_sample(key_frame, &sample)) {
-        return {Verdict::kNoPicture, "The video's key frames cannot be read."};
-    }
-    std::vector<uint8_t> configuration = configuration_of(description);
-    // A codec without a configuration has an empty one, which is not none.
-    const size_t configuration_length = configuration.size();
-    if (configuration.empty()) configuration.resize(1);
-    KeyFrame frame = {};
-    frame.config = configuration.data();
-    frame.config_length = static_cast<int32_t>(configuration_length);
-    frame.sample = sample.data();
-    frame.bytes_read = static_cast<int32_t>(sample.size());
-    frame.sample_capacity = frame.bytes_read;
-    frame.length_prefix_size = static_cast<int32_t>(description.length_prefix_size);
-    KeyFrameRefusal refusal;
-    if (decode_key_frame(frame, codec_kind(description.codec), &decoded->picture, &refusal) != 0) {
-        return outcome_of(description.codec, refusal);
-    }
-    decoded->planes.reset(decoded->picture.planes);
-    return {};
-}
 
 static bool is_among(const MovieKeyFrame& frame, const std::vector<MovieKeyFrame>& frames) {
     return std::any_of(frames.begin(), frames.end(),
@@ -87,7 +33,7 @@ static Outcome decode_any(Movie* movie, const Options& options, DecodedFrame* de
             }
         }
         if (i >= candidates.size()) break;
-        const Outcome outcome = decode(movie, candidates[i], decoded);
+        const Outcome outcome = decode_frame(movie, candidates[i], decoded);
         *shown = candidates[i];
         if (outcome.verdict == Verdict::kDone) return outcome;
         if (i == 0) first = outcome;

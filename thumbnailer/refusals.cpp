@@ -31,36 +31,9 @@ Outcome outcome_of(MovieRefusal refusal, const std::string& refused_format) {
     return {};
 }
 
-static bool is_other_profile(AvcRefusal reason) {
-    switch (reason) {
-        case AvcRefusal::kChromaFormat:
-        case AvcRefusal::kBitDepth:
-        case AvcRefusal::kLossless:
-        case AvcRefusal::kInterlaced:
-        case AvcRefusal::kTooManyMacroblocks:
-        case AvcRefusal::kSliceGroups:
-        case AvcRefusal::kPredictedSlice:
-        case AvcRefusal::kSwitchingSlice:
-        case AvcRefusal::kRedundantSlice:
-            return true;
-        default:
-            return false;
-    }
-}
-
-static Outcome outcome_of(AvcRefusal reason) {
-    if (reason == AvcRefusal::kInterlaced) {
-        return {Verdict::kNotForUs, "The H.264 stream is interlaced."};
-    }
-    if (is_other_profile(reason)) {
-        return {Verdict::kNotForUs, "The H.264 stream is of a profile that is not read."};
-    }
-    return {Verdict::kNoPicture, "The key frames of the H.264 stream are damaged."};
-}
-
 Outcome outcome_of(VideoCodec codec, const KeyFrameRefusal& refusal) {
-    if (codec == VideoCodec::kAvc) return outcome_of(refusal.avc.reason);
-    const Wording wording = wording_of(refusal.m4v);
+    const Wording wording =
+        codec == VideoCodec::kAvc ? wording_of(refusal.avc) : wording_of(refusal.m4v);
     const bool is_unsupported = wording.kind == RefusalKind::kUnsupported;
     return {is_unsupported ? Verdict::kNotForUs : Verdict::kNoPicture, wording.sentence};
 }
