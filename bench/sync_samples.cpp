@@ -25,7 +25,7 @@ int32_t sync_samples_codec_kind() { return g_video_state.codec_kind; }
 
 void sync_samples_rewind(SyncSamples* samples) {
     samples->next = 0;
-    mp4_grant_work(kTableWork);
+    mp4_grant_look_ups();
 }
 
 // Size 0 when there is no such sample.

@@ -288,7 +288,7 @@ static void list_key_frames(Report* report, BufferedFile* file, bool is_collecte
     if (report->trial.collected > 0) table.to_fill = report->trial.collected;
     report->frames.is_in_fragments = g_video_state.fragments.has_table;
     report->frames.has_base_data_offset = report->boxes.has_base_data_offset;
-    mp4_grant_work(kTableWork);
+    mp4_grant_look_ups();
     fprintf(report->out, "\nKey frames\n  %8s  %13s  %10s\n", "index", "time", "bytes");
     for (uint32_t i = 0; i < movie_key_index_end(); ++i) {
         if (list_key_frame(report, &table, i) != 0) break;

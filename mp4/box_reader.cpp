@@ -54,15 +54,15 @@ bool mp4_box_gets_ahead(const BoxHeader* header, int64_t start) {
     return header->size <= static_cast<uint64_t>(INT64_MAX - std::max<int64_t>(start, 0));
 }
 
-static uint64_t header_work(const BufferedFile* file) {
-    return file->bytes_left < sizeof(uint64_t) ? kReadWork : kHeaderWork;
+static bool spend_header(const BufferedFile* file) {
+    return file->bytes_left < sizeof(uint64_t) ? mp4_spend_read() : mp4_spend_work(kHeaderWork);
 }
 
 uint64_t mp4_atom_get_metadata(BufferedFile* file, int64_t end, ParseContext* context) {
     if (!file || !context) return 0;
     uint64_t last_size = 0;
     ++context->depth;
-    while (context->position < end && mp4_spend_work(header_work(file))) {
+    while (context->position < end && spend_header(file)) {
         const int64_t start = context->position;
         BoxHeader header;
         if (mp4_read_box_header(file, context, &header, true) != 0) break;

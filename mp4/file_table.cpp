@@ -24,7 +24,7 @@ void file_table_load(BufferedFile* file, FileTable* table, uint64_t index) {
         std::min<uint64_t>(table->stored_words - table->window_start, kTableWindow));
     const int32_t length = static_cast<int32_t>(table->window_words * 4);
     int32_t count = 0;
-    if (mp4_spend_work(kReadWork + table->window_words * kWordWork)) {
+    if (mp4_spend_read() && mp4_spend_work(table->window_words * kWordWork)) {
         upnp_file_seek_b(file, table->position + static_cast<int64_t>(table->window_start * 4), 0);
         count = upnp_file_read_b(file, table->window, length);
     }

@@ -201,7 +201,7 @@ int mp4_locate_fragment_sample(BufferedFile* file, uint32_t key_index, SamplePla
         *place = fragments->last_look_up.place;
         return 0;
     }
-    return mp4_spend_work(kReadWork) ? look_up_twice(file, offset, place) : 1;
+    return mp4_spend_read() ? look_up_twice(file, offset, place) : 1;
 }
 
 bool mp4_has_same_sample_to_the_end(uint32_t key_index) {

@@ -78,7 +78,7 @@ static void take_video_track(ParseContext* context) {
 
 static void parse_again(BufferedFile* file, int64_t position, BoxHandler handler,
                         ParseContext* context) {
-    if (position == 0 || !mp4_spend_work(kReadWork)) return;
+    if (position == 0 || !mp4_spend_work(kParseAgainWork)) return;
     const int64_t tell = upnp_file_tell_b(file);
     const int64_t context_position = context->position;
     BoxHeader header;

@@ -15,7 +15,14 @@ void mp4_release_video_state() {
     state->work_left = work_left;
 }
 
-void mp4_grant_work(int64_t work) { g_video_state.work_left = work; }
+static void grant(int64_t work, uint32_t read_work) {
+    g_video_state.work_left = work;
+    g_video_state.read_work = read_work;
+}
+
+void mp4_grant_walk() { grant(kWalkWork, 400); }
+
+void mp4_grant_look_ups() { grant(kLookUpWork, 6000); }
 
 bool mp4_spend_work(uint64_t work) {
     int64_t* const left = &g_video_state.work_left;
@@ -23,5 +30,7 @@ bool mp4_spend_work(uint64_t work) {
     *left = work > static_cast<uint64_t>(*left) ? -1 : *left - static_cast<int64_t>(work);
     return *left >= 0;
 }
+
+bool mp4_spend_read() { return mp4_spend_work(g_video_state.read_work); }
 
 bool mp4_is_work_used_up() { return g_video_state.work_left < 0; }

@@ -17,10 +17,10 @@ int movie_walk(BufferedFile* file, const char* path, ParseContext* context) {
     *context = {};
     context->info.file_size = status.size;
     context->info.modification_time = status.modification_time;
-    mp4_grant_work(kWalkWork);
+    mp4_grant_walk();
     const uint64_t last_size = mp4_atom_get_metadata(file, status.size, context);
     if (last_size == 0 || mp4_is_work_used_up()) return -1;
-    mp4_grant_work(kTableWork);
+    mp4_grant_look_ups();
     return 0;
 }
 
@@ -89,6 +89,7 @@ uint32_t movie_key_index_end() {
 int movie_locate_key_frame(BufferedFile* file, uint32_t key_index, SamplePlace* place) {
     VideoState* const state = &g_video_state;
     *place = {};
+    if (!mp4_spend_work(kKeyFrameWork)) return 1;
     if (state->fragments.has_table) {
         if (mp4_locate_fragment_sample(file, key_index, place) != 0) return 1;
     } else if (state->chunk_offsets.is_present && state->sample_sizes.is_present &&

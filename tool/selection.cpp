@@ -19,9 +19,17 @@ static int32_t percentile_index(int32_t count, int32_t percentile) {
     return index < count ? std::max(index, 0) : count - 1;
 }
 
+static int32_t largest_size(const KeyFrameList& list) {
+    int32_t largest = 0;
+    for (int32_t i = 0; i < list.run_count; ++i) {
+        largest = std::max(largest, list.runs[i].bytes_read);
+    }
+    return largest;
+}
+
 // The size of the frame at that index in rising order, by halving the range that it lies in.
 static int32_t size_at(const KeyFrameList& list, int32_t index) {
-    int32_t low = 0, high = INT32_MAX;
+    int32_t low = 0, high = largest_size(list);
     while (low < high) {
         const int32_t middle = low + (high - low) / 2;
         if (count_up_to(list, middle) > index) {

@@ -68,7 +68,7 @@ TEST(Fragments, TableIsTheSameInAnyOrderAndBehindTheEndOfTheFile) {
         for (BufferedFile* const f : {file.get(), twin.get()}) {
             for (uint32_t i = 0; i < round % 5; ++i) upnp_file_read_bits_b(f, 24);
         }
-        mp4_grant_work(kTableWork);
+        mp4_grant_look_ups();
         RandomAccessTable table = {};
         random_access_declare(file.get(), &table, count, size_codes, is_long);
         const auto want = read_in_order(twin.get(), count, size_codes, is_long);

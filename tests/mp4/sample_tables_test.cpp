@@ -64,7 +64,7 @@ TEST(SampleTables, LocatesSamplesInAnyOrder) {
         offsets.push_back(i == 0 ? 100 : offsets[i] + (i - 1) % 7);
     }
     const WalkedFile walked(movie_of(sample_table(spec, 100)));
-    mp4_grant_work(INT64_MAX);
+    mp4_grant_look_ups();
     for (uint32_t i = 0, number = 0; i < 2000; ++i, number = (number + 1709) % 5001) {
         const SamplePlace got = mp4_locate_sample(walked.file.get(), number);
         ASSERT_EQ(got.offset, offsets[number]) << number;

@@ -20,7 +20,7 @@ struct WalkedFile {
         mp4_release_video_state();
         file.reset(upnp_file_open_b(path.c_str(), 4096));
         context.info.file_size = static_cast<int64_t>(bytes.size());
-        mp4_grant_work(kWalkWork);
+        mp4_grant_walk();
         result = mp4_atom_get_metadata(file.get(), context.info.file_size, &context);
     }
     ~WalkedFile() {

@@ -211,6 +211,55 @@ TEST_F(Faults, HostileFilesCostLittleTimeAndMemory) {
     }
 }
 
+// A movie with these boxes in its sample table, behind the description.
+static std::string movie_of_tables(const std::string& tables) {
+    const std::string table = full_box("stsd", u32(1) + avc_entry("SPS", "PPS")) + tables;
+    return box("moov", box("trak", track_header(1) + box("mdia", media_header(10, 1000) +
+                                                                     handler("vide") + table)));
+}
+
+// A few kilobytes that claim tables and samples in the hole behind them.
+static std::vector<std::pair<const char*, std::string>> sparse_files() {
+    constexpr uint32_t kMany = 536870000;  // words in the largest table that is accepted
+    std::vector<uint64_t> falling = {500};
+    for (uint32_t i = 0; i < 500; ++i) falling.push_back(kMany - 1000 * i);
+    const std::string stts = full_box("stts", words({1, 1000, 10})),
+                      stss = full_box("stss", words({5, 1, 2, 3, 4, 5})),
+                      stsc = full_box("stsc", words({1, 1, kMany, 1})),
+                      stco = full_box("stco", words({1, 9000})),
+                      stsz = full_box("stsz", words({0, 5, 9, 9, 9, 9, 9})),
+                      large = full_box("stsz", words({0, 5, 2000000000, 2000000000, 2000000000,
+                                                      2000000000, 2000000000})),
+                      far = full_box("stss", words({1, 2000000000})),
+                      single = full_box("stsc", words({1, 1, 1, 1})),
+                      offsets = full_box("stco", words({5, 9000, 1 << 30, 2u << 30, 3u << 30, 9}));
+    const std::string held = movie_of_tables("") + full_box("trun", u32(0));
+    return {
+        {"samples of 2 GB", movie_of_tables(stts + stss + single + offsets + large)},
+        {"falling sync samples", movie_of_tables(stts + full_box("stss", words(falling)) + stsc +
+                                                 stco + full_box("stsz", words({0, kMany})))},
+        {"stts", movie_of_tables(stss + stsc + stco + stsz + full_box("stts", words({kMany})))},
+        {"stss", movie_of_tables(stts + stsc + stco + stsz + full_box("stss", words({kMany})))},
+        {"stsc", movie_of_tables(stts + far + stco + stsz + full_box("stsc", words({170000000})))},
+        {"stsd", movie_of_tables(u32(2000000000) + "stsd" + words({0, 1}))},
+        {"tfra", held + full_box("tfra", words({1, 0, 67000000}))},
+        {"tfra of 24 bits", held + full_box("tfra", words({1, 0x2a, 67000000}))},
+    };
+}
+
+TEST_F(Faults, HolesCostLittleTimeAndMemory) {
+    const std::string path = folder_.path("x.mp4");
+    for (const auto& [name, bytes] : sparse_files()) {
+        for (const off_t size : {off_t{1} << 30, off_t{1} << 40}) {
+            SCOPED_TRACE(testing::Message() << name << " " << size);
+            write_file(path, bytes);
+            if (truncate(path.c_str(), size) != 0) continue;
+            const int64_t peak = peak_of([&] { EXPECT_EQ(run(path, "80000000"), 1); });
+            EXPECT_LT(peak, kIsInstrumented ? 1 << 30 : 64 << 20);
+        }
+    }
+}
+
 TEST_F(Faults, OnlyTheChosenKeyFrameTakesMemory) {
     const std::string path = folder_.path("x.mp4");
     write_file(path, overlapping_movie(1000, 60000, 1 << 20));
