@@ -2,7 +2,7 @@
 #include "avcdec/bit_reader.h"
 
 void bits_init(AvcBitReader* r, uint8_t* buffer, uint32_t length) {
-    *r = AvcBitReader{0, 0, buffer, buffer + length, buffer, 0};
+    *r = AvcBitReader{{0, 0}, buffer, buffer + length, buffer, 0};
 }
 
 void bits_refill_near_end(AvcBitReader* r) {

@@ -17,9 +17,14 @@ using BitWord = uintptr_t;
 constexpr int kBitWordSize = sizeof(BitWord) * 8;
 constexpr int kBitsGuaranteed = kBitWordSize - 7;
 
-struct AvcBitReader {
-    BitWord cache;        // the next unread bits, in the top bits
-    int available;        // unread bits in cache that count
+// What every read needs. Where many follow each other it is copied into a local, whose address is
+// handed to nothing that is not inlined, so that it stays in registers.
+struct BitWindow {
+    BitWord cache;  // the next unread bits, in the top bits
+    int available;  // unread bits in cache that count
+};
+
+struct AvcBitReader : BitWindow {
     const uint8_t* next;  // the next byte to load
     const uint8_t* end;   // one past the last byte of the NAL unit
     uint8_t* start;       // first byte of the NAL unit
@@ -37,33 +42,37 @@ inline BitWord bits_load_word(const uint8_t* p) {
     return static_cast<BitWord>(load_be32(p));
 }
 
-// Fills the cache to at least kBitsGuaranteed bits.
-inline void bits_refill(AvcBitReader* r) {
-    if (r->end - r->next >= static_cast<ptrdiff_t>(sizeof(BitWord))) {
+// Fills the window, the reader's own or a copy of it, to at least kBitsGuaranteed bits.
+[[gnu::always_inline]] inline void bits_refill(BitWindow* w, AvcBitReader* r) {
+    const uint8_t* const next = r->next;
+    if (r->end - next >= static_cast<ptrdiff_t>(sizeof(BitWord))) [[likely]] {
         // The part of a byte that does not fit is loaded again next time, to the same place.
-        r->cache |= bits_load_word(r->next) >> r->available;
-        r->next += (kBitWordSize - 1 - r->available) >> 3;
-        r->available |= kBitWordSize - 8;
+        w->cache |= bits_load_word(next) >> w->available;
+        r->next = next + ((kBitWordSize - 1 - w->available) >> 3);
+        w->available |= kBitWordSize - 8;
     } else {
-        AvcBitReader copy = *r;  // the reader itself stays in registers
-        bits_refill_near_end(&copy);
-        *r = copy;
+        r->cache = w->cache;
+        r->available = w->available;
+        bits_refill_near_end(r);
+        *w = *r;
     }
 }
 
-inline void bits_need(AvcBitReader* r, int n) {
-    if (r->available < n) bits_refill(r);
+[[gnu::always_inline]] inline void bits_need(BitWindow* w, AvcBitReader* r, int n) {
+    if (w->available < n) bits_refill(w, r);
 }
 
+inline void bits_need(AvcBitReader* r, int n) { bits_need(r, r, n); }
+
 // The next n bits (1 to kBitsGuaranteed), of which the cache must hold enough.
-inline uint32_t bits_cached(const AvcBitReader* r, int n) {
-    return static_cast<uint32_t>(r->cache >> (kBitWordSize - n));
+inline uint32_t bits_cached(const BitWindow* w, int n) {
+    return static_cast<uint32_t>(w->cache >> (kBitWordSize - n));
 }
 
 // Consumes n bits (0 to kBitsGuaranteed) that the cache holds.
-inline void bits_drop(AvcBitReader* r, int n) {
-    r->cache <<= n;
-    r->available -= n;
+inline void bits_drop(BitWindow* w, int n) {
+    w->cache <<= n;
+    w->available -= n;
 }
 
 // The next n bits (0 to 16) without consuming them.

@@ -179,3 +179,27 @@ static constexpr CodeTable<16, kRunBeforeBits> run_before_table() {
     return table;
 }
 constexpr CodeTable<16, kRunBeforeBits> kRunBefore = run_before_table();
+
+// The entry of the level code that begins with these bits.
+static constexpr int16_t level_entry(int row, uint32_t bits) {
+    if (bits == 0) return 0;
+    const LevelRow& r = kLevelRowTable[row];
+    const int prefix = __builtin_clz(bits << (32 - kLevelBits));
+    const int length = prefix + 1 + r.suffix_length;
+    if (length > kLevelBits) return 0;
+    const int suffix =
+        static_cast<int>(bits >> (kLevelBits - length)) & ((1 << r.suffix_length) - 1);
+    const int level = level_of_code((prefix << r.suffix_length) + suffix + r.code_offset);
+    return static_cast<int16_t>(level * 256 + level_row_behind(row, prefix) * 16 + length);
+}
+
+static constexpr LevelTable level_table() {
+    LevelTable table{};
+    for (int row = 0; row < kLevelRows; ++row) {
+        for (uint32_t bits = 0; bits < 1U << kLevelBits; ++bits) {
+            table.entry[row][bits] = level_entry(row, bits);
+        }
+    }
+    return table;
+}
+constexpr LevelTable kLevels = level_table();

@@ -43,3 +43,41 @@ extern const CodeTable<4, kTotalZerosChromaBits> kTotalZerosChroma;
 constexpr int kRunBeforeBits = 3;
 constexpr uint8_t kLongRun = 0xff;
 extern const CodeTable<16, kRunBeforeBits> kRunBefore;
+
+// Levels (H.264 9.2.2). What a code word means depends on suffix_length, and for the first level of
+// a block also on what is known of it: each case is a row.
+struct LevelRow {
+    int suffix_length;
+    int code_offset;   // 2 where a level of 1 would have been a trailing one
+    int large_prefix;  // suffix_length grows behind this level_prefix and longer ones: a level
+                       // above 3 << (suffix_length - 1) has such a prefix
+};
+enum LevelRowIndex {       // rows 1 to 6 are further levels by suffix_length
+    kFirstBehindOnes = 0,  // three trailing ones in front
+    kFirstLevel = 7,
+    kFirstOfMany = 8,  // of more than ten coefficients
+    kLevelRows = 9,
+};
+constexpr LevelRow kLevelRowTable[kLevelRows] = {
+    {0, 0, 6}, {1, 0, 3},  {2, 0, 3}, {3, 0, 3}, {4, 0, 3},
+    {5, 0, 3}, {6, 0, 99}, {0, 2, 4}, {1, 2, 2},
+};
+
+// The row of the level behind one with the given prefix.
+constexpr int level_row_behind(int row, int prefix) {
+    const int length = row > 6 ? 0 : row;
+    return (length == 0 ? 1 : length) + (prefix >= kLevelRowTable[row].large_prefix);
+}
+
+constexpr int32_t level_of_code(int32_t code) {
+    const int32_t sign = -(code & 1);
+    return (((code + 2) >> 1) ^ sign) - sign;
+}
+
+// Levels by the next 8 bits: the level in the upper byte, then the next row and the length in four
+// bits each. An entry of 0 stands for longer codes.
+constexpr int kLevelBits = 8;
+struct LevelTable {
+    int16_t entry[kLevelRows][1 << kLevelBits];
+};
+extern const LevelTable kLevels;

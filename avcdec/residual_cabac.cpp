@@ -5,7 +5,7 @@
 
 #include "avcdec/avc_decoder.h"
 #include "avcdec/quant_tables.h"
-#include "avcdec/residual_cavlc.h"
+#include "avcdec/residual_target.h"
 
 #define KS_INLINE [[gnu::always_inline]] static inline
 
