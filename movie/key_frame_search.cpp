@@ -27,27 +27,12 @@ CandidateState CandidateCheck::check(const FoundKeyFrame& found, MovieKeyFrame* 
     return there < found.size ? CandidateState::kCut : CandidateState::kGood;
 }
 
-bool FirstFrom::wants(int64_t media_time) {
-    return check_->shown_at(media_time) >= time_us_ || (time_us_ == 0 && found_.empty());
-}
+bool FirstFrom::wants(int64_t media_time) { return check_->shown_at(media_time) >= time_us_; }
 
 bool FirstFrom::take(const FoundKeyFrame& found) {
     MovieKeyFrame key_frame;
-    if (check_->check(found, &key_frame) != CandidateState::kGood) return true;
-    if (key_frame.time_us < 0) {
-        key_frame.time_us = 0;
-        start_ = key_frame;
-        return true;
-    }
-    if (start_ && key_frame.time_us > 0) found_.push_back(*start_);
-    start_.reset();
-    if (found_.size() < count_) found_.push_back(key_frame);
+    if (check_->check(found, &key_frame) == CandidateState::kGood) found_.push_back(key_frame);
     return found_.size() < count_;
-}
-
-std::vector<MovieKeyFrame> FirstFrom::take_found() {
-    if (start_ && found_.empty()) found_.push_back(*start_);
-    return std::move(found_);
 }
 
 bool LastOne::take(const FoundKeyFrame& found) {

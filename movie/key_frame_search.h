@@ -3,6 +3,7 @@
 #pragma once
 
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "movie/key_frame_visitor.h"
@@ -40,13 +41,12 @@ class FirstFrom final : public KeyFrameVisitor {
         : check_(check), time_us_(time_us < 0 ? 0 : time_us), count_(count) {}
     bool wants(int64_t media_time) override;
     bool take(const FoundKeyFrame& found) override;
-    std::vector<MovieKeyFrame> take_found();
+    std::vector<MovieKeyFrame> take_found() { return std::move(found_); }
 
  private:
     const CandidateCheck* check_;
     int64_t time_us_;
     size_t count_;
-    std::optional<MovieKeyFrame> start_;  // what the picture at time 0 is decoded from
     std::vector<MovieKeyFrame> found_;
 };
 

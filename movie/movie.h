@@ -67,8 +67,7 @@ class Movie {
     // Up to `count` key frames in the order of decoding, from the first one shown at `time_us` or
     // later on. When there is none, the last one before. Those that the source cuts do not count;
     // if it cuts all, one of them is given as far as it goes. The result is empty if there is none.
-    // A picture shown at the start of an edit that is decoded from an earlier key frame counts as
-    // that one at time 0.
+    // What an edit list cuts off in front has negative times and comes last.
     std::vector<MovieKeyFrame> key_frames_from(int64_t time_us, size_t count);
 
     // Replaces `sample` by the key frame's bytes. NAL units of H.264 have a length prefix of

@@ -26,7 +26,7 @@ static int64_t saturated_sum(int64_t a, int64_t b) {
 
 Presentation::Presentation(const std::vector<Edit>& edits, uint32_t movie_scale,
                            uint32_t media_scale, int64_t origin)
-    : media_scale_(media_scale), origin_(origin) {
+    : media_scale_(media_scale), origin_(origin), is_cut_(!edits.empty()) {
     bool is_open_ended = edits.empty();
     for (const Edit& edit : edits) {
         const int64_t length_us = rescale(edit.duration, movie_scale, kMicroseconds);
@@ -53,7 +53,9 @@ int64_t Presentation::shown_at(int64_t media_time) const {
         }
     }
     const int64_t into = saturated_sum(media_time, -segment->media_begin);
-    return saturated_sum(segment->shown_us, rescale(into, media_scale_, kMicroseconds));
+    const int64_t shown_us =
+        saturated_sum(segment->shown_us, rescale(into, media_scale_, kMicroseconds));
+    return is_cut_ ? shown_us : std::max<int64_t>(shown_us, 0);
 }
 
 int64_t Presentation::earliest_media_time(int64_t time_us) const {

@@ -25,7 +25,8 @@ class Presentation {
                  int64_t origin = 0);
 
     // When the sample with this composition time is shown, in microseconds. Outside of all edits
-    // the time follows from the first one, so that what comes before it is negative.
+    // the time follows from the first one, so that what comes before it is negative. Without edits
+    // nothing is.
     int64_t shown_at(int64_t media_time) const;
     // No sample with a composition time before this one is shown at time_us or later.
     int64_t earliest_media_time(int64_t time_us) const;
@@ -40,5 +41,6 @@ class Presentation {
     std::vector<Segment> segments_;
     uint32_t media_scale_ = 1;
     int64_t origin_ = 0;
+    bool is_cut_ = false;
     int64_t duration_us_ = 0;
 };
