@@ -44,7 +44,8 @@ struct UprightPicture {
     ByteBlock blocks[3];  // what they lie in, unless it is the decoded picture
 
     // Whether the decoded picture has to stay as long as this one.
-    bool is_borrowing() const { return !blocks[0]; }
+    // At half the size chroma is as it was decoded, while luma is not.
+    bool is_borrowing() const { return !blocks[0] || !blocks[1] || !blocks[2]; }
     const ColourConversion* conversion = nullptr;
 };
 

@@ -219,6 +219,9 @@ TEST(UprightPicture, AveragesWhatItShrinks) {
     UprightPicture upright;
     ASSERT_EQ(make_upright(chequer.decoded, full, {64, 64}, &upright), UprightStatus::kDone);
     EXPECT_FALSE(upright.is_borrowing());
+    UprightPicture half;
+    ASSERT_EQ(make_upright(chequer.decoded, full, {160, 160}, &half), UprightStatus::kDone);
+    EXPECT_TRUE(half.is_borrowing());  // its chroma is the decoded one
     for (int x = 0; x < 64; ++x) EXPECT_NEAR(rgb_at(upright, x, x)[0], 100, 6) << x;
     UprightPicture few;
     ASSERT_EQ(make_upright(lines.decoded, full, {32, 32}, &few), UprightStatus::kDone);
