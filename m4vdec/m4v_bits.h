@@ -10,35 +10,20 @@
 
 #include "runtime/byte_order.h"
 
-// Word is the cache, as wide as the processor's registers. After refill() at least kMinBits bits
-// can be peeked and skipped without another one.
+// The part of a reader that a loop keeps in registers. Word is the cache, as wide as the
+// processor's registers. After a refill at least kMinBits bits can be peeked and skipped without
+// another one.
 template <typename Word>
-struct M4vBitsT {
+struct M4vBitWindowT {
     static constexpr unsigned kWordBits = 8 * sizeof(Word);
     static constexpr unsigned kMinBits = kWordBits - 8;
-    static constexpr unsigned kMaxRead = 24;  // of one read(), whatever the word
 
     const uint8_t* next;  // first byte that is not counted in the cache
-    const uint8_t* end;
-    Word cache;        // the next bits, first bit at the top
-    unsigned count;    // valid bits in the cache, below kWordBits; data may lie behind them
-    unsigned padding;  // zero bits that were appended behind the data
+    Word cache;           // the next bits, first bit at the top
+    unsigned count;       // valid bits in the cache, below kWordBits; data may lie behind them
 
-    void start(const uint8_t* data, size_t length) {
-        next = data;
-        end = data + length;
-        cache = 0;
-        count = 0;
-        padding = 0;
-    }
-
-    void refill() {
-        if (static_cast<size_t>(end - next) < sizeof(Word)) {
-            M4vBitsT copy = *this;  // so that a local reader can live in registers
-            copy.refill_at_end();
-            *this = copy;
-            return;
-        }
+    // For a whole word of data at `next`.
+    void refill_word() {
         // Whole bytes are counted; the rest of the word comes again with the next refill.
         cache |= load_word(next) >> count;
         next += (kWordBits - 1 - count) >> 3;
@@ -61,10 +46,48 @@ struct M4vBitsT {
         return value;
     }
 
+ private:
+    static Word load_word(const uint8_t* p) {
+        if constexpr (sizeof(Word) == 8) return load_be64(p);
+        return static_cast<Word>(load_be32(p));
+    }
+};
+
+template <typename Word>
+struct M4vBitsT : M4vBitWindowT<Word> {
+    using Window = M4vBitWindowT<Word>;
+    using Window::cache, Window::count, Window::next;
+    using Window::kMinBits, Window::kWordBits;
+    static constexpr unsigned kMaxRead = 24;  // of one read(), whatever the word
+
+    const uint8_t* end;
+    unsigned padding;  // zero bits that were appended behind the data
+
+    void start(const uint8_t* data, size_t length) {
+        next = data;
+        end = data + length;
+        cache = 0;
+        count = 0;
+        padding = 0;
+    }
+
+    Window& window() { return *this; }
+    // Refills a window of this reader's, which may be a copy.
+    void refill(Window* w) {
+        if (static_cast<size_t>(end - w->next) >= sizeof(Word)) return w->refill_word();
+        window() = *w;
+        refill_at_end();
+        *w = window();
+    }
+    void refill() {
+        if (static_cast<size_t>(end - next) >= sizeof(Word)) return this->refill_word();
+        refill_at_end();
+    }
+
     // 1 <= n <= kMaxRead. A call, for headers, which read much and seldom.
     __attribute__((noinline)) unsigned read(unsigned n) {
         refill();
-        return take(n);
+        return this->take(n);
     }
     bool flag() { return read(1) != 0; }
     void skip_long(unsigned n) {
@@ -78,15 +101,11 @@ struct M4vBitsT {
     bool is_near_end() const { return next == end && count < padding + kMaxRead; }
     // Bits up to the next byte boundary, 0 to 7.
     unsigned bits_to_alignment() const { return count & 7; }
-    void align() { skip(bits_to_alignment()); }
+    void align() { this->skip(bits_to_alignment()); }
     // The byte that holds the next bit; not to be asked for after an overrun.
     const uint8_t* position() const { return next - (count - padding + 7) / 8; }
 
  private:
-    static Word load_word(const uint8_t* p) {
-        if constexpr (sizeof(Word) == 8) return load_be64(p);
-        return static_cast<Word>(load_be32(p));
-    }
     __attribute__((noinline)) void refill_at_end() {
         while (count < kMinBits) {
             if (next < end) {
@@ -100,3 +119,4 @@ struct M4vBitsT {
 };
 
 using M4vBits = M4vBitsT<size_t>;
+using M4vBitWindow = M4vBitWindowT<size_t>;

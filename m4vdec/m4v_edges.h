@@ -12,7 +12,7 @@
 // MPEG-4 and coefficients in H.263 Annex I.
 constexpr unsigned kEdgeSlots = 16;
 constexpr unsigned kEdgeNoSlot = 8;
-struct M4vBlockEdge {
+struct alignas(8) M4vBlockEdge {  // cleared word by word
     int16_t slot[kEdgeSlots];
 };
 

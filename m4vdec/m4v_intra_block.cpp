@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "m4vdec/m4v_intra_block.h"
 
+#include <assert.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -21,6 +22,7 @@ struct Dequantiser {
 };
 
 static Dequantiser make_dequantiser(const M4vBlockDecoder& d) {
+    assert(d.quant >= 1 && d.quant <= 31);
     return {2 * d.quant, d.quant - (~d.quant & 1), d.matrix};
 }
 
@@ -33,62 +35,73 @@ static int dequantise(const Dequantiser& q, int level, unsigned position) {
     return level * q.scale + ((q.offset ^ sign) - sign);
 }
 
-// Reads events behind scan index `index` (-1: from the DC on) up to the last one. Returns its scan
-// index, or -1 on an error.
+// Puts what stands at scan index `index` into the block and its edge.
 template <Method kMethod>
-static inline int read_events(M4vBits* bits, M4vBlockDecoder* d, const M4vScan& scan, int index,
-                              M4vBlockEdge* edge) {
-    const TcoefTable& table = *d->tcoef;
-    const TcoefEntry* const primary = table.primary;
+static inline void store(M4vBlockDecoder* d, const M4vScan& scan, M4vBlockEdge* edge, int index,
+                         int level, unsigned position, int coef) {
+    d->coef[position] = static_cast<int16_t>(coef);
+    if (kMethod == Method::kH263) return;
+    edge->slot[scan.edge_slot[index]] =
+        static_cast<int16_t>(kMethod == Method::kAic ? coef : level);
+}
+
+// Reads events behind scan index `index` (-1: from the DC on) up to the last one. Returns its scan
+// index, or -1 on an error. A function of its own, so that what its loop needs has registers.
+template <Method kMethod>
+__attribute__((noinline)) static int read_events(M4vBlockDecoder* d, const M4vScan& scan, int index,
+                                                 M4vBlockEdge* edge) {
+    const TcoefEntry* const primary = d->tcoef->primary;
     const Dequantiser q = make_dequantiser(*d);
-    const auto store = [&](int i, int level, bool is_rare) {
+    M4vBitWindow bits = d->bits;
+    const auto take = [&](int i, const TcoefEntry* entry) {
+        const int level = entry->level;
         const unsigned position = scan.position[i];
-        int coef = dequantise<kMethod>(q, level, position);
-        if (is_rare) coef = clip_coef(coef);  // levels of the table stay inside: 31 * (2 * 27 + 1)
-        d->coef[position] = static_cast<int16_t>(coef);
-        if (kMethod != Method::kH263) {
-            edge->slot[scan.edge_slot[i]] =
-                static_cast<int16_t>(kMethod == Method::kAic ? coef : level);
-        }
+        bits.skip(entry->length);
+        // The levels of the tables need no clipping: 31 * (2 * 27 + 1).
+        store<kMethod>(d, scan, edge, i, level, position, dequantise<kMethod>(q, level, position));
     };
     for (;;) {
-        bits->refill();
-        TcoefEntry entry = primary[bits->peek(kTcoefPrimaryBits)];
-        if (entry.step == kTcoefLong) entry = m4v_long_event(*bits, table, entry);
-        const int next = index + entry.step;
-        if (__builtin_expect(next < 64, 1)) {
-            bits->skip(entry.length);
-            store(next, entry.level, false);
-            index = next;
-            continue;
+        if (bits.count < kTcoefPrimaryBits + kTcoefSecondaryBits) d->bits.refill(&bits);
+        const TcoefEntry* entry = &primary[bits.peek(kTcoefPrimaryBits)];
+        int next = index + entry->step;
+        if (next > 63) [[unlikely]] {  // neither the last event nor a special step fits below
+            if (entry->step == kTcoefLong) {
+                entry = m4v_long_event(bits, *d->tcoef, *entry);
+                next = index + entry->step;
+            }
+            if (next > 63 && entry->step < kTcoefLong) {
+                next -= static_cast<int>(kTcoefLast);
+                const bool is_valid = entry->step >= kTcoefLast && next <= 63;
+                if (is_valid) take(next, entry);
+                d->bits.window() = bits;
+                return is_valid ? next : -1;
+            }
+            if (next > 63) {
+                d->bits.window() = bits;
+                const TcoefEntry event = m4v_read_escaped_event(&d->bits, *d->tcoef, *entry);
+                index += event.step & (kTcoefLast - 1);
+                if (index > 63) return -1;  // as after kTcoefInvalid
+                const unsigned position = scan.position[index];
+                const int coef = clip_coef(dequantise<kMethod>(q, event.level, position));
+                store<kMethod>(d, scan, edge, index, event.level, position, coef);
+                if (event.step >= kTcoefLast) return index;
+                bits = d->bits;
+                continue;
+            }
         }
-        if (__builtin_expect(entry.step < kTcoefLong, 1)) {
-            index = next - static_cast<int>(kTcoefLast);
-            if (entry.step < kTcoefLast || index > 63) return -1;
-            bits->skip(entry.length);
-            store(index, entry.level, false);
-            return index;
-        }
-        TcoefEvent event;
-        M4vBits copy = *bits;
-        const int failed = m4v_read_escaped_event(&copy, table, entry, &event);
-        *bits = copy;
-        if (failed) return -1;
-        index += static_cast<int>(event.step);
-        if (index > 63) return -1;
-        store(index, event.level, true);
-        if (event.last) return index;
+        take(next, entry);
+        index = next;
     }
 }
 
 static void fill(int dc, M4vTarget target) {
-    const int sample = m4v_idct_dc_sample(dc);
-    for (int y = 0; y < 8; ++y) memset(target.samples + y * target.pitch, sample, 8);
+    const uint64_t row = 0x0101010101010101u * static_cast<unsigned>(m4v_idct_dc_sample(dc));
+    for (int y = 0; y < 8; ++y) memcpy(target.samples + y * target.pitch, &row, sizeof row);
 }
 
 // Sends the block whose DC is not in d->coef yet into the picture.
-static void reconstruct(M4vBlockDecoder* d, int dc, unsigned width, unsigned height,
-                        M4vTarget target) {
+static inline void reconstruct(M4vBlockDecoder* d, int dc, unsigned width, unsigned height,
+                               M4vTarget target) {
     if (width == 1 && height == 1) {
         d->coef[0] = 0;
         fill(dc, target);
@@ -101,36 +114,52 @@ static void reconstruct(M4vBlockDecoder* d, int dc, unsigned width, unsigned hei
 // Rounds halves away from zero, as // does in 14496-2.
 static int divide_rounded(int a, int b) { return (a < 0 ? a - b / 2 : a + b / 2) / b; }
 
-// 14496-2 table 7-1.
-static int dc_scaler(int quant, bool is_chroma) {
-    if (quant < 5) return 8;
-    if (is_chroma) return quant < 25 ? (quant + 13) / 2 : quant - 6;
-    return quant < 9 ? 2 * quant : quant < 25 ? quant + 8 : 2 * quant - 16;
-}
-
-// F // scaler for the predicted DC, by the reciprocal: exact for |dc| <= 2048 and scaler 8 to 46.
-static int scale_dc(int dc, int scaler) {
-    static constexpr struct Reciprocals {
-        uint32_t of[47];
-        constexpr Reciprocals() : of() {
-            for (uint32_t s = 8; s < 47; ++s) of[s] = ((1u << 20) + s - 1) / s;
+// 14496-2 table 7-1, with the reciprocal that makes a division of a multiplication: exact for
+// |dc| <= 2048.
+struct DcScaler {
+    uint16_t scaler;      // 8 to 46
+    uint32_t reciprocal;  // 2^20 / scaler, rounded up
+};
+static constexpr struct DcScalers {
+    DcScaler of[2][32];  // luma and chroma, by quantiser
+    constexpr DcScalers() : of() {
+        for (unsigned quant = 1; quant < 32; ++quant) {
+            of[0][quant] = scaler(quant < 5    ? 8
+                                  : quant < 9  ? 2 * quant
+                                  : quant < 25 ? quant + 8
+                                               : 2 * quant - 16);
+            of[1][quant] = scaler(quant < 5 ? 8 : quant < 25 ? (quant + 13) / 2 : quant - 6);
         }
-    } kReciprocals;
-    const uint32_t magnitude = static_cast<uint32_t>(abs(dc) + scaler / 2);
-    const int quotient = static_cast<int>(magnitude * kReciprocals.of[scaler] >> 20);
+    }
+    static constexpr DcScaler scaler(unsigned s) {
+        return {static_cast<uint16_t>(s), ((1u << 20) + s - 1) / s};
+    }
+} kDcScalers;
+
+// F // scaler for the predicted DC.
+static int scale_dc(int dc, const DcScaler& by) {
+    const uint32_t magnitude = static_cast<uint32_t>(abs(dc) + by.scaler / 2);
+    const int quotient = static_cast<int>(magnitude * by.reciprocal >> 20);
     return dc < 0 ? -quotient : quotient;
 }
 
 struct Extent {
     unsigned width;
     unsigned height;
+
+    void include(unsigned reach, bool is_row) {
+        if (is_row && width < reach) width = reach;
+        if (!is_row && height < reach) height = reach;
+    }
 };
 
 // 14496-2 7.4.3.3: adds the neighbour's first row (from above) or column to that of the block.
+// Returns how many coefficients of it there are up to the last one that it came to, at least one.
 template <Method kMethod>
-static void predict_ac(M4vBlockDecoder* d, const M4vBlockEdge& from, int from_quant,
-                       bool from_above, M4vBlockEdge* edge, Extent* extent) {
+static unsigned predict_ac(M4vBlockDecoder* d, const M4vBlockEdge& from, int from_quant,
+                           bool from_above, M4vBlockEdge* edge) {
     const Dequantiser q = make_dequantiser(*d);
+    unsigned reach = 1;
     for (unsigned i = 1; i < 8; ++i) {
         const unsigned slot = from_above ? 8 + i : i;
         int prediction = from.slot[slot];
@@ -143,9 +172,9 @@ static void predict_ac(M4vBlockDecoder* d, const M4vBlockEdge& from, int from_qu
         const int coef = level == 0 ? 0 : clip_coef(dequantise<kMethod>(q, level, position));
         d->coef[position] = static_cast<int16_t>(coef);
         edge->slot[slot] = static_cast<int16_t>(level);
-        unsigned* const reach = from_above ? &extent->width : &extent->height;
-        if (*reach < i + 1) *reach = i + 1;
+        reach = i + 1;
     }
+    return reach;
 }
 
 static bool is_sum_even(const M4vBlockDecoder& d, int dc) {
@@ -155,8 +184,9 @@ static bool is_sum_even(const M4vBlockDecoder& d, int dc) {
 }
 
 template <Method kMethod>
-static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n, bool is_coded,
-                              M4vTarget target) {
+__attribute__((noinline)) static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb,
+                                                        unsigned n, bool is_coded,
+                                                        M4vTarget target) {
     const M4vBlockEdge& left = mb.near.left_of(n);
     const M4vBlockEdge& above = mb.near.above_of(n);
     const int corner_dc = mb.near.corner_of(n).slot[0];
@@ -166,11 +196,11 @@ static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned
     const bool from_above = abs(left.slot[0] - corner_dc) < abs(corner_dc - above.slot[0]);
     const M4vBlockEdge& from = from_above ? above : left;
 
-    memset(edge, 0, sizeof *edge);
-    M4vBits bits = d->bits;
+    *edge = {};
     int dc = 0;
     if (mb.dc_coding == M4vDcCoding::kOwn) {
-        if (m4v_read_dc_difference(&bits, n >= 4, &dc)) return 1;
+        dc = m4v_read_dc_difference(&d->bits, n >= 4);
+        if (dc == kM4vNoDc) return 1;
     } else if (mb.dc_coding == M4vDcCoding::kPartition) {
         dc = mb.dc_differences[n];
     }
@@ -180,24 +210,21 @@ static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned
                               : from_above  ? kScanHorizontal
                                             : kScanVertical;
         const bool has_dc_event = mb.dc_coding == M4vDcCoding::kEvents;
-        const int last = read_events<kMethod>(&bits, d, scan, has_dc_event ? -1 : 0, edge);
-        d->bits = bits;
+        const int last = read_events<kMethod>(d, scan, has_dc_event ? -1 : 0, edge);
         if (last < 0) return 1;
         extent = {scan.width[last], scan.height[last]};
         if (has_dc_event) dc = edge->slot[0];
-    } else {
-        d->bits = bits;
     }
 
-    const int scaler = dc_scaler(d->quant, n >= 4);
-    dc = clip_coef(clip_coef(dc + scale_dc(from.slot[0], scaler)) * scaler);
+    const DcScaler& scaler = kDcScalers.of[n >= 4][d->quant];
+    dc = clip_coef(clip_coef(dc + scale_dc(from.slot[0], scaler)) * scaler.scaler);
     edge->slot[0] = static_cast<int16_t>(dc);
 
     if (mb.ac_pred_flag) {
         const M4vMbEdge* const mb_from = from_above ? mb.near.above : mb.near.left;
         const bool is_inside = n < 4 && (from_above ? n & 2 : n & 1);
-        predict_ac<kMethod>(d, from, is_inside ? d->quant : mb_from->quant, from_above, edge,
-                            &extent);
+        const int from_quant = is_inside ? d->quant : mb_from->quant;
+        extent.include(predict_ac<kMethod>(d, from, from_quant, from_above, edge), from_above);
     }
     if (kMethod == Method::kMpeg4Matrix && is_sum_even(*d, dc)) {
         d->coef[63] ^= 1;  // 14496-2 7.4.4.5, mismatch control
@@ -214,16 +241,14 @@ int m4v_decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n,
 }
 
 int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target) {
-    M4vBits bits = d->bits;
-    bits.refill();
-    const unsigned code = bits.take(8);
+    d->bits.refill();
+    const unsigned code = d->bits.take(8);
     const int dc = static_cast<int>(code == 255 ? 128 : code) * 8;
     int last = 0;
     if (is_coded) {
-        last = read_events<Method::kH263>(&bits, d, kScanZigzag, 0, nullptr);
+        last = read_events<Method::kH263>(d, kScanZigzag, 0, nullptr);
+        if (last < 0) return 1;
     }
-    d->bits = bits;
-    if (last < 0) return 1;
     reconstruct(d, dc, kScanZigzag.width[last], kScanZigzag.height[last], target);
     return 0;
 }
@@ -231,17 +256,19 @@ int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target) {
 // H.263 I.3: the DC is made odd and clamped to what samples can need.
 static int oddify_dc(int dc) { return clip3(0, 2047, dc | 1); }
 
-static void predict_aic_ac(M4vBlockDecoder* d, const M4vBlockEdge& from, bool from_above,
-                           M4vBlockEdge* edge, Extent* extent) {
+// As predict_ac.
+static unsigned predict_aic_ac(M4vBlockDecoder* d, const M4vBlockEdge& from, bool from_above,
+                               M4vBlockEdge* edge) {
+    unsigned reach = 1;
     for (unsigned i = 1; i < 8; ++i) {
         const unsigned slot = from_above ? 8 + i : i;
         if (from.slot[slot] == 0) continue;
         const int coef = clip_coef(edge->slot[slot] + from.slot[slot]);
         d->coef[from_above ? m4v_position(i, 0) : m4v_position(0, i)] = static_cast<int16_t>(coef);
         edge->slot[slot] = static_cast<int16_t>(coef);
-        unsigned* const reach = from_above ? &extent->width : &extent->height;
-        if (*reach < i + 1) *reach = i + 1;
+        reach = i + 1;
     }
+    return reach;
 }
 
 static int predict_aic_dc(const M4vNeighbours& near, M4vAicMode mode, unsigned n) {
@@ -257,13 +284,11 @@ int m4v_decode_aic_block(M4vBlockDecoder* d, const M4vNeighbours& near, M4vAicMo
                          bool is_coded, M4vTarget target) {
     static const M4vScan* const kScans[3] = {&kScanZigzag, &kScanHorizontal, &kScanVertical};
     M4vBlockEdge* const edge = &near.current->block[n];
-    memset(edge, 0, sizeof *edge);
+    *edge = {};
     Extent extent = {1, 1};
     if (is_coded) {
         const M4vScan& scan = *kScans[static_cast<unsigned>(mode)];
-        M4vBits bits = d->bits;
-        const int last = read_events<Method::kAic>(&bits, d, scan, -1, edge);
-        d->bits = bits;
+        const int last = read_events<Method::kAic>(d, scan, -1, edge);
         if (last < 0) return 1;
         extent = {scan.width[last], scan.height[last]};
     }
@@ -271,8 +296,8 @@ int m4v_decode_aic_block(M4vBlockDecoder* d, const M4vNeighbours& near, M4vAicMo
     edge->slot[0] = static_cast<int16_t>(dc);
     if (mode != M4vAicMode::kDcOnly) {
         const bool from_above = mode == M4vAicMode::kVertical;
-        predict_aic_ac(d, from_above ? near.above_of(n) : near.left_of(n), from_above, edge,
-                       &extent);
+        const M4vBlockEdge& from = from_above ? near.above_of(n) : near.left_of(n);
+        extent.include(predict_aic_ac(d, from, from_above, edge), from_above);
     }
     reconstruct(d, dc, extent.width, extent.height, target);
     return 0;

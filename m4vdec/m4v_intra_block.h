@@ -16,12 +16,12 @@
 
 // Working state of a picture; lives on the stack for the alignment of the block.
 struct M4vBlockDecoder {
+    alignas(16) int16_t coef[64];  // all zero between blocks
     M4vBits bits;
     M4vIdctFn idct;
     const TcoefTable* tcoef;
-    const uint8_t* matrix;         // by position, for MPEG quantisation; else null
-    int quant;                     // 1 to 31, of the blocks that follow
-    alignas(16) int16_t coef[64];  // all zero between blocks
+    const uint8_t* matrix;  // by position, for MPEG quantisation; else null
+    int quant;              // 1 to 31, of the blocks that follow
 };
 
 enum class M4vDcCoding : uint8_t {

@@ -6,92 +6,89 @@ static int sign_extend(unsigned value, unsigned bits) {
     return static_cast<int>(value ^ sign) - static_cast<int>(sign);
 }
 
-static TcoefEntry lookup_event(M4vBits* bits, const TcoefTable& table) {
-    bits->refill();
-    TcoefEntry entry = table.primary[bits->peek(kTcoefPrimaryBits)];
-    if (entry.step == kTcoefLong) entry = m4v_long_event(*bits, table, entry);
-    bits->skip(entry.length);
-    return entry;
-}
+static constexpr TcoefEntry kInvalidEvent = {0, kTcoefInvalid, 0};
 
-static int make_event(bool last, unsigned run, int level, TcoefEvent* event) {
-    *event = {level, run + 1, last};
-    return level == 0 || run > 63;
+static TcoefEntry make_event(bool last, unsigned run, int level) {
+    if (level == 0 || run > 63) return kInvalidEvent;
+    const unsigned step = run + 1 + (last ? kTcoefLast : 0);
+    return {static_cast<int16_t>(level), static_cast<uint8_t>(step), 0};
 }
 
 // ISO/IEC 14496-2 7.4.1.3: a code of the table follows, whose level or run is to be raised above
 // what the table has, or all three with fixed lengths.
-static int read_mpeg4_escape(M4vBits* bits, const TcoefTable& table, TcoefEvent* event) {
-    bits->refill();
-    const bool is_level_offset = bits->take(1) == 0;
-    const bool is_fixed_length = !is_level_offset && bits->take(1) != 0;
+static TcoefEntry read_mpeg4_escape(M4vBits* bits, const TcoefTable& table) {
+    M4vBitWindow window = bits->window();
+    if (window.count < 2) bits->refill(&window);
+    const bool is_level_offset = window.take(1) == 0;
+    const bool is_fixed_length = !is_level_offset && window.take(1) != 0;
+    bits->refill(&window);
     if (is_fixed_length) {
-        bits->refill();
-        const unsigned fields = bits->take(21);  // last 1, run 6, marker 1, level 12, marker 1
-        if ((fields & 0x2001) != 0x2001) return 1;
-        return make_event(fields >> 20, fields >> 14 & 63, sign_extend(fields >> 1 & 0xfff, 12),
-                          event);
+        const unsigned fields = window.take(21);  // last 1, run 6, marker 1, level 12, marker 1
+        bits->window() = window;
+        if ((fields & 0x2001) != 0x2001) return kInvalidEvent;
+        return make_event(fields >> 20, fields >> 14 & 63, sign_extend(fields >> 1 & 0xfff, 12));
     }
-    const TcoefEntry entry = lookup_event(bits, table);
-    if (entry.step >= kTcoefLong) return 1;
-    const bool last = entry.step >= kTcoefLast;
-    unsigned run = (entry.step & (kTcoefLast - 1)) - 1;
-    int level = entry.level < 0 ? -entry.level : entry.level;
+    const TcoefEntry* entry = &table.primary[window.peek(kTcoefPrimaryBits)];
+    if (entry->step == kTcoefLong) entry = m4v_long_event(window, table, *entry);
+    window.skip(entry->length);
+    bits->window() = window;
+    if (entry->step >= kTcoefLong) return kInvalidEvent;
+    const bool last = entry->step >= kTcoefLast;
+    unsigned run = (entry->step & (kTcoefLast - 1)) - 1;
+    const int sign = entry->level >> 15;
+    int magnitude = (entry->level ^ sign) - sign;
     if (is_level_offset) {
-        level += table.max_level[last][run];
+        magnitude += table.max_level[last][run];
     } else {
-        run += table.max_run[last][level] + 1u;
+        run += table.max_run[last][magnitude] + 1u;
     }
-    return make_event(last, run, entry.level < 0 ? -level : level, event);
+    return make_event(last, run, (magnitude ^ sign) - sign);
 }
 
 // ISO/IEC 14496-2 tables B-24, B-25: last 1, run 6, marker 1, level 11, marker 1, 0000, sign.
-static int read_reversible_escape(M4vBits* bits, TcoefEvent* event) {
+static TcoefEntry read_reversible_escape(M4vBits* bits) {
     const unsigned head = bits->read(8);
     const unsigned tail = bits->read(17);
-    if ((head & 1) == 0 || (tail >> 1 & 31) != 16) return 1;
+    if ((head & 1) == 0 || (tail >> 1 & 31) != 16) return kInvalidEvent;
     const int level = static_cast<int>(tail >> 6);
-    return make_event(head >> 7, head >> 1 & 63, tail & 1 ? -level : level, event);
+    return make_event(head >> 7, head >> 1 & 63, tail & 1 ? -level : level);
 }
 
-static int read_long_reversible(M4vBits* bits, TcoefEvent* event) {
+static TcoefEntry read_long_reversible(M4vBits* bits) {
     bits->refill();
-    const TcoefEntry entry = m4v_reversible_event(bits->peek(16));
-    if (entry.step >= kTcoefLong) return 1;
+    TcoefEntry entry = m4v_reversible_event(bits->peek(16));
+    if (entry.step >= kTcoefLong) return kInvalidEvent;
     bits->skip(entry.length);
-    return make_event(entry.step >= kTcoefLast, (entry.step & (kTcoefLast - 1)) - 1, entry.level,
-                      event);
+    return entry;
 }
 
 // H.263 5.4.2: last 1, run 6, level 8. T.4: level -128 announces one of 11 bits that are rotated by
 // five positions.
-static int read_h263_escape(M4vBits* bits, bool is_extended, TcoefEvent* event) {
+static TcoefEntry read_h263_escape(M4vBits* bits, bool is_extended) {
     bits->refill();
     const unsigned fields = bits->take(15);
     int level = sign_extend(fields & 255, 8);
     if (level == -128) {
-        if (!is_extended) return 1;
+        if (!is_extended) return kInvalidEvent;
         const unsigned rotated = bits->read(11);
         level = sign_extend((rotated & 63) << 5 | rotated >> 6, 11);
     }
-    return make_event(fields >> 14, fields >> 8 & 63, level, event);
+    return make_event(fields >> 14, fields >> 8 & 63, level);
 }
 
-int m4v_read_escaped_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry,
-                           TcoefEvent* event) {
-    if (entry.step == kTcoefInvalid) return 1;
+TcoefEntry m4v_read_escaped_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry) {
+    if (entry.step == kTcoefInvalid) return kInvalidEvent;
     bits->skip(entry.length);
     switch (table.escapes) {
         case TcoefEscapes::kMpeg4:
-            return read_mpeg4_escape(bits, table, event);
+            return read_mpeg4_escape(bits, table);
         case TcoefEscapes::kReversible:
-            return entry.length == 0 ? read_long_reversible(bits, event)
-                                     : read_reversible_escape(bits, event);
+            return entry.length == 0 ? read_long_reversible(bits) : read_reversible_escape(bits);
         case TcoefEscapes::kH263:
         case TcoefEscapes::kH263Extended:
-            return read_h263_escape(bits, table.escapes == TcoefEscapes::kH263Extended, event);
+            return read_h263_escape(bits, table.escapes == TcoefEscapes::kH263Extended);
     }
-    return 1;
+    return kInvalidEvent;
 }
 
 namespace {
@@ -140,14 +137,15 @@ constexpr struct DcTables {
 
 const M4vDcEntry* const kM4vDcDifference[2] = {kDcTables.of[0], kDcTables.of[1]};
 
-int m4v_read_long_dc_difference(M4vBits* bits, bool is_chroma, int* difference) {
+int m4v_read_long_dc_difference(M4vBits* bits, bool is_chroma) {
     const unsigned window = bits->peek(13);
-    if (window < 2) return 1;  // twelve zeros
+    if (window < 2) return kM4vNoDc;  // twelve zeros
     const unsigned zeros = static_cast<unsigned>(__builtin_clz(window)) - 19;
     unsigned length = 0;
     const unsigned size = dc_size(is_chroma, zeros, window >> (11 - zeros) & 1, &length);
-    if (size > 12) return 1;
+    if (size > 12) return kM4vNoDc;
     bits->skip(length);
-    *difference = dc_value(size, bits->take(size));  // at most 11 + 12 bits since the refill
-    return size > 8 && !bits->flag();
+    const int difference =
+        dc_value(size, bits->take(size));  // up to 11 + 12 bits behind the refill
+    return size > 8 && !bits->flag() ? kM4vNoDc : difference;
 }

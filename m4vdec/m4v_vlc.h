@@ -46,26 +46,20 @@ extern const TcoefTable kTcoefH263Extended;  // the same with Annex T escapes
 extern const TcoefTable kTcoefAic;           // H.263 table I.2
 extern const TcoefTable kTcoefAicExtended;   // the same with Annex T escapes
 
-struct TcoefEvent {
-    int level;      // signed, not 0
-    unsigned step;  // run + 1, 1 to 64
-    bool last;
-};
-
 // The entry behind one of kTcoefLong.
-inline TcoefEntry m4v_long_event(const M4vBits& bits, const TcoefTable& table, TcoefEntry link) {
+inline const TcoefEntry* m4v_long_event(const M4vBitWindow& bits, const TcoefTable& table,
+                                        TcoefEntry link) {
     constexpr unsigned kMask = (1u << kTcoefSecondaryBits) - 1;
     const unsigned low = bits.peek(kTcoefPrimaryBits + kTcoefSecondaryBits) & kMask;
-    return table.secondary[static_cast<unsigned>(link.level) + low];
+    return &table.secondary[static_cast<unsigned>(link.level) + low];
 }
 
 // Which code of kTcoefReversible the next 16 bits begin with.
 TcoefEntry m4v_reversible_event(unsigned bits);
 
-// Reads the event behind an entry of kTcoefEscape, whose length is not skipped yet. Returns 1 when
-// it is not valid, or the entry is kTcoefInvalid.
-[[nodiscard]] int m4v_read_escaped_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry,
-                                         TcoefEvent* event);
+// Reads the event behind an entry of kTcoefEscape, whose length is not skipped yet. The step is
+// kTcoefInvalid when it is not valid, or that of the entry is.
+TcoefEntry m4v_read_escaped_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry);
 
 // --- Macroblock headers and DC --------------------------------------------------------------
 
@@ -110,19 +104,17 @@ struct M4vDcEntry {
 constexpr unsigned kM4vDcBits = 9;
 extern const M4vDcEntry* const kM4vDcDifference[2];  // luma, chroma
 
-[[nodiscard]] int m4v_read_long_dc_difference(M4vBits* bits, bool is_chroma, int* difference);
+constexpr int kM4vNoDc = 1 << 16;  // for a code that is not valid
 
-// Returns 1 when the code is not valid.
-[[nodiscard]] inline int m4v_read_dc_difference(M4vBits* bits, bool is_chroma, int* difference) {
+int m4v_read_long_dc_difference(M4vBits* bits, bool is_chroma);
+
+// Returns the difference, or kM4vNoDc.
+[[nodiscard]] inline int m4v_read_dc_difference(M4vBits* bits, bool is_chroma) {
     bits->refill();
     const M4vDcEntry entry = kM4vDcDifference[is_chroma][bits->peek(kM4vDcBits)];
-    if (__builtin_expect(entry.length == 0, 0)) {
-        M4vBits copy = *bits;  // keeps the caller's reader in registers
-        const int result = m4v_read_long_dc_difference(&copy, is_chroma, difference);
-        *bits = copy;
-        return result;
+    if (entry.length == 0) [[unlikely]] {
+        return m4v_read_long_dc_difference(bits, is_chroma);
     }
     bits->skip(entry.length);
-    *difference = entry.value;
-    return 0;
+    return entry.value;
 }

@@ -107,8 +107,8 @@ static int read_dc_partition(VopDecoder* d, uint32_t* count) {
         if (mb->dc_coding == M4vDcCoding::kEvents) continue;
         mb->dc_coding = M4vDcCoding::kPartition;
         for (unsigned i = 0; i < 6; ++i) {
-            int difference;
-            if (m4v_read_dc_difference(bits, i >= 4, &difference)) return 1;
+            const int difference = m4v_read_dc_difference(bits, i >= 4);
+            if (difference == kM4vNoDc) return 1;
             mb->dc_differences[i] = static_cast<int16_t>(difference);
         }
     }

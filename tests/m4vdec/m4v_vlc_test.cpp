@@ -67,11 +67,10 @@ TEST(Tcoef, ReadsPrintedCodesAndRefusesOthers) {
         bits.start(reinterpret_cast<const uint8_t*>(data.data()), data.size());
         bits.refill();
         TcoefEntry entry = c.table->primary[bits.peek(kTcoefPrimaryBits)];
-        if (entry.step == kTcoefLong) entry = m4v_long_event(bits, *c.table, entry);
-        TcoefEvent event = {entry.level, entry.step % kTcoefLast, entry.step >= kTcoefLast};
-        const bool is_special = entry.step >= kTcoefLong;
-        if (is_special && m4v_read_escaped_event(&bits, *c.table, entry, &event)) event = {};
-        EXPECT_EQ(event.level, c.level) << c.digits;
-        EXPECT_TRUE(c.level == 0 || (event.step == c.step && event.last == c.last)) << c.digits;
+        if (entry.step == kTcoefLong) entry = *m4v_long_event(bits, *c.table, entry);
+        if (entry.step >= kTcoefLong) entry = m4v_read_escaped_event(&bits, *c.table, entry);
+        const unsigned step = c.level == 0 ? kTcoefInvalid : c.step + (c.last ? kTcoefLast : 0);
+        EXPECT_EQ(entry.level, c.level) << c.digits;
+        EXPECT_EQ(entry.step, step) << c.digits;
     }
 }
