@@ -3,7 +3,8 @@
 
 #include <string.h>
 
-#include "avcdec/reconstruct.h"
+#include "avcdec/avc_instance.h"
+#include "avcdec/slice_data.h"
 #include "runtime/owned.h"
 
 // Option bits that ask for another way to end a picture in progress.
@@ -36,7 +37,7 @@ void avcdec_create(const AvcDecoderOptions* options, AvcCreateResult* result) {
     }
     d->option_flags = options->flags;
     if (has_table) memcpy(d->option_table, options->table, options->table_length);
-    d->kernels = recon_kernels_best();
+    d->picture.kernels = recon_kernels_best();
     result->decoder = d;
 }
 
@@ -45,34 +46,6 @@ void avcdec_destroy(AvcDecoder* d) {
     avc_release_work(d);
     avc_release_sets(&d->sets);
     upnp_free(d->block);
-}
-
-int avc_parse_sps(AvcBitReader* r, AvcDecoder* d) {
-    d->refused = avc_store_sps(&d->sets, r);
-    return d->refused ? 1 : 0;
-}
-
-int avc_parse_pps(AvcBitReader* r, AvcDecoder* d) {
-    d->refused = avc_store_pps(&d->sets, r);
-    return d->refused ? 1 : 0;
-}
-
-int avc_allocate_work(AvcDecoder* d, const AvcSps* sps) {
-    Owned<MbNeighbour> columns = owned_calloc<MbNeighbour>(sps->width_mbs);
-    Owned<DeblockRecord> deblock = owned_calloc<DeblockRecord>(kDeblockRows * sps->width_mbs);
-    if (!columns || !deblock) return 1;
-    d->columns = columns.release();
-    d->deblock = deblock.release();
-    d->picture.width_mbs = static_cast<uint16_t>(sps->width_mbs);
-    d->picture.height_mbs = static_cast<uint16_t>(sps->height_mbs);
-    return 0;
-}
-
-void avc_release_work(AvcDecoder* d) {
-    if (d->columns) upnp_free(d->columns);
-    if (d->deblock) upnp_free(d->deblock);
-    d->columns = nullptr;
-    d->deblock = nullptr;
 }
 
 void avcdec_get_stream_info(const AvcDecoder* d, AvcStreamInfo* info, uint32_t sps_id) {
@@ -122,10 +95,11 @@ static bool is_target_of_active_size(const AvcDecodeInput* in) {
 static void set_target(AvcDecoder* d, const AvcDecodeInput* in) {
     const size_t luma_size = static_cast<size_t>(in->stride) * d->sets.active_sps->height;
     d->time_stamp = in->time_stamp;
-    d->picture.stride = in->stride;
-    d->picture.plane[0] = in->target;
-    d->picture.plane[1] = in->target + luma_size;
-    d->picture.plane[2] = in->target + luma_size + luma_size / 4;
+    AvcPicture* const planes = &d->picture.planes;
+    planes->stride = in->stride;
+    planes->plane[0] = in->target;
+    planes->plane[1] = in->target + luma_size;
+    planes->plane[2] = in->target + luma_size + luma_size / 4;
 }
 
 static void refuse(AvcDecodeOutput* out, AvcError error, AvcRefused refused) {
@@ -137,7 +111,7 @@ static void reject_slice_header(const AvcDecodeInput* in, AvcDecodeOutput* out) 
     refuse(out, kAvcBadSliceHeader, in->decoder->refused);
     if (in->decoder->sets.active_sps && !is_target_of_active_sps(in)) {
         out->consumed = 0;
-    } else if (in->decoder->nal_unit_type == kNalIdrSlice && is_target_of_active_sps(in)) {
+    } else if (in->decoder->nal.type == kNalIdrSlice && is_target_of_active_sps(in)) {
         out->events |= kAvcEventIdrRejected;
     }
 }
@@ -149,8 +123,8 @@ static void end_partial_picture(AvcDecoder* d, AvcDecodeOutput* out) {
     if (d->picture_flags == 0) {
         refuse(out, kAvcSliceOfNextPicture, {AvcRefusal::kSliceOverlap});
     } else {
-        picture_finish(d);
-        picture_begin(d);
+        picture_finish(&d->picture);
+        picture_begin(&d->picture);
     }
 }
 
@@ -160,8 +134,8 @@ static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
         refuse(out, kAvcNoTarget, {AvcRefusal::kNoSequenceSet});
         return;
     }
-    const AvcSliceHeader saved = d->slice;
-    if (avc_parse_slice_header(&d->bits, d)) {
+    const AvcSliceHeader saved = d->slice.header;
+    if (avc_parse_slice_header(&d->slice.bits, d)) {
         reject_slice_header(in, out);
         return;
     }
@@ -175,19 +149,23 @@ static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
         refuse(out, kAvcBadSliceHeader, {AvcRefusal::kPictureSize});
         return;
     }
-    if (d->slice.first_mb_in_slice < d->next_mb) {
-        d->slice = saved;
+    if (d->slice.header.first_mb_in_slice < d->picture.next_mb) {
+        d->slice.header = saved;
         end_partial_picture(d, out);
         return;
     }
     set_target(d, in);
     d->picture_flags |= d->option_byte & kPictureOptions;
-    if (avc_decode_slice_data(d)) {
-        refuse(out, kAvcBadSliceData, d->refused);
+    if (d->slice.is_cabac) {
+        bits_align(&d->slice.bits);
+        cabac_init_slice(d);
+    }
+    if (const AvcRefused refused = avc_decode_slice_data(&d->slice, &d->picture)) {
+        refuse(out, kAvcBadSliceData, refused);
         return;
     }
-    if (d->next_mb == d->sets.active_sps->pic_size_in_mbs) {
-        picture_begin(d);
+    if (d->picture.next_mb == picture_size(d->picture)) {
+        picture_begin(&d->picture);
         d->picture_flags = 0;
         count_picture(d, out);
     }
@@ -196,9 +174,9 @@ static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
 // End of sequence, end of stream and type 14: a picture in progress counts as complete.
 static void decode_end(AvcDecoder* d, AvcDecodeOutput* out) {
     out->events |= kAvcEventEnd;
-    if (d->next_mb == 0) return;
-    picture_finish(d);
-    picture_begin(d);
+    if (d->picture.next_mb == 0) return;
+    picture_finish(&d->picture);
+    picture_begin(&d->picture);
     d->picture_flags = 0;
     count_picture(d, out);
 }
@@ -206,7 +184,7 @@ static void decode_end(AvcDecoder* d, AvcDecodeOutput* out) {
 static void dispatch(const AvcDecodeInput* in, AvcDecodeOutput* out) {
     AvcDecoder* const d = in->decoder;
     out->consumed = in->nal_length;
-    switch (d->nal_unit_type) {
+    switch (d->nal.type) {
         case kNalIdrSlice:
             out->events |= kAvcEventIdr;
             [[fallthrough]];
@@ -214,14 +192,14 @@ static void dispatch(const AvcDecodeInput* in, AvcDecodeOutput* out) {
             decode_slice(in, out);
             break;
         case kNalSps:
-            if (avc_parse_sps(&d->bits, d)) {
+            if (avc_parse_sps(&d->slice.bits, d)) {
                 refuse(out, kAvcBadSps, d->refused);
             } else {
                 out->events |= kAvcEventSps;
             }
             break;
         case kNalPps:
-            if (avc_parse_pps(&d->bits, d)) refuse(out, kAvcBadPps, d->refused);
+            if (avc_parse_pps(&d->slice.bits, d)) refuse(out, kAvcBadPps, d->refused);
             break;
         case kNalEndOfSequence:
         case kNalEndOfStream:
@@ -235,8 +213,8 @@ static void dispatch(const AvcDecodeInput* in, AvcDecodeOutput* out) {
 
 static void flush(AvcDecoder* d, AvcDecodeOutput* out) {
     if (!d->sets.active_sps) return;
-    out->picture = d->picture.plane[0];
-    out->target = d->picture.plane[0];
+    out->picture = d->picture.planes.plane[0];
+    out->target = d->picture.planes.plane[0];
     out->time_stamp = d->time_stamp;
     ++d->picture_count;
 }
@@ -253,9 +231,10 @@ void avcdec_decode_nal(const AvcDecodeInput* in, AvcDecodeOutput* out) {
     } else {
         d->option_byte = d->option_table[in->option_index % sizeof d->option_table];
         if (in->call_flags & kAvcOption64) d->option_byte |= 64;
-        bits_init(&d->bits, in->nal, in->nal_length);
-        d->nal_unit_type = nal_read_header(&d->bits, in->nal_length, &d->nal_ref_idc,
-                                           d->option_flags & kAvcStartCodes);
+        AvcBitReader* const bits = &d->slice.bits;
+        bits_init(bits, in->nal, in->nal_length);
+        d->nal.type = nal_read_header(bits, in->nal_length, &d->nal.ref_idc,
+                                      d->option_flags & kAvcStartCodes);
         dispatch(in, out);
     }
     out->picture_count = d->picture_count;

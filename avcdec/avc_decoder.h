@@ -5,15 +5,10 @@
 
 #include <stdint.h>
 
-#include "avcdec/bit_reader.h"
-#include "avcdec/cabac_engine.h"
-#include "avcdec/deblock.h"
-#include "avcdec/macroblock.h"
-#include "avcdec/nal_unit.h"
-#include "avcdec/parameter_set_store.h"
-#include "avcdec/quantiser.h"
-#include "avcdec/recon_kernels.h"
-#include "avcdec/slice_header.h"
+#include "avcdec/avc_refusal.h"
+#include "avcdec/decoded_picture.h"
+
+struct AvcDecoder;
 
 enum AvcError : uint32_t {
     kAvcOk = 0,
@@ -94,37 +89,6 @@ struct AvcStreamInfo {
     StreamPresentation presentation;
 };
 
-struct AvcDecoder {
-    void* block;  // the allocation that holds the instance
-    AvcBitReader bits;
-    AvcSliceHeader slice;
-    int32_t slice_qp;  // as coded, not brought into 0 to 51
-    uint8_t is_cabac;
-    uint8_t transform_8x8_mode;
-    AvcQuantiser quantiser;
-    CabacEngine cabac;
-    CabacBytes cabac_bytes;  // the engine's
-    uint8_t contexts[kCabacContexts];
-    AvcMacroblock mb;
-    MbNeighbour left;
-    MbNeighbour* columns;    // owned: what the row above left behind, one entry per column
-    DeblockRecord* deblock;  // owned: kDeblockRows rows of one entry per column
-    ReconKernels kernels;
-    AvcPicture picture;
-
-    uint32_t next_mb;     // next macroblock address expected in the picture in progress
-    uint64_t time_stamp;  // of the target
-    int32_t picture_count;
-    uint8_t picture_flags;  // of the picture in progress, set by option bytes only
-    uint8_t option_byte;    // of the current call
-    uint8_t nal_ref_idc;
-    uint8_t nal_unit_type;
-    uint32_t option_flags;
-    uint8_t option_table[32];
-    AvcParameterSets sets;
-    AvcRefused refused;  // why the last unit was
-};
-
 // The table is copied. The new instance is the caller's, who ends it with avcdec_destroy.
 void avcdec_create(const AvcDecoderOptions* options, AvcCreateResult* result);
 
@@ -136,14 +100,3 @@ void avcdec_get_stream_info(const AvcDecoder* decoder, AvcStreamInfo* info, uint
 
 // Null is allowed.
 void avcdec_destroy(AvcDecoder* decoder);
-
-// Parse the parameter set behind the NAL header that the reader stands on, and store it. Return 0,
-// or 1 when the set is malformed, not supported or cannot be stored: a stored record with the same
-// id then stays as it was. decoder->refused has the reason.
-int avc_parse_sps(AvcBitReader* r, AvcDecoder* decoder);
-int avc_parse_pps(AvcBitReader* r, AvcDecoder* decoder);
-
-// The working arrays of one SPS, sized by the picture width alone. Allocation returns 0, or 1
-// without memory; release forgets the arrays, the parameter sets stay.
-int avc_allocate_work(AvcDecoder* decoder, const AvcSps* sps);
-void avc_release_work(AvcDecoder* decoder);

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/cabac_engine.h"
 
-#include "avcdec/avc_decoder.h"
-
 // As long as eight bytes are left they are loaded in one piece; here they come one at a time, up
 // to the same number of bits, with zeros behind the end.
 [[gnu::cold]] BitWord cabac_refill_near_end(CabacBytes* bytes, BitWord value) {
@@ -28,17 +26,4 @@ void cabac_init_contexts(const int8_t (*pairs)[2], uint8_t* contexts, int32_t sl
 void cabac_start(CabacEngine* e, CabacBytes* bytes) {
     *e = CabacEngine{0, 510, -9, bytes};
     while (e->lookahead < kCabacMinLookahead) cabac_refill(e);
-}
-
-void cabac_init_engine(AvcDecoder* d) {
-    const size_t length = static_cast<size_t>(d->bits.end - d->bits.start);
-    const size_t position = bits_position(&d->bits) / 8;
-    const uint8_t* const first = d->bits.start + (position < length ? position : length);
-    d->cabac_bytes = {first, d->bits.end, 0};
-    cabac_start(&d->cabac, &d->cabac_bytes);
-}
-
-void cabac_init_slice(AvcDecoder* d) {
-    cabac_init_contexts(kCabacInitI, d->contexts, d->slice_qp, kCabacContexts);
-    cabac_init_engine(d);
 }

@@ -12,8 +12,6 @@
 
 #include "avcdec/bit_reader.h"
 
-struct AvcDecoder;
-
 // The bytes that an engine has not loaded yet.
 struct CabacBytes {
     const uint8_t* next;  // the next byte to load
@@ -199,9 +197,3 @@ void cabac_init_contexts(const int8_t (*pairs)[2], uint8_t* contexts, int32_t sl
 
 // Starts the engine at the first byte, and makes the bytes its own.
 void cabac_start(CabacEngine* e, CabacBytes* bytes);
-
-// Starts the engine at the byte on which the decoder's bit reader stands, without moving it.
-void cabac_init_engine(AvcDecoder* decoder);
-
-// The same, and the contexts of the slice.
-void cabac_init_slice(AvcDecoder* decoder);

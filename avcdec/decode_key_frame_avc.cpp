@@ -4,6 +4,7 @@
 #include <assert.h>
 
 #include "avcdec/avc_decoder.h"
+#include "avcdec/nal_unit.h"
 #include "runtime/owned.h"
 
 // A run of NAL units, each behind its length.

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// The macroblock layer of I slices (H.264 7.3.4, 7.3.5): what one macroblock is made of, what its
-// neighbours need to know of it, and the loop over the macroblocks of a slice.
+// What one macroblock of an I slice is made of (H.264 7.3.5), and what its neighbours need to know
+// of it.
 #pragma once
 
 #include <stdint.h>
-
-struct AvcDecoder;
 
 enum MbKind : uint8_t {
     kMbIntra4x4 = 12,
@@ -73,9 +71,7 @@ struct AvcMacroblock {
     uint8_t flags;           // MbNeighbourFlags
     uint8_t has_error;       // the syntax cannot be decoded any further
     uint8_t qp_delta_coded;  // mb_qp_delta of the previous macroblock was not 0 (CABAC)
-    uint16_t x;  // where it is in the picture, in macroblocks; belongs to AvcDecoder.next_mb
-    uint16_t y;
-    uint8_t modes[16];  // table indices of the 4x4 (8x8: 4 of them) predictors
+    uint8_t modes[16];       // table indices of the 4x4 (8x8: 4 of them) predictors
     // Blocks with coefficients: bits 31 to 16 luma in decoding order, 15 to 12 Cb, 11 to 8 Cr;
     // while the residual is read also bits 7 to 5, the DC blocks. Of these, the ones in ac_mask
     // have more than a DC coefficient.
@@ -97,32 +93,16 @@ constexpr uint32_t block_bit(int block) { return 0x80000000U >> block; }
 constexpr int block_x(int b) { return (b & 1) + (b >> 1 & 2); }
 constexpr int block_y(int b) { return (b >> 1 & 1) + (b >> 2 & 2); }
 
-// Decodes the slice whose header was just parsed into the picture. Returns 0, or 1 on an error in
-// the slice data; decoder->next_mb is the address behind the last macroblock then and afterwards.
-int avc_decode_slice_data(AvcDecoder* decoder);
-
 constexpr uint32_t kMbTypePcm = 25;
-
-// The syntax readers of the two entropy coders. The prediction readers return mb_type, 0 to
-// kMbTypePcm, and but for I_PCM fill kind, modes and coded block pattern; the residual readers fill
-// masks and coefficients.
-uint32_t cavlc_read_prediction(AvcDecoder* decoder);
-void cavlc_read_residual(AvcDecoder* decoder);
-uint32_t cabac_read_prediction(AvcDecoder* decoder);
-void cabac_read_residual(AvcDecoder* decoder);
-
-// What both readers do with what they have read.
 
 // Mode fields of an I_NxN macroblock.
 constexpr int mode_field_count(uint8_t kind) { return kind == kMbIntra8x8 ? 4 : 16; }
-// Derives the modes of an I_NxN macroblock from its mode fields.
-void mb_set_modes(AvcDecoder* decoder, const int8_t* fields);
-// mb_type 1 to 24: prediction mode and coded block pattern of an Intra 16x16 macroblock.
-void mb_set_intra16(AvcDecoder* decoder, uint32_t mb_type);
+
 // Bits of the groups that are coded, by kBlockGroupTable.
-uint32_t mb_coded_groups(const AvcMacroblock& mb);
-// Sets what neighbours will see of a group of four blocks, or of a DC block, to one value.
-void mb_set_group(AvcDecoder* decoder, const BlockGroup& group, uint8_t value);
-// Transforms and scales the levels of the DC blocks that are coded, puts each into its block, and
-// clears them.
-void mb_set_dc(AvcDecoder* decoder);
+inline uint32_t mb_coded_groups(const AvcMacroblock& mb) {
+    uint32_t groups = (mb.cbp & 15U) << kGroupQuadrants;
+    if (mb.kind == kMbIntra16x16) groups |= 1;
+    if (mb.cbp & 0x30) groups |= 3U << kGroupCbDc;
+    if (mb.cbp & 0x20) groups |= 3U << kGroupCb;
+    return groups;
+}

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Macroblock syntax in CABAC (H.264 7.3.5 with the binarisations and context choices of 9.3).
-#include "avcdec/avc_decoder.h"
+#include "avcdec/mb_cabac.h"
+
 #include "avcdec/intra_modes.h"
 
 // The engine is in registers while a macroblock's prediction is read: whatever takes its address is
@@ -8,15 +8,15 @@
 #define KS_INLINE [[gnu::always_inline]] static inline
 
 // ctxIdxInc of an element whose context depends on one flag of the left and the top neighbour.
-KS_INLINE int count_flags(const AvcDecoder* d, uint8_t flag) {
-    const MbNeighbour& top = d->columns[d->mb.x];
-    return !!(d->left.flags & flag) + !!(top.flags & flag);
+KS_INLINE int count_flags(const AvcSliceReader* s, uint8_t flag) {
+    const MbNeighbour& top = *s->top;
+    return !!(s->left.flags & flag) + !!(top.flags & flag);
 }
 
 // H.264 9.3.2.5, Table 9-36.
-KS_INLINE uint32_t read_mb_type(CabacEngine* e, AvcDecoder* d) {
-    uint8_t* const contexts = d->contexts + kCtxMbType;
-    if (!cabac_decode_branch(e, contexts + count_flags(d, kNotINxN))) return 0;
+KS_INLINE uint32_t read_mb_type(CabacEngine* e, AvcSliceReader* s) {
+    uint8_t* const contexts = s->contexts + kCtxMbType;
+    if (!cabac_decode_branch(e, contexts + count_flags(s, kNotINxN))) return 0;
     if (!cabac_decode_terminate(e)) return kMbTypePcm;
     uint32_t mb_type = 1 + 12 * cabac_decode_decision(e, contexts + 3);
     if (cabac_decode_branch(e, contexts + 4)) {
@@ -38,9 +38,9 @@ KS_INLINE void read_mode_fields(CabacEngine* e, uint8_t* contexts, ModeField* fi
 }
 
 // H.264 9.3.2.2: truncated unary, up to 3.
-KS_INLINE uint32_t read_chroma_mode(CabacEngine* e, AvcDecoder* d) {
-    uint8_t* const contexts = d->contexts + kCtxChromaMode;
-    uint8_t* context = contexts + count_flags(d, kChromaModeNonzero);
+KS_INLINE uint32_t read_chroma_mode(CabacEngine* e, AvcSliceReader* s) {
+    uint8_t* const contexts = s->contexts + kCtxChromaMode;
+    uint8_t* context = contexts + count_flags(s, kChromaModeNonzero);
     uint32_t mode = 0;
     while (mode < 3 && cabac_decode_branch(e, context)) {
         ++mode;
@@ -50,17 +50,17 @@ KS_INLINE uint32_t read_chroma_mode(CabacEngine* e, AvcDecoder* d) {
 }
 
 // H.264 9.3.3.1.1.4. A neighbour's missing luma bit counts, a missing neighbour does not.
-KS_INLINE uint8_t read_coded_block_pattern(CabacEngine* e, AvcDecoder* d) {
-    uint8_t* const contexts = d->contexts + kCtxCodedBlockPattern;
-    const uint32_t left = d->left.cbp;
-    const uint32_t top = d->columns[d->mb.x].cbp;
+KS_INLINE uint8_t read_coded_block_pattern(CabacEngine* e, AvcSliceReader* s) {
+    uint8_t* const contexts = s->contexts + kCtxCodedBlockPattern;
+    const uint32_t left = s->left.cbp;
+    const uint32_t top = s->top->cbp;
     uint32_t cbp = 0;
     for (int q = 0; q < 4; ++q) {
         const uint32_t a = (q & 1 ? cbp >> (q - 1) : left >> (q + 1)) & 1;
         const uint32_t b = (q & 2 ? cbp >> (q - 2) : top >> (q + 2)) & 1;
         cbp |= cabac_decode_decision(e, contexts + ((a ^ 1) + 2 * (b ^ 1))) << q;
     }
-    if (d->sets.monochrome) return static_cast<uint8_t>(cbp);
+    if (s->monochrome) return static_cast<uint8_t>(cbp);
     if (cabac_decode_branch(e, contexts + 4 + !!(left & 0x30) + 2 * !!(top & 0x30))) {
         uint8_t* const context = contexts + 8 + (left >> 5 & 1) + 2 * (top >> 5 & 1);
         cbp |= 0x10U << cabac_decode_decision(e, context);
@@ -68,28 +68,28 @@ KS_INLINE uint8_t read_coded_block_pattern(CabacEngine* e, AvcDecoder* d) {
     return static_cast<uint8_t>(cbp);
 }
 
-uint32_t cabac_read_prediction(AvcDecoder* d) {
-    AvcMacroblock* const mb = &d->mb;
-    CabacEngine e = d->cabac;
-    const uint32_t mb_type = read_mb_type(&e, d);
+uint32_t cabac_read_prediction(AvcSliceReader* s) {
+    AvcMacroblock* const mb = &s->mb;
+    CabacEngine e = s->cabac;
+    const uint32_t mb_type = read_mb_type(&e, s);
     if (mb_type == 0) {
-        uint8_t* const transform = d->contexts + kCtxTransform8x8 + count_flags(d, kTransform8x8);
-        const bool is_8x8 = d->transform_8x8_mode && cabac_decode_branch(&e, transform);
+        uint8_t* const transform = s->contexts + kCtxTransform8x8 + count_flags(s, kTransform8x8);
+        const bool is_8x8 = s->transform_8x8_mode && cabac_decode_branch(&e, transform);
         mb->kind = is_8x8 ? kMbIntra8x8 : kMbIntra4x4;
         ModeField fields[16];
-        read_mode_fields(&e, d->contexts + kCtxIntraMode, fields, mode_field_count(mb->kind));
-        mb_set_modes(d, fields);
+        read_mode_fields(&e, s->contexts + kCtxIntraMode, fields, mode_field_count(mb->kind));
+        mb_set_modes(s, fields);
     } else if (mb_type != kMbTypePcm) {
-        mb_set_intra16(d, mb_type);
+        mb_set_intra16(s, mb_type);
     }
     if (mb_type != kMbTypePcm) {
         uint32_t mode = 1;
-        if (!d->sets.monochrome) mode = read_chroma_mode(&e, d);
+        if (!s->monochrome) mode = read_chroma_mode(&e, s);
         if (mode != 0) mb->flags |= kChromaModeNonzero;
         mb->chroma_mode =
-            d->sets.monochrome ? uint8_t{kIntraChromaNone} : chroma_table_mode(mode, mb->available);
+            s->monochrome ? uint8_t{kIntraChromaNone} : chroma_table_mode(mode, mb->available);
     }
-    if (mb_type == 0) mb->cbp = read_coded_block_pattern(&e, d);
-    d->cabac = e;
+    if (mb_type == 0) mb->cbp = read_coded_block_pattern(&e, s);
+    s->cabac = e;
     return mb_type;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Macroblock syntax in CAVLC (H.264 7.3.5, 9.1.2, 9.2).
-#include "avcdec/avc_decoder.h"
+#include "avcdec/mb_cavlc.h"
+
 #include "avcdec/intra_modes.h"
 
 // coded_block_pattern of intra macroblocks by its code (H.264 Table 9-4); codes that the standard
@@ -24,20 +24,20 @@ static ModeField read_mode_field(AvcBitReader* r) {
     return prev_intra_pred_mode_flag ? ModeField{-1} : static_cast<ModeField>(field);
 }
 
-uint32_t cavlc_read_prediction(AvcDecoder* d) {
-    AvcMacroblock* const mb = &d->mb;
-    AvcBitReader* const r = &d->bits;
+uint32_t cavlc_read_prediction(AvcSliceReader* s) {
+    AvcMacroblock* const mb = &s->mb;
+    AvcBitReader* const r = &s->bits;
     const uint32_t mb_type = bits_ue(r);
     if (mb_type >= kMbTypePcm) return kMbTypePcm;
     if (mb_type == 0) {
-        mb->kind = d->transform_8x8_mode && bits_read_1(r) ? kMbIntra8x8 : kMbIntra4x4;
+        mb->kind = s->transform_8x8_mode && bits_read_1(r) ? kMbIntra8x8 : kMbIntra4x4;
         ModeField fields[16];
         for (int b = 0; b < mode_field_count(mb->kind); ++b) fields[b] = read_mode_field(r);
-        mb_set_modes(d, fields);
+        mb_set_modes(s, fields);
     } else {
-        mb_set_intra16(d, mb_type);
+        mb_set_intra16(s, mb_type);
     }
-    if (d->sets.monochrome) {
+    if (s->monochrome) {
         mb->chroma_mode = kIntraChromaNone;
     } else {
         const uint32_t mode = bits_ue(r);
@@ -46,8 +46,7 @@ uint32_t cavlc_read_prediction(AvcDecoder* d) {
     }
     if (mb_type == 0) {
         const uint32_t code = bits_ue(r);
-        mb->cbp =
-            d->sets.monochrome ? kCodedBlockPatternMono[code % 16] : kCodedBlockPattern[code % 64];
+        mb->cbp = s->monochrome ? kCodedBlockPatternMono[code % 16] : kCodedBlockPattern[code % 64];
     }
     return mb_type;
 }

@@ -18,6 +18,11 @@ enum NalUnitType : uint8_t {
     kNalPrefix = 14,        // also returned for a NAL unit of length 0
 };
 
+struct NalHeader {
+    uint8_t type;     // a NalUnitType, or another number up to 31
+    uint8_t ref_idc;  // 0 to 3
+};
+
 // Removes the emulation prevention bytes of the NAL unit that the reader was primed on, in place,
 // and reads its header. Returns nal_unit_type and stores nal_ref_idc (0 to 3). With start_code, an
 // Annex B start code is expected in front of the header and skipped.

@@ -3,35 +3,8 @@
 
 #include <string.h>
 
-#include "avcdec/avc_decoder.h"
-#include "avcdec/intra_modes.h"
-
-// The value of samples that are missing: neighbours outside the slice, and macroblocks that never
-// came.
-static constexpr uint8_t kMissingSample = 128;
-
-// Where the samples of one macroblock go, with their neighbours around them.
-struct MbSamples {
-    uint8_t* plane[3];
-    ptrdiff_t luma_pitch;
-    ptrdiff_t chroma_pitch;
-};
-
-static MbSamples samples_in_picture(const AvcDecoder* d) {
-    const AvcPicture& p = d->picture;
-    const ptrdiff_t luma_pitch = p.stride;
-    const ptrdiff_t chroma_pitch = p.stride / 2;
-    const ptrdiff_t x = d->mb.x;
-    const ptrdiff_t y = d->mb.y;
-    return {{p.plane[0] + (y * luma_pitch + x) * 16, p.plane[1] + (y * chroma_pitch + x) * 8,
-             p.plane[2] + (y * chroma_pitch + x) * 8},
-            luma_pitch,
-            chroma_pitch};
-}
-
-static void predict_add_4x4(AvcDecoder* d, uint8_t* dst, ptrdiff_t pitch) {
-    const ReconKernels& k = d->kernels;
-    AvcMacroblock* const mb = &d->mb;
+static void predict_add_4x4(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst,
+                            ptrdiff_t pitch) {
     for (int b = 0; b < 16; ++b) {
         uint8_t* const block = dst + block_y(b) * 4 * pitch + block_x(b) * 4;
         k.pred4x4[mb->modes[b]](block, pitch);
@@ -58,9 +31,8 @@ static unsigned corners8x8(const AvcMacroblock* mb, int b) {
     }
 }
 
-static void predict_add_8x8(AvcDecoder* d, uint8_t* dst, ptrdiff_t pitch) {
-    const ReconKernels& k = d->kernels;
-    AvcMacroblock* const mb = &d->mb;
+static void predict_add_8x8(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst,
+                            ptrdiff_t pitch) {
     for (int b = 0; b < 4; ++b) {
         uint8_t* const block = dst + (b >> 1) * 8 * pitch + (b & 1) * 8;
         k.pred8x8[mb->modes[b]](block, pitch, corners8x8(mb, b));
@@ -77,43 +49,39 @@ static void add_square(const ReconKernels& k, uint32_t coded, uint32_t ac, uint8
     (ac & 15 ? k.add_four_4x4 : k.add_four_4x4_dc)(dst, pitch, coefficients);
 }
 
-static void predict_add_16x16(AvcDecoder* d, uint8_t* dst, ptrdiff_t pitch) {
-    AvcMacroblock* const mb = &d->mb;
-    d->kernels.pred16x16[mb->intra16_mode](dst, pitch);
+static void predict_add_16x16(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst,
+                              ptrdiff_t pitch) {
+    k.pred16x16[mb->intra16_mode](dst, pitch);
     for (int quadrant = 0; quadrant < 4; ++quadrant) {
         const int shift = 28 - 4 * quadrant;
-        add_square(d->kernels, mb->coded_mask >> shift, mb->ac_mask >> shift,
+        add_square(k, mb->coded_mask >> shift, mb->ac_mask >> shift,
                    dst + (quadrant >> 1) * 8 * pitch + (quadrant & 1) * 8, pitch,
                    mb->coefficients + quadrant * 64);
     }
 }
 
-static void predict_add_chroma(AvcDecoder* d, int c, uint8_t* dst, ptrdiff_t pitch) {
-    AvcMacroblock* const mb = &d->mb;
-    d->kernels.pred_chroma[mb->chroma_mode](dst, pitch);
+static void predict_add_chroma(const ReconKernels& k, AvcMacroblock* mb, int c, uint8_t* dst,
+                               ptrdiff_t pitch) {
+    k.pred_chroma[mb->chroma_mode](dst, pitch);
     const int shift = 12 - 4 * c;
-    add_square(d->kernels, mb->coded_mask >> shift, mb->ac_mask >> shift, dst, pitch,
+    add_square(k, mb->coded_mask >> shift, mb->ac_mask >> shift, dst, pitch,
                mb->coefficients + (4 + c) * 64);
 }
 
-static void fill_block(uint8_t* dst, ptrdiff_t pitch, int size, uint8_t value) {
-    for (int y = 0; y < size; ++y) memset(dst + y * pitch, value, static_cast<size_t>(size));
-}
-
-static void predict_add(AvcDecoder* d, const MbSamples& to) {
-    switch (d->mb.kind) {
+static void predict_add(const ReconKernels& k, AvcMacroblock* mb, const MbSamples& to) {
+    switch (mb->kind) {
         case kMbIntra4x4:
-            predict_add_4x4(d, to.plane[0], to.luma_pitch);
+            predict_add_4x4(k, mb, to.plane[0], to.luma_pitch);
             break;
         case kMbIntra8x8:
-            predict_add_8x8(d, to.plane[0], to.luma_pitch);
+            predict_add_8x8(k, mb, to.plane[0], to.luma_pitch);
             break;
         default:
-            predict_add_16x16(d, to.plane[0], to.luma_pitch);
+            predict_add_16x16(k, mb, to.plane[0], to.luma_pitch);
             break;
     }
     for (int c = 0; c < 2; ++c) {
-        predict_add_chroma(d, c, to.plane[1 + c], to.chroma_pitch);
+        predict_add_chroma(k, mb, c, to.plane[1 + c], to.chroma_pitch);
     }
 }
 
@@ -149,80 +117,40 @@ static void copy_block(const uint8_t* from, ptrdiff_t from_pitch, int size, uint
     }
 }
 
-static void reconstruct_at_border(AvcDecoder* d, const MbSamples& to) {
+static void reconstruct_at_border(const ReconKernels& k, AvcMacroblock* mb, const MbSamples& to) {
     BorderArea area;
     const MbSamples inside = {
         {area.block(0), area.block(1), area.block(2)}, BorderArea::kPitch, BorderArea::kPitch};
     for (int i = 0; i < 3; ++i) {
         copy_neighbours(to.plane[i], i == 0 ? to.luma_pitch : to.chroma_pitch, i == 0 ? 16 : 8,
-                        d->mb.available, inside.plane[i]);
+                        mb->available, inside.plane[i]);
     }
-    predict_add(d, inside);
+    predict_add(k, mb, inside);
     for (int i = 0; i < 3; ++i) {
         copy_block(inside.plane[i], BorderArea::kPitch, i == 0 ? 16 : 8, to.plane[i],
                    i == 0 ? to.luma_pitch : to.chroma_pitch);
     }
 }
 
-void reconstruct_macroblock(AvcDecoder* d) {
+void reconstruct_macroblock(const AvcPictureInProgress& picture, AvcMacroblock* mb) {
     static constexpr uint8_t kInside = kHasLeft | kHasTop | kHasTopLeft;
-    const MbSamples to = samples_in_picture(d);
-    if ((d->mb.available & kInside) == kInside) {
-        predict_add(d, to);
+    const MbSamples to = picture_samples(picture);
+    if ((mb->available & kInside) == kInside) {
+        predict_add(picture.kernels, mb, to);
     } else {
-        reconstruct_at_border(d, to);
+        reconstruct_at_border(picture.kernels, mb, to);
     }
 }
 
-void reconstruct_pcm(AvcDecoder* d, const uint8_t* samples) {
-    const MbSamples to = samples_in_picture(d);
+void reconstruct_pcm(const AvcPictureInProgress& picture, const uint8_t* samples,
+                     bool is_monochrome) {
+    const MbSamples to = picture_samples(picture);
     copy_block(samples, 16, 16, to.plane[0], to.luma_pitch);
     for (int c = 0; c < 2; ++c) {
-        if (d->sets.monochrome) {
+        if (is_monochrome) {
             fill_block(to.plane[1 + c], to.chroma_pitch, 8, kMissingSample);
         } else {
             copy_block(samples + 256 + 64 * c, 8, 8, to.plane[1 + c], to.chroma_pitch);
         }
     }
 }
-
-static DeblockRecord* deblock_ring(const AvcDecoder* d, uint32_t row) {
-    return d->deblock + static_cast<size_t>(row % kDeblockRows) * d->picture.width_mbs;
-}
-
-static void deblock_picture_row(const AvcDecoder* d, uint32_t row) {
-    deblock_row(d->kernels, d->picture, row, row == 0 ? nullptr : deblock_ring(d, row - 1),
-                deblock_ring(d, row));
-}
-
-DeblockRecord* picture_record(const AvcDecoder* d) { return deblock_ring(d, d->mb.y) + d->mb.x; }
-
-void picture_macroblock_done(AvcDecoder* d) {
-    AvcMacroblock* const mb = &d->mb;
-    const uint32_t row = mb->y;
-    ++d->next_mb;
-    if (++mb->x < d->picture.width_mbs) return;
-    mb->x = 0;
-    ++mb->y;
-    if (row > 0) deblock_picture_row(d, row - 1);
-    if (mb->y == d->picture.height_mbs) deblock_picture_row(d, row);
-}
-
-void picture_begin(AvcDecoder* d) {
-    d->next_mb = 0;
-    d->mb.x = 0;
-    d->mb.y = 0;
-}
-
-void picture_skip_to(AvcDecoder* d, uint32_t address) {
-    while (d->next_mb < address) {
-        const MbSamples to = samples_in_picture(d);
-        fill_block(to.plane[0], to.luma_pitch, 16, kMissingSample);
-        fill_block(to.plane[1], to.chroma_pitch, 8, kMissingSample);
-        fill_block(to.plane[2], to.chroma_pitch, 8, kMissingSample);
-        *picture_record(d) = {};
-        picture_macroblock_done(d);
-    }
-}
-
-void picture_finish(AvcDecoder* d) { picture_skip_to(d, d->sets.active_sps->pic_size_in_mbs); }

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// The residual of a macroblock in CABAC (H.264 7.3.5.3, 9.3). One function reads all of it, so that
-// the engine is loaded once: whatever takes its address is inlined.
+#include "avcdec/residual_cabac.h"
+
 #include <string.h>
 
-#include "avcdec/avc_decoder.h"
 #include "avcdec/quant_tables.h"
 #include "avcdec/residual_target.h"
 
+// One function reads all of a macroblock, so that the engine is loaded once: whatever takes its
+// address is inlined.
 #define KS_INLINE [[gnu::always_inline]] static inline
 
 // ctxBlockCat (H.264 Table 9-42) of blocks with a coded_block_flag.
@@ -143,30 +144,30 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
 }
 
 // An 8x8 block has no coded_block_flag.
-[[gnu::noinline]] static void read_quadrant_8x8(AvcDecoder* d, const BlockGroup& group) {
-    const ResidualTarget target = {kScan8x8.data(), d->quantiser.scale8x8,
-                                   d->mb.coefficients + group.block * 16};
-    CabacEngine e = d->cabac;
+[[gnu::noinline]] static void read_quadrant_8x8(AvcSliceReader* s, const BlockGroup& group) {
+    const ResidualTarget target = {kScan8x8.data(), s->quantiser.scale8x8,
+                                   s->mb.coefficients + group.block * 16};
+    CabacEngine e = s->cabac;
     uint8_t places[64];
-    const uint8_t* const end = read_map_8x8(&e, d->contexts, places);
+    const uint8_t* const end = read_map_8x8(&e, s->contexts, places);
     const int highest = end[-1];
-    const bool is_valid = read_levels(&e, d->contexts + kCtxAbsLevel8x8, 4, places, end, target);
-    d->cabac = e;
-    note_block(&d->mb, group.block, highest, is_valid);
-    mb_set_group(d, group, 1);
+    const bool is_valid = read_levels(&e, s->contexts + kCtxAbsLevel8x8, 4, places, end, target);
+    s->cabac = e;
+    note_block(&s->mb, group.block, highest, is_valid);
+    mb_set_group(s, group, 1);
 }
 
 // Reads the blocks of a group, each with its coded_block_flag.
-[[gnu::noinline]] static void read_group(AvcDecoder* d, const BlockGroup& group,
+[[gnu::noinline]] static void read_group(AvcSliceReader* s, const BlockGroup& group,
                                          BlockCategory category) {
     const CategoryLayout& layout = kLayouts[category];
-    uint8_t* const left = d->left.blocks + group.left;
-    uint8_t* const top = d->columns[d->mb.x].blocks + group.top;
-    uint8_t* const flags = d->contexts + kCtxCodedBlockFlag + 4 * category;
+    uint8_t* const left = s->left.blocks + group.left;
+    uint8_t* const top = s->top->blocks + group.top;
+    uint8_t* const flags = s->contexts + kCtxCodedBlockFlag + 4 * category;
     ResidualTarget target = {layout.scan,
-                             layout.is_dc ? kUnitScale : d->quantiser.scale4x4[group.component],
-                             d->mb.coefficients + group.block * 16};
-    CabacEngine e = d->cabac;
+                             layout.is_dc ? kUnitScale : s->quantiser.scale4x4[group.component],
+                             s->mb.coefficients + group.block * 16};
+    CabacEngine e = s->cabac;
     for (int i = 0; i < group.count; ++i, target.coefficients += 16) {
         uint8_t* const l = left + (i >> 1);
         uint8_t* const t = top + (i & 1);
@@ -174,13 +175,13 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
         *l = *t = is_coded;
         if (!is_coded) continue;
         uint8_t places[16];
-        const uint8_t* const end = read_map(&e, d->contexts, layout, places);
+        const uint8_t* const end = read_map(&e, s->contexts, layout, places);
         const int highest = end[-1];
-        const bool is_valid = read_levels(&e, d->contexts + layout.abs_level, layout.max_greater,
+        const bool is_valid = read_levels(&e, s->contexts + layout.abs_level, layout.max_greater,
                                           places, end, target);
-        note_block(&d->mb, group.block + i, highest, is_valid);
+        note_block(&s->mb, group.block + i, highest, is_valid);
     }
-    d->cabac = e;
+    s->cabac = e;
 }
 
 static BlockCategory category_of(const AvcMacroblock& mb, int g) {
@@ -191,38 +192,38 @@ static BlockCategory category_of(const AvcMacroblock& mb, int g) {
 
 // H.264 9.3.2.7. A magnitude above 104 is far outside -26 to 25: the stream is broken, for which
 // the result is 0 and has_error is set.
-static int32_t read_qp_delta(AvcDecoder* d) {
-    uint8_t* const contexts = d->contexts + kCtxQpDelta;
-    uint8_t* context = contexts + d->mb.qp_delta_coded;
-    CabacEngine e = d->cabac;
+static int32_t read_qp_delta(AvcSliceReader* s) {
+    uint8_t* const contexts = s->contexts + kCtxQpDelta;
+    uint8_t* context = contexts + s->mb.qp_delta_coded;
+    CabacEngine e = s->cabac;
     int32_t k = 0;
     while (cabac_decode_branch(&e, context)) {
         context = contexts + (k == 0 ? 2 : 3);
         if (++k > 104) {
-            d->mb.has_error = 1;
+            s->mb.has_error = 1;
             k = 0;
             break;
         }
     }
-    d->cabac = e;
+    s->cabac = e;
     return k & 1 ? (k + 1) >> 1 : -(k >> 1);
 }
 
-void cabac_read_residual(AvcDecoder* d) {
-    AvcMacroblock* const mb = &d->mb;
-    const int32_t mb_qp_delta = read_qp_delta(d);
+void cabac_read_residual(AvcSliceReader* s) {
+    AvcMacroblock* const mb = &s->mb;
+    const int32_t mb_qp_delta = read_qp_delta(s);
     mb->qp_delta_coded = mb_qp_delta != 0;
-    if (mb_qp_delta != 0) quantiser_update(&d->quantiser, mb_qp_delta);
+    if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
     const uint32_t groups = mb_coded_groups(*mb);
     for (int g = 0; g < kBlockGroups; ++g) {
         const BlockGroup& group = kBlockGroupTable[g];
         if (!(groups >> g & 1)) {
-            mb_set_group(d, group, 0);
+            mb_set_group(s, group, 0);
         } else if (mb->kind == kMbIntra8x8 && g < kGroupCbDc) {
-            read_quadrant_8x8(d, group);
+            read_quadrant_8x8(s, group);
         } else {
-            read_group(d, group, category_of(*mb, g));
+            read_group(s, group, category_of(*mb, g));
         }
     }
-    mb_set_dc(d);
+    mb_set_dc(s);
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// The residual of a macroblock in CAVLC (H.264 7.3.5.3, 9.2).
-#include "avcdec/avc_decoder.h"
+#include "avcdec/residual_cavlc.h"
+
 #include "avcdec/cavlc_tables.h"
 #include "avcdec/quant_tables.h"
 #include "avcdec/residual_target.h"
@@ -194,8 +194,8 @@ struct GroupLayout {
     int first;  // scan index of the first coefficient
 };
 
-static GroupLayout layout_of(AvcDecoder* d, const BlockGroup& group) {
-    AvcMacroblock* const mb = &d->mb;
+static GroupLayout layout_of(AvcSliceReader* s, const BlockGroup& group) {
+    AvcMacroblock* const mb = &s->mb;
     int16_t* const coefficients = mb->coefficients + group.block * 16;
     const bool is_luma = group.component == kCompY;
     if (group.block >= kDcBlock) {
@@ -203,22 +203,22 @@ static GroupLayout layout_of(AvcDecoder* d, const BlockGroup& group) {
         return {{scan, kUnitScale, coefficients}, 0, 0, is_luma ? 16 : 4, 0};
     }
     if (is_luma && mb->kind == kMbIntra8x8) {  // interleaved lists of one block
-        return {{kScan8x8Interleaved.data(), d->quantiser.scale8x8, coefficients}, 16, 0, 16, 0};
+        return {{kScan8x8Interleaved.data(), s->quantiser.scale8x8, coefficients}, 16, 0, 16, 0};
     }
     const int first = !is_luma || mb->kind == kMbIntra16x16;
-    AvcScale scale = d->quantiser.scale4x4[group.component];
+    AvcScale scale = s->quantiser.scale4x4[group.component];
     scale.factors += first;
     return {{kScan4x4.data() + first, scale, coefficients}, 0, 16, 16 - first, first};
 }
 
 // A DC block leaves the counts of its neighbours alone; Y goes by those of the first block.
-[[gnu::noinline]] static void read_group(AvcDecoder* d, const BlockGroup& group) {
-    AvcMacroblock* const mb = &d->mb;
-    GroupLayout layout = layout_of(d, group);
+[[gnu::noinline]] static void read_group(AvcSliceReader* s, const BlockGroup& group) {
+    AvcMacroblock* const mb = &s->mb;
+    GroupLayout layout = layout_of(s, group);
     const bool is_dc = group.block >= kDcBlock;
-    uint8_t* const left = d->left.blocks + (is_dc ? 0 : group.left);
-    uint8_t* const top = d->columns[mb->x].blocks + (is_dc ? 0 : group.top);
-    BlockReader r = {d->bits, &d->bits};
+    uint8_t* const left = s->left.blocks + (is_dc ? 0 : group.left);
+    uint8_t* const top = s->top->blocks + (is_dc ? 0 : group.top);
+    BlockReader r = {s->bits, &s->bits};
     for (int i = 0; i < group.count; ++i) {
         uint8_t* const l = left + (i >> 1);
         uint8_t* const t = top + (i & 1);
@@ -239,20 +239,20 @@ static GroupLayout layout_of(AvcDecoder* d, const BlockGroup& group) {
         layout.target.scale.factors += layout.list_step;
         layout.target.coefficients += layout.block_step;
     }
-    static_cast<BitWindow&>(d->bits) = r.window;
+    static_cast<BitWindow&>(s->bits) = r.window;
 }
 
-void cavlc_read_residual(AvcDecoder* d) {
-    const int32_t mb_qp_delta = bits_se(&d->bits);
-    if (mb_qp_delta != 0) quantiser_update(&d->quantiser, mb_qp_delta);
-    const uint32_t groups = mb_coded_groups(d->mb);
+void cavlc_read_residual(AvcSliceReader* s) {
+    const int32_t mb_qp_delta = bits_se(&s->bits);
+    if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
+    const uint32_t groups = mb_coded_groups(s->mb);
     for (int g = 0; g < kBlockGroups; ++g) {
         const BlockGroup& group = kBlockGroupTable[g];
         if (groups >> g & 1) {
-            read_group(d, group);
+            read_group(s, group);
         } else {
-            mb_set_group(d, group, 0);
+            mb_set_group(s, group, 0);
         }
     }
-    mb_set_dc(d);
+    mb_set_dc(s);
 }

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// The slice header (H.264 7.3.3) and the activation of the parameter sets that it names.
+// The syntax of the slice header (H.264 7.3.3).
 #pragma once
 
 #include <stdint.h>
 
+#include "avcdec/avc_refusal.h"
 #include "avcdec/bit_reader.h"
-
-struct AvcDecoder;
+#include "avcdec/nal_unit.h"
+#include "avcdec/parameter_sets.h"
 
 // One memory_management_control_operation and its operands. Kept, without effect: no picture is
 // decoded after this one.
@@ -35,17 +36,17 @@ struct AvcSliceHeader {
     uint8_t adaptive_ref_pic_marking_mode_flag;
     uint8_t marking_count;
     AvcMarkingOperation marking[kMaxMarkingOperations];
+    int32_t slice_qp_delta;
     uint8_t cabac_table_index;  // 3, the I slice column, when CABAC is on
     uint8_t disable_deblocking_filter_idc;
     int8_t slice_alpha_c0_offset_div2;
     int8_t slice_beta_offset_div2;
 };
 
-// Parses the header of the slice that the reader stands on and makes its parameter sets active.
-// Returns 0, or 1 when the slice is refused: not an I slice, unknown parameter sets, values out of
-// range, or no memory.
-int avc_parse_slice_header(AvcBitReader* r, AvcDecoder* decoder);
+// Reads first_mb_in_slice to pic_parameter_set_id into *h, of which all_slices_same_type is that of
+// the slice before in the picture.
+AvcRefused avc_read_slice_identity(AvcBitReader* r, const NalHeader& nal, AvcSliceHeader* h);
 
-// Makes a picture parameter set and the sequence parameter set that it names the active ones.
-// Returns 1 when one of them is not stored or not usable, or the working arrays cannot be obtained.
-int avc_activate_pps(AvcDecoder* decoder, uint32_t pic_parameter_set_id);
+// Reads the rest, by the parameter sets that the slice has named.
+AvcRefused avc_read_slice_fields(AvcBitReader* r, const NalHeader& nal, const AvcSps& sps,
+                                 const AvcPps& pps, AvcSliceHeader* h);

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "avcdec/avc_decoder.h"
+#include "avcdec/avc_instance.h"
 #include "explain/frame_fault.h"
 #include "runtime/owned.h"
 

@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "avcdec/avc_decoder.h"
+#include "avcdec/avc_instance.h"
 
 struct AvcFacts {
     bool has_sequence_set;  // the first one could be read; the fields below are from it

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "avcdec/avc_decoder.h"
+#include "avcdec/avc_instance.h"
 #include "fuzz/avc_writer.h"
 #include "fuzz/target.h"
 

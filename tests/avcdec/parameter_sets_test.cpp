@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "avcdec/avc_decoder.h"
+#include "avcdec/avc_instance.h"
 #include "runtime/accounted_memory.h"
 #include "tests/support/avc_builder.h"
 

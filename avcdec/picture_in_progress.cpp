@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/picture_in_progress.h"
+
+#include <string.h>
+
+#include "runtime/owned.h"
+
+int picture_allocate(AvcPictureInProgress* p, uint16_t width_mbs, uint16_t height_mbs) {
+    p->deblock = owned_calloc<DeblockRecord>(uint64_t{kDeblockRows} * width_mbs).release();
+    p->planes.width_mbs = width_mbs;
+    p->planes.height_mbs = height_mbs;
+    return p->deblock ? 0 : 1;
+}
+
+void picture_release(AvcPictureInProgress* p) {
+    if (p->deblock) upnp_free(p->deblock);
+    p->deblock = nullptr;
+}
+
+MbSamples picture_samples(const AvcPictureInProgress& p) {
+    const AvcPicture& planes = p.planes;
+    const ptrdiff_t luma_pitch = planes.stride;
+    const ptrdiff_t chroma_pitch = planes.stride / 2;
+    const ptrdiff_t x = p.x;
+    const ptrdiff_t y = p.y;
+    return {
+        {planes.plane[0] + (y * luma_pitch + x) * 16, planes.plane[1] + (y * chroma_pitch + x) * 8,
+         planes.plane[2] + (y * chroma_pitch + x) * 8},
+        luma_pitch,
+        chroma_pitch};
+}
+
+void fill_block(uint8_t* dst, ptrdiff_t pitch, int size, uint8_t value) {
+    for (int y = 0; y < size; ++y) memset(dst + y * pitch, value, static_cast<size_t>(size));
+}
+
+static DeblockRecord* deblock_ring(const AvcPictureInProgress* p, uint32_t row) {
+    return p->deblock + static_cast<size_t>(row % kDeblockRows) * p->planes.width_mbs;
+}
+
+static void deblock_picture_row(const AvcPictureInProgress* p, uint32_t row) {
+    deblock_row(p->kernels, p->planes, row, row == 0 ? nullptr : deblock_ring(p, row - 1),
+                deblock_ring(p, row));
+}
+
+DeblockRecord* picture_record(const AvcPictureInProgress* p) {
+    return deblock_ring(p, p->y) + p->x;
+}
+
+void picture_macroblock_done(AvcPictureInProgress* p) {
+    const uint32_t row = p->y;
+    ++p->next_mb;
+    if (++p->x < p->planes.width_mbs) return;
+    p->x = 0;
+    ++p->y;
+    if (row > 0) deblock_picture_row(p, row - 1);
+    if (p->y == p->planes.height_mbs) deblock_picture_row(p, row);
+}
+
+void picture_begin(AvcPictureInProgress* p) {
+    p->next_mb = 0;
+    p->x = 0;
+    p->y = 0;
+}
+
+void picture_skip_to(AvcPictureInProgress* p, uint32_t address) {
+    while (p->next_mb < address) {
+        const MbSamples to = picture_samples(*p);
+        fill_block(to.plane[0], to.luma_pitch, 16, kMissingSample);
+        fill_block(to.plane[1], to.chroma_pitch, 8, kMissingSample);
+        fill_block(to.plane[2], to.chroma_pitch, 8, kMissingSample);
+        *picture_record(p) = {};
+        picture_macroblock_done(p);
+    }
+}
+
+void picture_finish(AvcPictureInProgress* p) { picture_skip_to(p, picture_size(*p)); }

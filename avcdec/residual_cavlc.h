@@ -1,0 +1,8 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// The residual of a macroblock in CAVLC (H.264 7.3.5.3, 9.2).
+#pragma once
+
+#include "avcdec/slice_reader.h"
+
+// Fills masks and coefficients.
+void cavlc_read_residual(AvcSliceReader* s);

@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/slice_data.h"
+
+#include <string.h>
+
+#include <algorithm>
+
+#include "avcdec/intra_modes.h"
+#include "avcdec/mb_cabac.h"
+#include "avcdec/mb_cavlc.h"
+#include "avcdec/reconstruct.h"
+#include "avcdec/residual_cabac.h"
+#include "avcdec/residual_cavlc.h"
+
+// What blocks see of a macroblock that is not there. For CABAC its blocks count as coded, its luma
+// pattern as full and everything else as 0 (H.264 9.3.3.1.1).
+static constexpr MbNeighbour kMissingCavlc = {
+    {-1, -1, -1, -1},
+    {kCountMissing, kCountMissing, kCountMissing, kCountMissing, kCountMissing, kCountMissing,
+     kCountMissing, kCountMissing},
+    0x0f,
+    0,
+};
+static constexpr MbNeighbour kMissingCabac = {
+    {-1, -1, -1, -1},
+    {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1},
+    0x0f,
+    0,
+};
+
+static void set_counts(AvcSliceReader* s, uint8_t count) {
+    memset(s->top->blocks, count, sizeof s->left.blocks);
+    memset(s->left.blocks, count, sizeof s->left.blocks);
+}
+
+static bool is_at_last(const AvcPictureInProgress& picture) {
+    return picture.next_mb + 1 == picture_size(picture);
+}
+
+// Copies the samples of an I_PCM macroblock from the stream and starts the entropy coder behind
+// them. A monochrome macroblock has luma samples only.
+static void read_pcm(AvcSliceReader* s, const AvcPictureInProgress& picture) {
+    AvcMacroblock* const mb = &s->mb;
+    const size_t position =
+        s->is_cabac ? cabac_position(&s->cabac, s->bits.start) : bits_position(&s->bits);
+    const size_t from = (position + 7) / 8;
+    const size_t length = static_cast<size_t>(s->bits.end - s->bits.start);
+    const size_t size = s->monochrome ? 256 : 384;
+    mb->kind = kMbPcm;
+    const size_t first = std::min(from, length);
+    const size_t there = std::min(length - first, size);
+    uint8_t padded[384] = {};
+    if (there < size) memcpy(padded, s->bits.start + first, there);
+    reconstruct_pcm(picture, there < size ? padded : s->bits.start + first, s->monochrome);
+    bits_seek(&s->bits, (first + there) * 8);
+    bits_skip(&s->bits, static_cast<uint32_t>(size - there) * 8);  // counts as read
+    if (s->is_cabac) slice_reader_start_cabac(s);
+    memset(s->top->modes, kIntraDc, 4);
+    memset(s->left.modes, kIntraDc, 4);
+    set_counts(s, s->is_cabac ? 1 : 16);
+    mb->cbp = 0x2f;
+    mb->flags = 0;
+    mb->qp_delta_coded = 0;
+}
+
+static void read_macroblock(AvcSliceReader* s, const AvcPictureInProgress& picture) {
+    AvcMacroblock* const mb = &s->mb;
+    const uint32_t mb_type = (s->is_cabac ? cabac_read_prediction : cavlc_read_prediction)(s);
+    if (mb_type == kMbTypePcm) {
+        read_pcm(s, picture);
+    } else if (mb->cbp == 0 && mb->kind != kMbIntra16x16) {
+        set_counts(s, 0);
+        mb->qp_delta_coded = 0;
+        reconstruct_macroblock(picture, mb);
+    } else {
+        (s->is_cabac ? cabac_read_residual : cavlc_read_residual)(s);
+        reconstruct_macroblock(picture, mb);
+    }
+    if (mb->kind == kMbIntra16x16 || mb->kind == kMbPcm) mb->flags |= kNotINxN;
+    if (mb->kind == kMbIntra8x8) mb->flags |= kTransform8x8;
+    s->top->cbp = s->left.cbp = mb->cbp;
+    s->top->flags = s->left.flags = mb->flags;
+}
+
+// Slices are runs of consecutive addresses, so a neighbour is in the slice when its address is.
+static uint8_t find_available(const AvcSliceReader* s, const AvcPictureInProgress& picture) {
+    const uint32_t width = picture.planes.width_mbs;
+    const uint32_t x = picture.x;
+    // Macroblocks of the slice before this one.
+    const uint32_t since = picture.next_mb - s->header.first_mb_in_slice;
+    uint8_t available = 0;
+    if (x > 0 && since >= 1) available |= kHasLeft;
+    if (since >= width) available |= kHasTop;
+    if (x + 1 < width && since + 1 >= width) available |= kHasTopRight;
+    if (x > 0 && since >= width + 1) available |= kHasTopLeft;
+    return available;
+}
+
+static void begin_macroblock(AvcSliceReader* s, const AvcPictureInProgress& picture) {
+    AvcMacroblock* const mb = &s->mb;
+    mb->available = find_available(s, picture);
+    s->top = s->columns + picture.x;
+    mb->cbp = 0;
+    mb->flags = 0;
+    mb->coded_mask = 0;
+    mb->ac_mask = 0;
+    const MbNeighbour& missing = s->is_cabac ? kMissingCabac : kMissingCavlc;
+    if (!(mb->available & kHasLeft)) s->left = missing;
+    if (!(mb->available & kHasTop)) *s->top = missing;
+}
+
+static uint8_t deblock_flags(const AvcSliceReader* s) {
+    const uint8_t idc = s->header.disable_deblocking_filter_idc;
+    uint8_t flags = kDeblockDecoded;
+    if (s->mb.kind == kMbIntra8x8) flags |= kDeblockTransform8x8;
+    if (s->monochrome) flags |= kDeblockMonochrome;
+    if (idc == 1) return flags;
+    flags |= kDeblockInner;
+    if (idc == 0 || s->mb.available & kHasLeft) flags |= kDeblockLeft;
+    if (idc == 0 || s->mb.available & kHasTop) flags |= kDeblockTop;
+    return flags;
+}
+
+static void note_for_deblocking(const AvcSliceReader* s, DeblockRecord* record) {
+    const AvcSliceHeader& header = s->header;
+    record->qp = s->mb.kind == kMbPcm ? 0 : s->quantiser.qp;
+    record->flags = deblock_flags(s);
+    record->offset_a = static_cast<int8_t>(header.slice_alpha_c0_offset_div2 * 2);
+    record->offset_b = static_cast<int8_t>(header.slice_beta_offset_div2 * 2);
+    record->chroma_offset[0] = s->quantiser.chroma_offset[0];
+    record->chroma_offset[1] = s->quantiser.chroma_offset[1];
+}
+
+// True when the reader has used bits that the slice does not have.
+static bool is_overrun(const AvcSliceReader* s) {
+    if (!s->is_cabac) return bits_overrun(&s->bits);
+    const size_t length = static_cast<size_t>(s->bits.end - s->bits.start);
+    return cabac_position(&s->cabac, s->bits.start) > length * 8;
+}
+
+// Whether another macroblock follows in the slice.
+static bool has_more_macroblocks(AvcSliceReader* s, int* overrun) {
+    if (s->is_cabac) return cabac_decode_terminate(&s->cabac);
+    return bits_more_rbsp_data(&s->bits, overrun);
+}
+
+// Decodes macroblocks up to the end of the slice or of the picture.
+static AvcRefused decode_macroblocks(AvcSliceReader* s, AvcPictureInProgress* picture) {
+    const uint32_t size = picture_size(*picture);
+    for (;;) {
+        begin_macroblock(s, *picture);
+        read_macroblock(s, *picture);
+        // What the last macroblock lacks reads as zeros; before it, the slice is cut off.
+        if (s->mb.has_error || (is_overrun(s) && !is_at_last(*picture))) {
+            return {is_overrun(s) ? AvcRefusal::kSliceCutOff : AvcRefusal::kSliceData};
+        }
+        note_for_deblocking(s, picture_record(picture));
+        picture_macroblock_done(picture);
+        if (picture->next_mb == size) return {};
+        int overrun = 0;
+        if (has_more_macroblocks(s, &overrun)) continue;
+        return {overrun ? AvcRefusal::kSliceCutOff : AvcRefusal::kNone};
+    }
+}
+
+AvcRefused avc_decode_slice_data(AvcSliceReader* s, AvcPictureInProgress* picture) {
+    picture_skip_to(picture, s->header.first_mb_in_slice);
+    s->mb.has_error = 0;
+    s->mb.qp_delta_coded = 0;
+    const AvcRefused refused = decode_macroblocks(s, picture);
+    // A bad block may have left some.
+    if (refused) memset(s->mb.coefficients, 0, sizeof s->mb.coefficients);
+    return refused;
+}

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "avcdec/slice_reader.h"
+
+#include <string.h>
+
+#include "avcdec/intra_modes.h"
+#include "avcdec/transform.h"
+#include "runtime/owned.h"
+
+int slice_reader_allocate(AvcSliceReader* s, uint32_t width_mbs) {
+    s->columns = owned_calloc<MbNeighbour>(width_mbs).release();
+    return s->columns ? 0 : 1;
+}
+
+void slice_reader_release(AvcSliceReader* s) {
+    if (s->columns) upnp_free(s->columns);
+    s->columns = nullptr;
+}
+
+void slice_reader_start_cabac(AvcSliceReader* s) {
+    const size_t length = static_cast<size_t>(s->bits.end - s->bits.start);
+    const size_t position = bits_position(&s->bits) / 8;
+    const uint8_t* const first = s->bits.start + (position < length ? position : length);
+    s->cabac_bytes = {first, s->bits.end, 0};
+    cabac_start(&s->cabac, &s->cabac_bytes);
+}
+
+void mb_set_modes(AvcSliceReader* s, const int8_t* fields) {
+    MbNeighbour* const top = s->top;
+    if (s->mb.kind == kMbIntra8x8) {
+        derive_intra8x8_modes(&s->mb, fields, top, &s->left);
+    } else {
+        derive_intra4x4_modes(&s->mb, fields, top, &s->left);
+    }
+}
+
+void mb_set_intra16(AvcSliceReader* s, uint32_t mb_type) {
+    AvcMacroblock* const mb = &s->mb;
+    const uint32_t t = mb_type - 1;
+    mb->kind = kMbIntra16x16;
+    mb->intra16_mode = intra16_table_mode(t & 3, mb->available);
+    const uint32_t chroma = s->monochrome ? 0 : (t >> 2) % 3 << 4;
+    mb->cbp = static_cast<uint8_t>(chroma | (t < 12 ? 0 : 15));
+    memset(s->top->modes, kIntraDc, 4);
+    memset(s->left.modes, kIntraDc, 4);
+}
+
+void mb_set_group(AvcSliceReader* s, const BlockGroup& group, uint8_t value) {
+    uint8_t* const left = s->left.blocks + group.left;
+    uint8_t* const top = s->top->blocks + group.top;
+    left[0] = top[0] = value;
+    if (group.count > 1) left[1] = top[1] = value;
+}
+
+static void set_luma_dc(AvcSliceReader* s, const int16_t* levels) {
+    AvcMacroblock* const mb = &s->mb;
+    int32_t dc[16];
+    transform_luma_dc(levels, dc);
+    const AvcScale& scale = s->quantiser.luma_dc;
+    for (int b = 0; b < 16; ++b) {
+        const int32_t value = dc[block_y(b) * 4 + block_x(b)];
+        mb->coefficients[b * 16] = scale_level(value, scale.factors[0], scale);
+    }
+    mb->coded_mask |= kLumaMask;
+}
+
+static void set_chroma_dc(AvcSliceReader* s, int c, const int16_t* levels) {
+    AvcMacroblock* const mb = &s->mb;
+    int32_t dc[4];
+    transform_chroma_dc(levels, dc);
+    const AvcScale& scale = s->quantiser.chroma_dc[c];
+    for (int b = 0; b < 4; ++b) {
+        mb->coefficients[(16 + 4 * c + b) * 16] = scale_level(dc[b], scale.factors[0], scale);
+    }
+    mb->coded_mask |= kCbMask >> 4 * c;
+}
+
+void mb_set_dc(AvcSliceReader* s) {
+    AvcMacroblock* const mb = &s->mb;
+    int16_t* const levels = mb->coefficients + kDcBlock * 16;
+    if (mb->coded_mask & block_bit(kDcBlock)) {
+        set_luma_dc(s, levels);
+        memset(levels, 0, 16 * sizeof *levels);
+    }
+    for (int c = 0; c < 2; ++c) {
+        if (!(mb->coded_mask & block_bit(kDcBlock + 1 + c))) continue;
+        int16_t* const chroma_levels = levels + 16 * (1 + c);
+        set_chroma_dc(s, c, chroma_levels);
+        memset(chroma_levels, 0, 4 * sizeof *levels);
+    }
+}
