@@ -3,12 +3,13 @@
 
 #include <fcntl.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "thumbnailer/confined_drawing.h"
@@ -20,22 +21,23 @@ constexpr int kDone = 0;
 constexpr int kNoPicture = 1;
 constexpr int kWrongUsage = 2;
 
-// RFC 8089, with what a path may contain as it is.
+// RFC 8089, with what a path may contain as it is. Links are not followed: desktops name a
+// thumbnail by the path that its video was found by.
 static std::string uri_of(const std::string& path) {
-    char* const whole = realpath(path.c_str(), nullptr);
+    std::error_code ignored;
+    const std::string whole = std::filesystem::absolute(path, ignored).lexically_normal().native();
     std::string uri = "file://";
-    for (const char* p = whole ? whole : ""; *p; ++p) {
-        const unsigned char c = static_cast<unsigned char>(*p);
+    for (const char letter : whole) {
+        const unsigned char c = static_cast<unsigned char>(letter);
         const bool is_letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
         if (is_letter || (c >= '0' && c <= '9') || strchr("!$&'()*+,-./:=@_~", c)) {
-            uri += *p;
+            uri += letter;
         } else {
             char escape[4];
             snprintf(escape, sizeof escape, "%%%02X", c);
             uri += escape;
         }
     }
-    free(whole);
     return uri;
 }
 
