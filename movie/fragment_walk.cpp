@@ -5,7 +5,7 @@
 #include <limits>
 
 constexpr size_t kMaxPlaces = 4096;
-constexpr uint64_t kSampleCost = 16;
+constexpr uint64_t kSampleCost = 8;
 // Fragments in front of the wanted one that are walked before it counts as far away.
 constexpr uint32_t kPatience = 64;
 // How much of the source is searched for a fragment.

@@ -42,13 +42,16 @@ static bool is_first_box(uint32_t type) {
 MovieRefusal Movie::Parts::open() {
     BoxWalk walk(&reader, 0, source->size());
     Box box;
-    if (!walk.next(&box) || !is_first_box(box.type)) return MovieRefusal::kNotAMovie;
+    if (!walk.next(&box)) return MovieRefusal::kNotAMovie;
+    const bool is_known = is_first_box(box.type);
     std::optional<uint64_t> first_fragment;
     do {
         if (box.type == fourcc("moov")) break;
         if (box.type == fourcc("moof") && !first_fragment) first_fragment = box.begin;
     } while (walk.next(&box));
-    if (box.type != fourcc("moov")) return MovieRefusal::kNoMovieBox;
+    if (box.type != fourcc("moov")) {
+        return is_known ? MovieRefusal::kNoMovieBox : MovieRefusal::kNotAMovie;
+    }
     const MovieRefusal why = read_movie_headers(&reader, box, &headers);
     if (why != MovieRefusal::kNone) return why;
     const VideoTrack& video = headers.video;
@@ -66,7 +69,9 @@ MovieRefusal Movie::Parts::open() {
 
 // In the order of decoding, from about time_us on.
 bool Movie::Parts::visit_key_frames(int64_t time_us, KeyFrameVisitor* visitor) {
-    const int64_t media_time = presentation.earliest_media_time(time_us);
+    // What the start is decoded from may stand anywhere in front of it.
+    const int64_t media_time = time_us <= 0 ? std::numeric_limits<int64_t>::min()
+                                            : presentation.earliest_media_time(time_us);
     if (!visit_table_key_frames(source, &work, headers.video.tables, media_time, visitor)) {
         return false;
     }
@@ -76,8 +81,8 @@ bool Movie::Parts::visit_key_frames(int64_t time_us, KeyFrameVisitor* visitor) {
 Movie::Movie(ByteSource* source) : parts_(std::make_unique<Parts>(source)) {
     parts_->refusal = parts_->open();
     if (parts_->refusal != MovieRefusal::kNone) return;
-    for (SampleEntry& entry : parts_->headers.video.entries) {
-        parts_->descriptions.push_back(std::move(entry.description));
+    for (const SampleEntry& entry : parts_->headers.video.entries) {
+        parts_->descriptions.push_back(entry.description);
     }
 }
 

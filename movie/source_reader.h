@@ -10,9 +10,9 @@
 #include "movie/byte_source.h"
 #include "runtime/byte_order.h"
 
-// What one movie may cost, in bytes read and their like: enough for the headers of a day in
-// fragments of half a second, and seconds of work at most.
-constexpr uint64_t kMovieWork = uint64_t{512} << 20;
+// What one movie may cost, in bytes read and their like: enough for the tables of a day of which
+// every frame has entries of its own, and half a second of work at most.
+constexpr uint64_t kMovieWork = uint64_t{256} << 20;
 
 class WorkBudget {
  public:

@@ -121,10 +121,13 @@ TEST(Movie, StartsWhereItIsAskedTo) {
         SCOPED_TRACE(c.from_ms);
         EXPECT_EQ(times_ms(movie.key_frames_from(c.from_ms * 1000, c.count)), c.want);
     }
-    // Without a table of sync samples the same ones are found.
+    // Without a table of sync samples the same ones are found, also what an edit starts from.
     track.has_sync_table = false;
     MemorySource untold(plain_film(track));
     EXPECT_EQ(times_ms(Movie(&untold).key_frames_from(5000001, 1)), std::vector<int64_t>{10000});
+    track.edits = words({1, 9000, 60, 0x10000});
+    MemorySource cut(plain_film(track));
+    EXPECT_EQ(times_ms(Movie(&cut).key_frames_from(0, 2)), (std::vector<int64_t>{0, 4000}));
 }
 
 TEST(Movie, ShowsTimesBehindCompositionAndEdits) {
@@ -406,6 +409,7 @@ TEST(Movie, FindsTheMovieBoxWhereverItIs) {
         {"wide data", box("wide") + u32(1) + "mdat" + u64(data.size() + 16), false},
         {"unknown boxes",
          box("ftyp", "what") + meta + full_meta + udta + u32(data.size() + 8) + "mdat", false},
+        {"unknown box first", box("what", "x") + u32(data.size() + 8) + "mdat", false},
         {"large box", large_box("skip", zeros(99)) + u32(data.size() + 8) + "mdat", false},
         {"open data last", "", true},
         {"data too long", "", true},
