@@ -9,7 +9,9 @@
 
 static void drop_buffer(BufferedFile* file) { file->cursor = file->bytes_left = 0; }
 
+// At the end of the file, as it was when it was opened, the buffer stays: seeks go back from there.
 static bool refill(BufferedFile* file) {
+    if (file->handle->position >= file->handle->size) return false;
     drop_buffer(file);
     const int32_t count = upnp_file_read(file->handle, file->buffer, file->capacity);
     if (count > 0) file->bytes_left = static_cast<uint32_t>(count);
@@ -124,7 +126,7 @@ int64_t upnp_file_seek_b(BufferedFile* file, int64_t offset, int32_t whence) {
     if (__builtin_add_overflow(base, offset, &target)) target = -1;
     const uint32_t fill = file->cursor + file->bytes_left;
     const int64_t range_start = file->handle->position - fill;
-    if (target >= range_start && target < range_start + fill) {
+    if (target >= range_start && target <= range_start + fill) {  // its end is where it is refilled
         file->cursor = static_cast<uint32_t>(target - range_start);
         file->bytes_left = fill - file->cursor;
         return target;

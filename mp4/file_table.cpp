@@ -16,6 +16,7 @@ void file_table_declare(BufferedFile* file, FileTable* table, uint32_t count, ui
     table->stored_words = is_filled ? std::min(uint64_t{count} * entry_words, words_ahead) : 0;
     table->window_start = 0;
     table->window_words = 0;
+    if (table->stored_words != 0) file_table_load(file, table, 0);
 }
 
 void file_table_load(BufferedFile* file, FileTable* table, uint64_t index) {

@@ -20,7 +20,8 @@ struct FileTable {
     uint32_t window[kTableWindow];
 };
 
-// Declares the table whose entries start at the file's tell. is_filled is false for a table whose
+// Declares the table whose entries start at the file's tell, and reads the first window while the
+// file is there; the tell moves. is_filled is false for a table whose
 // entries are all 0 and not in the file.
 void file_table_declare(BufferedFile* file, FileTable* table, uint32_t count, uint32_t entry_words,
                         bool is_filled);
