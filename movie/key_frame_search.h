@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "movie/key_frame_visitor.h"
-#include "movie/movie.h"
+#include "movie/movie_key_frame.h"
 #include "movie/presentation.h"
 #include "movie/sample_entry.h"
 

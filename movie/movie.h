@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "movie/byte_source.h"
+#include "movie/movie_key_frame.h"
 #include "movie/video_description.h"
 
 // EXIF's numbers: what the stored picture needs to be upright. Turns are clockwise.
@@ -24,14 +25,6 @@ enum class Orientation : uint8_t {
     kTurned90 = 6,
     kTransversed = 7,  // rows become columns, then turned by 180 degrees
     kTurned270 = 8,
-};
-
-// One coded picture that decodes by itself.
-struct MovieKeyFrame {
-    int64_t time_us;       // presentation time behind the edit list, 0 at the movie's start
-    uint64_t offset;       // of its bytes in the source
-    uint32_t size;         // bytes, at least 1, all of them there
-    uint32_t description;  // index into Movie::descriptions, of one that is not refused
 };
 
 class Movie {
