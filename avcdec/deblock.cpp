@@ -4,11 +4,22 @@
 #include "avcdec/deblock_tables.h"
 #include "avcdec/quant_tables.h"
 
-// H.264 8.7.2.2, for the mean QP of the two sides.
-static EdgeThresholds thresholds(const DeblockRecord& q, int qp) {
-    const int index_a = kDeblockPad + qp + q.offset_a;
-    const int index_b = kDeblockPad + qp + q.offset_b;
-    return {kDeblockAlpha[index_a], kDeblockBeta[index_b], kDeblockTc0[index_a]};
+// The thresholds of a slice by the mean QP of the two sides of an edge (H.264 8.7.2.2). Few slices
+// differ in their offsets: macroblock by macroblock a look is enough.
+struct SliceThresholds {
+    EdgeThresholds by_qp[52];
+    int offset_a;
+    int offset_b;
+};
+
+static void set_thresholds(SliceThresholds* t, int offset_a, int offset_b) {
+    t->offset_a = offset_a;
+    t->offset_b = offset_b;
+    for (int qp = 0; qp < 52; ++qp) {
+        const int index_a = kDeblockPad + qp + offset_a;
+        const int index_b = kDeblockPad + qp + offset_b;
+        t->by_qp[qp] = {kDeblockAlpha[index_a], kDeblockBeta[index_b], kDeblockTc0[index_a]};
+    }
 }
 
 // The quantiser of plane c of a macroblock.
@@ -18,15 +29,15 @@ static int plane_qp(const DeblockRecord& r, int c) {
 
 // Sets the edges of plane c towards both neighbours. sides are the macroblocks on the other side of
 // the outer edges, by DeblockDirection; null when that edge is not filtered.
-static void set_edges(const DeblockRecord* const sides[2], const DeblockRecord& q, int c,
-                      DeblockEdges edges[2][3]) {
+static void set_edges(const SliceThresholds& t, const DeblockRecord* const sides[2],
+                      const DeblockRecord& q, int c, DeblockEdges edges[2][3]) {
     const int q_qp = plane_qp(q, c);
     for (int direction = 0; direction < 2; ++direction) {
         const DeblockRecord* const p = sides[direction];
         DeblockEdges* const e = &edges[direction][c];
-        e->inner = thresholds(q, q_qp);
+        e->inner = t.by_qp[q_qp];
         e->inner_step = c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;
-        e->outer = p ? thresholds(q, (plane_qp(*p, c) + q_qp + 1) >> 1) : EdgeThresholds{};
+        e->outer = p ? t.by_qp[(plane_qp(*p, c) + q_qp + 1) >> 1] : EdgeThresholds{};
     }
 }
 
@@ -62,23 +73,28 @@ static void filter_direction(const ReconKernels& k, DeblockDirection direction, 
     }
 }
 
-static void deblock_macroblock(const ReconKernels& k, const MbPlanes& to,
+static void deblock_macroblock(const ReconKernels& k, const MbPlanes& to, const SliceThresholds& t,
                                const DeblockRecord* const sides[2], const DeblockRecord& q) {
-    DeblockEdges edges[2][3];
+    __attribute__((uninitialized)) DeblockEdges edges[2][3];
     const int planes = q.flags & kDeblockMonochrome ? 1 : 3;
-    for (int c = 0; c < planes; ++c) set_edges(sides, q, c, edges);
+    for (int c = 0; c < planes; ++c) set_edges(t, sides, q, c, edges);
     filter_direction(k, kVerticalEdge, to, edges[kVerticalEdge], planes);
     filter_direction(k, kHorizontalEdge, to, edges[kHorizontalEdge], planes);
 }
 
 void deblock_row(const ReconKernels& k, const AvcPicture& picture, uint32_t row,
                  const DeblockRecord* above, const DeblockRecord* records) {
+    SliceThresholds thresholds;
+    set_thresholds(&thresholds, records[0].offset_a, records[0].offset_b);
     for (uint32_t x = 0; x < picture.width_mbs; ++x) {
         const DeblockRecord& q = records[x];
         if (!(q.flags & kDeblockInner)) continue;
         const DeblockRecord* const sides[2] = {
             neighbour(x > 0 ? &records[x - 1] : nullptr, q, kDeblockLeft),
             neighbour(above ? &above[x] : nullptr, q, kDeblockTop)};
-        deblock_macroblock(k, macroblock_at(picture, row, x), sides, q);
+        if (q.offset_a != thresholds.offset_a || q.offset_b != thresholds.offset_b) {
+            set_thresholds(&thresholds, q.offset_a, q.offset_b);
+        }
+        deblock_macroblock(k, macroblock_at(picture, row, x), thresholds, sides, q);
     }
 }

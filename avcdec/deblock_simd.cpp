@@ -177,7 +177,7 @@ static inline void store_turned_16(uint8_t* dst, ptrdiff_t pitch, const U8x16* c
 }
 
 static void luma_vertical(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges& e) {
-    U8x16 columns[4 + 16];
+    __attribute__((uninitialized)) U8x16 columns[4 + 16];
     if (e.outer.is_on()) load_turned_4(dst - 4, pitch, columns);
     load_turned_16(dst, pitch, columns + 4);
     const unsigned changed = filter_luma(reinterpret_cast<uint8_t*>(columns + 4), 16, e);

@@ -31,7 +31,7 @@ uint32_t cavlc_read_prediction(AvcSliceReader* s) {
     if (mb_type >= kMbTypePcm) return kMbTypePcm;
     if (mb_type == 0) {
         mb->kind = s->transform_8x8_mode && bits_read_1(r) ? kMbIntra8x8 : kMbIntra4x4;
-        ModeField fields[16];
+        __attribute__((uninitialized)) ModeField fields[16];
         for (int b = 0; b < mode_field_count(mb->kind); ++b) fields[b] = read_mode_field(r);
         mb_set_modes(s, fields);
     } else {

@@ -26,10 +26,10 @@ enum Pred8x8Available : unsigned { kPred8x8TopLeft = 1, kPred8x8TopRight = 2 };
 using AddBlockFn = void (*)(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients);
 
 // Filter thresholds of an edge (H.264 8.7.2.2). alpha or beta 0 lets no sample pass.
-struct EdgeThresholds {
-    int alpha;
-    int beta;  // 0 to 18
-    int tc0;   // 0 to 25; not used by the strong filter
+struct alignas(4) EdgeThresholds {  // copied in one piece
+    uint8_t alpha;
+    uint8_t beta;  // 0 to 18
+    uint8_t tc0;   // 0 to 25; not used by the strong filter
 
     bool is_on() const { return alpha != 0 && beta != 0; }
 };

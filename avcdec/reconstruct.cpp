@@ -118,7 +118,7 @@ static void copy_block(const uint8_t* from, ptrdiff_t from_pitch, int size, uint
 }
 
 static void reconstruct_at_border(const ReconKernels& k, AvcMacroblock* mb, const MbSamples& to) {
-    BorderArea area;
+    __attribute__((uninitialized)) BorderArea area;
     const MbSamples inside = {
         {area.block(0), area.block(1), area.block(2)}, BorderArea::kPitch, BorderArea::kPitch};
     for (int i = 0; i < 3; ++i) {

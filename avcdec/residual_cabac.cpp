@@ -148,7 +148,7 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
     const ResidualTarget target = {kScan8x8.data(), s->quantiser.scale8x8,
                                    s->mb.coefficients + group.block * 16};
     CabacEngine e = s->cabac;
-    uint8_t places[64];
+    __attribute__((uninitialized)) uint8_t places[64];
     const uint8_t* const end = read_map_8x8(&e, s->contexts, places);
     const int highest = end[-1];
     const bool is_valid = read_levels(&e, s->contexts + kCtxAbsLevel8x8, 4, places, end, target);
@@ -174,7 +174,7 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
         const bool is_coded = cabac_decode_branch(&e, flags + *l + 2 * *t);
         *l = *t = is_coded;
         if (!is_coded) continue;
-        uint8_t places[16];
+        __attribute__((uninitialized)) uint8_t places[16];
         const uint8_t* const end = read_map(&e, s->contexts, layout, places);
         const int highest = end[-1];
         const bool is_valid = read_levels(&e, s->contexts + layout.abs_level, layout.max_greater,

@@ -160,7 +160,7 @@ KS_INLINE ResidualCount read_block(BlockReader* r, int nc, int max_coefficients,
     const int total = token.total_coeff;
     if (total == 0) return token.length == 0 ? kNoCode : ResidualCount{0, 0};
     if (total > max_coefficients) return kNoCode;
-    int32_t levels[16];
+    __attribute__((uninitialized)) int32_t levels[16];
     read_levels(r, token, levels);
     int zeros_left = total < max_coefficients ? read_total_zeros(r, total, max_coefficients) : 0;
     if (total + zeros_left > max_coefficients) return kNoCode;
