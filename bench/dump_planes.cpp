@@ -18,7 +18,7 @@ static int decode_at(const char* path, int percent, DecodedPicture* picture) {
     request.key_frame_count = 1;
     request.codec_kind = kCodecNone;
     const bool is_there = GetKeyFrameMpeg4(path, &request) == 0 && request.key_frame_count == 1 &&
-                          key_frame_read(&request, 0, &record) == 0;
+                          key_frame_read(&request, 0, &record) == Refusal::kNone;
     const int result = is_there ? decode_key_frame(record, request.codec_kind, picture) : 1;
     key_frame_release(&record);
     return result;

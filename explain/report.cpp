@@ -6,16 +6,13 @@
 
 #include <algorithm>
 
+#include "avcdec/avc_stream_facts.h"
 #include "explain/message_keeper.h"
 #include "explain/run_verdict.h"
 #include "mp4/video_state.h"
+#include "runtime/accounted_memory.h"
 #include "runtime/message_log.h"
-#include "runtime/owned.h"
-#include "runtime/sandbox.h"
-#include "thumb/decode_key_frame_mpeg4.h"
-#include "tool/key_frames.h"
 #include "tool/movie_index.h"
-#include "tool/selection.h"
 #include "wording/printable.h"
 
 constexpr int kMostRows = 200;  // of the key frame table, unless all are asked for
@@ -36,8 +33,8 @@ struct Report {
     bool lists_all;
     FILE* out;
     BoxFacts boxes;
-    AvcFacts avc;
-    TrialRun trial;
+    AvcStreamFacts avc;
+    ThumbnailRun run;  // a real one, but for the file
     WantedFrames frames;
     bool spoils_a_video;   // something that looks like a video stands where the output goes
     int64_t chosen_index;  // of the chosen key frame in the table, or -1
@@ -54,60 +51,6 @@ static void print_time(FILE* out, uint64_t ms) {
     fprintf(out, "%4" PRIu64 ":%02u:%02u.%03u", ms / 3600000,
             static_cast<unsigned>(ms / 60000 % 60), static_cast<unsigned>(ms / 1000 % 60),
             static_cast<unsigned>(ms % 1000));
-}
-
-static Owned<uint8_t> copy_of(const uint8_t* bytes, int32_t length) {
-    const uint64_t count = static_cast<uint64_t>(std::max(length, 0));
-    Owned<uint8_t> copy = owned_malloc<uint8_t>(count + 1);
-    if (copy && count != 0) memcpy(copy.get(), bytes, count);
-    return copy;
-}
-
-static void explain_frame(const KeyFrame& frame, int32_t codec_kind, FrameFault* fault) {
-    if (codec_kind == kCodecAvc) {
-        explain_avc_frame(frame, fault);
-        return;
-    }
-    DecodedPicture picture = {};
-    const int status = DecodeKeyFrameMpeg4(&frame, &picture, codec_kind);
-    const Owned<uint8_t> planes(picture.planes);
-    if (status != 0) explain_m4v_frame(frame, codec_kind, fault);
-}
-
-// Decoding changes the frame, so what there is to explain is looked for in a copy.
-static void write_to_nowhere(const Arguments& args, const KeyFrame& chosen, TrialRun* trial) {
-    const Owned<uint8_t> config = copy_of(chosen.config, chosen.config_length);
-    const Owned<uint8_t> sample = copy_of(chosen.sample, chosen.bytes_read);
-    KeyFrame copy = chosen;
-    copy.config = config.get();
-    copy.sample = sample.get();
-    trial->params = {kNowhere, args.quality, args.width, args.height};
-    trial->is_written = WriteThumbnail(&chosen, &trial->params, trial->codec_kind) != 1;
-    if (!trial->is_written && config && sample) {
-        explain_frame(copy, trial->codec_kind, &trial->fault);
-    }
-}
-
-// Runs what keystill runs, and throws the picture away.
-static void run_trial(const Arguments& args, TrialRun* trial) {
-    trial->codec_kind = kCodecNone;
-    trial->collected = -1;
-    trial->chosen = -1;
-    trial->has_records = args.key_frame_count <= kMostKeyFrames;
-    if (!trial->has_records) return;
-    KeyFrameRequest request = {};
-    request.clip_offset_percent = args.clip_offset_percent;
-    request.key_frame_count = args.key_frame_count;
-    request.codec_kind = kCodecNone;
-    if (GetKeyFrameMpeg4(args.input_path, &request) != 0) return;
-    trial->codec_kind = request.codec_kind;
-    trial->collected = request.key_frame_count;
-    if (request.codec_kind == kCodecNone || request.key_frame_count == 0) return;
-    trial->chosen = selection_pick(request.list, args.size_percentile);
-    KeyFrame record;
-    trial->is_read = key_frame_read(&request, trial->chosen, &record) == 0;
-    if (trial->is_read) write_to_nowhere(args, record, trial);
-    key_frame_release(&record);
 }
 
 // Walks the file with the log started, and prints what the container reader said.
@@ -128,22 +71,41 @@ static int walk_and_listen(Report* report, BufferedFile* file, ParseContext* con
     return movie_walk(file, report->args.input_path, context);
 }
 
-static void look_at_avc(AvcFacts* avc) {
+static AvcStreamFacts look_at_avc() {
     const VideoState& state = g_video_state;
-    if (state.codec_kind != kCodecAvc) return;
-    const ConfigBlock& sequence_sets = state.sequence_sets;
-    const ConfigBlock& picture_sets = state.picture_sets;
-    avc_look_at_sequence_set(avc_first_unit(sequence_sets.bytes.get(), sequence_sets.length), avc);
-    avc_look_at_picture_set(avc_first_unit(picture_sets.bytes.get(), picture_sets.length), avc);
+    if (state.codec_kind != kCodecAvc) return {};
+    return avc_look_at_sets(state.sequence_sets.bytes.get(), state.sequence_sets.length);
 }
 
-static void print_avc(const AvcFacts& avc, FILE* out) {
+static const char* avc_profile_name(uint32_t profile_idc) {
+    switch (profile_idc) {
+        case 44:
+            return "CAVLC 4:4:4 Intra";
+        case 66:
+            return "Baseline";
+        case 77:
+            return "Main";
+        case 88:
+            return "Extended";
+        case 100:
+            return "High";
+        case 110:
+            return "High 10";
+        case 122:
+            return "High 4:2:2";
+        case 244:
+            return "High 4:4:4 Predictive";
+        default:
+            return "unknown";
+    }
+}
+
+static void print_avc(const AvcStreamFacts& avc, FILE* out) {
     if (!avc.has_sequence_set) return;
     static const char* const kChroma[] = {"monochrome", "4:2:0", "4:2:2", "4:4:4"};
-    const char* const name = avc_profile_name(avc.profile_idc);
-    fprintf(out, ", %s profile (%" PRIu32 "), level %.1f, %" PRIu32 "-bit %s, %s",
-            *name ? name : "unknown", avc.profile_idc, avc.level_idc / 10.0, avc.bit_depth_luma,
-            kChroma[std::min<uint32_t>(avc.chroma_format_idc, 3)],
+    fprintf(out, ", %s profile (%u), level %.1f, %" PRIu32 "-bit %s, %s",
+            avc_profile_name(avc.profile_idc), unsigned{avc.profile_idc}, avc.level_idc / 10.0,
+            avc.bit_depth_luma, kChroma[std::min<unsigned>(avc.chroma_format_idc, 3)],
             avc.is_interlaced ? "interlaced" : "progressive");
 }
 
@@ -257,14 +219,13 @@ static int list_key_frame(Report* report, KeyFrameTable* table, uint32_t index) 
     }
     SamplePlace place;
     if (movie_locate_key_frame(table->file, index, &place) != 0) {
-        report->frames.is_broken_off = is_wanted;
         return 1;
     }
     const char* mark = "";
     if (is_wanted) report->frames.largest = std::max(report->frames.largest, place.size);
     if (is_wanted && place.size == 0) mark = "  empty";
     if (is_wanted && place.size != 0) {
-        const bool is_chosen = table->filled++ == report->trial.chosen;
+        const bool is_chosen = table->filled++ == report->run.chosen;
         mark = is_chosen ? "  collected, picked" : "  collected";
         if (is_chosen) {
             report->chosen_index = index;
@@ -285,7 +246,7 @@ static void list_key_frames(Report* report, BufferedFile* file, bool is_collecte
     table.file = file;
     table.first = movie_first_key_index(file, is_collected ? report->args.clip_offset_percent : 0);
     table.to_fill = is_collected ? report->args.key_frame_count : 0;
-    if (report->trial.collected > 0) table.to_fill = report->trial.collected;
+    if (report->run.collected > 0) table.to_fill = report->run.collected;
     report->frames.is_in_fragments = g_video_state.fragments.has_table;
     report->frames.has_base_data_offset = report->boxes.has_base_data_offset;
     mp4_grant_look_ups();
@@ -293,8 +254,20 @@ static void list_key_frames(Report* report, BufferedFile* file, bool is_collecte
     for (uint32_t i = 0; i < movie_key_index_end(); ++i) {
         if (list_key_frame(report, &table, i) != 0) break;
     }
-    report->frames.is_given_up = mp4_is_work_used_up();
     if (table.skips) fputs("    ...\n", report->out);
+}
+
+// Runs what keystill runs, and throws the picture away.
+static ThumbnailRun run_to_nowhere(Arguments args) {
+    args.output_path = kNowhere;
+    return make_thumbnail(args);
+}
+
+// Whether the boxes can tell more about it.
+static bool has_poor_container(Refusal refusal) {
+    return refusal == Refusal::kNoKeyFrameTable || refusal == Refusal::kNoSampleTables ||
+           refusal == Refusal::kNoConfiguration || refusal == Refusal::kOtherCodec ||
+           refusal == Refusal::kNoKeyFrame;
 }
 
 // Reports on a file that can be read.
@@ -302,23 +275,23 @@ static void report_on_file(Report* report, BufferedFile* file) {
     Verdict* const verdict = &report->verdict;
     const int64_t file_size = file->handle->size;
     const bool has_wrong_arguments = verdict->is_failure;
-    if (!has_wrong_arguments) run_trial(report->args, &report->trial);
+    if (!has_wrong_arguments) report->run = run_to_nowhere(report->args);
     explain_boxes(file, file_size, report->out, &report->boxes);
     mp4_release_video_state();
     upnp_file_seek_b(file, 0, 0);
     ParseContext context;
     if (walk_and_listen(report, file, &context) == 0) {
-        look_at_avc(&report->avc);
+        report->avc = look_at_avc();
         if (report->boxes.video.is_video) print_video(*report, context);
-        if (!report->trial.is_written) explain_container(report->boxes, context, verdict);
+        if (has_poor_container(report->run.refusal)) {
+            explain_container(report->boxes, context, verdict);
+        }
         if (g_video_state.sync_sample_count != 0 && movie_has_needed_tables()) {
             list_key_frames(report, file, !has_wrong_arguments);
         }
-    } else {
-        verdict_fail(verdict, "", "It is no MP4, QuickTime or 3GPP file, whatever its name says.");
     }
     mp4_release_video_state();
-    explain_trial(report->trial, report->frames, report->avc, file_size, verdict);
+    explain_run(report->run, report->frames, file_size, verdict);
 }
 
 static void print_verdict(const Report& report) {
@@ -326,8 +299,8 @@ static void print_verdict(const Report& report) {
         fprintf(report.out,
                 "\nThere will be a thumbnail of %" PRId32 "x%" PRId32
                 " pixels, from key frame %" PRId64 ".\n",
-                report.trial.params.width, report.trial.params.height, report.chosen_index);
-        if (report.args.width != 0 && report.trial.params.width & 1) {
+                report.run.params.width, report.run.params.height, report.chosen_index);
+        if (report.args.width != 0 && report.run.params.width & 1) {
             fputs(
                 "Scaling to an odd width moves every two rows by one sample; ask for a size that "
                 "fits evenly.\n",
@@ -340,13 +313,14 @@ static void print_verdict(const Report& report) {
         return;
     }
     fputs("\nThere will be no thumbnail. ", report.out);
-    fprintf(report.out, "%s\n", report.verdict.reason);
-    if (report.verdict.advice[0]) fprintf(report.out, "%s\n", report.verdict.advice);
+    fprintf(report.out, "%s\n", report.verdict.sentence.c_str());
+    if (!report.verdict.advice.empty()) fprintf(report.out, "%s\n", report.verdict.advice.c_str());
 }
 
 static void explain(Report* report, Surroundings surroundings) {
     const Arguments& args = report->args;
     report->chosen_index = -1;
+    report->run.chosen = -1;
     explain_arguments(args, &report->verdict);
     Verdict input = {}, output = {};
     explain_input(args, &input);

@@ -149,28 +149,41 @@ static int prepare(PictureSize picture, PictureSize fitted, PlaneBlock* block) {
     return 0;
 }
 
-static int write_file(const PlaneBlock& block, const ThumbnailParams& params) {
+static ThumbnailFailure write_file(const PlaneBlock& block, PictureSize fitted,
+                                   const ThumbnailParams& params) {
     FILE* const file = fopen(params.output_path, "wb");
-    if (!file) return 1;
+    if (!file) return ThumbnailFailure::kNotCreated;
     const YuvPlanes planes = plane_block_planes(block);
     const int status = WriteJpegYuv420(&planes, file, params.height, params.width, block.pitch,
                                        block.rows, params.quality);
-    return fclose(file) == 0 ? status : 1;
+    const bool is_written = fclose(file) == 0 && status == 0;
+    if (!is_encodable(fitted)) return ThumbnailFailure::kSide;
+    return is_written ? ThumbnailFailure::kNone : ThumbnailFailure::kNotWritten;
+}
+
+static ThumbnailFailure write_thumbnail(const KeyFrame& record, int32_t codec_kind,
+                                        ThumbnailParams* params) {
+    DecodedPicture picture = {};
+    if (decode_key_frame(record, codec_kind, &picture, &params->refusal) != 0) {
+        return ThumbnailFailure::kNotDecoded;
+    }
+    PlaneBlock block;
+    take_planes(picture, &block);
+    if (!picture.planes) return ThumbnailFailure::kNone;
+
+    PictureSize size = {static_cast<int32_t>(picture.width), static_cast<int32_t>(picture.height)};
+    if (crop(picture, &block, &size) != 0) return ThumbnailFailure::kNothingVisible;
+    const PictureSize fitted = fit_size(size, {params->width, params->height});
+    params->width = fitted.width;
+    params->height = fitted.height;
+    if (prepare(size, fitted, &block) != 0) {
+        return is_encodable(fitted) ? ThumbnailFailure::kNoMemory : ThumbnailFailure::kSide;
+    }
+    return write_file(block, fitted, *params);
 }
 
 int WriteThumbnail(const KeyFrame* record, ThumbnailParams* params, int32_t codec_kind) {
     if (!params || !record || !record->config || !record->sample || !params->output_path) return 1;
-    DecodedPicture picture = {};
-    if (decode_key_frame(*record, codec_kind, &picture) != 0) return 1;
-    PlaneBlock block;
-    take_planes(picture, &block);
-    if (!picture.planes) return 0;
-
-    PictureSize size = {static_cast<int32_t>(picture.width), static_cast<int32_t>(picture.height)};
-    if (crop(picture, &block, &size) != 0) return 1;
-    const PictureSize fitted = fit_size(size, {params->width, params->height});
-    params->width = fitted.width;
-    params->height = fitted.height;
-    if (prepare(size, fitted, &block) != 0) return 1;
-    return write_file(block, *params);
+    params->failure = write_thumbnail(*record, codec_kind, params);
+    return params->failure == ThumbnailFailure::kNone ? 0 : 1;
 }

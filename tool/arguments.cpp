@@ -40,12 +40,13 @@ int arguments_read(int argc, const char* const* argv, Arguments* args) {
     return 0;
 }
 
-bool arguments_are_in_range(const Arguments& args) {
-    if (args.width < 0 || args.height < 0) return false;
-    if ((args.width | args.height) & 1) return false;
-    if (!is_percentage(args.quality)) return false;
-    if (args.key_frame_count < 1) return false;
-    return is_percentage(args.clip_offset_percent) && is_percentage(args.size_percentile);
+static Refusal refusal_of_numbers(const Arguments& args) {
+    if (args.width < 0 || args.height < 0) return Refusal::kNegativeSide;
+    if ((args.width | args.height) & 1) return Refusal::kOddSide;
+    if (!is_percentage(args.quality)) return Refusal::kQuality;
+    if (args.key_frame_count < 1) return Refusal::kKeyFrameCount;
+    if (!is_percentage(args.clip_offset_percent)) return Refusal::kClipOffset;
+    return is_percentage(args.size_percentile) ? Refusal::kNone : Refusal::kSizePercentile;
 }
 
 bool arguments_is_video_name(const char* path) {
@@ -53,14 +54,18 @@ bool arguments_is_video_name(const char* path) {
     return extension && media_type_of(extension) && is_accepted(extension);
 }
 
-bool arguments_name_a_video(const Arguments& args) {
+static Refusal refusal_of_files(const Arguments& args) {
     FileStatus status;
-    if (file_query_status(args.input_path, &status) != 0 || !status.is_regular) return false;
-    return arguments_is_video_name(args.input_path);
+    if (file_query_status(args.input_path, &status) != 0) return Refusal::kNoInput;
+    if (!status.is_regular) return Refusal::kIrregularInput;
+    if (!arguments_is_video_name(args.input_path)) return Refusal::kInputName;
+    if (file_query_is_same(args.input_path, args.output_path)) return Refusal::kOutputIsInput;
+    return Refusal::kNone;
 }
 
-bool arguments_spare_the_video(const Arguments& args) {
-    return !file_query_is_same(args.input_path, args.output_path);
+Refusal arguments_refusal(const Arguments& args) {
+    const Refusal refusal = refusal_of_numbers(args);
+    return refusal == Refusal::kNone ? refusal_of_files(args) : refusal;
 }
 
 void arguments_print_usage(FILE* out, const char* program) {

@@ -5,6 +5,8 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "tool/refusal.h"
+
 struct Arguments {
     const char* input_path;
     const char* output_path;
@@ -19,13 +21,10 @@ struct Arguments {
 // Takes the arguments apart; numbers are read as strtol does where long has 32 bits. Returns 1
 // when there are too few of them.
 int arguments_read(int argc, const char* const* argv, Arguments* args);
-// Whether every number is in its range.
-bool arguments_are_in_range(const Arguments& args);
 // Whether the path ends as videos do.
 bool arguments_is_video_name(const char* path);
-// Whether the input is a regular file whose name has an accepted extension. Others are not opened:
-// that alone can hold up a run, or wind a tape.
-bool arguments_name_a_video(const Arguments& args);
-// Whether the output is another file than the input, under whatever names.
-bool arguments_spare_the_video(const Arguments& args);
+// Why there is nothing to try: a number out of its range, an input that is no regular file with the
+// name of a video, an output that is the input under whatever name. Neither file is opened: that
+// alone can hold up a run, or wind a tape.
+Refusal arguments_refusal(const Arguments& args);
 void arguments_print_usage(FILE* out, const char* program);

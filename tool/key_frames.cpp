@@ -70,41 +70,45 @@ static int append(KeyFrameList* list, const KeyFrameRun& run) {
     return 0;
 }
 
-// Lists so many key frames with that sample. Returns 1 when a block for it, and for the length of a
-// NAL unit behind it, could not be obtained.
-static int add_key_frames(const BufferedFile* file, const SamplePlace& place, int32_t count,
-                          KeyFrameList* list) {
+// Lists so many key frames with that sample, unless a block for it, and for the length of a NAL
+// unit behind it, could not be obtained.
+static Refusal add_key_frames(const BufferedFile* file, const SamplePlace& place, int32_t count,
+                              KeyFrameList* list) {
     const uint64_t capacity =
         uint64_t{place.size} + static_cast<uint32_t>(g_video_state.length_prefix_size);
-    if (capacity <= kUpnpMaxBlock) {
-        const int64_t ahead = std::max<int64_t>(file->handle->size - place.offset, 0);
-        const uint64_t most = std::min(capacity, static_cast<uint64_t>(ahead));
-        const KeyFrameRun run = {place.offset,
-                                 static_cast<int32_t>(std::min<uint64_t>(place.read_size, most)),
-                                 count, static_cast<int32_t>(place.size)};
-        if (append(list, run) == 0) return 0;
+    if (capacity > kUpnpMaxBlock) {
+        log_missing_memory();
+        return Refusal::kKeyFrameTooLarge;
     }
+    const int64_t ahead = std::max<int64_t>(file->handle->size - place.offset, 0);
+    const uint64_t most = std::min(capacity, static_cast<uint64_t>(ahead));
+    const KeyFrameRun run = {place.offset,
+                             static_cast<int32_t>(std::min<uint64_t>(place.read_size, most)), count,
+                             static_cast<int32_t>(place.size)};
+    if (append(list, run) == 0) return Refusal::kNone;
     log_missing_memory();
-    return 1;
+    return Refusal::kNoMemory;
 }
 
-// Lists key frames from that one on. Returns how many, or -1 on failure.
-static int32_t collect_from(BufferedFile* file, uint32_t key_index, int32_t requested,
-                            KeyFrameList* list) {
-    int32_t collected = 0;
-    while (collected < requested && key_index < movie_key_index_end()) {
+// Lists key frames from that one on, and counts them.
+static Refusal collect_from(BufferedFile* file, uint32_t key_index, int32_t requested,
+                            KeyFrameList* list, int32_t* collected) {
+    while (*collected < requested && key_index < movie_key_index_end()) {
         SamplePlace place;
-        if (movie_locate_key_frame(file, key_index, &place) != 0) return -1;
+        if (movie_locate_key_frame(file, key_index, &place) != 0) {
+            return mp4_is_work_used_up() ? Refusal::kTablesGivenUp : Refusal::kFragmentHeader;
+        }
         const uint32_t same = movie_same_key_frames(key_index);
         key_index += same;
         if (place.size == 0) continue;
         const int32_t wanted =
-            static_cast<int32_t>(std::min(same, static_cast<uint32_t>(requested - collected)));
-        if (has_empty_configuration()) return -1;
-        if (add_key_frames(file, place, wanted, list) != 0) return -1;
-        collected += wanted;
+            static_cast<int32_t>(std::min(same, static_cast<uint32_t>(requested - *collected)));
+        if (has_empty_configuration()) return Refusal::kNoConfiguration;
+        const Refusal refusal = add_key_frames(file, place, wanted, list);
+        if (refusal != Refusal::kNone) return refusal;
+        *collected += wanted;
     }
-    return collected;
+    return Refusal::kNone;
 }
 
 // Of each key frame, what its fragment says would stand in a table of two words.
@@ -113,37 +117,44 @@ static bool has_room_for_fragment_samples() {
     return !state->fragments.has_table || uint64_t{state->sync_sample_count} * 8 <= kUpnpMaxBlock;
 }
 
-static int collect(const char* path, KeyFrameRequest* request) {
+static Refusal collect(const char* path, KeyFrameRequest* request) {
     const VideoState* const state = &g_video_state;
     ParseContext context;
     request->file.reset(upnp_file_open_b(path, kWalkBuffer));
     BufferedFile* const file = request->file.get();
-    if (!file || movie_walk(file, path, &context) != 0) return -1;
+    if (!file) return Refusal::kInputNotOpened;
+    if (movie_walk(file, path, &context) != 0) {
+        return mp4_is_work_used_up() ? Refusal::kBoxesGivenUp : Refusal::kNoBoxes;
+    }
     upnp_log_message(kLogTrace, kLogScan, "GetKeyFrameMpeg4", 0, "total_key_samples %d",
                      static_cast<int>(state->sync_sample_count));
     const int32_t requested = request->key_frame_count;
     request->codec_kind = state->codec_kind;
     request->key_frame_count = 0;
-    if (state->sync_sample_count == 0) return 0;
-    if (!movie_has_needed_tables() || !movie_has_configuration()) return -1;
+    if (state->sync_sample_count == 0) return Refusal::kNoKeyFrameTable;
+    if (!movie_has_needed_tables()) return Refusal::kNoSampleTables;
+    if (!movie_has_configuration()) return Refusal::kNoConfiguration;
     if (!has_room_for_fragment_samples()) {
         log_missing_memory();
-        return -1;
+        return Refusal::kTooManyFragments;
     }
     const uint32_t first = movie_first_key_index(file, request->clip_offset_percent);
-    const int32_t collected = collect_from(file, first, requested, &request->list);
-    if (collected < 0) return -1;
+    int32_t collected = 0;
+    const Refusal refusal = collect_from(file, first, requested, &request->list, &collected);
+    if (refusal != Refusal::kNone) return refusal;
     request->key_frame_count = collected;
     request->duration_s = static_cast<int32_t>(state->duration_s);
     take_configuration(request);
-    return 0;
+    return Refusal::kNone;
 }
 
 int GetKeyFrameMpeg4(const char* path, KeyFrameRequest* request) {
     mp4_release_video_state();
-    const int result = collect(path, request);
+    request->refusal = collect(path, request);
     mp4_release_video_state();
-    return result;
+    const bool is_walked =
+        request->refusal == Refusal::kNone || request->refusal == Refusal::kNoKeyFrameTable;
+    return is_walked ? 0 : -1;
 }
 
 static const KeyFrameRun* find_run(const KeyFrameList& list, int32_t index) {
@@ -164,15 +175,15 @@ static uint8_t* copy_configuration(const ConfigBlock (&config)[2], int32_t* leng
     return block.release();
 }
 
-int key_frame_read(const KeyFrameRequest* request, int32_t index, KeyFrame* record) {
+Refusal key_frame_read(const KeyFrameRequest* request, int32_t index, KeyFrame* record) {
     const KeyFrameRun& run = *find_run(request->list, index);
     *record = {};
     record->length_prefix_size = request->length_prefix_size;
     record->sample_capacity = run.stated_size + request->length_prefix_size;
-    if (run.bytes_read > kMostSample) return 1;
+    if (run.bytes_read > kMostSample) return Refusal::kKeyFrameTooLong;
     record->config = copy_configuration(request->config, &record->config_length);
     record->sample = static_cast<uint8_t*>(upnp_malloc(static_cast<uint32_t>(run.bytes_read)));
-    if (!record->config || !record->sample) return 1;
+    if (!record->config || !record->sample) return Refusal::kNoMemory;
     record->bytes_read = getVideoThumbnail(request->file.get(), run, record->sample);
-    return 0;
+    return Refusal::kNone;
 }

@@ -9,6 +9,7 @@
 #include "mp4/video_state.h"
 #include "runtime/key_frame.h"
 #include "runtime/owned.h"
+#include "tool/refusal.h"
 
 // More key frames than that cannot be asked for: a list of 24 bytes each would be no block.
 constexpr int32_t kMostKeyFrames = kUpnpMaxBlock / 24;
@@ -41,6 +42,7 @@ struct KeyFrameRequest {
     int32_t clip_offset_percent;  // in: 0 to 100
     int32_t key_frame_count;      // in: most to collect, 1 to kMostKeyFrames; out: collected
     int32_t codec_kind;           // out: kCodec...; preset to kCodecNone by the caller
+    Refusal refusal;              // out: of a failure, and kNoKeyFrameTable
     int32_t duration_s;           // out: the video track's duration in whole seconds
     KeyFrameList list;            // out
     OpenFile file;                // out: that the key frames are read from
@@ -53,7 +55,7 @@ struct KeyFrameRequest {
 // failure. Not re-entrant: the container reader has one process-wide state.
 int GetKeyFrameMpeg4(const char* path, KeyFrameRequest* request);
 
-// Reads one of the collected key frames with the decoder configuration. Returns 0, or 1 when it is
-// longer than a picture needs or there is no memory; what is in the record then is released all the
-// same, with key_frame_release.
-int key_frame_read(const KeyFrameRequest* request, int32_t index, KeyFrame* record);
+// Reads one of the collected key frames with the decoder configuration. What is in the record is
+// released with key_frame_release, also when the key frame is longer than a picture needs or there
+// is no memory.
+Refusal key_frame_read(const KeyFrameRequest* request, int32_t index, KeyFrame* record);

@@ -7,49 +7,63 @@
 #include "tool/key_frames.h"
 #include "tool/selection.h"
 
-static bool has_key_frames(const KeyFrameRequest& request, int32_t requested) {
-    return request.codec_kind != kCodecNone && request.key_frame_count > 0 &&
-           request.key_frame_count <= requested;
+static Refusal refusal_of_key_frames(const KeyFrameRequest& request, int32_t requested) {
+    if (request.refusal != Refusal::kNone) return request.refusal;
+    if (request.codec_kind == kCodecNone) return Refusal::kOtherCodec;
+    const bool is_possible = request.key_frame_count > 0 && request.key_frame_count <= requested;
+    return is_possible ? Refusal::kNone : Refusal::kNoKeyFrame;
 }
 
-static int write_chosen(const Arguments& args, const KeyFrameRequest& request) {
-    const int32_t chosen = selection_pick(request.list, args.size_percentile);
-    if (chosen < 0) return 1;
+static Refusal write_chosen(const KeyFrameRequest& request, int32_t percentile, ThumbnailRun* run) {
+    run->chosen = selection_pick(request.list, percentile);
+    if (run->chosen < 0) return Refusal::kNoKeyFrame;
     KeyFrame record;
-    ThumbnailParams params = {args.output_path, args.quality, args.width, args.height};
-    const int status = key_frame_read(&request, chosen, &record) != 0 ||
-                       WriteThumbnail(&record, &params, request.codec_kind) == 1;
+    Refusal refusal = key_frame_read(&request, run->chosen, &record);
+    if (refusal == Refusal::kNone && WriteThumbnail(&record, &run->params, run->codec_kind) == 1) {
+        refusal = Refusal::kNotWritten;
+    }
     key_frame_release(&record);
-    return status;
+    return refusal;
 }
 
-static int make_thumbnail(const Arguments& args) {
-    if (args.key_frame_count > kMostKeyFrames) return 1;
+static Refusal collect_and_write(const Arguments& args, ThumbnailRun* run) {
+    if (args.key_frame_count > kMostKeyFrames) return Refusal::kTooManyKeyFrames;
     KeyFrameRequest request = {};
     request.clip_offset_percent = args.clip_offset_percent;
     request.key_frame_count = args.key_frame_count;
     request.codec_kind = kCodecNone;
-    if (GetKeyFrameMpeg4(args.input_path, &request) != 0) return 1;
-    return has_key_frames(request, args.key_frame_count) ? write_chosen(args, request) : 1;
+    GetKeyFrameMpeg4(args.input_path, &request);
+    run->codec_kind = request.codec_kind;
+    const Refusal refusal = refusal_of_key_frames(request, args.key_frame_count);
+    if (refusal != Refusal::kNone) return refusal;
+    run->collected = request.key_frame_count;
+    return write_chosen(request, args.size_percentile, run);
 }
 
-static int check_and_run(int argc, const char* const* argv, Surroundings surroundings) {
+ThumbnailRun make_thumbnail(const Arguments& args) {
+    ThumbnailRun run = {Refusal::kNone, kCodecNone, 0, -1, {}};
+    run.params = {args.output_path, args.quality, args.width, args.height};
+    run.refusal = collect_and_write(args, &run);
+    return run;
+}
+
+static Refusal check_and_run(int argc, const char* const* argv, Surroundings surroundings) {
     Arguments args;
     if (arguments_read(argc, argv, &args) != 0) {
         arguments_print_usage(stderr, argc > 0 ? argv[0] : nullptr);
-        return 1;
+        return Refusal::kTooFewArguments;
     }
-    if (!arguments_are_in_range(args) || !arguments_name_a_video(args)) return 1;
-    if (!arguments_spare_the_video(args)) return 1;
+    const Refusal refusal = arguments_refusal(args);
+    if (refusal != Refusal::kNone) return refusal;
     if (surroundings == Surroundings::kSandbox) {
         sandbox_enter({args.input_path, args.output_path, SandboxOutput::kWritten});
     }
-    return make_thumbnail(args);
+    return make_thumbnail(args).refusal;
 }
 
 int run_keystill(int argc, const char* const* argv, Surroundings surroundings) {
     upnp_memory_init();
-    const int status = check_and_run(argc, argv, surroundings);
+    const Refusal refusal = check_and_run(argc, argv, surroundings);
     upnp_memory_exit();
-    return status;
+    return refusal == Refusal::kNone ? 0 : 1;
 }

@@ -3,10 +3,12 @@
 // has to be right, and has to agree with what keystill itself does.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "explain/report.h"
+#include "explain/verdict.h"
 #include "runtime/accounted_memory.h"
 #include "tests/support/avc_builder.h"
 #include "tests/support/box_builder.h"
@@ -86,6 +88,15 @@ static std::string with_number(std::string file, const char* type, size_t at, ui
     return file.replace(file.find(type) + 8 + 4 * at, 4, u32(number));
 }
 
+static std::string with_size(std::string file, const char* type, uint32_t size) {
+    return file.replace(file.find(type) - 4, 4, u32(size));
+}
+
+static std::string with_byte(std::string file, size_t at, int value) {
+    file[at] = static_cast<char>(value);
+    return file;
+}
+
 // Puts a box between the movie's header and its track, which the media data stands in front of.
 static std::string with_inserted(std::string file, const std::string& inserted) {
     const size_t moov = file.find("moov") - 4;
@@ -93,9 +104,61 @@ static std::string with_inserted(std::string file, const std::string& inserted) 
     return file.replace(moov, 4, u32(file.size() - moov));
 }
 
+// The box of the movie's first track, or one like it for a second track.
+static std::string track_of(const std::string& file) {
+    const size_t track = file.find("trak") - 4;
+    return file.substr(track, file.find("mvex") != std::string::npos ? file.find("mvex") - 4 - track
+                                                                     : std::string::npos);
+}
+
+// With that place for each fragment in the random access table.
+static std::string with_fragments_at(std::string file, uint32_t offset) {
+    const size_t entries = file.find("tfra") + 20;
+    for (size_t i = 0; i < 5; ++i) file.replace(entries + 11 * i + 4, 4, u32(offset));
+    return file;
+}
+
+// With a track of sound behind that of the video.
+static std::string with_sound(std::string file) {
+    const std::string sound = box("trak", track_header(7) + box("mdia", handler("soun")));
+    const size_t moov = file.find("moov") - 4, mvex = file.find("mvex") - 4;
+    const size_t old_size = file.find("moof") - 4 - moov;
+    file.insert(mvex, sound);
+    return file.replace(moov, 4, u32(old_size + sound.size()));
+}
+
 static std::string hidden_in_free(const std::string& file) {
     const std::string movie = full_box("mvhd", zeros(20)) + file.substr(file.find("trak") - 4);
     return file.substr(0, file.find("moov") - 4) + box("free", movie);
+}
+
+// Whether the text is the sentence with something in place of each {}.
+static bool is_filled_in(const std::string& sentence, const std::string& text) {
+    size_t at = 0, from = 0;
+    for (size_t place; (place = sentence.find("{}", from)) != std::string::npos; from = place + 2) {
+        const std::string piece = sentence.substr(from, place - from);
+        at = text.find(piece, at);
+        if (at == std::string::npos || (from == 0 && at != 0)) return false;
+        at += piece.size();
+    }
+    const std::string rest = sentence.substr(from);
+    return from == 0 ? text == rest : text.size() >= at + rest.size() && text.ends_with(rest);
+}
+
+// Each reason has a file that shows it, but those that need another user, a lack of memory or files
+// of gigabytes.
+static void expect_all_reasons_in(const std::vector<std::string>& sentences) {
+    static const std::set<Reason> kOthers = {Reason::kTooFewArguments, Reason::kInputNotOpened,
+                                             Reason::kNotWritten,      Reason::kNoMemory,
+                                             Reason::kBoxesGivenUp,    Reason::kTablesGivenUp,
+                                             Reason::kVideoNotReached};
+    for (int i = 1; i <= static_cast<int>(kLastReason); ++i) {
+        const Reason reason = static_cast<Reason>(i);
+        const std::string sentence = wording_of(reason).sentence;
+        const bool is_shown = std::any_of(sentences.begin(), sentences.end(),
+                                          [&](auto& text) { return is_filled_in(sentence, text); });
+        EXPECT_NE(is_shown, kOthers.contains(reason)) << sentence;
+    }
 }
 
 class Explain : public testing::Test {
@@ -124,6 +187,11 @@ class Explain : public testing::Test {
         EXPECT_EQ(run_keystill(static_cast<int>(argv.size()), argv.data()), status) << report_;
         return status;
     }
+    std::string sentence_of_report() const {
+        const std::string before = "\nThere will be no thumbnail. ";
+        const size_t begin = report_.find(before) + before.size();
+        return report_.substr(begin, report_.find('\n', begin) - begin);
+    }
     // Lines of what is seen, and nothing that printable() has not been asked about.
     void expect_printable_report() {
         std::string text = report_;
@@ -151,6 +219,12 @@ TEST_F(Explain, EachRefusalHasItsReason) {
     const std::string sample = with_length(slice, 4), sets = avc_entry(sps_nal({}), pps_nal({}));
     const std::string text = folder_.path("x.txt");
     write_file(text, good);
+    mkdir(folder_.path("folder.mp4").c_str(), 0700);
+    mkfifo(folder_.path("pipe.mp4").c_str(), 0600);
+    const std::string mpeg4 = of_vop(layer());
+    const size_t last_data = fragmented.rfind("mdat") + 20;
+    const size_t avcc = good.find("avcC") + 4;
+    const size_t picture_sets = avcc + 8 + sps_nal({}).size();
     // The value takes the place of that argument.
     // clang-format off
     const struct { std::string reason, file; size_t argument = 0; std::string value = ""; }
@@ -191,6 +265,30 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"All key frames from there on are empty", with_number(good, "stsz", 6, 0), 6, "100"},
         {"The file is cut off: it ends at 2470, and the key", with_number(good, "stco", 1, 99000)},
 
+        {"The file is cut off: it ends at " + std::to_string(last_data) + ", its mdat box should go",
+         fragmented.substr(0, last_data)},
+        {"The index is damaged: the size of its ", with_inserted(good, u32(14) + "skip") + box("free", zeros(8))},
+        {"A box of the video track (hdlr) has a 64-bit or open size", with_size(good, "hdlr", 0)},
+        {"The video track does not say what codec", with_number(good, "stsd", 0, 0)},
+        {"The last video track's codec is HEVC (hvc1)",
+         with_inserted(renamed(good, "avc1", "hvc1"), track_of(good))},
+        {"The video's sample description (stsd) cannot be read", with_size(good, "stsd", 0)},
+        {"The H.264 decoder configuration (avcC) has no sequence", with_byte(good, avcc + 5, 0xe0)},
+        {"The H.264 decoder configuration (avcC) has no picture", with_byte(good, picture_sets, 0)},
+        {"The video's codec is JPEG (mp4v with object type 108)",
+         of_sample(sample, mpeg4_entry(std::string("\0\4\1\x6c", 4)))},
+        {"The MPEG-4 decoder configuration (esds) is missing.", renamed(mpeg4, "esds", "abcd")},
+        {"The MPEG-4 decoder configuration (esds) is not the first",
+         of_sample(sample, box("mp4v", zeros(78) + box("pasp", zeros(8)) + full_box("esds", "")))},
+        {"The movie is fragmented, and its last track", with_sound(fragmented)},
+        {"The video's random access table (tfra) is passed", renamed(fragmented, "trun", "free")},
+        {"The video's random access table (tfra) has more", with_number(fragmented, "tfra", 2, 300'000'000)},
+        {"A fragment has no box header", with_fragments_at(fragmented, fragmented.find(zeros(8)))},
+        {"The fragments of all key frames from there on give",
+         with_fragments_at(fragmented, 0)},
+        {"The key frame to decode has 50000000 bytes, more",
+         with_number(good, "stsz", 6, 50'000'000) + std::string(50'000'000, '\0'), 6, "100"},
+
         {"The H.264 stream is interlaced", of_sps({.profile_idc = 100, .frame_mbs_only_flag = 0})},
         {"The H.264 stream has 10-bit", of_sps({.profile_idc = 100, .bit_depth_luma_minus8 = 2})},
         {"The H.264 stream has 9-bit", of_sps({.profile_idc = 100, .bit_depth_chroma_minus8 = 1})},
@@ -204,13 +302,13 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The key frame has switching slices (SI)",
          of_units({pcm_slice_nal({.slice_type = 9}, {macroblock})})},
         {"The lengths of the key frame's units do not fit", of_sample(std::string(40, 'e'), sets)},
-        {"The key frame has 3 bytes, too few", of_sample("\1\2\3", sets)},
+        {"The key frame has too few bytes for a picture.", of_sample("\1\2\3", sets)},
         {"The key frame ends before its picture is complete", of_sps({.width_mbs = 2})},
         {"The slices of the key frame overlap", of_units({slice, slice}, {.width_mbs = 2})},
         {"The key frame holds no picture: it has no slice.", of_units({"\6pad"})},
         {"A slice header of the key frame is damaged.",
          of_units({nal_unit(3, 5, BitPacker().ue(9).ue(7).ue(0).trailing()) + "pad"})},
-        {"The key frame's coded data is damaged.",
+        {"The coded data of a slice of the key frame ends before",
          of_units({nal_unit(3, 5, slice_header({}).ue(1).ue(0).u(24, 0))})},
         {"The key frame is marked as one that no picture refers to",
          of_units({nal_unit(0, 5, slice_header({}).trailing())})},
@@ -218,7 +316,7 @@ TEST_F(Explain, EachRefusalHasItsReason) {
          of_units({pcm_slice_nal({.redundant = "010"}, {macroblock})}, {},
                   {.redundant_pic_cnt_present = 1})},
         {"The key frame needs picture parameter set 0, which", of_units({slice}, {}, {.id = 1})},
-        {"The key frame uses sequence parameter set 0; only number 1,",
+        {"The key frame uses sequence parameter set 0; only the first",
          of_sample(with_length(pps_nal({}), 4) + sample,
                    avc_entry(sps_nal({.id = 1}), sps_nal({})))},
         {"Neither the key frame nor the file's", of_sample(sample, avc_entry("\6pad", "\6pad"))},
@@ -228,12 +326,12 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The H.264 picture parameter set is damaged.",
          of_sample(sample, avc_entry(sps_nal({}), "\x68" + zeros(9)))},
 
-        {"The key frame is no intra picture: it is predicted from other pictures (P-VOP)",
+        {"The key frame is no intra picture: it is predicted from other pictures.",
          of_vop(layer(), BitPacker().u(2, 1))},
         {"The key frame is marked as not coded",
          of_vop(layer(), BitPacker("00 0 1 00000 1 0").trailing())},
         {"The key frame's coded data", of_vop(layer(), BitPacker("00 0 1 00000 1 1 000 00100"))},
-        {"The MPEG-4 stream uses shapes other than rectangles", of_vop(layer(1))},
+        {"The MPEG-4 stream has shapes other than rectangles", of_vop(layer(1))},
         {"The MPEG-4 stream's video object layer header is cut off", of_vop(start_code(0x20))},
         {"Neither the key frame nor the file's esds has an MPEG-4 video object layer", of_vop("")},
         {"The key frame holds no picture: it has no picture start code.",
@@ -252,14 +350,20 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The file cannot be looked at: No such file", good, 0, folder_.path("none.mp4")},
         {"The output cannot be created: No such file", good, 1, folder_.path("none/o.jpg")},
         {"The output is a folder.", good, 1, folder_.path("")},
-        {"There is not memory enough for so many key frames.", good, 5, "2000000000"},
+        {"The output is the video itself.", good, 1, path_},
+        {"It is a folder.", good, 0, folder_.path("folder.mp4")},
+        {"It is a pipe or a device.", good, 0, folder_.path("pipe.mp4")},
+        {"There is not enough memory for so many key frames.", good, 5, "2000000000"},
         {"The picture would come out as 70000x70000", good, 3, "70000"},
     };
     // clang-format on
+    std::vector<std::string> sentences;
     for (const auto& c : kCases) {
         EXPECT_EQ(run_both(c.file, c.argument, c.value), 1) << c.reason;
         expect_report({("\nThere will be no thumbnail. " + c.reason).c_str()});
+        sentences.push_back(sentence_of_report());
     }
+    expect_all_reasons_in(sentences);
     EXPECT_EQ(run_both(hidden_in_free(good)), 0) << report_;
 }
 

@@ -30,12 +30,22 @@ TEST(Arguments, AreReadAsNumbersOf32Bits) {
 TEST(Arguments, AreHeldToTheirRanges) {
     static const std::vector<const char*> kInside[] = {
         {"0", "2147483646"}, {"0"}, {"0", "100"}, {"1"}, {"0", "100"}, {"0", "100"}};
-    static const std::vector<const char*> kOutside[] = {
-        {"161", "-2"}, {"1", "-240"}, {"101", "-1"}, {"0"}, {"101", "-5"}, {"101", "-1"}};
+    static const std::vector<std::pair<const char*, Refusal>> kOutside[] = {
+        {{"161", Refusal::kOddSide}, {"-2", Refusal::kNegativeSide}},
+        {{"1", Refusal::kOddSide}, {"-240", Refusal::kNegativeSide}},
+        {{"101", Refusal::kQuality}, {"-1", Refusal::kQuality}},
+        {{"0", Refusal::kKeyFrameCount}},
+        {{"101", Refusal::kClipOffset}, {"-5", Refusal::kClipOffset}},
+        {{"101", Refusal::kSizePercentile}, {"-1", Refusal::kSizePercentile}}};
     for (int i = 0; i < 6; ++i) {
         SCOPED_TRACE(i + 3);
-        for (auto text : kInside[i]) EXPECT_TRUE(arguments_are_in_range(with(i + 3, text)));
-        for (auto text : kOutside[i]) EXPECT_FALSE(arguments_are_in_range(with(i + 3, text)));
+        // Inside, the next thing is that there is no in.mp4.
+        for (auto text : kInside[i]) {
+            EXPECT_EQ(arguments_refusal(with(i + 3, text)), Refusal::kNoInput);
+        }
+        for (auto [text, want] : kOutside[i]) {
+            EXPECT_EQ(arguments_refusal(with(i + 3, text)), want);
+        }
     }
 }
 
@@ -59,8 +69,10 @@ TEST(Arguments, NameAnExistingVideo) {
     // clang-format on
     for (const auto& [name, passes] : kCases) {
         const std::string path = folder.path(name);
-        EXPECT_FALSE(arguments_name_a_video(with(1, path.c_str()))) << name;
+        EXPECT_EQ(arguments_refusal(with(1, path.c_str())), Refusal::kNoInput) << name;
         write_file(path, "");
-        EXPECT_EQ(arguments_name_a_video(with(1, path.c_str())), passes) << name;
+        EXPECT_EQ(arguments_refusal(with(1, path.c_str())),
+                  passes ? Refusal::kNone : Refusal::kInputName)
+            << name;
     }
 }

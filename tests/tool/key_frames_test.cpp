@@ -23,7 +23,7 @@ static int collect(const std::string& file, int32_t percent, int32_t count, cons
     Samples samples;
     for (int32_t i = 0; result == 0 && i < request.key_frame_count; ++i) {
         KeyFrame record;
-        EXPECT_EQ(key_frame_read(&request, i, &record), 0);
+        EXPECT_EQ(key_frame_read(&request, i, &record), Refusal::kNone);
         samples.emplace_back(record.sample, record.sample + record.bytes_read);
         const std::string sets(record.config, record.config + record.config_length);
         EXPECT_EQ(sets, u16(3) + "SPS" + u16(3) + "PPS");

@@ -30,19 +30,22 @@ int GetKeyFrameMpeg4(const char*, KeyFrameRequest* request) {
     for (const int32_t size : g_fake.sizes) {
         request->list.runs[request->list.run_count++] = {0, size, 1, size};
     }
-    if (g_fake.result != 0) return g_fake.result;
+    if (g_fake.result != 0) {
+        request->refusal = Refusal::kNoBoxes;
+        return g_fake.result;
+    }
     request->key_frame_count = g_fake.reported;
     request->codec_kind = g_fake.codec_kind;
     return 0;
 }
 
-int key_frame_read(const KeyFrameRequest* request, int32_t index, KeyFrame* record) {
+Refusal key_frame_read(const KeyFrameRequest* request, int32_t index, KeyFrame* record) {
     *record = {};
     record->config = static_cast<uint8_t*>(upnp_malloc(3));
-    if (g_fake.sizes[index] == kUnreadable) return 1;
+    if (g_fake.sizes[index] == kUnreadable) return Refusal::kKeyFrameTooLong;
     record->sample = static_cast<uint8_t*>(upnp_malloc(5));
     record->bytes_read = request->list.runs[index].bytes_read;
-    return 0;
+    return Refusal::kNone;
 }
 
 int WriteThumbnail(const KeyFrame* record, ThumbnailParams* params, int32_t codec_kind) {

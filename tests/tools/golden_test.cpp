@@ -44,7 +44,7 @@ std::string describe_key_frame(const std::string& clip, int percent) {
     std::ostringstream text;
     const std::string path = KEYSTILL_MEDIA + clip;
     if (GetKeyFrameMpeg4(path.c_str(), &request) == 0 && request.key_frame_count == 1 &&
-        key_frame_read(&request, 0, &record) == 0 &&
+        key_frame_read(&request, 0, &record) == Refusal::kNone &&
         decode_key_frame(record, request.codec_kind, &picture) == 0) {
         text << picture.width << 'x' << picture.height << ' ' << std::hex << crc_of_planes(picture);
         upnp_free(picture.planes);
