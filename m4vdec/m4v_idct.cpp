@@ -71,8 +71,8 @@ static inline uint8_t saturate_u8(int32_t v) { return clip_u8(v); }
 
 #endif
 
-// Arrays that a pass writes whole are spared the zeros that -ftrivial-auto-var-init gives them: these
-// would be a sixth of the work.
+// Arrays that a pass writes whole are spared the zeros that -ftrivial-auto-var-init gives them:
+// these would be a sixth of the work.
 
 // Between the passes a row of 8 values stands in pairs as idct_pass takes them: 0 and 4, 2 and 6, 1
 // and 3, 5 and 7.
@@ -118,8 +118,8 @@ static void transform_column(const int16_t* slots, uint8_t* dst, size_t pitch) {
 
 void m4v_idct_scalar(uint8_t* dst, size_t pitch, int16_t* block, unsigned width, unsigned height) {
     assert(width >= 1 && width <= 8 && height >= 1 && height <= 8);
-    alignas(4) __attribute__((uninitialized))
-    int16_t rows[64];  // [x][slot of v] after the pass along u
+    // After the pass along u: [x][slot of v].
+    alignas(4) __attribute__((uninitialized)) int16_t rows[64];
     for (unsigned v = 0; v < 8; ++v) {
         int16_t* const out = rows + kSlots[v];
         if (v >= height || width == 1) {
