@@ -132,6 +132,11 @@ static void end_on_critical(uint32_t section, const char* text) {
     (g_log.exit_hook ? g_log.exit_hook : exit)(0);
 }
 
+static void report_thread_start(bool is_error, const char* message) {
+    upnp_log_message(is_error ? kLogError : kLogWarning, kLogSystem,
+                     "upnp_start_joinable_thread_impl", 0, "%s", message);
+}
+
 int upnp_log_start(const char* path) {
     if (upnp_critical_section_create(&g_log_Section) != 0) return 14;
     if (path) {
@@ -143,6 +148,7 @@ int upnp_log_start(const char* path) {
         }
     }
     g_log.started = 1;
+    g_threadReporter = report_thread_start;
     return 0;
 }
 

@@ -5,10 +5,10 @@
 #include <sched.h>
 
 #include "runtime/clock_text.h"
-#include "runtime/message_log.h"
 
 uint32_t g_threadStackSetting = 0;
 uint32_t g_threadsStarted = 0;
+ThreadReporter g_threadReporter = nullptr;
 static pthread_mutex_t g_registry_lock = PTHREAD_MUTEX_INITIALIZER;
 
 constexpr uint32_t kSmallestSetStack = 0x30000;
@@ -48,20 +48,23 @@ static void fill_attributes(pthread_attr_t* attributes, uint32_t priority_class)
 // thread of its own.
 struct StartReport {
     struct {
-        int32_t level;
+        bool is_error;
         const char* message;
     } lines[3];  // as many as the longest way has
     int count;
 };
 
-static void report(StartReport* said, int32_t level, const char* message) {
-    said->lines[said->count++] = {level, message};
+static void warn(StartReport* said, const char* message) {
+    said->lines[said->count++] = {false, message};
 }
 
-static void log_report(const StartReport& said) {
-    for (int i = 0; i < said.count; ++i) {
-        upnp_log_message(said.lines[i].level, kLogSystem, "upnp_start_joinable_thread_impl", 0,
-                         "%s", said.lines[i].message);
+static void fail(StartReport* said, const char* message) {
+    said->lines[said->count++] = {true, message};
+}
+
+static void tell(const StartReport& said) {
+    for (int i = 0; g_threadReporter && i < said.count; ++i) {
+        g_threadReporter(said.lines[i].is_error, said.lines[i].message);
     }
 }
 
@@ -80,17 +83,16 @@ static pthread_t start_or_fall_back(const pthread_attr_t* attributes, ThreadRout
     const int error = create(&id, attributes, routine, argument);
     if (error == 0) return id;
     if (error == EAGAIN) {
-        report(said, kLogWarning, "Not enough resources to start thread - retrying");
+        warn(said, "Not enough resources to start thread - retrying");
         upnp_sleep_ms(kRetryWaitMs);
         if (create(&id, attributes, routine, argument) == EAGAIN) {
-            report(said, kLogError, "Second try to start thread failed - giving up");
+            fail(said, "Second try to start thread failed - giving up");
             return id;
         }
     }
-    report(said, kLogWarning,
-           "Failed to start thread with requested priority and scheduler - trying default");
+    warn(said, "Failed to start thread with requested priority and scheduler - trying default");
     if (create(&id, nullptr, routine, argument) != 0) {
-        report(said, kLogError, "Failed to start thread with defaults - giving up");
+        fail(said, "Failed to start thread with defaults - giving up");
     }
     return id;
 }
@@ -105,7 +107,7 @@ pthread_t upnp_start_joinable_thread_impl(ThreadRoutine routine, void* argument,
     pthread_attr_destroy(&attributes);
     if (id != 0) ++g_threadsStarted;
     pthread_mutex_unlock(&g_registry_lock);
-    log_report(said);
+    tell(said);
     return id;
 }
 

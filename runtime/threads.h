@@ -14,6 +14,11 @@ extern uint32_t g_threadStackSetting;
 // Threads registered since the program started. Guarded by the lock that serialises the starts.
 extern uint32_t g_threadsStarted;
 
+// Is told what the start of a thread had to say, once the lock is free; null for nobody. The log,
+// which starts threads itself, puts its own in.
+using ThreadReporter = void (*)(bool is_error, const char* message);
+extern ThreadReporter g_threadReporter;
+
 // Scheduling priority of a class: 3, 4, 6 and 7 give 10, 30, 70 and 90, anything else 50.
 int upnp_thread_priority(uint32_t priority_class);
 // Stack size to ask the system for under a setting: at least 196608 bytes, 0 for the default.
