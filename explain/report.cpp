@@ -294,18 +294,25 @@ static void report_on_file(Report* report, BufferedFile* file) {
     explain_run(report->run, report->frames, file_size, verdict);
 }
 
+// Scaling to an odd width shears. A width asked for that is one smaller binds, and is even.
+static void print_even_size(const Report& report) {
+    const Arguments& args = report.args;
+    const int32_t even = report.run.params.width - 1;
+    fputs("Scaling to an odd width moves every two rows by one sample", report.out);
+    if (args.height != 0 && even > 0) {
+        fprintf(report.out, "; ask for %" PRId32 " %" PRId32 " in place of %" PRId32 " %" PRId32,
+                even, args.height, args.width, args.height);
+    }
+    fputs(".\n", report.out);
+}
+
 static void print_verdict(const Report& report) {
     if (!report.verdict.is_failure) {
         fprintf(report.out,
                 "\nThere will be a thumbnail of %" PRId32 "x%" PRId32
                 " pixels, from key frame %" PRId64 ".\n",
                 report.run.params.width, report.run.params.height, report.chosen_index);
-        if (report.args.width != 0 && report.run.params.width & 1) {
-            fputs(
-                "Scaling to an odd width moves every two rows by one sample; ask for a size that "
-                "fits evenly.\n",
-                report.out);
-        }
+        if (report.args.width != 0 && report.run.params.width & 1) print_even_size(report);
         if (report.spoils_a_video) {
             fputs("The output is a video too, by its name: it would be replaced by the picture.\n",
                   report.out);
@@ -344,31 +351,53 @@ static void explain(Report* report, Surroundings surroundings) {
     print_verdict(*report);
 }
 
-// Takes the arguments apart as keystill does, with others in place of those that are missing.
-static void read_arguments(int argc, const char* const* argv, Arguments* args) {
-    const char* all[9] = {"", "", "", "320", "240", "85", "5", "10", "70"};
-    for (int i = 1; i < std::min(argc, 9); ++i) all[i] = argv[i];
-    arguments_read(9, all, args);
+// What the words of the command line ask for.
+struct CommandLine {
+    const char* arguments[9] = {"", "", "", "320", "240", "85", "5", "10", "70"};  // by default
+    int given = 1;  // of the arguments, counted from the first
+    bool lists_all = false;
+    bool wants_help = false;
+    bool wants_version = false;
+};
+
+// Options count anywhere in front of "--"; what is no option of ours is an argument, since a file
+// may have any name.
+static CommandLine read_command_line(int argc, const char* const* argv) {
+    CommandLine line;
+    bool takes_options = true;
+    for (int i = 1; i < argc; ++i) {
+        const auto is_option = [&](const char* name) {
+            return takes_options && strcmp(argv[i], name) == 0;
+        };
+        if (is_option("--")) {
+            takes_options = false;
+        } else if (is_option("--all")) {
+            line.lists_all = true;
+        } else if (is_option("--help")) {
+            line.wants_help = true;
+        } else if (is_option("--version")) {
+            line.wants_version = true;
+        } else if (line.given < 9) {
+            line.arguments[line.given++] = argv[i];
+        }
+    }
+    return line;
 }
 
 int run_explain(int argc, const char* const* argv, FILE* out, Surroundings surroundings) {
-    Report report = {};
-    report.out = out;
-    if (argc > 1 && strcmp(argv[1], "--version") == 0) {
-        fputs("keystill-explain " KEYSTILL_VERSION "\n", out);
+    const CommandLine line = read_command_line(argc, argv);
+    if (line.wants_version || line.wants_help) {
+        fputs(line.wants_version ? "keystill-explain " KEYSTILL_VERSION "\n" : kHelp, out);
         return 0;
     }
-    if (argc > 1 && strcmp(argv[1], "--help") == 0) {
-        fputs(kHelp, out);
-        return 0;
-    }
-    report.lists_all = argc > 1 && strcmp(argv[1], "--all") == 0;
-    const int options = report.lists_all ? 1 : 0;
-    if (argc - options < 2) {
+    if (line.given < 2) {
         fputs(kHelp, stderr);
         return 2;
     }
-    read_arguments(argc - options, argv + options, &report.args);
+    Report report = {};
+    report.out = out;
+    report.lists_all = line.lists_all;
+    arguments_read(9, line.arguments, &report.args);
     upnp_memory_init();
     explain(&report, surroundings);
     upnp_memory_exit();

@@ -393,6 +393,11 @@ TEST_F(Explain, LongTablesAreCutUnlessAllIsAskedFor) {
     expect_report({"    ...\n        29     0:00:29.000"});
     EXPECT_EQ(run({"--all", path_}), 0);
     expect_report({"        20     0:00:20.000"});
+    EXPECT_EQ(run({path_, "--all"}), 0);
+    expect_report({"        20     0:00:20.000"});
+    // Behind a double dash it is the name of the output.
+    EXPECT_EQ(run({"--", path_, "--all"}), 0);
+    EXPECT_EQ(report_.find("        20     0:00:20.000"), std::string::npos);
 }
 
 TEST_F(Explain, NoFileBreaksIt) {
