@@ -27,6 +27,7 @@ struct NalHeader {
 // and reads its header. Returns nal_unit_type and stores nal_ref_idc (0 to 3). With start_code, an
 // Annex B start code is expected in front of the header and skipped.
 //
+// Kept on purpose: emulation-while-priming
 // The first bytes count as primed before the removal (three at an odd address, four at an even
 // one): an emulation prevention byte among them is read as data.
 uint8_t nal_read_header(AvcBitReader* r, uint32_t length, uint8_t* nal_ref_idc, bool start_code);

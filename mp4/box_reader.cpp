@@ -211,6 +211,7 @@ void mp4_parse_container(BufferedFile* file, const BoxHeader* header, int64_t en
     mp4_atom_get_metadata(file, children_end(header, context), context);
 }
 
+// Kept on purpose: metadata-list-end
 // The list runs 12 bytes past the box: its end is counted from behind version and flags.
 void mp4_parse_meta(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context) {
@@ -249,6 +250,7 @@ static bool hides_movie(BufferedFile* file) {
     return false;
 }
 
+// Kept on purpose: one-movie-in-free
 // Some editors turn an old movie box into free space by changing its type.
 void mp4_parse_free(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context) {

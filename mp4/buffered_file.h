@@ -39,6 +39,7 @@ uint16_t upnp_file_read_u16_b(BufferedFile* file);
 uint32_t upnp_file_read_u32_b(BufferedFile* file);
 uint64_t upnp_file_read_u64_b(BufferedFile* file);
 
+// Kept on purpose: bits-doubled
 // Takes n bits (up to 31) off the word if it has as many. Else it loads further words with their
 // first byte lowest, takes bit 15 each time, and the result is twice what the bits are worth. Word
 // and count outlive seeks.

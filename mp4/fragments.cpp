@@ -77,6 +77,7 @@ void mp4_parse_tfra(BufferedFile* file, const BoxHeader* header, int64_t end,
     mp4_release_content(context);
 }
 
+// Kept on purpose: base-data-offset
 // A base data offset overwrites the key frame's fragment offset with its upper half, and the
 // optional fields are taken to start where the track number stands.
 static void take_fragment_header(const uint8_t* content) {
@@ -146,6 +147,7 @@ static FragmentWalk walk_fragment(BufferedFile* file, ParseContext* context) {
 // not stays; *size is 0 when there is no fragment. Returns 1 when the collection cannot go on.
 static int look_up(BufferedFile* file, uint32_t* size) {
     FragmentState* const fragments = &g_video_state.fragments;
+    // Kept on purpose: run-of-entry-0
     // Entry 0 decides for all key frames.
     fragments->wanted_run = fragments->table.first_run_number;
     fragments->run_counter = 0;

@@ -17,6 +17,7 @@ void mp4_parse_mehd(BufferedFile* file, const BoxHeader* header, int64_t end,
 void mp4_parse_trex(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context);
 
+// Kept on purpose: content-stays-held
 // Fragment random access table. It is read only while the content of an earlier box is held, as
 // track runs leave it.
 void mp4_parse_tfra(BufferedFile* file, const BoxHeader* header, int64_t end,

@@ -13,6 +13,7 @@ constexpr int32_t kBitsPerPhase = 8;  // what each of the numbers leaves of a wo
 
 static bool is_bit_number(uint32_t size_code) { return (size_code & 3) == 2; }
 
+// Kept on purpose: numbers-of-24-bits
 // Code 2 takes more than its 24 bits from the file and does not give the stored number.
 static uint32_t read_number(BufferedFile* file, uint32_t size_code) {
     switch (size_code & 3) {

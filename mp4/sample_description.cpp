@@ -53,6 +53,7 @@ static void copy_block(ByteView view, int64_t at, uint32_t length, ConfigBlock* 
     block->length = length;
 }
 
+// Kept on purpose: search-leaves-a-byte
 // Both searches leave out the last byte of the data.
 static int64_t find_tag(ByteView data, const char* text) {
     return data.length < 5 ? -1 : find_bytes({data.bytes, data.length - 1}, text);
@@ -61,6 +62,7 @@ static int64_t find_tag(ByteView data, const char* text) {
 void searchESD(ByteView data) {
     const int64_t start = find_tag(data, "\x00\x00\x01\xb0");
     if (start < 0) return;
+    // Kept on purpose: length-of-one-byte
     // The descriptor's length, as far as its last byte tells it.
     const uint32_t length = u8_at(data, start - 1) & 0x7f;
     g_video_state.codec_kind = kCodecMpeg4;

@@ -30,6 +30,7 @@ static int declare(BufferedFile* file, FileTable* table, uint32_t count, uint32_
     return 0;
 }
 
+// Kept on purpose: refused-table-is-entered
 // The walk does not get past a box whose table was refused: it goes on inside.
 static void parse_table(BufferedFile* file, const BoxHeader* header, ParseContext* context,
                         FileTable* table, uint32_t entry_words, uint32_t entry_bytes,
@@ -72,6 +73,7 @@ void mp4_parse_stsz(BufferedFile* file, const BoxHeader* header, int64_t, ParseC
         const uint32_t sample_size = upnp_file_read_u32_b(file);
         const uint32_t count = upnp_file_read_u32_b(file);
         if (declare(file, sizes, count, 1, 4, __func__) != 0) return;
+        // Kept on purpose: one-size-is-empty
         // Samples of one size have no entries, and count as empty.
         if (sample_size != 0) file_table_declare(file, sizes, count, 1, false);
     }

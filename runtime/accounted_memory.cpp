@@ -74,6 +74,7 @@ void* upnp_realloc(void* ptr, uint32_t size) {
         static_cast<BlockHeader*>(realloc(header_of(ptr), size + kResizeSurplus));
     if (header) header->size = size;
     upnp_critical_section_enter(&g_mem_section);
+    // Kept on purpose: refused-resize-uncounts
     // A refused block is the caller's still, but not counted any more.
     count_removed(old_size, header ? "upnp_realloc" : nullptr);
     if (header) count_added(size);

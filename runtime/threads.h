@@ -24,6 +24,7 @@ int upnp_thread_priority(uint32_t priority_class);
 // Stack size to ask the system for under a setting: at least 196608 bytes, 0 for the default.
 size_t upnp_thread_stack_size(uint32_t setting);
 
+// Kept on purpose: thread-runs-twice
 // Returns the new thread's id, or 0 when no thread could be started. The routine can come to run
 // twice: when the system was out of resources first, accepted the retry, and so takes the way
 // through the default attributes as well. The id is the second thread's then.

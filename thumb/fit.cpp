@@ -4,6 +4,7 @@
 // Below this a ratio does not bind the width.
 constexpr double kSmallestRatio = 0.01;
 
+// Kept on purpose: single-precision
 // Cuts the fraction; a side that no 32-bit number holds is as hopeless as the largest one.
 static int32_t whole_pixels(float side) {
     return side >= 2147483648.0f ? INT32_MAX : static_cast<int32_t>(side);

@@ -48,6 +48,7 @@ static void scale_row_pair(SourceRows from, TargetRows to, int32_t width, int64_
 // Samples that a row of that width takes, in pairs.
 static int64_t in_pairs(int64_t count) { return (count + 1) & ~INT64_C(1); }
 
+// Kept on purpose: odd-width-shears
 // From one pair of rows to the next one.
 static int64_t pair_advance(int32_t width, int32_t stride) {
     return static_cast<int64_t>(stride) + in_pairs(width) + (stride - width);

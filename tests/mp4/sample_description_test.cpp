@@ -65,3 +65,12 @@ TEST(SampleDescription, H263ConfigurationCountsTheTag) {
     const WalkedFile walked(movie_of(stsd(h263_entry()) + stsd(box("s263"))));
     EXPECT_EQ(text(walked.state.h263_config), "test" + zeros(3 + 4));
 }
+
+TEST(SampleDescription, SearchesLeaveOutTheLastByte) {
+    static const uint8_t kData[] = {'e', 's', 'd', 's', 4, 0, 0, 1, 0xb0, 'v'};
+    const WalkedFile walked(movie_of(""));
+    searchESD({kData, 9});
+    EXPECT_EQ(text(walked.state.mpeg4_config), "none");
+    searchESD({kData, 10});
+    EXPECT_NE(text(walked.state.mpeg4_config), "none");
+}

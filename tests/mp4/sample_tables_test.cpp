@@ -92,3 +92,8 @@ TEST(SampleTables, TablesAreBoundedByTheFile) {
         EXPECT_EQ(file_table_word(walked.file.get(), &walked.state.sample_sizes, 1), c.second);
     }
 }
+
+TEST(SampleTables, WalkGoesOnInsideATableThatIsRefused) {
+    const std::string refused = full_box("stsz", words({0, 0x20000000}) + track_header(9));
+    EXPECT_EQ(WalkedFile(movie_of(refused)).context.current_track_id, 9u);
+}

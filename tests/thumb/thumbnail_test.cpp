@@ -108,6 +108,13 @@ TEST_F(Thumbnail, ShowsTheFittedPicture) {
     EXPECT_NEAR(image.at(0, 0)[1], 8, 3) << "columns on the left move chroma by a quarter";
 }
 
+TEST_F(Thumbnail, MovesToWholeBlocksAsFlatRuns) {
+    ASSERT_EQ(write({96, 64}, {0, 26, 2, 0}, {0, 0}, kCodecAvc), 0);
+    const JpegImage image = read_jpeg(read_file(output_));
+    // Row 3 of pitch 80 starts in the middle of row 2 of pitch 96.
+    EXPECT_NEAR(image.at(0, 3)[0], 48 + 2 * (2 + 2), 8);
+}
+
 TEST_F(Thumbnail, KeepsTheShapeInSinglePrecisionAndEndsWhereJpegDoes) {
     // clang-format off
     static const struct { PictureSize picture, requested, want; int status; } kCases[] = {
