@@ -2,32 +2,12 @@
 // From a movie's bytes to those of a picture file, by the newer reader. Six bytes choose the
 // options and the rest the movie.
 #include <stdio.h>
-#include <string.h>
 
 #include "fuzz/movie_writer.h"
 #include "fuzz/target.h"
+#include "tests/support/memory_source.h"
 #include "thumbnailer/draw_thumbnail.h"
 #include "thumbnailer/picture_check.h"
-
-namespace {
-
-// A copy of its exact size: sanitizers see a look behind it.
-class MemorySource final : public ByteSource {
- public:
-    explicit MemorySource(const std::string& bytes) : bytes_(bytes.begin(), bytes.end()) {}
-    uint64_t size() const override { return bytes_.size(); }
-    size_t read(uint64_t offset, std::span<uint8_t> into) override {
-        if (offset >= bytes_.size()) return 0;
-        const size_t count = std::min<uint64_t>(into.size(), bytes_.size() - offset);
-        memcpy(into.data(), bytes_.data() + offset, count);
-        return count;
-    }
-
- private:
-    std::vector<uint8_t> bytes_;
-};
-
-}  // namespace
 
 void run_target(Choices* c) {
     Options options;

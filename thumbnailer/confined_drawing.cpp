@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <new>
 #include <string>
 
 #include "movie/byte_source.h"
@@ -22,6 +23,7 @@ constexpr size_t kPipeBuffer = 64u << 10;
 
 // Exit statuses of the child: a verdict whose sentence it has written, or one of these.
 constexpr int kNothingToSay = 100;
+constexpr int kNoMemory = 101;
 
 static void set_limit(int resource, rlim_t value) {
     const rlimit limit = {value, value};
@@ -44,6 +46,7 @@ static int draw(int video, const Options& options, const std::vector<PngText>& t
     FILE* const file = fdopen(output, "wb");
     if (!source || !file) return kNothingToSay;
     setvbuf(file, nullptr, _IOFBF, kPipeBuffer);
+    std::set_new_handler([] { _exit(kNoMemory); });
     give_up_rights();
     const Outcome outcome = draw_thumbnail(&*source, options, texts, file);
     if (outcome.verdict != Verdict::kDone) fputs(outcome.sentence.c_str(), file);
@@ -87,6 +90,8 @@ Outcome draw_confined(int video, const Options& options, const std::vector<PngTe
         case static_cast<int>(Verdict::kNoPicture):
         case static_cast<int>(Verdict::kNotForUs):
             return {static_cast<Verdict>(child.exit_status), sentence_of(child.output)};
+        case kNoMemory:
+            return {Verdict::kNoPicture, "There is not enough memory."};
         default:
             break;
     }

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <new>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -89,7 +90,15 @@ static int make_thumbnail(const Options& options) {
     return kNoPicture;
 }
 
+// For what the containers of the standard library ask: without exceptions there is no other way on.
+static void end_without_memory() {
+    static constexpr char kText[] = "keystill-thumbnailer: There is not enough memory.\n";
+    if (write(STDERR_FILENO, kText, sizeof kText - 1) < 0) _exit(kNoPicture);
+    _exit(kNoPicture);
+}
+
 int run_thumbnailer(int argc, char* const* argv) {
+    std::set_new_handler(end_without_memory);
     Options options;
     std::string complaint;
     switch (read_options(argc, argv, &options, &complaint)) {

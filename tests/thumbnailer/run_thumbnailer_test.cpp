@@ -5,7 +5,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <png.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -141,6 +143,40 @@ TEST_F(RunThumbnailer, SaysWhyThereIsNoPictureAndLeavesTheOutput) {
     EXPECT_EQ(run({}), 2);
     EXPECT_NE(said_.find("usage:"), std::string::npos);
 }
+
+#if KEYSTILL_HAS_SANDBOX  // sanitizers want all addresses there are
+TEST_F(RunThumbnailer, EndsOrderlyWhenMemoryIsShort) {
+    int counts[2] = {};
+    // From what the process has already, in steps smaller than what is asked for.
+    for (rlim_t kibibytes = 0; kibibytes < 6000; kibibytes += 150) {
+        const pid_t child = fork();
+        if (child == 0) {
+            long pages = 0;
+            FILE* const statm = fopen("/proc/self/statm", "r");
+            if (fscanf(statm, "%ld", &pages) != 1) _exit(9);
+            fclose(statm);
+            const rlim_t limit =
+                static_cast<rlim_t>(pages * sysconf(_SC_PAGESIZE)) + (kibibytes << 10);
+            const rlimit limits = {limit, limit};
+            std::string words[] = {
+                "keystill-thumbnailer", "-i", kMedia + "sample.mp4", "-o", png_, "-s", "0"};
+            char* argv[8] = {};
+            for (int i = 0; i < 7; ++i) argv[i] = words[i].data();
+            dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
+            setrlimit(RLIMIT_AS, &limits);
+            _exit(run_thumbnailer(7, argv));
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        ASSERT_TRUE(WIFEXITED(status)) << kibibytes;
+        ASSERT_LT(WEXITSTATUS(status), 2) << kibibytes;
+        ++counts[WEXITSTATUS(status)];
+        EXPECT_EQ(std::filesystem::remove(png_), WEXITSTATUS(status) == 0);
+    }
+    EXPECT_GT(counts[0], 0);
+    EXPECT_GT(counts[1], 0);
+}
+#endif
 
 TEST_F(RunThumbnailer, HandsOnlyOtherKindsOfFilesToOtherPrograms) {
     // Stands for another thumbnailer: copies a picture, when asked as it should be.

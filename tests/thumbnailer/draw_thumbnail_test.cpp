@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// What comes of movies that are cut off or damaged, without a process in between.
+#include "thumbnailer/draw_thumbnail.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "movie/movie.h"
+#include "runtime/accounted_memory.h"
+#include "tests/support/memory_source.h"
+#include "tests/support/temp_folder.h"
+#include "thumbnailer/picture_check.h"
+
+namespace {
+
+// Draws and checks that there is either a whole picture or a sentence, and that nothing stays.
+Verdict draw(const std::string& movie, const Options& options) {
+    MemorySource source(movie);
+    char* data = nullptr;
+    size_t length = 0;
+    FILE* const file = open_memstream(&data, &length);
+    const Outcome outcome = draw_thumbnail(&source, options, {}, file);
+    fclose(file);
+    const bool is_whole =
+        is_whole_picture({reinterpret_cast<const uint8_t*>(data), length}, options.format);
+    free(data);
+    EXPECT_EQ(is_whole, outcome.verdict == Verdict::kDone);
+    EXPECT_EQ(outcome.sentence.empty(), outcome.verdict == Verdict::kDone);
+    EXPECT_EQ(g_memUsed, 0);
+    return outcome.verdict;
+}
+
+TEST(DrawThumbnail, SurvivesTheEndAtEveryByte) {
+    Options options;
+    options.size = {32, 32};
+    for (const char* clip :
+         {"grey.mp4", "mpeg4_interlaced_odd.mp4", "h263.3gp", "fragmented.mp4"}) {
+        const std::string movie = read_file(std::string(KEYSTILL_MEDIA) + clip);
+        ASSERT_EQ(draw(movie, options), Verdict::kDone) << clip;
+        // Dense where boxes are likely, at the ends, and every seventh byte of the samples.
+        const size_t dense = std::min<size_t>(movie.size(), 1500);
+        for (size_t length = 0; length < movie.size();
+             length += length < dense || length > movie.size() - dense ? 1 : 7) {
+            ASSERT_NO_FATAL_FAILURE(draw(movie.substr(0, length), options))
+                << clip << ' ' << length;
+        }
+    }
+}
+
+TEST(DrawThumbnail, TriesOtherKeyFramesWhenTheChosenOneIsDamaged) {
+    const std::string movie = read_file(std::string(KEYSTILL_MEDIA) + "sample.mp4");
+    Options options;
+    options.frames = 1;
+    MemorySource source(movie);
+    Movie reader(&source);
+    const auto frames = reader.key_frames_from(reader.duration_us() / 10, 1);
+    ASSERT_EQ(frames.size(), 1u);
+    std::string damaged = movie;
+    std::fill_n(damaged.begin() + static_cast<ptrdiff_t>(frames[0].offset), frames[0].size, '\xff');
+    EXPECT_EQ(draw(damaged, options), Verdict::kDone);
+    for (const MovieKeyFrame& frame : reader.key_frames_from(0, 1000)) {
+        std::fill_n(damaged.begin() + static_cast<ptrdiff_t>(frame.offset), frame.size, '\xff');
+    }
+    EXPECT_EQ(draw(damaged, options), Verdict::kNoPicture);
+}
+
+}  // namespace
