@@ -69,9 +69,7 @@ MovieRefusal Movie::Parts::open() {
 
 // In the order of decoding, from about time_us on.
 bool Movie::Parts::visit_key_frames(int64_t time_us, KeyFrameVisitor* visitor) {
-    // What the start is decoded from may stand anywhere in front of it.
-    const int64_t media_time = time_us <= 0 ? std::numeric_limits<int64_t>::min()
-                                            : presentation.earliest_media_time(time_us);
+    const int64_t media_time = presentation.earliest_media_time(time_us);
     if (!visit_table_key_frames(source, &work, headers.video.tables, media_time, visitor)) {
         return false;
     }
