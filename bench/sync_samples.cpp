@@ -7,6 +7,7 @@
 
 #include "mp4/sample_tables.h"
 #include "mp4/video_state.h"
+#include "mp4/work_limit.h"
 #include "tool/movie_index.h"
 
 int sync_samples_open(const char* path, SyncSamples* samples) {

@@ -10,6 +10,7 @@
 #include "explain/message_keeper.h"
 #include "explain/run_verdict.h"
 #include "mp4/video_state.h"
+#include "mp4/work_limit.h"
 #include "runtime/accounted_memory.h"
 #include "runtime/message_log.h"
 #include "tool/movie_index.h"

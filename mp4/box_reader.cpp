@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "mp4/video_state.h"
+#include "mp4/work_limit.h"
 #include "runtime/byte_order.h"
 #include "runtime/message_log.h"
 

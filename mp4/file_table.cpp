@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "mp4/video_state.h"
+#include "mp4/work_limit.h"
 #include "runtime/byte_order.h"
 
 void file_table_declare(BufferedFile* file, FileTable* table, uint32_t count, uint32_t entry_words,

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "mp4/box_reader.h"
+#include "mp4/work_limit.h"
 #include "runtime/byte_order.h"
 #include "runtime/message_log.h"
 

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "mp4/video_state.h"
+#include "mp4/work_limit.h"
 #include "runtime/byte_order.h"
 
 // Numbers of size code 2 have 24 bits and go through the bit reader. It takes 32 bits from the file

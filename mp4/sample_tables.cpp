@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "mp4/box_reader.h"
+#include "mp4/work_limit.h"
 #include "runtime/message_log.h"
 
 bool mp4_is_video_track(const ParseContext* context) {

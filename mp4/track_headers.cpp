@@ -7,6 +7,7 @@
 #include "mp4/sample_description.h"
 #include "mp4/sample_tables.h"
 #include "mp4/video_state.h"
+#include "mp4/work_limit.h"
 #include "runtime/byte_order.h"
 #include "runtime/message_log.h"
 

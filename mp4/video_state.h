@@ -73,33 +73,10 @@ struct VideoState {
     ConfigBlock mpeg4_config;
     ConfigBlock h263_config;
     FragmentState fragments;
-    // These outlive a reset.
+    // This outlives a reset.
     int32_t length_prefix_size;  // of the NAL units in an H.264 sample
-    int64_t work_left;           // before the reader gives up; negative once it has
-    uint32_t read_work;          // of a read from the system
 };
 extern VideoState g_video_state;
 
 // Releases everything in the state and presets it for a walk.
 void mp4_release_video_state();
-
-// The reader counts what it does, in units of about a nanosecond, against a grant: files that send
-// it over the same bytes for ever are given up. Of the walk's grant a fragmented film of ten hours
-// that has sixty fragments a second takes all; of the look-ups' grant a film of a day in which
-// every one of sixty samples a second is a key frame and a chunk of its own takes a third, if all
-// are collected.
-constexpr int64_t kWalkWork = 900'000'000;
-constexpr int64_t kLookUpWork = 1'000'000'000;
-void mp4_grant_walk();
-void mp4_grant_look_ups();
-
-constexpr uint64_t kHeaderWork = 25;        // of a box
-constexpr uint64_t kParseAgainWork = 1500;  // of a box that came before its handler
-constexpr uint64_t kKeyFrameWork = 30;      // of a key frame that is located
-constexpr uint64_t kWordWork = 2;           // of a word in a table
-
-// Takes that off the grant. Returns false when it is used up, now or before.
-bool mp4_spend_work(uint64_t work);
-// The same for a read from the system. Look-ups may lead to places that nobody has read yet.
-bool mp4_spend_read();
-bool mp4_is_work_used_up();

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "mp4/work_limit.h"
 #include "runtime/message_log.h"
 #include "tool/movie_index.h"
 

@@ -7,6 +7,7 @@
 #include "mp4/fragments.h"
 #include "mp4/sample_tables.h"
 #include "mp4/video_state.h"
+#include "mp4/work_limit.h"
 #include "runtime/key_frame.h"
 #include "runtime/message_log.h"
 #include "tool/file_query.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "mp4/fragments.h"
 
+#include "mp4/work_limit.h"
 #include "tests/mp4/walked_file.h"
 
 static const std::string kHeld = full_box("trun", u32(0));  // leaves its content held

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "mp4/sample_tables.h"
 
+#include "mp4/work_limit.h"
 #include "tests/mp4/walked_file.h"
 
 static std::string list_box(const char* type, const std::vector<uint64_t>& fields, size_t width) {
