@@ -289,6 +289,8 @@ TEST(Movie, DescribesTheVideo) {
 
     d = described(stream_entry('\x20', 0, ""), &refusal, &format);
     EXPECT_EQ(d.configuration.size(), 4u);
+    const std::string all_fields = stream_entry('\x20', '\xe0', "dd\4urlscc");
+    EXPECT_EQ(described(all_fields, &refusal, &format).configuration, d.configuration);
     EXPECT_EQ(d.length_prefix_size, 0u);
     d = described(visual_entry_of("s263", box("d263", "content")), &refusal, &format);
     EXPECT_EQ(std::string(d.configuration.begin(), d.configuration.end()), "content");
