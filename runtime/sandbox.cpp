@@ -97,15 +97,17 @@ static void open_folder_of(const char* path, Descriptor* folder) {
     constexpr int kMostLinks = 40;  // as in the kernel
     char text[PATH_MAX], name[NAME_MAX + 1];
     errno = ENAMETOOLONG;
-    if (strlen(path) >= sizeof text) return;
-    strcpy(text, path);
+    const size_t path_length = strlen(path);
+    if (path_length >= sizeof text) return;
+    memcpy(text, path, path_length + 1);
     int base = AT_FDCWD;
     for (int links = 0; links <= kMostLinks; ++links) {
         char* const slash = strrchr(text, '/');
         char* const last = slash ? slash + 1 : text;
         errno = ENAMETOOLONG;
-        if (strlen(last) >= sizeof name) break;
-        strcpy(name, last);
+        const size_t last_length = strlen(last);
+        if (last_length >= sizeof name) break;
+        memcpy(name, last, last_length + 1);
         *last = '\0';
         folder->replace_by(open_place(base, slash ? text : "."));
         base = folder->number();
@@ -262,7 +264,7 @@ static bool enclose_calls(SandboxOutput output) {
     // The kernel tries a new filter for each of its hundreds of calls, to learn which are always
     // allowed. That takes longer than asking at each call of a run, and ends at once at a step like
     // this one, which it does not follow there.
-    filter.add(BPF_LDX | BPF_W | BPF_IMM, 0, 0, 0);
+    filter.add(BPF_LDX | BPF_IMM, 0, 0, 0);
     filter.load(offsetof(seccomp_data, arch));
     filter.jump(BPF_JEQ, kArchitecture, CallFilter::kNext, CallFilter::kRefuse);
     filter.load(offsetof(seccomp_data, nr));
