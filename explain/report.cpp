@@ -9,10 +9,10 @@
 #include "avcdec/avc_stream_facts.h"
 #include "explain/message_keeper.h"
 #include "explain/run_verdict.h"
+#include "host/message_log.h"
 #include "mp4/video_state.h"
 #include "mp4/work_limit.h"
 #include "runtime/accounted_memory.h"
-#include "runtime/message_log.h"
 #include "tool/movie_index.h"
 #include "wording/printable.h"
 

@@ -5,10 +5,10 @@
 
 #include <algorithm>
 
+#include "host/message_log.h"
 #include "mp4/video_state.h"
 #include "mp4/work_limit.h"
 #include "runtime/byte_order.h"
-#include "runtime/message_log.h"
 
 static int64_t add_saturated(int64_t a, int64_t b) {
     int64_t sum;

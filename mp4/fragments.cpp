@@ -3,10 +3,10 @@
 
 #include <string.h>
 
+#include "host/message_log.h"
 #include "mp4/box_reader.h"
 #include "mp4/work_limit.h"
 #include "runtime/byte_order.h"
-#include "runtime/message_log.h"
 
 // What an entry of the random access table takes in memory where 64-bit numbers are aligned: it
 // decides which tables are too large, although they stay in the file.

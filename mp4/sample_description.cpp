@@ -5,12 +5,12 @@
 
 #include <algorithm>
 
+#include "host/message_log.h"
 #include "mp4/box_reader.h"
 #include "mp4/sample_tables.h"
 #include "mp4/video_state.h"
 #include "runtime/byte_order.h"
 #include "runtime/key_frame.h"
-#include "runtime/message_log.h"
 
 // Offsets in the content of "stsd": the first entry stands at 8.
 constexpr int64_t kEntryFormat = 12;

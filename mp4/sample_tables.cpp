@@ -5,9 +5,9 @@
 
 #include <algorithm>
 
+#include "host/message_log.h"
 #include "mp4/box_reader.h"
 #include "mp4/work_limit.h"
-#include "runtime/message_log.h"
 
 bool mp4_is_video_track(const ParseContext* context) {
     return context->has_handler_type && memcmp(context->handler_type, "vide", 4) == 0;

@@ -3,13 +3,13 @@
 
 #include <string.h>
 
+#include "host/message_log.h"
 #include "mp4/box_reader.h"
 #include "mp4/sample_description.h"
 #include "mp4/sample_tables.h"
 #include "mp4/video_state.h"
 #include "mp4/work_limit.h"
 #include "runtime/byte_order.h"
-#include "runtime/message_log.h"
 
 // Where the fields of a header lie depends on whether its version has 64-bit times.
 static bool has_64_bit_times(const ParseContext* context) { return context->content.bytes[0] == 1; }

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/message_log.h"
 #include "mp4/work_limit.h"
-#include "runtime/message_log.h"
 #include "tool/movie_index.h"
 
 constexpr int32_t kFirstCapacity = 64;  // runs

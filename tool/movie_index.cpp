@@ -3,13 +3,13 @@
 
 #include <algorithm>
 
+#include "host/message_log.h"
 #include "mp4/box_reader.h"
 #include "mp4/fragments.h"
 #include "mp4/sample_tables.h"
 #include "mp4/video_state.h"
 #include "mp4/work_limit.h"
 #include "runtime/key_frame.h"
-#include "runtime/message_log.h"
 #include "tool/file_query.h"
 
 int movie_walk(BufferedFile* file, const char* path, ParseContext* context) {

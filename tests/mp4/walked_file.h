@@ -6,11 +6,11 @@
 
 #include <string>
 
+#include "host/message_log.h"
 #include "mp4/box_reader.h"
 #include "mp4/fragments.h"
 #include "mp4/video_state.h"
 #include "mp4/work_limit.h"
-#include "runtime/message_log.h"
 #include "tests/support/box_builder.h"
 #include "tests/support/temp_folder.h"
 

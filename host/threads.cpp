@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "runtime/threads.h"
+#include "host/threads.h"
 
 #include <errno.h>
 #include <sched.h>
 
-#include "runtime/clock_text.h"
+#include "host/clock_text.h"
 
 uint32_t g_threadStackSetting = 0;
 uint32_t g_threadsStarted = 0;

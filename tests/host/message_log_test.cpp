@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "runtime/message_log.h"
+#include "host/message_log.h"
 
 #include <errno.h>
 #include <gtest/gtest.h>
 
+#include "host/clock_text.h"
 #include "runtime/accounted_memory.h"
-#include "runtime/clock_text.h"
 #include "tests/support/failing_malloc.h"
 #include "tests/support/temp_folder.h"
 

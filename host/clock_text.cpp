@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "runtime/clock_text.h"
+#include "host/clock_text.h"
 
 #include <stdio.h>
 #include <sys/time.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "runtime/threads.h"
+#include "host/threads.h"
 
 #include <errno.h>
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 #include <atomic>
 #include <vector>
 
-#include "runtime/message_log.h"
+#include "host/message_log.h"
 
 // What the system answers to the next thread creations; real threads are made where it says 0.
 static std::vector<int> g_answers;

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "runtime/message_log.h"
+#include "host/message_log.h"
 
 #include <errno.h>
 #include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "host/clock_text.h"
+#include "host/threads.h"
 #include "runtime/accounted_memory.h"
-#include "runtime/clock_text.h"
-#include "runtime/threads.h"
 
 LogState g_log;
 CriticalSectionHandle g_log_Section = nullptr;
