@@ -40,7 +40,7 @@ static Totals decode_movie(SyncSamples* samples, long repeat) {
         KeyFrame record = {};
         sync_samples_rewind(samples);
         while (sync_samples_read(samples, &record) == 0) {
-            decode_timed(&record, sync_samples_codec_kind(), &totals);
+            decode_timed(&record, sync_samples_codec_kind(samples), &totals);
             key_frame_release(&record);
         }
     }

@@ -6,10 +6,12 @@
 #include <stdint.h>
 
 #include "mp4/buffered_file.h"
+#include "mp4/parse_context.h"
 #include "runtime/key_frame.h"
 
 struct SyncSamples {
     OpenFile file;
+    ParseContext context;
     uint32_t next;   // index of the sync sample that comes next
     uint32_t count;  // sync samples in the movie
     bool every_one;  // no sync sample table: every sample is a sync sample (ISO 14496-12 8.6.2)
@@ -19,7 +21,7 @@ struct SyncSamples {
 int sync_samples_open(const char* path, SyncSamples* samples);
 
 // Kind of the video track (kCodec...).
-int32_t sync_samples_codec_kind();
+int32_t sync_samples_codec_kind(const SyncSamples* samples);
 
 // Goes back to the first sample.
 void sync_samples_rewind(SyncSamples* samples);

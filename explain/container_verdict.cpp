@@ -66,14 +66,14 @@ static void explain_codec(const BoxFacts& facts, Verdict* verdict) {
     }
 }
 
-static void explain_fragments(const BoxFacts& facts, Verdict* verdict) {
+static void explain_fragments(const BoxFacts& facts, bool has_table, Verdict* verdict) {
     if (facts.random_access_tables == 0) {
         verdict_fail(verdict, Reason::kNoRandomAccessTables);
     } else if (facts.last_track_id != facts.video.id) {
         verdict_fail(verdict, Reason::kLastTrackNotVideo);
     } else if (!facts.has_video_random_access) {
         verdict_fail(verdict, Reason::kNoRandomAccessOfVideo);
-    } else if (!g_video_state.fragments.has_table) {
+    } else if (!has_table) {
         verdict_fail(verdict, Reason::kRandomAccessSkipped);
     } else if (facts.random_access_entries == 0) {
         verdict_fail(verdict, Reason::kRandomAccessEmpty);
@@ -90,15 +90,15 @@ static void explain_missing_key_frames(const TrackFacts& video, Verdict* verdict
     }
 }
 
-static void explain_missing_tables(const TrackFacts& video, Verdict* verdict) {
-    const VideoState& state = g_video_state;
+static void explain_missing_tables(const TrackFacts& video, const VideoState& state,
+                                   Verdict* verdict) {
     if (video.has_large_chunk_offsets && !video.has_chunk_offsets) {
         verdict_fail(verdict, Reason::kLargeOffsets);
     } else if (video.has_compact_sizes && !state.sample_sizes.is_present) {
         verdict_fail(verdict, Reason::kCompactSizes);
     } else if (video.has_constant_size && state.sample_sizes.is_present) {
         verdict_fail(verdict, Reason::kConstantSize);
-    } else if (!movie_has_needed_tables() || !state.sample_sizes.is_present) {
+    } else if (!movie_has_needed_tables(&state) || !state.sample_sizes.is_present) {
         std::string missing;
         if (state.time_to_sample.count == 0) missing += " stts";
         if (state.sample_to_chunk.count == 0) missing += " stsc";
@@ -108,8 +108,7 @@ static void explain_missing_tables(const TrackFacts& video, Verdict* verdict) {
     }
 }
 
-static void explain_avc_configuration(Verdict* verdict) {
-    const VideoState& state = g_video_state;
+static void explain_avc_configuration(const VideoState& state, Verdict* verdict) {
     if (!state.sequence_sets.bytes) {
         verdict_fail(verdict, Reason::kNoAvcConfiguration);
     } else if (state.sequence_sets.length == 0) {
@@ -128,7 +127,6 @@ static const char* name_of_object_type(uint8_t object_type) {
 }
 
 static void explain_mpeg4_configuration(const TrackFacts& video, Verdict* verdict) {
-    if (g_video_state.mpeg4_config.bytes) return;
     const char* const other = name_of_object_type(video.esds_object_type);
     if (other) {
         verdict_fail(verdict, Reason::kOtherCodecInMpeg4,
@@ -142,10 +140,13 @@ static void explain_mpeg4_configuration(const TrackFacts& video, Verdict* verdic
     }
 }
 
-static void explain_configuration(const TrackFacts& video, Verdict* verdict) {
-    if (g_video_state.codec_kind == kCodecAvc) explain_avc_configuration(verdict);
-    if (g_video_state.codec_kind == kCodecMpeg4) explain_mpeg4_configuration(video, verdict);
-    if (g_video_state.codec_kind == kCodecH263 && !g_video_state.h263_config.bytes) {
+static void explain_configuration(const TrackFacts& video, const VideoState& state,
+                                  Verdict* verdict) {
+    if (state.codec_kind == kCodecAvc) explain_avc_configuration(state, verdict);
+    if (state.codec_kind == kCodecMpeg4 && !state.mpeg4_config.bytes) {
+        explain_mpeg4_configuration(video, verdict);
+    }
+    if (state.codec_kind == kCodecH263 && !state.h263_config.bytes) {
         verdict_fail(verdict, Reason::kNoH263Configuration);
     }
 }
@@ -161,12 +162,12 @@ static void explain_cut_index(const BoxFacts& facts, int64_t file_size, Verdict*
 constexpr uint32_t kTooManyRandomAccessEntries = kUpnpMaxBlock / 32 + 1;
 
 void explain_container(const BoxFacts& facts, const ParseContext& context, Verdict* verdict) {
-    const VideoState& state = g_video_state;
+    const VideoState& state = *context.video;
     const bool needs_fragments =
         state.fragments.has_table || (facts.has_fragments && state.sync_sample_count == 0);
     if (!facts.has_movie) explain_missing_movie(facts, context.info.file_size, verdict);
     if (state.codec_kind == kCodecNone || state.sync_sample_count == 0 ||
-        !movie_has_needed_tables()) {
+        !movie_has_needed_tables(&state)) {
         explain_cut_index(facts, context.info.file_size, verdict);
     }
     explain_unread_movie(facts, context, verdict);
@@ -174,8 +175,8 @@ void explain_container(const BoxFacts& facts, const ParseContext& context, Verdi
         verdict_fail(verdict, Reason::kTooManyFragments);
     }
     if (state.codec_kind == kCodecNone) explain_codec(facts, verdict);
-    if (needs_fragments) explain_fragments(facts, verdict);
+    if (needs_fragments) explain_fragments(facts, state.fragments.has_table, verdict);
     if (state.sync_sample_count == 0) explain_missing_key_frames(facts.video, verdict);
-    if (!state.fragments.has_table) explain_missing_tables(facts.video, verdict);
-    explain_configuration(facts.video, verdict);
+    if (!state.fragments.has_table) explain_missing_tables(facts.video, state, verdict);
+    explain_configuration(facts.video, state, verdict);
 }

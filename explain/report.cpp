@@ -72,8 +72,7 @@ static int walk_and_listen(Report* report, BufferedFile* file, ParseContext* con
     return movie_walk(file, report->args.input_path, context);
 }
 
-static AvcStreamFacts look_at_avc() {
-    const VideoState& state = g_video_state;
+static AvcStreamFacts look_at_avc(const VideoState& state) {
     if (state.codec_kind != kCodecAvc) return {};
     return avc_look_at_sets(state.sequence_sets.bytes.get(), state.sequence_sets.length);
 }
@@ -110,8 +109,7 @@ static void print_avc(const AvcStreamFacts& avc, FILE* out) {
             avc.is_interlaced ? "interlaced" : "progressive");
 }
 
-static uint64_t duration_of_movie_ms() {
-    const VideoState& state = g_video_state;
+static uint64_t duration_of_movie_ms(const VideoState& state) {
     if (state.fragments.has_table || state.media_time_scale == 0) {
         return static_cast<uint64_t>(state.duration_s) * 1000;
     }
@@ -121,7 +119,7 @@ static uint64_t duration_of_movie_ms() {
 static void print_video(const Report& report, const ParseContext& context) {
     static const char* const kNames[] = {"", "MPEG-4 Part 2", "H.263", "H.264"};
     FILE* const out = report.out;
-    const VideoState& state = g_video_state;
+    const VideoState& state = *context.video;
     const bool is_known = state.codec_kind >= kCodecMpeg4 && state.codec_kind <= kCodecAvc;
     fprintf(out, "\nVideo\n  codec       %s",
             is_known ? kNames[state.codec_kind] : "none to decode");
@@ -133,7 +131,7 @@ static void print_video(const Report& report, const ParseContext& context) {
     fprintf(
         out, "\n  size        %" PRIu32 "x%" PRIu32 "%s\n  duration ", width, height,
         report.boxes.video.is_rotated ? ", which players turn; the thumbnail is not turned" : "");
-    print_time(out, duration_of_movie_ms());
+    print_time(out, duration_of_movie_ms(state));
     fprintf(out, "\n  key frames  %" PRIu32 "%s\n", state.sync_sample_count,
             state.fragments.has_table ? ", in fragments" : "");
 }
@@ -146,8 +144,8 @@ struct TimeCursor {
 };
 
 // Returns false for a sample that has no time, or that lies before the one asked for last.
-static bool find_time(BufferedFile* file, uint32_t sample, TimeCursor* cursor, uint64_t* time) {
-    FileTable* const table = &g_video_state.time_to_sample;
+static bool find_time(BufferedFile* file, FileTable* table, uint32_t sample, TimeCursor* cursor,
+                      uint64_t* time) {
     const uint32_t entries = file_table_stored_entries(table);
     if (sample < cursor->sample) return false;
     for (; cursor->entry < entries; ++cursor->entry) {
@@ -163,16 +161,16 @@ static bool find_time(BufferedFile* file, uint32_t sample, TimeCursor* cursor, u
     return false;
 }
 
-static bool time_of_key_frame(BufferedFile* file, uint32_t index, TimeCursor* cursor,
-                              uint64_t* ms) {
-    VideoState* const state = &g_video_state;
+static bool time_of_key_frame(BufferedFile* file, VideoState* state, uint32_t index,
+                              TimeCursor* cursor, uint64_t* ms) {
     uint64_t time = 0;
     if (state->media_time_scale == 0) return false;
     if (state->fragments.has_table) {
         time = random_access_entry(file, &state->fragments.table, index).time;
     } else {
         const uint32_t number = file_table_word(file, &state->sync_samples, index);
-        if (number == 0 || !find_time(file, number - 1, cursor, &time)) return false;
+        FileTable* const times = &state->time_to_sample;
+        if (number == 0 || !find_time(file, times, number - 1, cursor, &time)) return false;
     }
     *ms = milliseconds_of(time, state->media_time_scale);
     return true;
@@ -180,6 +178,7 @@ static bool time_of_key_frame(BufferedFile* file, uint32_t index, TimeCursor* cu
 
 struct KeyFrameTable {
     BufferedFile* file;
+    VideoState* video;
     TimeCursor times;
     uint32_t first;   // to be collected
     int32_t to_fill;  // key frames that the arguments ask for
@@ -193,7 +192,7 @@ static bool is_worth_a_row(const Report& report, const KeyFrameTable& table, uin
     if (report.lists_all) return true;
     if (table.rows >= kMostRows) return index == report.chosen_index;
     return is_collected || index < 2 || index + 1 == table.first ||
-           index + 1 == movie_key_index_end();
+           index + 1 == movie_key_index_end(table.video);
 }
 
 static void print_row(const Report& report, KeyFrameTable* table, uint32_t index, uint32_t size,
@@ -203,7 +202,7 @@ static void print_row(const Report& report, KeyFrameTable* table, uint32_t index
     ++table->rows;
     uint64_t ms;
     fprintf(report.out, "  %8" PRIu32 "  ", index);
-    if (time_of_key_frame(table->file, index, &table->times, &ms)) {
+    if (time_of_key_frame(table->file, table->video, index, &table->times, &ms)) {
         print_time(report.out, ms);
     } else {
         fputs("            ?", report.out);
@@ -219,7 +218,7 @@ static int list_key_frame(Report* report, KeyFrameTable* table, uint32_t index) 
         return 0;
     }
     SamplePlace place;
-    if (movie_locate_key_frame(table->file, index, &place) != 0) {
+    if (movie_locate_key_frame(table->file, table->video, index, &place) != 0) {
         return 1;
     }
     const char* mark = "";
@@ -242,17 +241,20 @@ static int list_key_frame(Report* report, KeyFrameTable* table, uint32_t index) 
     return 0;
 }
 
-static void list_key_frames(Report* report, BufferedFile* file, bool is_collected) {
+static void list_key_frames(Report* report, BufferedFile* file, VideoState* state,
+                            bool is_collected) {
     KeyFrameTable table = {};
     table.file = file;
-    table.first = movie_first_key_index(file, is_collected ? report->args.clip_offset_percent : 0);
+    table.video = state;
+    table.first =
+        movie_first_key_index(file, state, is_collected ? report->args.clip_offset_percent : 0);
     table.to_fill = is_collected ? report->args.key_frame_count : 0;
     if (report->run.collected > 0) table.to_fill = report->run.collected;
-    report->frames.is_in_fragments = g_video_state.fragments.has_table;
+    report->frames.is_in_fragments = state->fragments.has_table;
     report->frames.has_base_data_offset = report->boxes.has_base_data_offset;
     mp4_grant_look_ups();
     fprintf(report->out, "\nKey frames\n  %8s  %13s  %10s\n", "index", "time", "bytes");
-    for (uint32_t i = 0; i < movie_key_index_end(); ++i) {
+    for (uint32_t i = 0; i < movie_key_index_end(state); ++i) {
         if (list_key_frame(report, &table, i) != 0) break;
     }
     if (table.skips) fputs("    ...\n", report->out);
@@ -278,20 +280,20 @@ static void report_on_file(Report* report, BufferedFile* file) {
     const bool has_wrong_arguments = verdict->is_failure;
     if (!has_wrong_arguments) report->run = run_to_nowhere(report->args);
     explain_boxes(file, file_size, report->out, &report->boxes);
-    mp4_release_video_state();
     upnp_file_seek_b(file, 0, 0);
     ParseContext context;
+    mp4_begin_walk(&context);
     if (walk_and_listen(report, file, &context) == 0) {
-        report->avc = look_at_avc();
+        report->avc = look_at_avc(*context.video);
         if (report->boxes.video.is_video) print_video(*report, context);
         if (has_poor_container(report->run.refusal)) {
             explain_container(report->boxes, context, verdict);
         }
-        if (g_video_state.sync_sample_count != 0 && movie_has_needed_tables()) {
-            list_key_frames(report, file, !has_wrong_arguments);
+        if (context.video->sync_sample_count != 0 && movie_has_needed_tables(context.video)) {
+            list_key_frames(report, file, context.video, !has_wrong_arguments);
         }
     }
-    mp4_release_video_state();
+    mp4_release_video_state(context.video);
     explain_run(report->run, report->frames, file_size, verdict);
 }
 

@@ -13,8 +13,7 @@
 constexpr uint32_t kEntryBytes = 32;
 
 // Whether boxes are read to locate a key frame, rather than in the walk over the file.
-static bool is_locating() {
-    const FragmentState* const fragments = &g_video_state.fragments;
+static bool is_locating(const FragmentState* fragments) {
     return fragments->has_table && fragments->is_collecting;
 }
 
@@ -24,10 +23,11 @@ void mp4_parse_mehd(BufferedFile* file, const BoxHeader* header, int64_t end,
     if (!mp4_read_box_content(file, header, end, context)) return;
     const uint8_t* const content = context->content.bytes;
     const uint64_t duration = content[0] == 1 ? load_be64(content + 4) : load_be32(content + 4);
-    const uint64_t time_scale = g_video_state.movie_time_scale;
+    VideoState* const state = context->video;
+    const uint64_t time_scale = state->movie_time_scale;
     if (time_scale != 0) {
-        g_video_state.media_duration = duration;
-        g_video_state.duration_s = static_cast<int64_t>((duration + time_scale / 2) / time_scale);
+        state->media_duration = duration;
+        state->duration_s = static_cast<int64_t>((duration + time_scale / 2) / time_scale);
     }
     mp4_release_content(context);
 }
@@ -38,18 +38,18 @@ void mp4_parse_trex(BufferedFile* file, const BoxHeader* header, int64_t end,
     if (!mp4_read_box_content(file, header, end, context)) return;
     const uint8_t* const content = context->content.bytes;
     if (load_be32(content + 4) != context->video_track_id) return;
-    FragmentState* const fragments = &g_video_state.fragments;
+    FragmentState* const fragments = &context->video->fragments;
     fragments->default_sample_size = load_be32(content + 16);
-    if (is_locating()) fragments->current_size = fragments->default_sample_size;
+    if (is_locating(fragments)) fragments->current_size = fragments->default_sample_size;
     mp4_release_content(context);
 }
 
 // Returns 1 when there is no memory for the entries.
-static int read_table(BufferedFile* file, bool has_64_bit_times) {
-    FragmentState* const fragments = &g_video_state.fragments;
+static int read_table(BufferedFile* file, VideoState* state, bool has_64_bit_times) {
+    FragmentState* const fragments = &state->fragments;
     const uint32_t size_codes = upnp_file_read_u32_b(file);
     const uint32_t count = upnp_file_read_u32_b(file);
-    g_video_state.sync_sample_count = count;
+    state->sync_sample_count = count;
     fragments->has_table = true;
     if (uint64_t{count} * kEntryBytes > kUpnpMaxBlock) return 1;
     random_access_declare(file, &fragments->table, count, size_codes, has_64_bit_times);
@@ -63,15 +63,15 @@ void mp4_parse_tfra(BufferedFile* file, const BoxHeader* header, int64_t end,
     if (!context->content.is_held) return;
     const uint32_t version_and_flags = upnp_file_read_u32_b(file);
     const uint32_t track_id = upnp_file_read_u32_b(file);
-    g_video_state.fragments.parse_context = *context;
+    context->video->fragments.parse_context = *context;
     if (track_id != context->video_track_id) {
         upnp_file_seek_b(file, -8, 1);
         mp4_read_box_content(file, header, end, context);
         return;
     }
-    if (read_table(file, version_and_flags != 0) != 0) {
+    if (read_table(file, context->video, version_and_flags != 0) != 0) {
         upnp_log_message(kLogError, kLogScan, __func__, 0, "No Memory to allocate ");
-        mp4_release_video_state();
+        mp4_release_video_state(context->video);
         return;
     }
     // The position stays in front of the entries.
@@ -81,8 +81,7 @@ void mp4_parse_tfra(BufferedFile* file, const BoxHeader* header, int64_t end,
 // Kept on purpose: base-data-offset
 // A base data offset overwrites the key frame's fragment offset with its upper half, and the
 // optional fields are taken to start where the track number stands.
-static void take_fragment_header(const uint8_t* content) {
-    FragmentState* const fragments = &g_video_state.fragments;
+static void take_fragment_header(const uint8_t* content, FragmentState* fragments) {
     const uint32_t flags = load_be32(content);
     const uint8_t* field = content + 4;
     if (flags & 0x1) {
@@ -101,7 +100,8 @@ void mp4_parse_tfhd(BufferedFile* file, const BoxHeader* header, int64_t end,
     const uint32_t track_id = load_be32(context->content.bytes + 4);
     if (track_id != context->video_track_id) return;
     context->current_track_id = track_id;
-    if (is_locating()) take_fragment_header(context->content.bytes);
+    FragmentState* const fragments = &context->video->fragments;
+    if (is_locating(fragments)) take_fragment_header(context->content.bytes, fragments);
     mp4_release_content(context);
 }
 
@@ -109,7 +109,7 @@ void mp4_parse_trun(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context) {
     if (mp4_is_box_too_large(file, header, context)) return;
     if (!mp4_read_box_content(file, header, end, context)) return;
-    FragmentState* const fragments = &g_video_state.fragments;
+    FragmentState* const fragments = &context->video->fragments;
     if (context->current_track_id != context->video_track_id) return;
     if (++fragments->run_counter != fragments->wanted_run) return;
     const uint8_t* const content = context->content.bytes;
@@ -146,8 +146,8 @@ static FragmentWalk walk_fragment(BufferedFile* file, ParseContext* context) {
 
 // Looks into the fragment of the current key frame. What an earlier look found and this one does
 // not stays; *size is 0 when there is no fragment. Returns 1 when the collection cannot go on.
-static int look_up(BufferedFile* file, uint32_t* size) {
-    FragmentState* const fragments = &g_video_state.fragments;
+static int look_up(BufferedFile* file, VideoState* state, uint32_t* size) {
+    FragmentState* const fragments = &state->fragments;
     // Kept on purpose: run-of-entry-0
     // Entry 0 decides for all key frames.
     fragments->wanted_run = fragments->table.first_run_number;
@@ -162,27 +162,28 @@ static int look_up(BufferedFile* file, uint32_t* size) {
     *size = walk == FragmentWalk::kDone ? fragments->current_size : 0;
     if (walk == FragmentWalk::kTooLarge) {
         upnp_log_message(kLogError, kLogScan, "getVideoThumbnail", 0, "No Memory to allocate ");
-        mp4_release_video_state();
+        mp4_release_video_state(state);
     }
     return fragments->has_table ? 0 : 1;
 }
 
 // A key frame is asked for its size first and for its bytes then, in a look each: a base data
 // offset that the first one finds sends the second one elsewhere.
-static int look_up_twice(BufferedFile* file, uint64_t offset, SamplePlace* place) {
-    FragmentState* const fragments = &g_video_state.fragments;
+static int look_up_twice(BufferedFile* file, VideoState* state, uint64_t offset,
+                         SamplePlace* place) {
+    FragmentState* const fragments = &state->fragments;
     const uint32_t default_size = fragments->default_sample_size;
     const uint32_t generation = fragments->table.generation;
     fragments->is_collecting = true;
     fragments->fragment_offset = offset;
     fragments->current_offset = 0;
     fragments->current_size = 0;
-    if (look_up(file, &place->size) != 0) return 1;
+    if (look_up(file, state, &place->size) != 0) return 1;
     place->read_size = place->size;
     const bool is_settled = fragments->fragment_offset == offset &&
                             fragments->default_sample_size == default_size &&
                             fragments->table.generation == generation;
-    if (!is_settled && place->size != 0 && look_up(file, &place->read_size) != 0) return 1;
+    if (!is_settled && place->size != 0 && look_up(file, state, &place->read_size) != 0) return 1;
     place->offset = fragments->current_offset + static_cast<uint32_t>(fragments->fragment_offset);
     fragments->last_look_up = {generation, default_size, offset, *place};
     return 0;
@@ -195,8 +196,9 @@ static bool is_looked_up(const FragmentState* fragments, uint64_t offset) {
            last.default_sample_size == fragments->default_sample_size;
 }
 
-int mp4_locate_fragment_sample(BufferedFile* file, uint32_t key_index, SamplePlace* place) {
-    FragmentState* const fragments = &g_video_state.fragments;
+int mp4_locate_fragment_sample(BufferedFile* file, VideoState* state, uint32_t key_index,
+                               SamplePlace* place) {
+    FragmentState* const fragments = &state->fragments;
     *place = {};
     if (key_index >= fragments->table.count) return 0;
     const uint64_t offset = random_access_entry(file, &fragments->table, key_index).offset;
@@ -204,11 +206,11 @@ int mp4_locate_fragment_sample(BufferedFile* file, uint32_t key_index, SamplePla
         *place = fragments->last_look_up.place;
         return 0;
     }
-    return mp4_spend_read() ? look_up_twice(file, offset, place) : 1;
+    return mp4_spend_read() ? look_up_twice(file, state, offset, place) : 1;
 }
 
-bool mp4_has_same_sample_to_the_end(uint32_t key_index) {
-    const FragmentState* const fragments = &g_video_state.fragments;
+bool mp4_has_same_sample_to_the_end(const VideoState* state, uint32_t key_index) {
+    const FragmentState* const fragments = &state->fragments;
     return fragments->has_table && key_index >= fragments->table.stored_count &&
            is_looked_up(fragments, 0);
 }

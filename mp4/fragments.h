@@ -32,8 +32,9 @@ void mp4_parse_trun(BufferedFile* file, const BoxHeader* header, int64_t end,
 // Locates the sample of a key frame by parsing its fragment. Returns 0, with size 0 when there is
 // no sample, or 1 when the collection cannot go on: after releasing the video state, or without
 // work left.
-int mp4_locate_fragment_sample(BufferedFile* file, uint32_t key_index, SamplePlace* place);
+int mp4_locate_fragment_sample(BufferedFile* file, VideoState* state, uint32_t key_index,
+                               SamplePlace* place);
 
 // Whether the key frames from that one on, which has just been located, are one and the same
 // sample: those whose entries are not in the file are.
-bool mp4_has_same_sample_to_the_end(uint32_t key_index);
+bool mp4_has_same_sample_to_the_end(const VideoState* state, uint32_t key_index);

@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 struct BufferedFile;
+struct VideoState;
 
 struct BoxHeader {
     uint32_t size_field;  // as stored: 0 up to the end of the file, 1 a 64-bit size follows
@@ -30,6 +31,7 @@ struct MediaInfo {
 };
 
 struct ParseContext {
+    VideoState* video;  // what the walk finds is for this record; never null in a handler
     MediaInfo info;
     int64_t position;  // of the next unread byte, as the walker counts it
     int32_t depth;     // levels of boxes that are being walked
@@ -50,6 +52,6 @@ struct ParseContext {
 };
 
 // Interprets one box, whose header has been read. end is where the list that holds the box ends.
-// Problems go to the log only; results go to the context and the video state.
+// Problems go to the log only; results go to the context and to its video state.
 using BoxHandler = void (*)(BufferedFile* file, const BoxHeader* header, int64_t end,
                             ParseContext* context);

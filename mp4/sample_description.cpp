@@ -59,21 +59,21 @@ static int64_t find_tag(ByteView data, const char* text) {
     return data.length < 5 ? -1 : find_bytes({data.bytes, data.length - 1}, text);
 }
 
-void searchESD(ByteView data) {
+void searchESD(ByteView data, VideoState* state) {
     const int64_t start = find_tag(data, "\x00\x00\x01\xb0");
     if (start < 0) return;
     // Kept on purpose: length-of-one-byte
     // The descriptor's length, as far as its last byte tells it.
     const uint32_t length = u8_at(data, start - 1) & 0x7f;
-    g_video_state.codec_kind = kCodecMpeg4;
-    copy_block(data, start, length, &g_video_state.mpeg4_config, __func__);
+    state->codec_kind = kCodecMpeg4;
+    copy_block(data, start, length, &state->mpeg4_config, __func__);
 }
 
-void get_H263_config(ByteView data) {
+void get_H263_config(ByteView data, VideoState* state) {
     const int64_t tag = find_tag(data, "d263");
     if (tag < 0) return;
-    g_video_state.codec_kind = kCodecH263;
-    copy_block(data, tag + 4, static_cast<uint32_t>(data.length - tag), &g_video_state.h263_config,
+    state->codec_kind = kCodecH263;
+    copy_block(data, tag + 4, static_cast<uint32_t>(data.length - tag), &state->h263_config,
                __func__);
 }
 
@@ -86,8 +86,7 @@ static uint32_t entries_length(ByteView data, int64_t at, uint32_t count) {
     return length;
 }
 
-void parseAVCC(ByteView data) {
-    VideoState* const state = &g_video_state;
+void parseAVCC(ByteView data, VideoState* state) {
     if (state->sequence_sets.bytes || state->picture_sets.bytes) return;
     state->length_prefix_size = (u8_at(data, 0) & 3) + 1;
     const uint32_t sequence_length = entries_length(data, 2, u8_at(data, 1) & 31);
@@ -104,31 +103,32 @@ static void parse_avc_entry(ByteView content, ParseContext* context) {
     context->info.height = u16_at(content, kEntryHeight);
     upnp_log_message(kLogTrace, kLogScan, "mp4_parse_stsd", 0, "Size: %dx%d ",
                      static_cast<int>(context->info.width), static_cast<int>(context->info.height));
-    g_video_state.codec_kind = kCodecAvc;
+    context->video->codec_kind = kCodecAvc;
     const int64_t record = find_bytes(content, "avcC");
     // Four bytes of version, profile and level lie between the type and what is parsed.
-    if (record >= 0) parseAVCC(view_from(content, record + 8));
+    if (record >= 0) parseAVCC(view_from(content, record + 8), context->video);
 }
 
-static void parse_mpeg4_entry(ByteView content) {
-    g_video_state.codec_kind = kCodecMpeg4;
+static void parse_mpeg4_entry(ByteView content, VideoState* state) {
+    state->codec_kind = kCodecMpeg4;
     const ByteView esds = view_from(content, kEsdsType);
-    if (esds.length >= 4 && memcmp(esds.bytes, "esds", 4) == 0) searchESD(esds);
+    if (esds.length >= 4 && memcmp(esds.bytes, "esds", 4) == 0) searchESD(esds, state);
 }
 
 static void parse_entry(ByteView content, ParseContext* context) {
+    VideoState* const state = context->video;
     char format[5] = {};
     for (int i = 0; i < 4; ++i) format[i] = static_cast<char>(u8_at(content, kEntryFormat + i));
     upnp_log_message(kLogTrace, kLogScan, "mp4_parse_stsd", 0, "%s \n", format);
     if (strcmp(format, "avc1") == 0) {
         parse_avc_entry(content, context);
     } else if (strcmp(format, "mp4v") == 0) {
-        parse_mpeg4_entry(content);
+        parse_mpeg4_entry(content, state);
     } else if (strcmp(format, "s263") == 0) {
-        g_video_state.codec_kind = kCodecH263;
-        if (!g_video_state.h263_config.bytes) get_H263_config(content);
+        state->codec_kind = kCodecH263;
+        if (!state->h263_config.bytes) get_H263_config(content, state);
     } else {
-        g_video_state.codec_kind = kCodecNone;
+        state->codec_kind = kCodecNone;
         if (strcmp(format, "drmi") == 0) context->info.is_protected = true;
     }
 }

@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include "mp4/parse_context.h"
+#include "mp4/video_state.h"
 
 struct ByteView {
     const uint8_t* bytes;
@@ -19,11 +20,11 @@ void mp4_parse_stsd(BufferedFile* file, const BoxHeader* header, int64_t end,
 
 // Finds the DecoderSpecificInfo, which starts with a visual object sequence header, behind the
 // type of an "esds" box.
-void searchESD(ByteView data);
+void searchESD(ByteView data, VideoState* state);
 
 // Takes what follows the first "d263", and four zero bytes behind the data.
-void get_H263_config(ByteView data);
+void get_H263_config(ByteView data, VideoState* state);
 
 // Takes the parameter sets of an "avcC" record, which data enters at its lengthSizeMinusOne byte.
 // The first record wins.
-void parseAVCC(ByteView data);
+void parseAVCC(ByteView data, VideoState* state);

@@ -20,14 +20,14 @@ static void leave_box(BufferedFile* file, const BoxHeader* header, ParseContext*
 
 // Declares a table at the file's tell. One that no block could hold, in arrays of entry_bytes an
 // entry, is refused with 1, and an earlier table stays.
-static int declare(BufferedFile* file, FileTable* table, uint32_t count, uint32_t entry_words,
-                   uint32_t entry_bytes, const char* function) {
+static int declare(BufferedFile* file, ParseContext* context, FileTable* table, uint32_t count,
+                   uint32_t entry_words, uint32_t entry_bytes, const char* function) {
     if (uint64_t{count} * entry_bytes > kUpnpMaxBlock) {
         upnp_log_message(kLogError, kLogScan, function, 0, "No Memory to allocate ");
         return 1;
     }
     file_table_declare(file, table, count, entry_words, true);
-    g_video_state.cursor = {};
+    context->video->cursor = {};
     return 0;
 }
 
@@ -40,40 +40,41 @@ static void parse_table(BufferedFile* file, const BoxHeader* header, ParseContex
     if (mp4_is_video_track(context)) {
         upnp_file_read_u32_b(file);  // version and flags
         const uint32_t count = upnp_file_read_u32_b(file);
-        if (declare(file, table, count, entry_words, entry_bytes, function) != 0) return;
-        if (table == &g_video_state.sync_samples) g_video_state.sync_sample_count = count;
+        if (declare(file, context, table, count, entry_words, entry_bytes, function) != 0) return;
+        VideoState* const state = context->video;
+        if (table == &state->sync_samples) state->sync_sample_count = count;
     }
     leave_box(file, header, context);
 }
 
 void mp4_parse_stts(BufferedFile* file, const BoxHeader* header, int64_t, ParseContext* context) {
     context->table_position = upnp_file_tell_b(file);
-    parse_table(file, header, context, &g_video_state.time_to_sample, 2, 4, __func__);
+    parse_table(file, header, context, &context->video->time_to_sample, 2, 4, __func__);
 }
 
 void mp4_parse_stss(BufferedFile* file, const BoxHeader* header, int64_t, ParseContext* context) {
     context->table_position = upnp_file_tell_b(file);
-    parse_table(file, header, context, &g_video_state.sync_samples, 1, 4, __func__);
+    parse_table(file, header, context, &context->video->sync_samples, 1, 4, __func__);
 }
 
 void mp4_parse_stsc(BufferedFile* file, const BoxHeader* header, int64_t, ParseContext* context) {
     context->table_position = upnp_file_tell_b(file);
-    parse_table(file, header, context, &g_video_state.sample_to_chunk, 3, 12, __func__);
+    parse_table(file, header, context, &context->video->sample_to_chunk, 3, 12, __func__);
 }
 
 void mp4_parse_stco(BufferedFile* file, const BoxHeader* header, int64_t, ParseContext* context) {
-    parse_table(file, header, context, &g_video_state.chunk_offsets, 1, 4, __func__);
+    parse_table(file, header, context, &context->video->chunk_offsets, 1, 4, __func__);
 }
 
 void mp4_parse_stsz(BufferedFile* file, const BoxHeader* header, int64_t, ParseContext* context) {
     context->sample_size_position = upnp_file_tell_b(file);
     if (mp4_is_box_too_large(file, header, context)) return;
     if (mp4_is_video_track(context)) {
-        FileTable* const sizes = &g_video_state.sample_sizes;
+        FileTable* const sizes = &context->video->sample_sizes;
         upnp_file_read_u32_b(file);  // version and flags
         const uint32_t sample_size = upnp_file_read_u32_b(file);
         const uint32_t count = upnp_file_read_u32_b(file);
-        if (declare(file, sizes, count, 1, 4, __func__) != 0) return;
+        if (declare(file, context, sizes, count, 1, 4, __func__) != 0) return;
         // Kept on purpose: one-size-is-empty
         // Samples of one size have no entries, and count as empty.
         if (sample_size != 0) file_table_declare(file, sizes, count, 1, false);
@@ -81,8 +82,8 @@ void mp4_parse_stsz(BufferedFile* file, const BoxHeader* header, int64_t, ParseC
     leave_box(file, header, context);
 }
 
-bool mp4_find_sample_at(BufferedFile* file, uint64_t target, uint64_t* sample) {
-    FileTable* const table = &g_video_state.time_to_sample;
+bool mp4_find_sample_at(BufferedFile* file, VideoState* state, uint64_t target, uint64_t* sample) {
+    FileTable* const table = &state->time_to_sample;
     const uint32_t entries = file_table_stored_entries(table);
     uint64_t walked = 0;    // samples of the entries before
     uint64_t end_time = 0;  // of the last of them; below target
@@ -108,9 +109,10 @@ bool mp4_find_sample_at(BufferedFile* file, uint64_t target, uint64_t* sample) {
     return false;
 }
 
-bool mp4_find_chunk(BufferedFile* file, uint32_t sample, uint64_t* chunk, uint32_t* first_sample) {
-    FileTable* const table = &g_video_state.sample_to_chunk;
-    SampleCursor* const cursor = &g_video_state.cursor;
+bool mp4_find_chunk(BufferedFile* file, VideoState* state, uint32_t sample, uint64_t* chunk,
+                    uint32_t* first_sample) {
+    FileTable* const table = &state->sample_to_chunk;
+    SampleCursor* const cursor = &state->cursor;
     if (table->count == 0) return false;
     if (sample < cursor->run_first_sample) *cursor = {};
     for (;;) {
@@ -140,10 +142,10 @@ static uint32_t distance(uint32_t a, uint32_t b) { return a < b ? b - a : a - b;
 
 // Sums the sizes of a chunk's samples up to the given one, from the start of the chunk or from
 // where the last sum in it ended. Returns false when the work is used up.
-static bool offset_in_chunk(BufferedFile* file, uint64_t chunk, uint32_t first_sample,
-                            uint32_t sample, uint32_t* offset) {
-    FileTable* const sizes = &g_video_state.sample_sizes;
-    SampleCursor* const cursor = &g_video_state.cursor;
+static bool offset_in_chunk(BufferedFile* file, VideoState* state, uint64_t chunk,
+                            uint32_t first_sample, uint32_t sample, uint32_t* offset) {
+    FileTable* const sizes = &state->sample_sizes;
+    SampleCursor* const cursor = &state->cursor;
     const uint32_t end = static_cast<uint32_t>(std::min<uint64_t>(sample, sizes->stored_words));
     const uint32_t start = std::min(first_sample, end);
     if (cursor->chunk != chunk || distance(cursor->next_sample, end) > end - start) {
@@ -162,14 +164,14 @@ static bool offset_in_chunk(BufferedFile* file, uint64_t chunk, uint32_t first_s
     return true;
 }
 
-SamplePlace mp4_locate_sample(BufferedFile* file, uint32_t sample_number) {
-    VideoState* const state = &g_video_state;
+SamplePlace mp4_locate_sample(BufferedFile* file, VideoState* state, uint32_t sample_number) {
     const uint32_t sample = sample_number - 1;
     uint64_t chunk;
     uint32_t first_sample, offset;
-    if (sample_number == 0 || !mp4_find_chunk(file, sample, &chunk, &first_sample)) return {};
+    if (sample_number == 0 || !mp4_find_chunk(file, state, sample, &chunk, &first_sample))
+        return {};
     if (chunk == 0 || chunk > state->chunk_offsets.count) return {};
-    if (!offset_in_chunk(file, chunk, first_sample, sample, &offset)) return {};
+    if (!offset_in_chunk(file, state, chunk, first_sample, sample, &offset)) return {};
     const uint32_t size = file_table_word(file, &state->sample_sizes, sample);
     return {file_table_word(file, &state->chunk_offsets, chunk - 1) + offset, size, size};
 }

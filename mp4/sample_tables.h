@@ -25,11 +25,12 @@ bool mp4_is_video_track(const ParseContext* context);
 
 // Finds the first sample whose end time is at least target, in units of the media time scale.
 // Returns false when none is.
-bool mp4_find_sample_at(BufferedFile* file, uint64_t target, uint64_t* sample);
+bool mp4_find_sample_at(BufferedFile* file, VideoState* state, uint64_t target, uint64_t* sample);
 
 // Finds the chunk (1-based) that holds a sample and the chunk's first sample (both 0-based).
 // Returns false for a sample that no chunk holds.
-bool mp4_find_chunk(BufferedFile* file, uint32_t sample, uint64_t* chunk, uint32_t* first_sample);
+bool mp4_find_chunk(BufferedFile* file, VideoState* state, uint32_t sample, uint64_t* chunk,
+                    uint32_t* first_sample);
 
 // Finds a sample by its 1-based number. Sums are cut to 32 bits.
-SamplePlace mp4_locate_sample(BufferedFile* file, uint32_t sample_number);
+SamplePlace mp4_locate_sample(BufferedFile* file, VideoState* state, uint32_t sample_number);

@@ -26,7 +26,7 @@ void mp4_parse_mvhd(BufferedFile* file, const BoxHeader* header, int64_t end,
     upnp_log_message(kLogTrace, kLogScan, __func__, 0, "movie duration %lld movie timescale %lld",
                      static_cast<long long>(context->media_duration),
                      static_cast<long long>(context->media_time_scale));
-    g_video_state.movie_time_scale = context->media_time_scale;
+    context->video->movie_time_scale = context->media_time_scale;
     mp4_release_content(context);
 }
 
@@ -65,7 +65,7 @@ void mp4_parse_mdhd(BufferedFile* file, const BoxHeader* header, int64_t end,
 }
 
 static void take_video_track(ParseContext* context) {
-    VideoState* const state = &g_video_state;
+    VideoState* const state = context->video;
     const uint32_t time_scale = context->media_time_scale;
     context->info.has_video = true;
     context->video_track_id = context->current_track_id;

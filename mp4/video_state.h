@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// The one process-wide record of what a walk has found. It makes the container reader not
-// re-entrant.
+// What a walk has found. There is one such record in the process, which makes the container reader
+// not re-entrant; the parse context hands it on.
 #pragma once
 
 #include <stdint.h>
@@ -76,7 +76,10 @@ struct VideoState {
     // This outlives a reset.
     int32_t length_prefix_size;  // of the NAL units in an H.264 sample
 };
-extern VideoState g_video_state;
+
+// Sets up the context of a walk with the process-wide state, preset. The file's size is for the
+// caller to fill in, and the state for the caller to release.
+void mp4_begin_walk(ParseContext* context);
 
 // Releases everything in the state and presets it for a walk.
-void mp4_release_video_state();
+void mp4_release_video_state(VideoState* state);

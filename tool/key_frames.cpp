@@ -23,8 +23,7 @@ static int32_t getVideoThumbnail(BufferedFile* file, const KeyFrameRun& run, uin
 }
 
 // Moves the blocks that make up the configuration of the codec to the request.
-static void take_configuration(KeyFrameRequest* request) {
-    VideoState* const state = &g_video_state;
+static void take_configuration(VideoState* state, KeyFrameRequest* request) {
     request->codec_kind = state->codec_kind;
     request->length_prefix_size = state->length_prefix_size;
     if (state->codec_kind == kCodecAvc) {
@@ -37,8 +36,7 @@ static void take_configuration(KeyFrameRequest* request) {
     }
 }
 
-static bool has_empty_configuration() {
-    const VideoState* const state = &g_video_state;
+static bool has_empty_configuration(const VideoState* state) {
     return state->codec_kind == kCodecAvc &&
            (state->sequence_sets.length == 0 || state->picture_sets.length == 0);
 }
@@ -73,10 +71,9 @@ static int append(KeyFrameList* list, const KeyFrameRun& run) {
 
 // Lists so many key frames with that sample, unless a block for it, and for the length of a NAL
 // unit behind it, could not be obtained.
-static Refusal add_key_frames(const BufferedFile* file, const SamplePlace& place, int32_t count,
-                              KeyFrameList* list) {
-    const uint64_t capacity =
-        uint64_t{place.size} + static_cast<uint32_t>(g_video_state.length_prefix_size);
+static Refusal add_key_frames(const BufferedFile* file, int32_t length_prefix_size,
+                              const SamplePlace& place, int32_t count, KeyFrameList* list) {
+    const uint64_t capacity = uint64_t{place.size} + static_cast<uint32_t>(length_prefix_size);
     if (capacity > kUpnpMaxBlock) {
         log_missing_memory();
         return Refusal::kKeyFrameTooLarge;
@@ -92,39 +89,39 @@ static Refusal add_key_frames(const BufferedFile* file, const SamplePlace& place
 }
 
 // Lists key frames from that one on, and counts them.
-static Refusal collect_from(BufferedFile* file, uint32_t key_index, int32_t requested,
-                            KeyFrameList* list, int32_t* collected) {
-    while (*collected < requested && key_index < movie_key_index_end()) {
+static Refusal collect_from(BufferedFile* file, VideoState* state, uint32_t key_index,
+                            int32_t requested, KeyFrameList* list, int32_t* collected) {
+    while (*collected < requested && key_index < movie_key_index_end(state)) {
         SamplePlace place;
-        if (movie_locate_key_frame(file, key_index, &place) != 0) {
+        if (movie_locate_key_frame(file, state, key_index, &place) != 0) {
             return mp4_is_work_used_up() ? Refusal::kTablesGivenUp : Refusal::kFragmentHeader;
         }
-        const uint32_t same = movie_same_key_frames(key_index);
+        const uint32_t same = movie_same_key_frames(state, key_index);
         key_index += same;
         if (place.size == 0) continue;
         const int32_t wanted =
             static_cast<int32_t>(std::min(same, static_cast<uint32_t>(requested - *collected)));
-        if (has_empty_configuration()) return Refusal::kNoConfiguration;
-        const Refusal refusal = add_key_frames(file, place, wanted, list);
+        if (has_empty_configuration(state)) return Refusal::kNoConfiguration;
+        const Refusal refusal =
+            add_key_frames(file, state->length_prefix_size, place, wanted, list);
         if (refusal != Refusal::kNone) return refusal;
         *collected += wanted;
     }
     return Refusal::kNone;
 }
 
-// Of each key frame, what its fragment says would stand in a table of two words.
-static bool has_room_for_fragment_samples() {
-    const VideoState* const state = &g_video_state;
+// Of each key frame, what its fragment says would stand in a table of two words. "stss" boxes after
+// the random access table can ask for more key frames than the table's own limit.
+static bool has_room_for_fragment_samples(const VideoState* state) {
     return !state->fragments.has_table || uint64_t{state->sync_sample_count} * 8 <= kUpnpMaxBlock;
 }
 
-static Refusal collect(const char* path, KeyFrameRequest* request) {
-    const VideoState* const state = &g_video_state;
-    ParseContext context;
+static Refusal collect(const char* path, ParseContext* context, KeyFrameRequest* request) {
+    VideoState* const state = context->video;
     request->file.reset(upnp_file_open_b(path, kWalkBuffer));
     BufferedFile* const file = request->file.get();
     if (!file) return Refusal::kInputNotOpened;
-    if (movie_walk(file, path, &context) != 0) {
+    if (movie_walk(file, path, context) != 0) {
         return mp4_is_work_used_up() ? Refusal::kBoxesGivenUp : Refusal::kNoBoxes;
     }
     upnp_log_message(kLogTrace, kLogScan, "GetKeyFrameMpeg4", 0, "total_key_samples %d",
@@ -133,26 +130,27 @@ static Refusal collect(const char* path, KeyFrameRequest* request) {
     request->codec_kind = state->codec_kind;
     request->key_frame_count = 0;
     if (state->sync_sample_count == 0) return Refusal::kNoKeyFrameTable;
-    if (!movie_has_needed_tables()) return Refusal::kNoSampleTables;
-    if (!movie_has_configuration()) return Refusal::kNoConfiguration;
-    if (!has_room_for_fragment_samples()) {
+    if (!movie_has_needed_tables(state)) return Refusal::kNoSampleTables;
+    if (!movie_has_configuration(state)) return Refusal::kNoConfiguration;
+    if (!has_room_for_fragment_samples(state)) {
         log_missing_memory();
         return Refusal::kTooManyFragments;
     }
-    const uint32_t first = movie_first_key_index(file, request->clip_offset_percent);
+    const uint32_t first = movie_first_key_index(file, state, request->clip_offset_percent);
     int32_t collected = 0;
-    const Refusal refusal = collect_from(file, first, requested, &request->list, &collected);
+    const Refusal refusal = collect_from(file, state, first, requested, &request->list, &collected);
     if (refusal != Refusal::kNone) return refusal;
     request->key_frame_count = collected;
     request->duration_s = static_cast<int32_t>(state->duration_s);
-    take_configuration(request);
+    take_configuration(state, request);
     return Refusal::kNone;
 }
 
 int GetKeyFrameMpeg4(const char* path, KeyFrameRequest* request) {
-    mp4_release_video_state();
-    request->refusal = collect(path, request);
-    mp4_release_video_state();
+    ParseContext context;
+    mp4_begin_walk(&context);
+    request->refusal = collect(path, &context, request);
+    mp4_release_video_state(context.video);
     const bool is_walked =
         request->refusal == Refusal::kNone || request->refusal == Refusal::kNoKeyFrameTable;
     return is_walked ? 0 : -1;

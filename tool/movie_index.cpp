@@ -15,7 +15,6 @@
 int movie_walk(BufferedFile* file, const char* path, ParseContext* context) {
     FileStatus status;
     if (file_query_status(path, &status) != 0) return -1;
-    *context = {};
     context->info.file_size = status.size;
     context->info.modification_time = status.modification_time;
     mp4_grant_walk();
@@ -25,15 +24,13 @@ int movie_walk(BufferedFile* file, const char* path, ParseContext* context) {
     return 0;
 }
 
-bool movie_has_needed_tables() {
-    const VideoState* const state = &g_video_state;
+bool movie_has_needed_tables(const VideoState* state) {
     return state->fragments.has_table ||
            (state->time_to_sample.count != 0 && state->chunk_offsets.count != 0 &&
             state->sample_to_chunk.count != 0);
 }
 
-bool movie_has_configuration() {
-    const VideoState* const state = &g_video_state;
+bool movie_has_configuration(const VideoState* state) {
     switch (state->codec_kind) {
         case kCodecAvc:
             return state->sequence_sets.bytes && state->picture_sets.bytes;
@@ -48,61 +45,63 @@ bool movie_has_configuration() {
 
 // First sync sample that is not before the sample. The last index when there is none. The number 0
 // is behind every sample: one less, in 32 bits, is the largest.
-static uint32_t key_index_at_sample(BufferedFile* file, uint64_t sample) {
-    FileTable* const numbers = &g_video_state.sync_samples;
-    const uint32_t count = std::min(numbers->count, g_video_state.sync_sample_count);
+static uint32_t key_index_at_sample(BufferedFile* file, VideoState* state, uint64_t sample) {
+    FileTable* const numbers = &state->sync_samples;
+    const uint32_t count = std::min(numbers->count, state->sync_sample_count);
     const uint32_t stored = std::min(file_table_stored_entries(numbers), count);
     for (uint32_t i = 0; i < stored && !mp4_is_work_used_up(); ++i) {
         if (file_table_word(file, numbers, i) - 1 >= sample) return i;
     }
-    return stored < count ? stored : g_video_state.sync_sample_count - 1;
+    return stored < count ? stored : state->sync_sample_count - 1;
 }
 
 // First entry of the fragment random access table that is not before the time. The last index when
 // there is none.
-static uint32_t key_index_at_time(BufferedFile* file, uint64_t time) {
-    RandomAccessTable* const table = &g_video_state.fragments.table;
-    const uint32_t count = std::min(table->stored_count, g_video_state.sync_sample_count);
+static uint32_t key_index_at_time(BufferedFile* file, VideoState* state, uint64_t time) {
+    RandomAccessTable* const table = &state->fragments.table;
+    const uint32_t count = std::min(table->stored_count, state->sync_sample_count);
     for (uint32_t i = 0; i < count && !mp4_is_work_used_up(); ++i) {
         if (random_access_entry(file, table, i).time >= time) return i;
     }
     const bool is_next_at_0 = time == 0 && count < table->count;
-    return is_next_at_0 ? count : g_video_state.sync_sample_count - 1;
+    return is_next_at_0 ? count : state->sync_sample_count - 1;
 }
 
-uint32_t movie_first_key_index(BufferedFile* file, int32_t clip_offset_percent) {
+uint32_t movie_first_key_index(BufferedFile* file, VideoState* state, int32_t clip_offset_percent) {
     const uint64_t percent = static_cast<uint64_t>(int64_t{clip_offset_percent});
-    const uint64_t target = (percent * g_video_state.media_duration + 50) / 100;
+    const uint64_t target = (percent * state->media_duration + 50) / 100;
     uint64_t sample;
-    if (mp4_find_sample_at(file, target, &sample)) return key_index_at_sample(file, sample);
-    if (g_video_state.fragments.has_table) return key_index_at_time(file, target);
-    return g_video_state.sync_sample_count - 1;
+    if (mp4_find_sample_at(file, state, target, &sample)) {
+        return key_index_at_sample(file, state, sample);
+    }
+    if (state->fragments.has_table) return key_index_at_time(file, state, target);
+    return state->sync_sample_count - 1;
 }
 
-uint32_t movie_key_index_end() {
-    const VideoState* const state = &g_video_state;
+uint32_t movie_key_index_end(const VideoState* state) {
     const uint32_t stored = state->fragments.has_table
                                 ? state->fragments.table.count
                                 : file_table_stored_entries(&state->sync_samples);
     return std::min(stored, state->sync_sample_count);
 }
 
-int movie_locate_key_frame(BufferedFile* file, uint32_t key_index, SamplePlace* place) {
-    VideoState* const state = &g_video_state;
+int movie_locate_key_frame(BufferedFile* file, VideoState* state, uint32_t key_index,
+                           SamplePlace* place) {
     *place = {};
     if (!mp4_spend_work(kKeyFrameWork)) return 1;
     if (state->fragments.has_table) {
-        if (mp4_locate_fragment_sample(file, key_index, place) != 0) return 1;
+        if (mp4_locate_fragment_sample(file, state, key_index, place) != 0) return 1;
     } else if (state->chunk_offsets.is_present && state->sample_sizes.is_present &&
                state->sync_samples.is_present) {
         const uint32_t number = file_table_word(file, &state->sync_samples, key_index);
-        *place = mp4_locate_sample(file, number);
+        *place = mp4_locate_sample(file, state, number);
         upnp_log_message(kLogTrace, kLogScan, "getVideoThumbnail", 0, "Sample Size: %d ",
                          static_cast<int>(place->size));
     }
     return mp4_is_work_used_up() ? 1 : 0;
 }
 
-uint32_t movie_same_key_frames(uint32_t key_index) {
-    return mp4_has_same_sample_to_the_end(key_index) ? movie_key_index_end() - key_index : 1;
+uint32_t movie_same_key_frames(const VideoState* state, uint32_t key_index) {
+    const bool is_same = mp4_has_same_sample_to_the_end(state, key_index);
+    return is_same ? movie_key_index_end(state) - key_index : 1;
 }

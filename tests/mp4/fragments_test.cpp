@@ -113,7 +113,7 @@ TEST(Fragments, KeyFrameIsPlacedByItsFragment) {
         SCOPED_TRACE(c.name);
         const WalkedFile walked(with_fragment(c.moof, 9));
         SamplePlace place;
-        ASSERT_EQ(mp4_locate_fragment_sample(walked.file.get(), 0, &place), 0);
+        ASSERT_EQ(mp4_locate_fragment_sample(walked.file.get(), &walked.state, 0, &place), 0);
         EXPECT_EQ(place.size, c.size);
         EXPECT_EQ(place.offset, entry_of(walked, 0).offset + c.offset);
     }
@@ -133,7 +133,8 @@ TEST(Fragments, OddTargetsEndTheLookUpOrTheCollection) {
     for (const auto& c : kCases) {
         const WalkedFile walked(with_fragment(c.moof));
         SamplePlace place;
-        EXPECT_EQ(mp4_locate_fragment_sample(walked.file.get(), 0, &place), c.result) << c.name;
+        EXPECT_EQ(mp4_locate_fragment_sample(walked.file.get(), &walked.state, 0, &place), c.result)
+            << c.name;
         EXPECT_EQ(place.offset, c.offset) << c.name;
     }
 }

@@ -69,8 +69,8 @@ TEST(SampleDescription, H263ConfigurationCountsTheTag) {
 TEST(SampleDescription, SearchesLeaveOutTheLastByte) {
     static const uint8_t kData[] = {'e', 's', 'd', 's', 4, 0, 0, 1, 0xb0, 'v'};
     const WalkedFile walked(movie_of(""));
-    searchESD({kData, 9});
+    searchESD({kData, 9}, &walked.state);
     EXPECT_EQ(text(walked.state.mpeg4_config), "none");
-    searchESD({kData, 10});
+    searchESD({kData, 10}, &walked.state);
     EXPECT_NE(text(walked.state.mpeg4_config), "none");
 }

@@ -23,7 +23,8 @@ TEST(SampleTables, FindsTheSampleThatReachesATime) {
         SCOPED_TRACE(&c - kCases);
         const WalkedFile walked(movie_of(list_box("stts", c.entries, 2)));
         uint64_t sample = 99;
-        EXPECT_EQ(mp4_find_sample_at(walked.file.get(), c.target, &sample), c.sample >= 0);
+        EXPECT_EQ(mp4_find_sample_at(walked.file.get(), &walked.state, c.target, &sample),
+                  c.sample >= 0);
         EXPECT_EQ(sample, c.sample >= 0 ? static_cast<uint64_t>(c.sample) : 99);
     }
 }
@@ -47,8 +48,9 @@ TEST(SampleTables, FindsTheChunkOfASample) {
         for (const uint32_t before : {0u, c.sample, 9u}) {  // from wherever the last look-up ended
             uint64_t chunk = 0;
             uint32_t first = 0;
-            mp4_find_chunk(walked.file.get(), before, &chunk, &first);
-            ASSERT_EQ(mp4_find_chunk(walked.file.get(), c.sample, &chunk, &first), c.chunk >= 0);
+            mp4_find_chunk(walked.file.get(), &walked.state, before, &chunk, &first);
+            ASSERT_EQ(mp4_find_chunk(walked.file.get(), &walked.state, c.sample, &chunk, &first),
+                      c.chunk >= 0);
             if (c.chunk < 0) continue;
             EXPECT_EQ(chunk, static_cast<uint64_t>(c.chunk));
             EXPECT_EQ(first, c.first_sample);
@@ -67,11 +69,12 @@ TEST(SampleTables, LocatesSamplesInAnyOrder) {
     const WalkedFile walked(movie_of(sample_table(spec, 100)));
     mp4_grant_look_ups();
     for (uint32_t i = 0, number = 0; i < 2000; ++i, number = (number + 1709) % 5001) {
-        const SamplePlace got = mp4_locate_sample(walked.file.get(), number);
+        const SamplePlace got = mp4_locate_sample(walked.file.get(), &walked.state, number);
         ASSERT_EQ(got.offset, offsets[number]) << number;
         ASSERT_EQ(got.size, number == 0 ? 0 : (number - 1) % 7) << number;
     }
-    EXPECT_EQ(mp4_locate_sample(walked.file.get(), 5001).size, 0u) << "in a chunk, but no sample";
+    EXPECT_EQ(mp4_locate_sample(walked.file.get(), &walked.state, 5001).size, 0u)
+        << "in a chunk, but no sample";
 }
 
 TEST(SampleTables, TablesAreBoundedByTheFile) {

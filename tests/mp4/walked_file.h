@@ -18,22 +18,28 @@ struct WalkedFile {
     explicit WalkedFile(const std::string& bytes) {
         const std::string path = folder.path("x.mp4");
         write_file(path, bytes);
-        mp4_release_video_state();
         file.reset(upnp_file_open_b(path.c_str(), 4096));
         context.info.file_size = static_cast<int64_t>(bytes.size());
         mp4_grant_walk();
         result = mp4_atom_get_metadata(file.get(), context.info.file_size, &context);
     }
     ~WalkedFile() {
-        mp4_release_video_state();
+        mp4_release_video_state(&state);
         file.reset();
         EXPECT_EQ(g_memUsed, 0);
     }
     TempFolder folder;
     OpenFile file;
-    ParseContext context = {};
+    ParseContext context = begin_walk();
     uint64_t result = 0;
-    VideoState& state = g_video_state;
+    VideoState& state = *context.video;
+
+ private:
+    static ParseContext begin_walk() {
+        ParseContext context;
+        mp4_begin_walk(&context);
+        return context;
+    }
 };
 
 // What the reader says about a file of these bytes, and about its first key frame if it is in a
@@ -44,7 +50,7 @@ inline std::string log_of(const std::string& bytes) {
     EXPECT_EQ(upnp_log_start(folder.path("log").c_str()), 0);
     const WalkedFile walked(bytes);
     SamplePlace place;
-    mp4_locate_fragment_sample(walked.file.get(), 0, &place);
+    mp4_locate_fragment_sample(walked.file.get(), &walked.state, 0, &place);
     upnp_log_stop();
     return read_file(folder.path("log"));
 }
