@@ -104,6 +104,10 @@ static uint32_t format_of_object_type(uint32_t object_type) {
     }
 }
 
+static void take_configuration(const Fields& content, VideoDescription* description) {
+    description->configuration.assign(content.rest.begin(), content.rest.end());
+}
+
 static void read_elementary_stream(Fields fields, SampleEntry* entry) {
     fields.take(4);  // version and flags
     Fields stream = read_descriptor(&fields, kEsDescriptor);
@@ -123,7 +127,7 @@ static void read_elementary_stream(Fields fields, SampleEntry* entry) {
         description->codec = VideoCodec::kAvc;
         read_avc_record(info, entry);
     } else if (description->format == fourcc("mp4v")) {
-        description->configuration.assign(info.rest.begin(), info.rest.end());
+        take_configuration(info, description);
     }
 }
 
@@ -167,6 +171,7 @@ static void read_pixel_aspect(SourceReader* reader, const Box& pasp, VideoDescri
 }
 
 static VideoCodec codec_of_format(uint32_t format) {
+    // The registered ones, then what programs carried over from AVI into QuickTime files.
     static const struct {
         uint32_t format;
         VideoCodec codec;
@@ -176,6 +181,12 @@ static VideoCodec codec_of_format(uint32_t format) {
         {fourcc("dva1"), VideoCodec::kAvc},   {fourcc("dvav"), VideoCodec::kAvc},
         {fourcc("mp4v"), VideoCodec::kMpeg4}, {fourcc("s263"), VideoCodec::kH263},
         {fourcc("h263"), VideoCodec::kH263},  {fourcc("H263"), VideoCodec::kH263},
+        {fourcc("AVC1"), VideoCodec::kAvc},   {fourcc("h264"), VideoCodec::kAvc},
+        {fourcc("H264"), VideoCodec::kAvc},   {fourcc("x264"), VideoCodec::kAvc},
+        {fourcc("X264"), VideoCodec::kAvc},   {fourcc("3IV2"), VideoCodec::kMpeg4},
+        {fourcc("DIVX"), VideoCodec::kMpeg4}, {fourcc("divx"), VideoCodec::kMpeg4},
+        {fourcc("DX50"), VideoCodec::kMpeg4}, {fourcc("FMP4"), VideoCodec::kMpeg4},
+        {fourcc("XVID"), VideoCodec::kMpeg4}, {fourcc("xvid"), VideoCodec::kMpeg4},
     };
     for (const auto& known : kFormats) {
         if (known.format == format) return known.codec;
@@ -205,8 +216,12 @@ static void read_extensions(SourceReader* reader, const Box& box, SampleEntry* e
                 break;
             case fourcc("d263"):
                 if (description->codec == VideoCodec::kH263) {
-                    const Fields content = content_of(reader, child);
-                    description->configuration.assign(content.rest.begin(), content.rest.end());
+                    take_configuration(content_of(reader, child), description);
+                }
+                break;
+            case fourcc("glbl"):  // the headers themselves, in QuickTime files
+                if (description->codec == VideoCodec::kMpeg4) {
+                    take_configuration(content_of(reader, child), description);
                 }
                 break;
             case fourcc("colr"):

@@ -225,6 +225,8 @@ TEST(Movie, NamesCodecsItReadsAndRefuses) {
         {visual_entry_of("s263", box("d263", "content")), MovieRefusal::kNone, VideoCodec::kH263,
          ""},
         {visual_entry_of("h263"), MovieRefusal::kNone, VideoCodec::kH263, ""},
+        {visual_entry_of("AVC1", avc), MovieRefusal::kNone, VideoCodec::kAvc, ""},
+        {visual_entry_of("XVID", box("glbl", "vol")), MovieRefusal::kNone, VideoCodec::kMpeg4, ""},
         {visual_entry_of("encv", avc + protection), MovieRefusal::kEncrypted, VideoCodec::kNone,
          "encv"},
         {visual_entry_of("drmi", avc), MovieRefusal::kEncrypted, VideoCodec::kNone, "drmi"},
@@ -287,6 +289,8 @@ TEST(Movie, DescribesTheVideo) {
     d = described(visual_entry_of("avc1", box("avcC", cut)), &refusal, &format);
     EXPECT_EQ(std::string(d.configuration.begin(), d.configuration.end()), u16(4) + "\x67one");
 
+    d = described(visual_entry_of("3IV2", box("glbl", "vol")), &refusal, &format);
+    EXPECT_EQ(std::string(d.configuration.begin(), d.configuration.end()), "vol");
     d = described(stream_entry('\x20', 0, ""), &refusal, &format);
     EXPECT_EQ(d.configuration.size(), 4u);
     const std::string all_fields = stream_entry('\x20', '\xe0', "dd\4urlscc");
