@@ -2,7 +2,6 @@
 #include "avcdec/deblock.h"
 
 #include "avcdec/deblock_tables.h"
-#include "avcdec/quant_tables.h"
 
 // The thresholds of a slice by the mean QP of the two sides of an edge (H.264 8.7.2.2). Few slices
 // differ in their offsets: macroblock by macroblock a look is enough.
@@ -22,22 +21,14 @@ static void set_thresholds(SliceThresholds* t, int offset_a, int offset_b) {
     }
 }
 
-// The quantiser of plane c of a macroblock.
-static int plane_qp(const DeblockRecord& r, int c) {
-    return c == 0 ? r.qp : kChromaQp[12 + r.qp + r.chroma_offset[c - 1]];
-}
-
-// Sets the edges of plane c towards both neighbours. sides are the macroblocks on the other side of
-// the outer edges, by DeblockDirection; null when that edge is not filtered.
-static void set_edges(const SliceThresholds& t, const DeblockRecord* const sides[2],
-                      const DeblockRecord& q, int c, DeblockEdges edges[2][3]) {
-    const int q_qp = plane_qp(q, c);
-    for (int direction = 0; direction < 2; ++direction) {
-        const DeblockRecord* const p = sides[direction];
-        DeblockEdges* const e = &edges[direction][c];
-        e->inner = t.by_qp[q_qp];
-        e->inner_step = c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;
-        e->outer = p ? t.by_qp[(plane_qp(*p, c) + q_qp + 1) >> 1] : EdgeThresholds{};
+// Sets the edges of one direction in all planes. p is the macroblock on the other side of the outer
+// edge; null when that edge is not filtered.
+static void set_edges(const SliceThresholds& t, const DeblockRecord* p, const DeblockRecord& q,
+                      DeblockEdges edges[3]) {
+    for (int c = 0; c < 3; ++c) {
+        edges[c].inner = t.by_qp[q.qp[c]];
+        edges[c].inner_step = c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;
+        edges[c].outer = p ? t.by_qp[(p->qp[c] + q.qp[c] + 1) >> 1] : EdgeThresholds{};
     }
 }
 
@@ -73,13 +64,15 @@ static void filter_direction(const ReconKernels& k, DeblockDirection direction, 
     }
 }
 
+// sides are the macroblocks on the other side of the outer edges, by DeblockDirection.
 static void deblock_macroblock(const ReconKernels& k, const MbPlanes& to, const SliceThresholds& t,
                                const DeblockRecord* const sides[2], const DeblockRecord& q) {
-    __attribute__((uninitialized)) DeblockEdges edges[2][3];
     const int planes = q.flags & kDeblockMonochrome ? 1 : 3;
-    for (int c = 0; c < planes; ++c) set_edges(t, sides, q, c, edges);
-    filter_direction(k, kVerticalEdge, to, edges[kVerticalEdge], planes);
-    filter_direction(k, kHorizontalEdge, to, edges[kHorizontalEdge], planes);
+    __attribute__((uninitialized)) DeblockEdges edges[3];
+    set_edges(t, sides[kVerticalEdge], q, edges);
+    filter_direction(k, kVerticalEdge, to, edges, planes);
+    set_edges(t, sides[kHorizontalEdge], q, edges);
+    filter_direction(k, kHorizontalEdge, to, edges, planes);
 }
 
 void deblock_row(const ReconKernels& k, const AvcPicture& picture, uint32_t row,

@@ -27,11 +27,10 @@ enum DeblockFlags : uint8_t {
 
 // What filtering needs to know of a macroblock.
 struct DeblockRecord {
-    uint8_t qp;       // luma; 0 for I_PCM
+    uint8_t qp[3];    // by plane: 0 or QPc of 0 for I_PCM
     uint8_t flags;    // DeblockFlags
     int8_t offset_a;  // FilterOffsetA, FilterOffsetB: -12 to 12
     int8_t offset_b;
-    int8_t chroma_offset[2];  // chroma_qp_index_offset of Cb and Cr
 };
 
 // Rows of records that the decoder keeps: the one being decoded, and two for filtering behind it.

@@ -111,15 +111,15 @@ static AvcScale make_scale8x8(AvcQuantiser* q, int qp) {
     return is_rounded ? AvcScale{factors, 32, 6} : AvcScale{factors, 0, 0};
 }
 
-static void set_dc_scales(AvcQuantiser* q, const int* chroma_qp) {
+static void set_dc_scales(AvcQuantiser* q) {
     const int luma_shift = q->is_flat ? q->qp / 6 + 4 : q->qp / 6;
     const bool is_rounded = luma_shift < 6;
     q->dc_factors[kCompY] = q->level_scale4x4[kCompY][q->qp % 6][0]
                             << (is_rounded ? luma_shift : luma_shift - 6);
     q->luma_dc = {&q->dc_factors[kCompY], is_rounded ? 32 : 0, is_rounded ? 6 : 0};
     for (int c = 0; c < 2; ++c) {
-        const int shift = chroma_qp[c] / 6 + (q->is_flat ? 4 : 0);
-        q->dc_factors[1 + c] = q->level_scale4x4[1 + c][chroma_qp[c] % 6][0] << shift;
+        const int shift = q->chroma_qp[c] / 6 + (q->is_flat ? 4 : 0);
+        q->dc_factors[1 + c] = q->level_scale4x4[1 + c][q->chroma_qp[c] % 6][0] << shift;
         q->chroma_dc[c] = {&q->dc_factors[1 + c], 0, 5};
     }
 }
@@ -132,12 +132,12 @@ void quantiser_set_qp(AvcQuantiser* q, int32_t qp) {
     if (qp < 0) qp += 52;
     if (qp > 51) qp -= 52;
     q->qp = static_cast<uint8_t>(qp < 0 ? 0 : qp > 51 ? 51 : qp);
-    const int chroma_qp[2] = {quantiser_chroma_qp(q, q->qp, 0), quantiser_chroma_qp(q, q->qp, 1)};
+    for (int c = 0; c < 2; ++c) q->chroma_qp[c] = quantiser_chroma_qp(q, q->qp, c);
     q->scale4x4[kCompY] = make_scale4x4(q, kCompY, q->qp);
-    q->scale4x4[kCompCb] = make_scale4x4(q, kCompCb, chroma_qp[0]);
-    q->scale4x4[kCompCr] = make_scale4x4(q, kCompCr, chroma_qp[1]);
+    q->scale4x4[kCompCb] = make_scale4x4(q, kCompCb, q->chroma_qp[0]);
+    q->scale4x4[kCompCr] = make_scale4x4(q, kCompCr, q->chroma_qp[1]);
     if (q->has_8x8) q->scale8x8 = make_scale8x8(q, q->qp);
-    set_dc_scales(q, chroma_qp);
+    set_dc_scales(q);
 }
 
 void quantiser_update(AvcQuantiser* q, int32_t mb_qp_delta) {

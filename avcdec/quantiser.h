@@ -26,7 +26,8 @@ inline int16_t scale_level(int32_t level, int32_t factor, const AvcScale& scale)
 }
 
 struct AvcQuantiser {
-    uint8_t qp;          // luma, 0 to 51
+    uint8_t qp;  // luma, 0 to 51
+    uint8_t chroma_qp[2];
     uint8_t is_flat;     // no scaling matrix is in force
     uint8_t is_rounded;  // 4x4 blocks take the rounded product
     uint8_t has_8x8;

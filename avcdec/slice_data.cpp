@@ -123,12 +123,15 @@ static uint8_t deblock_flags(const AvcSliceReader* s) {
 
 static void note_for_deblocking(const AvcSliceReader* s, DeblockRecord* record) {
     const AvcSliceHeader& header = s->header;
-    record->qp = s->mb.kind == kMbPcm ? 0 : s->quantiser.qp;
+    const AvcQuantiser& q = s->quantiser;
+    const bool is_pcm = s->mb.kind == kMbPcm;
+    record->qp[0] = is_pcm ? 0 : q.qp;
+    for (int c = 0; c < 2; ++c) {
+        record->qp[1 + c] = is_pcm ? quantiser_chroma_qp(&q, 0, c) : q.chroma_qp[c];
+    }
     record->flags = deblock_flags(s);
     record->offset_a = static_cast<int8_t>(header.slice_alpha_c0_offset_div2 * 2);
     record->offset_b = static_cast<int8_t>(header.slice_beta_offset_div2 * 2);
-    record->chroma_offset[0] = s->quantiser.chroma_offset[0];
-    record->chroma_offset[1] = s->quantiser.chroma_offset[1];
 }
 
 // True when the reader has used bits that the slice does not have.
