@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+
 #include "movie/movie.h"
 #include "tests/support/film_builder.h"
 #include "tests/support/memory_source.h"
@@ -50,77 +53,51 @@ static KeyFrames key_frames(Movie* movie, int64_t from_s = 0, size_t count = kAl
     return out;
 }
 
+// The tracks of a fragment by letters: v is the video, w more of it, s sound.
+static std::vector<TrafSpec> tracks_of(const std::string& letters, uint32_t number) {
+    const bool is_split = letters.find('w') != std::string::npos;
+    std::vector<TrafSpec> tracks;
+    for (const char letter : letters) {
+        const bool goes_on = letter == 'w';
+        TrafSpec more = video(number, 2, 40 * number + 20);
+        more.samples[0] = {predicted_sample(number), false};
+        tracks.push_back(letter == 's' ? sound(5 + 2 * static_cast<uint32_t>(tracks.size()))
+                         : goes_on     ? more
+                                       : video(number, is_split ? 2 : 4, 40 * number));
+    }
+    return tracks;
+}
+
 TEST(FragmentWalk, TakesWhatFragmentsSayInEveryWay) {
-    const struct {
-        const char* name;
-        std::vector<TrafSpec> (*tracks)(uint32_t number, int64_t time);
-    } kCases[] = {
-        {"video alone", [](uint32_t n, int64_t t) { return std::vector{video(n, 4, t)}; }},
-        {"sound last",
-         [](uint32_t n, int64_t t) {
-             return std::vector{video(n, 4, t), sound(9)};
-         }},
-        {"sound first",
-         [](uint32_t n, int64_t t) {
-             return std::vector{sound(9), video(n, 4, t)};
-         }},
-        {"stated base",
-         [](uint32_t n, int64_t t) {
-             std::vector<TrafSpec> tracks = {sound(9), video(n, 4, t)};
-             for (TrafSpec& track : tracks) track.base = Base::kStated;
-             return tracks;
-         }},
-        {"base behind the sound",
-         [](uint32_t n, int64_t t) {
-             std::vector<TrafSpec> tracks = {sound(9), sound(5), video(n, 4, t)};
-             for (TrafSpec& track : tracks) track.base = Base::kImplicit;
-             return tracks;
-         }},
-        {"no offset behind a stated base",
-         [](uint32_t n, int64_t t) {
-             std::vector<TrafSpec> tracks = {sound(9), video(n, 4, t)};
-             tracks[1].base = Base::kStated;
-             tracks[1].has_data_offset = false;
-             return tracks;
-         }},
-        {"several runs",
-         [](uint32_t n, int64_t t) {
-             std::vector<TrafSpec> tracks = {video(n, 4, t), sound(9)};
-             tracks[0].runs = 3;
-             return tracks;
-         }},
-        {"runs one behind another",
-         [](uint32_t n, int64_t t) {
-             std::vector<TrafSpec> tracks = {sound(9), video(n, 4, t)};
-             tracks[1].runs = 4;
-             tracks[1].base = Base::kStated;
-             tracks[1].has_data_offset = false;
-             return tracks;
-         }},
-        {"defaults and flags of the first sample",
-         [](uint32_t n, int64_t t) {
-             std::vector<TrafSpec> tracks = {video(n, 4, t), sound(9)};
-             tracks[0].states_each = false;
-             return tracks;
-         }},
-        {"all claim to be sync samples",
-         [](uint32_t n, int64_t t) {
-             std::vector<TrafSpec> tracks = {video(n, 4, t), sound(9)};
-             for (FilmSample& sample : tracks[0].samples) sample.is_sync = true;
-             return tracks;
-         }},
-        {"two fragments of the track",
-         [](uint32_t n, int64_t t) {
-             std::vector<TrafSpec> tracks = {video(n, 2, t), video(n, 2, t + 20)};
-             tracks[1].samples = {{predicted_sample(1), false}, {predicted_sample(2), false}};
-             return tracks;
-         }},
-        {"no times", [](uint32_t n, int64_t) { return std::vector{video(n, 4, -1)}; }},
+    const auto state_base = [](TrafSpec* t) { t->base = Base::kStated; };
+    // clang-format off
+    const struct { const char *name, *tracks; std::function<void(TrafSpec*)> change; } kCases[] = {
+        {"video alone", "v", [](TrafSpec*) {}},
+        {"sound last", "vs", [](TrafSpec*) {}},
+        {"sound first", "sv", [](TrafSpec*) {}},
+        {"stated base", "sv", state_base},
+        {"base behind the sound", "ssv", [](TrafSpec* t) { t->base = Base::kImplicit; }},
+        {"no offset behind a stated base", "sv",
+         [&](TrafSpec* t) { state_base(t), t->has_data_offset = false; }},
+        {"several runs", "vs", [](TrafSpec* t) { t->runs = 3; }},
+        {"runs one behind another", "sv",
+         [&](TrafSpec* t) { state_base(t), t->has_data_offset = false, t->runs = 4; }},
+        {"defaults and flags of the first sample", "vs",
+         [](TrafSpec* t) { t->states_each = t->track != 7; }},
+        {"all claim to be sync samples", "vs",
+         [](TrafSpec* t) { for (FilmSample& sample : t->samples) sample.is_sync = true; }},
+        {"two fragments of the track", "vw", [](TrafSpec*) {}},
+        {"no times", "v", [](TrafSpec* t) { t->time = -1; }},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         std::string file = fragmented_head(video_track());
-        for (uint32_t n = 0; n < 5; ++n) file += film_fragment(c.tracks(n, 40 * n), file.size());
+        for (uint32_t n = 0; n < 5; ++n) {
+            std::vector<TrafSpec> tracks = tracks_of(c.tracks, n);
+            std::for_each(tracks.begin(), tracks.end(), [&](TrafSpec& t) { c.change(&t); });
+            file += film_fragment(tracks, file.size());
+        }
         MemorySource source(file);
         Movie movie(&source);
         EXPECT_EQ(movie.duration_us(), 20000000);
@@ -159,47 +136,49 @@ TEST(FragmentWalk, CountsFromTheFirstFragment) {
     EXPECT_EQ(key_frames(&movie, 1).times_s, (std::vector<int64_t>{4, 8}));
 }
 
+static std::string segment_index(uint32_t time, const std::vector<uint64_t>& sizes,
+                                 uint32_t duration) {
+    std::string content = words({7, 10, time, 0}) + u16(0) + u16(sizes.size());
+    for (const uint64_t size : sizes) content += words({size, duration, 0x90000000});
+    return full_box("sidx", content);
+}
+
+// What looks like a fragment of the video from far away: one of another track, one whose header has
+// another length, one behind which no box of the top level stands, and one without a time.
+static std::string decoys() {
+    const auto moof = [](uint32_t track, const std::string& header, const std::string& time) {
+        return box("moof", header + box("traf", full_box("tfhd", u32(track)) + time));
+    };
+    const std::string header = full_box("mfhd", u32(1)), time = full_box("tfdt", u32(1));
+    return moof(9, header, time) + box("free") + moof(7, full_box("mfhd", ""), time) + box("free") +
+           moof(7, header, time) + box("none") + moof(7, header, "") + box("free");
+}
+
 // A long film: fragments of four seconds and about 5,000 bytes.
 struct LongFilm {
     std::string file = fragmented_head(video_track());
     std::vector<uint64_t> places;
 };
 
-static std::string segment_index(uint32_t track, uint32_t time, const std::vector<uint64_t>& sizes,
-                                 uint32_t duration) {
-    std::string content = words({track, 10, time, 0}) + u16(0) + u16(sizes.size());
-    for (const uint64_t size : sizes) content += words({size, duration, 0x90000000});
-    return full_box("sidx", content);
-}
-
+// With an index in front of every so many fragments, or none.
 static LongFilm long_film(uint32_t fragments, uint32_t indexed) {
-    LongFilm film;
+    std::vector<std::string> bodies;
     for (uint32_t n = 0; n < fragments; ++n) {
         TrafSpec traf = video(n, 4, 40 * n);
-        // What looks like a fragment in the data is none.
-        traf.samples[1].bytes += "\0\0\0\x10moof\0\0\0\x10mfhd" + std::string(5000 + n % 7, 'x');
-        const std::string body = film_fragment({traf, sound(99)}, 0);
+        traf.samples[1].bytes += decoys() + std::string(5000 + n % 7, 'x');
+        bodies.push_back(film_fragment({traf, sound(99)}, 0));
+    }
+    LongFilm film;
+    for (uint32_t n = 0; n < fragments; ++n) {
         if (indexed != 0 && n % indexed == 0) {
-            const uint64_t next = std::min(indexed, fragments - n);
-            film.file += segment_index(7, 40 * n, std::vector<uint64_t>(next, 0), 40);
+            std::vector<uint64_t> sizes;
+            for (uint32_t i = n; i < std::min(n + indexed, fragments); ++i) {
+                sizes.push_back(bodies[i].size());
+            }
+            film.file += segment_index(40 * n, sizes, 40);
         }
         film.places.push_back(film.file.size());
-        film.file += body;
-    }
-    // The sizes are known now.
-    for (uint32_t n = 0; indexed != 0 && n < fragments; n += indexed) {
-        const uint32_t count = std::min(indexed, fragments - n);
-        std::vector<uint64_t> sizes;
-        for (uint32_t i = n; i < n + count; ++i) {
-            const bool is_last = i + 1 == n + count;
-            const uint64_t index_length = 32 + 12 * std::min(indexed, fragments - i - 1);
-            const uint64_t end = i + 1 == fragments ? film.file.size()
-                                 : is_last          ? film.places[i + 1] - index_length
-                                                    : film.places[i + 1];
-            sizes.push_back(end - film.places[i]);
-        }
-        const std::string index = segment_index(7, 40 * n, sizes, 40);
-        film.file.replace(film.places[n] - index.size(), index.size(), index);
+        film.file += bodies[n];
     }
     return film;
 }
@@ -245,9 +224,10 @@ TEST(FragmentWalk, LooksUpLongFilmsWithFewReads) {
 TEST(FragmentWalk, TruncatedFilmsEndEarlier) {
     std::string file = fragmented_head(video_track());
     const size_t head = file.size();
-    for (uint32_t n = 0; n < 3; ++n)
+    for (uint32_t n = 0; n < 3; ++n) {
         file += film_fragment({sound(9), video(n, 2, 20 * n)}, file.size());
-    const std::string index = segment_index(7, 0, {file.size() - head}, 60);
+    }
+    file.insert(head, segment_index(0, {file.size() - head}, 60));
     for (size_t length = head; length < file.size(); ++length) {
         MemorySource source(file.substr(0, length));
         Movie movie(&source);
