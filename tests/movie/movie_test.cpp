@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <functional>
+#include <sstream>
 
 #include "movie/source_reader.h"
 #include "tests/support/film_builder.h"
@@ -45,78 +47,80 @@ static std::vector<int64_t> times_ms(const std::vector<MovieKeyFrame>& key_frame
     return out;
 }
 
-TEST(Movie, ReadsTablesOfEveryShape) {
-    for (const uint32_t size_bits : {0, 4, 8, 16, 32}) {
-        for (const uint32_t per_chunk : {1, 3, 100}) {
-            for (const bool is_wide : {false, true}) {
-                SCOPED_TRACE(testing::Message() << size_bits << " bits a size, " << per_chunk
-                                                << " samples a chunk, co64 " << is_wide);
-                TrackSpec track = track_of(11, 3);
-                track.size_bits = size_bits;
-                track.samples_per_chunk = per_chunk;
-                track.has_large_offsets = is_wide;
-                for (uint32_t i = 0; i < track.samples.size(); ++i) {
-                    const uint32_t length = size_bits == 0 ? 14 : 10 + i % 5;
-                    std::string* const bytes = &track.samples[i].bytes;
-                    *bytes = i % 3 == 0 ? idr_sample(i, length) : predicted_sample(i, length);
-                }
-                MemorySource source(plain_film(track));
-                Movie movie(&source);
-                EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(track));
-                EXPECT_EQ(movie.duration_us(), 11000000);
-            }
+TEST(Movie, ReadsTablesAndHeadersOfEveryShape) {
+    for (int i = 0; i < 5 * 3 * 2; ++i) {
+        const uint32_t size_bits = std::array{0, 4, 8, 16, 32}[i % 5];
+        TrackSpec track = track_of(11, 3);
+        track.size_bits = size_bits;
+        track.samples_per_chunk = std::array{1, 3, 100}[i / 5 % 3];
+        track.has_large_offsets = track.is_wide = i >= 15;
+        track.width = 96;
+        track.matrix[0] = 0xffff0000;
+        track.edits = track.is_wide ? u32(1) + u64(12000) + u64(0) + u32(0x10000)
+                                    : words({1, 12000, 0, 0x10000});
+        SCOPED_TRACE(testing::Message() << size_bits << " bits a size, " << track.samples_per_chunk
+                                        << " samples a chunk, 64 bits " << track.is_wide);
+        for (uint32_t k = 0; k < track.samples.size(); ++k) {
+            const uint32_t length = size_bits == 0 ? 14 : 10 + k % 5;
+            track.samples[k].bytes =
+                k % 3 == 0 ? idr_sample(k, length) : predicted_sample(k, length);
         }
+        MemorySource source(plain_film(track));
+        Movie movie(&source);
+        EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(track));
+        EXPECT_EQ(times_ms(movie.key_frames_from(4000000, 9)), (std::vector<int64_t>{6000, 9000}));
+        EXPECT_EQ(movie.duration_us(), 12000000);
+        EXPECT_EQ(movie.display_width(), 96u);
+        EXPECT_EQ(movie.orientation(), Orientation::kMirrored);
     }
+}
+
+TEST(Movie, LooksUpLongTablesWithFewReads) {
+    MemorySource source(plain_film(track_of(20000, 10000)));
+    Movie movie(&source);
+    EXPECT_EQ(times_ms(movie.key_frames_from(9000000, 1)), std::vector<int64_t>{10000000});
+    EXPECT_LE(source.reads, 60u);
 }
 
 TEST(Movie, LooksIntoSamplesWhereTheSyncTableIsWrong) {
     const TrackSpec right = track_of(9, 4);
     static const struct {
         const char* name;
-        std::function<void(TrackSpec*)> change;
-    } kCases[] = {
-        {"missing", [](TrackSpec* track) { track->has_sync_table = false; }},
-        {"empty",
-         [](TrackSpec* track) {
-             for (FilmSample& sample : track->samples) sample.is_sync = false;
-         }},
-        {"all",
-         [](TrackSpec* track) {
-             for (FilmSample& sample : track->samples) sample.is_sync = true;
-         }},
-        {"others alone",
-         [](TrackSpec* track) {
-             for (FilmSample& sample : track->samples) sample.is_sync = !sample.is_sync;
-         }},
-    };
+        bool has_table, lists_key_frames, lists_others;
+    } kCases[] = {{"missing", false, false, false},
+                  {"empty", true, false, false},
+                  {"all", true, true, true},
+                  {"others alone", true, false, true}};
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         TrackSpec track = right;
-        c.change(&track);
+        track.has_sync_table = c.has_table;
+        for (FilmSample& sample : track.samples) {
+            sample.is_sync = sample.is_sync ? c.lists_key_frames : c.lists_others;
+        }
         MemorySource source(plain_film(track));
         Movie movie(&source);
         EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(right));
     }
+    // A number behind the last sample says nothing, although a picture lies where it would be.
+    TrackSpec four = track_of(4, 1);
+    four.size_bits = 0;
+    std::string file = plain_film(four);
+    MemorySource three(file.replace(file.find("stsz") + 12, 4, u32(3)));
+    EXPECT_EQ(Movie(&three).key_frames_from(0, kAll).size(), 3u);
 }
 
 TEST(Movie, StartsWhereItIsAskedTo) {
     TrackSpec track = track_of(20, 5);  // key frames at 0, 5, 10 and 15 seconds
     MemorySource source(plain_film(track));
     Movie movie(&source);
-    static const struct {
-        int64_t from_ms;
-        size_t count;
-        std::vector<int64_t> want;
-    } kCases[] = {
-        {INT64_MIN / 1000, 2, {0, 5000}},
-        {0, 2, {0, 5000}},
-        {1, 2, {5000, 10000}},
-        {5000, 1, {5000}},
-        {9999, 9, {10000, 15000}},
-        {15001, 9, {15000}},
+    // clang-format off
+    static const struct { int64_t from_ms; size_t count; std::vector<int64_t> want; } kCases[] = {
+        {INT64_MIN / 1000, 2, {0, 5000}}, {0, 2, {0, 5000}}, {1, 2, {5000, 10000}}, {0, 0, {}},
+        {5000, 1, {5000}}, {9999, 9, {10000, 15000}}, {15001, 9, {15000}},
         {INT64_MAX / 1000, 9, {15000}},
-        {0, 0, {}},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.from_ms);
         EXPECT_EQ(times_ms(movie.key_frames_from(c.from_ms * 1000, c.count)), c.want);
@@ -131,11 +135,9 @@ TEST(Movie, StartsWhereItIsAskedTo) {
 }
 
 TEST(Movie, ShowsTimesBehindCompositionAndEdits) {
+    // clang-format off
     static const struct {
-        const char* name;
-        std::string edits;
-        int32_t composition;
-        std::vector<int64_t> want;
+        const char* name; std::string edits; int32_t composition; std::vector<int64_t> want;
     } kCases[] = {
         {"composition", "", 2, {200, 5200, 10200, 15200}},
         {"negative composition", "", -2, {0, 4800, 9800, 14800}},
@@ -143,11 +145,10 @@ TEST(Movie, ShowsTimesBehindCompositionAndEdits) {
         {"starts within a group", words({1, 9000, 60, 0x10000}), 0, {4000, 9000}},
         {"starts with a group", words({1, 9000, 50, 0x10000}), 0, {0, 5000, 10000}},
         {"starts within the last group", words({1, 4000, 160, 0x10000}), 0, {-1000}},
-        {"nothing first",
-         words({2, 3000, UINT32_MAX, 0x10000, 20000, 0, 0x10000}),
-         0,
+        {"nothing first", words({2, 3000, UINT32_MAX, 0x10000, 20000, 0, 0x10000}), 0,
          {3000, 8000, 13000, 18000}},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         TrackSpec track = track_of(20, 5);
@@ -184,120 +185,86 @@ TEST(Movie, GivesWhatATruncatedFileHas) {
     }
 }
 
-// The one entry of a film, as it is read.
-static VideoDescription described(const std::string& entry, MovieRefusal* refusal,
-                                  std::string* format) {
+// What is read of a film's one entry: codec/bytes of a length, size, shape and colour as far as
+// they are stated, [configuration].
+static std::string described(const std::string& entry) {
+    static const char* const kCodecs[] = {"none", "MPEG-4", "H.263", "H.264"};
     TrackSpec track = track_of(1, 1);
     track.entries = {entry};
     MemorySource source(plain_film(track));
     const Movie movie(&source);
-    *refusal = movie.refusal();
-    *format = movie.refused_format();
-    return movie.descriptions().empty() ? VideoDescription{} : movie.descriptions()[0];
+    if (movie.refusal() == MovieRefusal::kEncrypted) return "encrypted " + movie.refused_format();
+    if (movie.refusal() == MovieRefusal::kOtherCodec) return "other " + movie.refused_format();
+    const VideoDescription& d = movie.descriptions().at(0);
+    std::ostringstream text;
+    text << kCodecs[static_cast<int>(d.codec)] << '/' << d.length_prefix_size;
+    text << ' ' << d.width << 'x' << d.height;
+    if (d.pixel_width || d.pixel_height) text << ' ' << d.pixel_width << ':' << d.pixel_height;
+    if (d.colour) {
+        text << ' ' << d.colour->primaries << '/' << d.colour->transfer << '/' << d.colour->matrix;
+        if (d.colour->is_full_range) text << (*d.colour->is_full_range ? " full" : " limited");
+    }
+    if (d.clean_aperture) {
+        const auto [width, height, x, y] = *d.clean_aperture;
+        text << " clap " << width.numerator << ' ' << x.numerator << '/' << x.denominator;
+    }
+    text << " [" << std::string(d.configuration.begin(), d.configuration.end()) << ']';
+    return text.str();
 }
 
 static std::string descriptor(char tag, const std::string& content) {
-    const char size[] = {tag, '\x80', '\x80', static_cast<char>(content.size())};
+    const size_t length = content.size();
+    const char size[] = {tag, '\x80', static_cast<char>(0x80 | length >> 7),
+                         static_cast<char>(length & 0x7f)};
     return std::string(size, 4) + content;
 }
 
-static std::string stream_entry(char object_type, char flags, const std::string& fields) {
-    const std::string decoder =
-        descriptor(4, object_type + zeros(12) + descriptor(5, std::string("\0\0\1\xb0", 4)));
+static std::string stream_entry(char object_type, char flags, const std::string& fields,
+                                const std::string& info) {
+    const std::string decoder = descriptor(4, object_type + zeros(12) + descriptor(5, info));
     return visual_entry_of("mp4v",
                            full_box("esds", descriptor(3, zeros(2) + flags + fields + decoder)));
 }
 
-TEST(Movie, NamesCodecsItReadsAndRefuses) {
-    const std::string avc = avc_configuration({"\x67s"}, {"\x68p"});
-    const std::string protection = box("sinf", box("frma", "avc1"));
-    static const struct {
-        std::string entry;
-        MovieRefusal refusal;
-        VideoCodec codec;
-        const char* format;
-    } kCases[] = {
-        {visual_entry_of("avc1", avc), MovieRefusal::kNone, VideoCodec::kAvc, ""},
-        {visual_entry_of("avc3"), MovieRefusal::kNone, VideoCodec::kAvc, ""},
-        {stream_entry('\x20', 0, ""), MovieRefusal::kNone, VideoCodec::kMpeg4, ""},
-        {stream_entry('\x20', '\xe0', "dd\4urlscc"), MovieRefusal::kNone, VideoCodec::kMpeg4, ""},
-        {stream_entry('\x61', 0, ""), MovieRefusal::kOtherCodec, VideoCodec::kNone, "mp2v"},
-        {visual_entry_of("s263", box("d263", "content")), MovieRefusal::kNone, VideoCodec::kH263,
-         ""},
-        {visual_entry_of("h263"), MovieRefusal::kNone, VideoCodec::kH263, ""},
-        {visual_entry_of("AVC1", avc), MovieRefusal::kNone, VideoCodec::kAvc, ""},
-        {visual_entry_of("XVID", box("glbl", "vol")), MovieRefusal::kNone, VideoCodec::kMpeg4, ""},
-        {visual_entry_of("encv", avc + protection), MovieRefusal::kEncrypted, VideoCodec::kNone,
-         "encv"},
-        {visual_entry_of("drmi", avc), MovieRefusal::kEncrypted, VideoCodec::kNone, "drmi"},
-        {visual_entry_of("avc1", avc + protection), MovieRefusal::kEncrypted, VideoCodec::kNone,
-         "avc1"},
-        {visual_entry_of("hvc1"), MovieRefusal::kOtherCodec, VideoCodec::kNone, "hvc1"},
-        {visual_entry_of("av01"), MovieRefusal::kOtherCodec, VideoCodec::kNone, "av01"},
-        {visual_entry_of("\xa9\x00 1"), MovieRefusal::kOtherCodec, VideoCodec::kNone, "?"},
-        {box("hvc1", "short"), MovieRefusal::kOtherCodec, VideoCodec::kNone, "hvc1"},
-    };
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.entry.substr(4, 4));
-        MovieRefusal refusal;
-        std::string format;
-        EXPECT_EQ(described(c.entry, &refusal, &format).codec, c.codec);
-        EXPECT_EQ(refusal, c.refusal);
-        EXPECT_EQ(format.substr(0, 1), std::string(c.format).substr(0, 1));
-    }
-}
-
-TEST(Movie, DescribesTheVideo) {
-    MovieRefusal refusal;
-    std::string format;
-    const std::string configuration =
-        avc_configuration({"\x67one", "\x67second"}, {"\x68p", "\x68q"}, 2);
+TEST(Movie, DescribesWhatItReadsAndRefuses) {
+    const std::string two = avc_configuration({"\x67one", "\x67second"}, {"\x68p", "\x68q"}, 2);
+    const std::string avc = avc_configuration({"\x67s"}, {"\x68p"}), sinf = box("sinf", "avc1");
+    const std::string sets = "[" + u16(2) + "\x67s" + u16(2) + "\x68p]", info(300, 'i');
     const std::string shape = full_box("pasp", words({8}), 4) +
                               box("colr", "nclx" + u16(9) + u16(16) + u16(10) + "\x80") +
                               box("clap", words({704, 1, 480, 1, UINT32_MAX, 2, 0, 1}));
-    VideoDescription d =
-        described(visual_entry_of("avc1", configuration + shape, 720, 486), &refusal, &format);
-    EXPECT_EQ(std::string(d.configuration.begin(), d.configuration.end()),
-              u16(4) + "\x67one" + u16(7) + "\x67second" + u16(2) + "\x68p" + u16(2) + "\x68q");
-    EXPECT_EQ(d.length_prefix_size, 2u);
-    EXPECT_EQ(d.width, 720u);
-    EXPECT_EQ(d.height, 486u);
-    EXPECT_EQ(d.pixel_width, 4u);
-    EXPECT_EQ(d.pixel_height, 8u);
-    ASSERT_TRUE(d.colour.has_value());
-    EXPECT_EQ(d.colour->primaries, 9);
-    EXPECT_EQ(d.colour->transfer, 16);
-    EXPECT_EQ(d.colour->matrix, 10);
-    EXPECT_EQ(d.colour->is_full_range, true);
-    ASSERT_TRUE(d.clean_aperture.has_value());
-    EXPECT_EQ(d.clean_aperture->width.numerator, 704);
-    EXPECT_EQ(d.clean_aperture->horizontal_offset.numerator, -1);
-    EXPECT_EQ(d.clean_aperture->horizontal_offset.denominator, 2);
-
-    // Nothing is said that does not make sense, and no range where none is stated.
+    // What makes no sense is not said, nor a range that is not stated.
     const std::string odd = full_box("pasp", words({0})) + box("clap", zeros(32)) +
                             box("colr", "nclc" + u16(1) + u16(1) + u16(6));
-    d = described(visual_entry_of("avc1", odd), &refusal, &format);
-    EXPECT_EQ(d.pixel_width, 0u);
-    EXPECT_FALSE(d.clean_aperture.has_value());
-    ASSERT_TRUE(d.colour.has_value());
-    EXPECT_EQ(d.colour->matrix, 6);
-    EXPECT_FALSE(d.colour->is_full_range.has_value());
-
-    // A record that is cut keeps the sets that are whole.
-    const std::string cut = configuration.substr(8, 16);
-    d = described(visual_entry_of("avc1", box("avcC", cut)), &refusal, &format);
-    EXPECT_EQ(std::string(d.configuration.begin(), d.configuration.end()), u16(4) + "\x67one");
-
-    d = described(visual_entry_of("3IV2", box("glbl", "vol")), &refusal, &format);
-    EXPECT_EQ(std::string(d.configuration.begin(), d.configuration.end()), "vol");
-    d = described(stream_entry('\x20', 0, ""), &refusal, &format);
-    EXPECT_EQ(d.configuration.size(), 4u);
-    const std::string all_fields = stream_entry('\x20', '\xe0', "dd\4urlscc");
-    EXPECT_EQ(described(all_fields, &refusal, &format).configuration, d.configuration);
-    EXPECT_EQ(d.length_prefix_size, 0u);
-    d = described(visual_entry_of("s263", box("d263", "content")), &refusal, &format);
-    EXPECT_EQ(std::string(d.configuration.begin(), d.configuration.end()), "content");
+    // clang-format off
+    const std::pair<std::string, std::string> kCases[] = {
+        {visual_entry_of("avc1", avc), "H.264/4 64x48 " + sets},
+        {visual_entry_of("AVC1", avc), "H.264/4 64x48 " + sets},
+        {visual_entry_of("avc3"), "H.264/4 64x48 []"},
+        {visual_entry_of("avc1", two + shape, 720, 486),
+         "H.264/2 720x486 4:8 9/16/10 full clap 704 -1/2 [" + u16(4) + "\x67one" + u16(7) +
+         "\x67second" + u16(2) + "\x68p" + u16(2) + "\x68q]"},
+        {visual_entry_of("avc1", odd), "H.264/4 64x48 1/1/6 []"},
+        // A record that is cut keeps the sets that are whole.
+        {visual_entry_of("avc1", box("avcC", two.substr(8, 16))),
+         "H.264/2 64x48 [" + u16(4) + "\x67one]"},
+        {visual_entry_of("avc1", box("avcC", two.substr(8, 4))), "H.264/4 64x48 []"},
+        {stream_entry('\x20', 0, "", info), "MPEG-4/0 64x48 [" + info + "]"},
+        {stream_entry('\x20', '\xe0', "dd\4urlscc", "info"), "MPEG-4/0 64x48 [info]"},
+        {visual_entry_of("XVID", box("glbl", "vol")), "MPEG-4/0 64x48 [vol]"},
+        {visual_entry_of("3IV2", box("glbl", "vol")), "MPEG-4/0 64x48 [vol]"},
+        {visual_entry_of("s263", box("d263", "content")), "H.263/0 64x48 [content]"},
+        {visual_entry_of("h263"), "H.263/0 64x48 []"},
+        {stream_entry('\x61', 0, "", info), "other mp2v"},
+        {visual_entry_of("encv", avc + sinf), "encrypted encv"},
+        {visual_entry_of("drmi", avc), "encrypted drmi"},
+        {visual_entry_of("avc1", avc + sinf), "encrypted avc1"},
+        {visual_entry_of("hvc1"), "other hvc1"},
+        {visual_entry_of("\xa9v 1"), "other ?v 1"},
+        {box("hvc1", "short"), "other hvc1"},
+    };
+    // clang-format on
+    for (const auto& [entry, want] : kCases) EXPECT_EQ(described(entry), want);
 }
 
 TEST(Movie, GoesByTheChunksDescription) {
@@ -325,34 +292,26 @@ TEST(Movie, ChoosesTheVideo) {
     TrackSpec other = film;
     other.id = 2;
     other.width = 32;  // by which the chosen one is known
-    static const struct {
-        const char* name;
-        std::function<void(TrackSpec*, TrackSpec*)> change;
-        bool is_other;
+    const std::vector<std::string> hevc = {visual_entry_of("hvc1")},
+                                   jpeg = {visual_entry_of("jpeg")};
+    // clang-format off
+    const struct {
+        const char* name; bool is_other; std::function<void(TrackSpec*, TrackSpec*)> change;
     } kCases[] = {
-        {"the first of equal ones", [](TrackSpec*, TrackSpec* o) { o->width = 64, o->height = 47; },
-         false},
-        {"the longer one", [](TrackSpec*, TrackSpec* o) { o->duration = 21; }, true},
-        {"longer in seconds",
-         [](TrackSpec*, TrackSpec* o) { o->duration = 21, o->time_scale = 11; }, false},
-        {"an enabled one", [](TrackSpec* f, TrackSpec*) { f->flags = 6; }, true},
-        {"one that can be decoded",
-         [](TrackSpec* f, TrackSpec*) { f->entries = {visual_entry_of("hvc1")}; }, true},
-        {"but rather an enabled one",
-         [](TrackSpec* f, TrackSpec* o) { f->entries = {visual_entry_of("hvc1")}, o->flags = 6; },
-         false},
-        {"no cover",
-         [](TrackSpec* f, TrackSpec* o) {
-             f->entries = {visual_entry_of("jpeg")}, f->samples.resize(1), f->duration = 99;
-             o->flags = 6;
-         },
-         true},
-        {"no chapters",
-         [](TrackSpec* f, TrackSpec* o) { f->duration = 99, o->references = box("chap", u32(1)); },
-         true},
-        {"no sound", [](TrackSpec* f, TrackSpec*) { f->handler = "soun"; }, true},
-        {"one with an entry", [](TrackSpec* f, TrackSpec*) { f->entries = {}; }, true},
+        {"the first of equal ones", false, [](auto*, auto* o) { o->width = 64, o->height = 47; }},
+        {"the longer one", true, [](auto*, auto* o) { o->duration = 21; }},
+        {"longer in seconds", false, [](auto*, auto* o) { o->duration = 21, o->time_scale = 11; }},
+        {"an enabled one", true, [](auto* f, auto*) { f->flags = 6; }},
+        {"one that can be decoded", true, [&](auto* f, auto*) { f->entries = hevc; }},
+        {"but an enabled one", false, [&](auto* f, auto* o) { f->entries = hevc, o->flags = 6; }},
+        {"no cover", true, [&](auto* f, auto* o) {
+             f->entries = jpeg, f->samples.resize(1), f->duration = 99, o->flags = 6; }},
+        {"no chapters", true, [](auto* f, auto* o) {
+             f->duration = 99, o->references = box("chap", u32(1)); }},
+        {"no sound", true, [](auto* f, auto*) { f->handler = "soun"; }},
+        {"one with an entry", true, [](auto* f, auto*) { f->entries = {}; }},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         TrackSpec a = film, b = other;
@@ -370,21 +329,16 @@ TEST(Movie, ChoosesTheVideo) {
 
 TEST(Movie, TurnsAndMirrors) {
     constexpr uint64_t k1 = 0x10000, kMinus1 = 0xffff0000;
-    static const struct {
-        uint64_t a, b, c, d;
-        Orientation want;
-    } kCases[] = {
-        {k1, 0, 0, k1, Orientation::kUpright},
-        {kMinus1, 0, 0, k1, Orientation::kMirrored},
-        {kMinus1, 0, 0, kMinus1, Orientation::kTurned180},
-        {k1, 0, 0, kMinus1, Orientation::kFlipped},
-        {0, k1, k1, 0, Orientation::kTransposed},
-        {0, k1, kMinus1, 0, Orientation::kTurned90},
-        {0, kMinus1, kMinus1, 0, Orientation::kTransversed},
-        {0, kMinus1, k1, 0, Orientation::kTurned270},
-        {0x20000, 0x100, 0xffffff00, k1, Orientation::kUpright},
-        {0, 0, 0, 0, Orientation::kUpright},
+    using enum Orientation;
+    // clang-format off
+    static const struct { uint64_t a, b, c, d; Orientation want; } kCases[] = {
+        {k1, 0, 0, k1, kUpright}, {kMinus1, 0, 0, k1, kMirrored},
+        {kMinus1, 0, 0, kMinus1, kTurned180}, {k1, 0, 0, kMinus1, kFlipped},
+        {0, k1, k1, 0, kTransposed}, {0, k1, kMinus1, 0, kTurned90},
+        {0, kMinus1, kMinus1, 0, kTransversed}, {0, kMinus1, k1, 0, kTurned270},
+        {0x20000, 0x100, 0xffffff00, k1, kUpright}, {0, 0, 0, 0, kUpright},
     };
+    // clang-format on
     const std::vector<uint64_t> half_turn = {kMinus1, 0, 0, 0, kMinus1, 0, 0, 0, 0x40000000};
     for (const auto& c : kCases) {
         SCOPED_TRACE(testing::Message() << c.a << ' ' << c.b << ' ' << c.c << ' ' << c.d);
@@ -403,44 +357,36 @@ TEST(Movie, TurnsAndMirrors) {
 
 TEST(Movie, FindsTheMovieBoxWhereverItIs) {
     const TrackSpec track = track_of(3, 1);
-    const std::string data = sample_data(track);
+    const std::string data = sample_data(track), mdat = u32(data.size() + 8) + "mdat";
     const std::string meta = box("meta", box("hdlr", zeros(20))), full_meta = full_box("meta", "x");
     const std::string udta = box("udta", box("name", "x") + u32(0));
-    static const struct {
-        const char* name;
-        std::string front;  // ends where the data starts
-        bool is_open;       // the data box goes to the end of the file
-    } kCases[] = {
-        {"without a file type", u32(data.size() + 8) + "mdat", false},
-        {"wide data", box("wide") + u32(1) + "mdat" + u64(data.size() + 16), false},
-        {"unknown boxes",
-         box("ftyp", "what") + meta + full_meta + udta + u32(data.size() + 8) + "mdat", false},
-        {"unknown box first", box("what", "x") + u32(data.size() + 8) + "mdat", false},
-        {"large box", large_box("skip", zeros(99)) + u32(data.size() + 8) + "mdat", false},
-        {"open data last", "", true},
-        {"data too long", "", true},
-    };
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
-        std::string file;
-        if (c.is_open) {
-            const size_t header = film_header(udta + film_track(track, 0)).size();
-            file = film_header(udta + film_track(track, header + 8)) +
-                   u32(std::string(c.name) == "data too long" ? 99999 : 0) + "mdat" + data;
-        } else {
-            const std::string movie = film_header(film_track(track, c.front.size()) + meta);
-            file = c.front + data + u32(0) + movie.substr(4);
-        }
+    const auto expect_movie = [&](const char* name, const std::string& file) {
         MemorySource source(file);
         Movie movie(&source);
-        EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(track));
+        EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(track)) << name;
+    };
+    // Up to where the data starts; the movie box behind it goes to the end of the file.
+    const std::pair<const char*, std::string> kFronts[] = {
+        {"without a file type", mdat},
+        {"wide data", box("wide") + u32(1) + "mdat" + u64(data.size() + 16)},
+        {"unknown boxes", box("ftyp", "what") + meta + full_meta + udta + mdat},
+        {"unknown box first", box("what", "x") + mdat},
+        {"large box", large_box("skip", zeros(99)) + mdat},
+    };
+    for (const auto& [name, front] : kFronts) {
+        const std::string movie = film_header(film_track(track, front.size()) + meta);
+        expect_movie(name, front + data + u32(0) + movie.substr(4));
     }
+    const size_t header = film_header(udta + film_track(track, 0)).size();
+    const std::string movie = film_header(udta + film_track(track, header + 8));
+    expect_movie("open data last", movie + u32(0) + "mdat" + data);
+    expect_movie("data too long", movie + u32(99999) + "mdat" + data);
 }
 
 TEST(Movie, RefusesWhatIsNoMovie) {
     TrackSpec sound = track_of(1, 1);
     sound.handler = "soun";
-    static const struct {
+    const struct {
         const char* name;
         std::string file;
         MovieRefusal want;

@@ -111,14 +111,20 @@ static std::string film_tables(const TrackSpec& track, uint64_t offset) {
 }
 
 std::string film_track(const TrackSpec& track, uint64_t first_offset) {
-    const std::string header = full_box("tkhd",
-                                        words({0, 0, track.id}) + zeros(24) + words(track.matrix) +
-                                            words({track.width << 16, track.height << 16}),
-                                        track.flags);
-    const std::string media = media_header(track.time_scale, track.duration) +
-                              handler(track.handler) +
-                              box("minf", film_tables(track, first_offset));
-    const std::string edits = track.edits.empty() ? "" : box("edts", full_box("elst", track.edits));
+    // Version 1 has times and durations of 64 bits.
+    const uint32_t version = track.is_wide ? 1 << 24 : 0;
+    const std::string times = zeros(track.is_wide ? 16 : 8);
+    const std::string header =
+        full_box("tkhd",
+                 times + u32(track.id) + zeros(track.is_wide ? 28 : 24) + words(track.matrix) +
+                     words({track.width << 16, track.height << 16}),
+                 version | track.flags);
+    const std::string duration = track.is_wide ? u64(track.duration) : u32(track.duration);
+    const std::string media =
+        full_box("mdhd", times + u32(track.time_scale) + duration + u32(0), version) +
+        handler(track.handler) + box("minf", film_tables(track, first_offset));
+    const std::string edits =
+        track.edits.empty() ? "" : box("edts", full_box("elst", track.edits, version));
     const std::string references = track.references.empty() ? "" : box("tref", track.references);
     return box("trak", header + edits + references + box("mdia", media));
 }

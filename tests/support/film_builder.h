@@ -45,6 +45,7 @@ struct TrackSpec {
     uint32_t samples_per_chunk = 2;  // less where the description changes
     uint32_t size_bits = 32;  // 4, 8 and 16 are "stz2"; 0: all samples have the size of the first
     bool has_large_offsets = false;  // "co64"
+    bool is_wide = false;            // headers of version 1, edits too
     bool has_sync_table = true;
 };
 // "trak". Samples lie one behind another from the offset on.
