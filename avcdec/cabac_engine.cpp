@@ -16,10 +16,11 @@
     return value;
 }
 
-void cabac_init_contexts(const int8_t (*pairs)[2], uint8_t* contexts, int32_t slice_qp, int count) {
+void cabac_init_contexts(const int8_t (*pairs)[2], CabacContext* contexts, int32_t slice_qp,
+                         int count) {
     for (int i = 0; i < count; ++i) {
         const int state = clip3(1, 126, ((pairs[i][0] * slice_qp) >> 4) + pairs[i][1]);
-        contexts[i] = static_cast<uint8_t>(state <= 63 ? (63 - state) * 2 : (state - 64) * 2 + 1);
+        contexts[i] = kCabacContextOf[state <= 63 ? (63 - state) * 2 : (state - 64) * 2 + 1];
     }
 }
 

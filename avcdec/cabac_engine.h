@@ -28,7 +28,7 @@ struct CabacEngine {
     CabacBytes* bytes;  // not owned
 };
 
-// The context variables of I slices by syntax element, pStateIdx * 2 + valMPS each.
+// The context variables of I slices by syntax element.
 enum CabacContextGroup : uint16_t {
     kCtxMbType = 0,               // ctxIdx 3 to 10
     kCtxCodedBlockFlag = 8,       // 85 to 104
@@ -46,21 +46,14 @@ enum CabacContextGroup : uint16_t {
     kCabacContexts = 258,
 };
 
-// What a decision needs to know of a context variable and the range: the LPS range (H.264 Table
-// 9-44), the shift that normalises it, and the variable after an LPS and after an MPS (Table 9-45).
-// 64-bit processors have the four rows of a variable in one word, where a shift by the range finds
-// an entry sooner than a load; to others a load is cheaper than a shift of two words.
-constexpr bool kCabacHasWideRows = kBitWordSize == 64;
+// A context variable, as all that a decision needs to know of it: behind a misprediction the load
+// of an index and then of what it stands for would be waited for. In bytes from the lowest up: the
+// LPS range (H.264 Table 9-44) for each qCodIRangeIdx from the lowest up, valMPS, nothing, and
+// pStateIdx * 2 + valMPS after an LPS and after an MPS (Table 9-45).
+using CabacContext = uint64_t;
 
-// By variable, 16 bits for each qCodIRangeIdx from the lowest up: the range and, in the upper byte,
-// the shift. Only where kCabacHasWideRows.
-extern const std::array<uint64_t, 128> kCabacLps;
-// The variable after an LPS (first 128) and after an MPS (last 128).
-extern const std::array<uint8_t, 256> kCabacNext;
-
-// By qCodIRangeIdx * 128 + variable: from the lowest byte up the range, the shift, the variable
-// after an LPS and after an MPS. Only where not kCabacHasWideRows.
-extern const std::array<uint32_t, 4 * 128> kCabacEntries;
+// By pStateIdx * 2 + valMPS.
+extern const std::array<CabacContext, 128> kCabacContextOf;
 
 // The (m, n) pairs of the I slice column (H.264 Tables 9-12 to 9-33), in the order of the groups.
 extern const int8_t kCabacInitI[kCabacContexts][2];
@@ -101,65 +94,66 @@ BitWord cabac_refill_near_end(CabacBytes* bytes, BitWord value);
 
 // The outcomes of a decision before it is known which comes true.
 struct CabacChoice {
-    uint32_t variable;  // the context variable
-    uint32_t entry;     // of the tables
+    CabacContext context;
+    uint32_t lps_range;
     uint32_t mps_range;
     BitWord threshold;  // codIOffset below it means MPS
 
-    uint32_t lps_range() const { return entry & 0xff; }
-    uint32_t lps_shift() const { return entry >> 8 & 7; }
-    // An LPS range is at most half the range: one bit is enough to normalise what it leaves.
-    uint32_t mps_shift() const { return mps_range >> 8 ^ 1; }
-    uint32_t after_lps() const {
-        return kCabacHasWideRows ? kCabacNext[variable] : entry >> 16 & 0xff;
-    }
-    uint32_t after_mps() const {
-        return kCabacHasWideRows ? kCabacNext[variable + 128] : entry >> 24;
-    }
+    uint32_t mps() const { return static_cast<uint32_t>(context >> 32) & 1; }
+    CabacContext after_lps() const { return kCabacContextOf[context >> 48 & 0xff]; }
+    CabacContext after_mps() const { return kCabacContextOf[context >> 56]; }
 };
 
-[[gnu::always_inline]] inline CabacChoice cabac_choice(const CabacEngine* e, uint32_t variable) {
-    const uint32_t entry = kCabacHasWideRows
-                               ? static_cast<uint32_t>(kCabacLps[variable] >> (e->range >> 2 & 48))
-                               : kCabacEntries[variable + ((e->range & 0xc0) << 1)];
-    const uint32_t mps_range = e->range - (entry & 0xff);
-    return {variable, entry, mps_range, static_cast<BitWord>(mps_range) << e->lookahead};
+// What normalises a range of 2 to 511.
+[[gnu::always_inline]] inline int cabac_shift(uint32_t range) { return __builtin_clz(range) - 23; }
+
+[[gnu::always_inline]] inline CabacChoice cabac_choice(const CabacEngine* e, CabacContext context) {
+    const auto rows = static_cast<uint32_t>(context);
+    const uint32_t lps_range = rows >> (e->range >> 3 & 24) & 0xff;
+    const uint32_t mps_range = e->range - lps_range;
+    return {context, lps_range, mps_range, static_cast<BitWord>(mps_range) << e->lookahead};
 }
 
 // Decodes one bin and updates its context, for callers that do not branch on the bin: no branch
 // here either.
-[[gnu::always_inline]] inline uint32_t cabac_decode_decision(CabacEngine* e, uint8_t* context) {
+[[gnu::always_inline]] inline uint32_t cabac_decode_decision(CabacEngine* e,
+                                                             CabacContext* context) {
     const CabacChoice c = cabac_choice(e, *context);
     const BitWord rest = e->value - c.threshold;
-    // All ones for the MPS. Both outcomes are normalised before the choice.
+    // All ones for the MPS.
     const BitWord is_mps = static_cast<BitWord>(static_cast<intptr_t>(rest) >> (kBitWordSize - 1));
     const uint32_t mask = static_cast<uint32_t>(is_mps);
     const auto choose = [&](uint32_t mps, uint32_t lps) { return lps ^ ((mps ^ lps) & mask); };
     e->value = rest + (c.threshold & is_mps);
-    e->range = choose(c.mps_range << c.mps_shift(), c.lps_range() << c.lps_shift());
-    e->lookahead -= static_cast<int>(choose(c.mps_shift(), c.lps_shift()));
-    *context = static_cast<uint8_t>(choose(c.after_mps(), c.after_lps()));
+    const uint32_t range = choose(c.mps_range, c.lps_range);
+    const int shift = cabac_shift(range);
+    e->range = range << shift;
+    e->lookahead -= shift;
+    *context = kCabacContextOf[c.context >> (48 + (mask & 8)) & 0xff];
     cabac_keep_lookahead(e);
-    return (c.variable ^ ~mask) & 1;
+    return c.mps() ^ (~mask & 1);
 }
 
 // The same for callers that branch on the bin: it branches itself, so that what follows an MPS need
 // not wait for the comparison.
-[[gnu::always_inline]] inline bool cabac_decode_branch(CabacEngine* e, uint8_t* context) {
+[[gnu::always_inline]] inline bool cabac_decode_branch(CabacEngine* e, CabacContext* context) {
     const CabacChoice c = cabac_choice(e, *context);
     if (e->value < c.threshold) [[likely]] {
-        e->range = c.mps_range << c.mps_shift();
-        e->lookahead -= static_cast<int>(c.mps_shift());
-        *context = static_cast<uint8_t>(c.after_mps());
+        // An LPS range is at most half the range: one bit is enough to normalise what it leaves.
+        const uint32_t shift = c.mps_range >> 8 ^ 1;
+        e->range = c.mps_range << shift;
+        e->lookahead -= static_cast<int>(shift);
+        *context = c.after_mps();
         cabac_keep_lookahead(e);
-        return c.variable & 1;
+        return c.mps();
     }
     e->value -= c.threshold;
-    e->range = c.lps_range() << c.lps_shift();
-    e->lookahead -= static_cast<int>(c.lps_shift());
-    *context = static_cast<uint8_t>(c.after_lps());
+    const int shift = cabac_shift(c.lps_range);
+    e->range = c.lps_range << shift;
+    e->lookahead -= shift;
+    *context = c.after_lps();
     cabac_keep_lookahead(e);
-    return !(c.variable & 1);
+    return !c.mps();
 }
 
 // Decodes one bin of equal probabilities (H.264 9.3.3.2.3).
@@ -193,7 +187,8 @@ inline size_t cabac_position(const CabacEngine* e, const uint8_t* start) {
 }
 
 // Sets count contexts from their (m, n) pairs (H.264 9.3.1.1). slice_qp is not clamped.
-void cabac_init_contexts(const int8_t (*pairs)[2], uint8_t* contexts, int32_t slice_qp, int count);
+void cabac_init_contexts(const int8_t (*pairs)[2], CabacContext* contexts, int32_t slice_qp,
+                         int count);
 
 // Starts the engine at the first byte, and makes the bytes its own.
 void cabac_start(CabacEngine* e, CabacBytes* bytes);

@@ -28,40 +28,23 @@ static constexpr uint8_t kTransIdxLps[64] = {
     33, 33, 34, 34, 35, 35, 35, 36, 36, 36, 37, 37, 37, 38, 38, 63,
 };
 
-static constexpr uint64_t lps_entries(int variable) {
-    uint64_t entries = 0;
-    for (int i = 0; i < 4; ++i) {
-        const uint32_t range = kRangeTabLps[variable >> 1][i];
-        const uint64_t shift = static_cast<uint64_t>(__builtin_clz(range) - 23);
-        entries |= (shift << 8 | range) << 16 * i;
-    }
-    return entries;
+static constexpr CabacContext context_of(int variable) {
+    const int state = variable >> 1;
+    const int mps = variable & 1;
+    uint64_t rows = 0;
+    for (int i = 0; i < 4; ++i) rows |= static_cast<uint64_t>(kRangeTabLps[state][i]) << 8 * i;
+    const int after_lps = kTransIdxLps[state] * 2 + (state == 0 ? 1 - mps : mps);
+    const int after_mps = (state < 62 ? state + 1 : state) * 2 + mps;
+    return static_cast<uint64_t>(after_mps << 24 | after_lps << 16 | mps) << 32 | rows;
 }
 
-static constexpr uint8_t next_variable(int index) {
-    const int state = index >> 1 & 63;
-    const int mps = index & 1;
-    if (index >= 128) return static_cast<uint8_t>((state < 62 ? state + 1 : state) * 2 + mps);
-    return static_cast<uint8_t>(kTransIdxLps[state] * 2 + (state == 0 ? 1 - mps : mps));
-}
-
-static constexpr uint32_t packed_entry(int index) {
-    const int variable = index & 127;
-    const uint64_t lps = lps_entries(variable) >> 16 * (index >> 7) & 0xffff;
-    return static_cast<uint32_t>(lps | next_variable(variable) << 16 |
-                                 static_cast<uint32_t>(next_variable(variable + 128)) << 24);
-}
-
-template <typename Entry, int kCount>
-static constexpr std::array<Entry, kCount> table_of(Entry (*entry)(int index)) {
-    std::array<Entry, kCount> table{};
-    for (int i = 0; i < kCount; ++i) table[i] = entry(i);
+static constexpr std::array<CabacContext, 128> all_contexts() {
+    std::array<CabacContext, 128> table{};
+    for (int i = 0; i < 128; ++i) table[i] = context_of(i);
     return table;
 }
 
-constexpr std::array<uint64_t, 128> kCabacLps = table_of<uint64_t, 128>(lps_entries);
-constexpr std::array<uint8_t, 256> kCabacNext = table_of<uint8_t, 256>(next_variable);
-constexpr std::array<uint32_t, 512> kCabacEntries = table_of<uint32_t, 512>(packed_entry);
+constexpr std::array<CabacContext, 128> kCabacContextOf = all_contexts();
 
 const int8_t kCabacInitI[kCabacContexts][2] = {
     // mb_type, ctxIdx 3 to 10

@@ -15,7 +15,7 @@ KS_INLINE int count_flags(const AvcSliceReader* s, uint8_t flag) {
 
 // H.264 9.3.2.5, Table 9-36.
 KS_INLINE uint32_t read_mb_type(CabacEngine* e, AvcSliceReader* s) {
-    uint8_t* const contexts = s->contexts + kCtxMbType;
+    CabacContext* const contexts = s->contexts + kCtxMbType;
     if (!cabac_decode_branch(e, contexts + count_flags(s, kNotINxN))) return 0;
     if (!cabac_decode_terminate(e)) return kMbTypePcm;
     uint32_t mb_type = 1 + 12 * cabac_decode_decision(e, contexts + 3);
@@ -27,7 +27,8 @@ KS_INLINE uint32_t read_mb_type(CabacEngine* e, AvcSliceReader* s) {
 }
 
 // The mode fields of a macroblock, which follow each other.
-KS_INLINE void read_mode_fields(CabacEngine* e, uint8_t* contexts, ModeField* fields, int count) {
+KS_INLINE void read_mode_fields(CabacEngine* e, CabacContext* contexts, ModeField* fields,
+                                int count) {
     for (int b = 0; b < count; ++b) {
         fields[b] = -1;
         if (cabac_decode_branch(e, contexts)) continue;
@@ -39,8 +40,8 @@ KS_INLINE void read_mode_fields(CabacEngine* e, uint8_t* contexts, ModeField* fi
 
 // H.264 9.3.2.2: truncated unary, up to 3.
 KS_INLINE uint32_t read_chroma_mode(CabacEngine* e, AvcSliceReader* s) {
-    uint8_t* const contexts = s->contexts + kCtxChromaMode;
-    uint8_t* context = contexts + count_flags(s, kChromaModeNonzero);
+    CabacContext* const contexts = s->contexts + kCtxChromaMode;
+    CabacContext* context = contexts + count_flags(s, kChromaModeNonzero);
     uint32_t mode = 0;
     while (mode < 3 && cabac_decode_branch(e, context)) {
         ++mode;
@@ -51,7 +52,7 @@ KS_INLINE uint32_t read_chroma_mode(CabacEngine* e, AvcSliceReader* s) {
 
 // H.264 9.3.3.1.1.4. A neighbour's missing luma bit counts, a missing neighbour does not.
 KS_INLINE uint8_t read_coded_block_pattern(CabacEngine* e, AvcSliceReader* s) {
-    uint8_t* const contexts = s->contexts + kCtxCodedBlockPattern;
+    CabacContext* const contexts = s->contexts + kCtxCodedBlockPattern;
     const uint32_t left = s->left.cbp;
     const uint32_t top = s->top->cbp;
     uint32_t cbp = 0;
@@ -62,7 +63,7 @@ KS_INLINE uint8_t read_coded_block_pattern(CabacEngine* e, AvcSliceReader* s) {
     }
     if (s->monochrome) return static_cast<uint8_t>(cbp);
     if (cabac_decode_branch(e, contexts + 4 + !!(left & 0x30) + 2 * !!(top & 0x30))) {
-        uint8_t* const context = contexts + 8 + (left >> 5 & 1) + 2 * (top >> 5 & 1);
+        CabacContext* const context = contexts + 8 + (left >> 5 & 1) + 2 * (top >> 5 & 1);
         cbp |= 0x10U << cabac_decode_decision(e, context);
     }
     return static_cast<uint8_t>(cbp);
@@ -73,7 +74,8 @@ uint32_t cabac_read_prediction(AvcSliceReader* s) {
     CabacEngine e = s->cabac;
     const uint32_t mb_type = read_mb_type(&e, s);
     if (mb_type == 0) {
-        uint8_t* const transform = s->contexts + kCtxTransform8x8 + count_flags(s, kTransform8x8);
+        CabacContext* const transform =
+            s->contexts + kCtxTransform8x8 + count_flags(s, kTransform8x8);
         const bool is_8x8 = s->transform_8x8_mode && cabac_decode_branch(&e, transform);
         mb->kind = is_8x8 ? kMbIntra8x8 : kMbIntra4x4;
         __attribute__((uninitialized)) ModeField fields[16];

@@ -56,9 +56,9 @@ static constexpr uint8_t kLast8x8[63] = {
 
 // Reads the significance map: the places of the coefficients that are not 0, in scan order. Returns
 // the end of the list, behind 1 to 64 places.
-KS_INLINE uint8_t* read_map(CabacEngine* e, uint8_t* contexts, const CategoryLayout& layout,
+KS_INLINE uint8_t* read_map(CabacEngine* e, CabacContext* contexts, const CategoryLayout& layout,
                             uint8_t* places) {
-    uint8_t* const significant = contexts + layout.significant;
+    CabacContext* const significant = contexts + layout.significant;
     const int final = layout.final;
     for (int i = layout.first; i < final; ++i) {
         if (!cabac_decode_branch(e, significant + i)) continue;
@@ -70,7 +70,7 @@ KS_INLINE uint8_t* read_map(CabacEngine* e, uint8_t* contexts, const CategoryLay
 }
 
 // The same for 8x8 blocks.
-KS_INLINE uint8_t* read_map_8x8(CabacEngine* e, uint8_t* contexts, uint8_t* places) {
+KS_INLINE uint8_t* read_map_8x8(CabacEngine* e, CabacContext* contexts, uint8_t* places) {
     for (int i = 0; i < 63; ++i) {
         if (!cabac_decode_branch(e, contexts + kCtxSignificant8x8 + kSignificant8x8[i])) continue;
         *places++ = static_cast<uint8_t>(i);
@@ -97,9 +97,9 @@ KS_INLINE int read_level_suffix(CabacEngine* e) {
 
 // The absolute value of a level that is at least 2. Its bins share a context, which stays in a
 // register.
-KS_INLINE int read_large_level(CabacEngine* e, uint8_t* context) {
+KS_INLINE int read_large_level(CabacEngine* e, CabacContext* context) {
     int level = 2;
-    uint8_t variable = *context;
+    CabacContext variable = *context;
     while (cabac_decode_branch(e, &variable)) {
         if (++level == 15) {
             *context = variable;
@@ -112,7 +112,7 @@ KS_INLINE int read_large_level(CabacEngine* e, uint8_t* context) {
 
 // Reads the levels of the coefficients at the given places, from the last to the first, and writes
 // them scaled. Returns false when one has more bits than any profile allows.
-KS_INLINE bool read_levels(CabacEngine* e, uint8_t* contexts, int max_greater,
+KS_INLINE bool read_levels(CabacEngine* e, CabacContext* contexts, int max_greater,
                            const uint8_t* places, const uint8_t* end,
                            const ResidualTarget& target) {
     int ones = 1;     // ctxIdxInc of the first bin: 1 + levels of 1 so far, 0 behind a larger one
@@ -163,7 +163,7 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
     const CategoryLayout& layout = kLayouts[category];
     uint8_t* const left = s->left.blocks + group.left;
     uint8_t* const top = s->top->blocks + group.top;
-    uint8_t* const flags = s->contexts + kCtxCodedBlockFlag + 4 * category;
+    CabacContext* const flags = s->contexts + kCtxCodedBlockFlag + 4 * category;
     ResidualTarget target = {layout.scan,
                              layout.is_dc ? kUnitScale : s->quantiser.scale4x4[group.component],
                              s->mb.coefficients + group.block * 16};
@@ -193,8 +193,8 @@ static BlockCategory category_of(const AvcMacroblock& mb, int g) {
 // H.264 9.3.2.7. A magnitude above 104 is far outside -26 to 25: the stream is broken, for which
 // the result is 0 and has_error is set.
 static int32_t read_qp_delta(AvcSliceReader* s) {
-    uint8_t* const contexts = s->contexts + kCtxQpDelta;
-    uint8_t* context = contexts + s->mb.qp_delta_coded;
+    CabacContext* const contexts = s->contexts + kCtxQpDelta;
+    CabacContext* context = contexts + s->mb.qp_delta_coded;
     CabacEngine e = s->cabac;
     int32_t k = 0;
     while (cabac_decode_branch(&e, context)) {

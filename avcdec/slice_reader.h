@@ -22,7 +22,7 @@ struct AvcSliceReader {
     AvcQuantiser quantiser;
     CabacEngine cabac;
     CabacBytes cabac_bytes;  // the engine's
-    uint8_t contexts[kCabacContexts];
+    CabacContext contexts[kCabacContexts];
     AvcMacroblock mb;
     MbNeighbour left;
     MbNeighbour* top;      // into columns

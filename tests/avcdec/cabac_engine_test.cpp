@@ -11,6 +11,7 @@
 namespace {
 
 using Bytes = std::vector<uint8_t>;
+using Contexts = std::vector<CabacContext>;
 
 // An engine on data that outlives it.
 struct Started : CabacEngine {
@@ -20,16 +21,6 @@ struct Started : CabacEngine {
     CabacBytes all;
 };
 
-// Each build uses one of them.
-TEST(CabacEngine, BothFormsOfItsTablesSayTheSame) {
-    for (uint32_t i = 0; i < kCabacEntries.size(); ++i) {
-        const uint32_t variable = i % 128;
-        EXPECT_EQ(kCabacEntries[i] & 0xffff, kCabacLps[variable] >> 16 * (i / 128) & 0xffff) << i;
-        EXPECT_EQ(kCabacEntries[i] >> 16 & 0xff, kCabacNext[variable]) << i;
-        EXPECT_EQ(kCabacEntries[i] >> 24, kCabacNext[variable + 128]) << i;
-    }
-}
-
 // Callers choose by whether they branch on the bin.
 TEST(CabacEngine, BothKindsOfDecisionAgree) {
     std::mt19937 random(1);
@@ -37,8 +28,8 @@ TEST(CabacEngine, BothKindsOfDecisionAgree) {
     for (uint8_t& byte : data) byte = static_cast<uint8_t>(random());
     Started a(data);
     Started b(data);
-    Bytes contexts[2];
-    for (int i = 0; i < 100; ++i) contexts[0].push_back(static_cast<uint8_t>(random() % 126));
+    Contexts contexts[2];
+    for (int i = 0; i < 100; ++i) contexts[0].push_back(kCabacContextOf[random() % 126]);
     contexts[1] = contexts[0];
     for (int i = 0; i < 20000; ++i) {
         const size_t c = random() % contexts[0].size();
@@ -61,14 +52,15 @@ TEST(CabacEngine, ContextsAtTheEndsOfTheirRange) {
     for (const auto& c : kCases) {
         const Bytes data = {c[1], 0, 0};
         Started engine(data);
-        uint8_t context = c[0];
+        CabacContext context = kCabacContextOf[c[0]];
         EXPECT_EQ(cabac_decode_decision(&engine, &context), (c[0] & 1U) ^ (c[1] != 0));
-        EXPECT_EQ(context, c[2]);
+        EXPECT_EQ(context, kCabacContextOf[c[2]]);
     }
     static const int8_t kPairs[][2] = {{-127, 0}, {127, 127}, {0, 63}, {0, 64}, {-10, 127}};
-    uint8_t contexts[5];
-    cabac_init_contexts(kPairs, contexts, 90, 5);  // the QP is not clamped to 51
-    EXPECT_EQ(Bytes(contexts, contexts + 5), (Bytes{124, 125, 0, 1, 13}));
+    Contexts contexts(5);
+    cabac_init_contexts(kPairs, contexts.data(), 90, 5);  // the QP is not clamped to 51
+    const auto& of = kCabacContextOf;
+    EXPECT_EQ(contexts, (Contexts{of[124], of[125], of[0], of[1], of[13]}));
 }
 
 TEST(CabacEngine, ReadsZerosBehindTheEndAndCountsThem) {
