@@ -6,6 +6,7 @@
 #include <limits>
 #include <optional>
 
+#include "movie/byte_stream.h"
 #include "movie/fragment_walk.h"
 #include "movie/key_frame_search.h"
 #include "movie/table_lookup.h"
@@ -219,7 +220,10 @@ bool Movie::read_sample(const MovieKeyFrame& key_frame, std::vector<uint8_t>* sa
     }
     const std::vector<SampleEntry>& entries = parts_->headers.video.entries;
     if (key_frame.description >= entries.size()) return true;
-    if (entries[key_frame.description].stored_prefix_size == 3) {
+    const uint32_t prefix_size = entries[key_frame.description].stored_prefix_size;
+    if (prefix_size >= 3 && is_byte_stream(*sample, prefix_size)) {
+        *sample = with_lengths(*sample);
+    } else if (prefix_size == 3) {
         *sample = with_longer_prefixes(*sample);
     }
     return true;

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <span>
 
+#include "movie/byte_stream.h"
+
 // Behind these bytes of a visual sample entry its boxes start.
 constexpr uint32_t kVisualEntrySize = 78;
 // More configuration than any stream has, as large as one window.
@@ -60,8 +62,27 @@ static void append_sets(Fields* record, uint32_t count, std::vector<uint8_t>* co
     }
 }
 
-// ISO 14496-15 5.3.3: AVCDecoderConfigurationRecord.
+// Those of a byte stream. Longer ones than any are left out.
+static void append_units(std::span<const uint8_t> stream, uint8_t unit_type,
+                         std::vector<uint8_t>* configuration) {
+    for (std::span<const uint8_t> unit; !(unit = take_unit(&stream)).empty();) {
+        if ((unit[0] & 31) != unit_type || unit.size() > UINT16_MAX) continue;
+        configuration->push_back(static_cast<uint8_t>(unit.size() >> 8));
+        configuration->push_back(static_cast<uint8_t>(unit.size()));
+        configuration->insert(configuration->end(), unit.begin(), unit.end());
+    }
+}
+
+// ISO 14496-15 5.3.3: AVCDecoderConfigurationRecord, whose first byte is 1, or a byte stream.
 static void read_avc_record(Fields record, SampleEntry* entry) {
+    constexpr uint8_t kSequenceSet = 7, kPictureSet = 8;
+    if (!record.rest.empty() && record.rest[0] == 0) {
+        entry->stored_prefix_size = 4;
+        entry->description.configuration.clear();
+        append_units(record.rest, kSequenceSet, &entry->description.configuration);
+        append_units(record.rest, kPictureSet, &entry->description.configuration);
+        return;
+    }
     record.take(4);  // version, profile, compatibility, level
     entry->stored_prefix_size = (record.u8() & 3) + 1;
     if (record.overrun) entry->stored_prefix_size = 4;
@@ -145,23 +166,6 @@ static void read_colour(Fields colour, VideoDescription* description) {
     description->colour = stated;
 }
 
-static CleanAperture::Fraction read_fraction(SourceReader* reader, uint64_t offset) {
-    return {static_cast<int32_t>(reader->u32_at(offset)),
-            static_cast<int32_t>(reader->u32_at(offset + 4))};
-}
-
-static void read_clean_aperture(SourceReader* reader, const Box& clap, VideoDescription* out) {
-    if (clap.length() < 32) return;
-    const CleanAperture stated = {
-        read_fraction(reader, clap.content), read_fraction(reader, clap.content + 8),
-        read_fraction(reader, clap.content + 16), read_fraction(reader, clap.content + 24)};
-    for (const CleanAperture::Fraction& fraction :
-         {stated.width, stated.height, stated.horizontal_offset, stated.vertical_offset}) {
-        if (fraction.denominator == 0) return;
-    }
-    out->clean_aperture = stated;
-}
-
 static void read_pixel_aspect(SourceReader* reader, const Box& pasp, VideoDescription* out) {
     const uint32_t width = reader->u32_at(pasp.content);
     const uint32_t height = reader->u32_at(pasp.content + 4);
@@ -172,7 +176,7 @@ static void read_pixel_aspect(SourceReader* reader, const Box& pasp, VideoDescri
 
 static VideoCodec codec_of_format(uint32_t format) {
     // The registered ones, then what programs carried over from AVI into QuickTime files.
-    static const struct {
+    static constexpr struct {
         uint32_t format;
         VideoCodec codec;
     } kFormats[] = {
@@ -183,9 +187,11 @@ static VideoCodec codec_of_format(uint32_t format) {
         {fourcc("h263"), VideoCodec::kH263},  {fourcc("H263"), VideoCodec::kH263},
         {fourcc("AVC1"), VideoCodec::kAvc},   {fourcc("h264"), VideoCodec::kAvc},
         {fourcc("H264"), VideoCodec::kAvc},   {fourcc("x264"), VideoCodec::kAvc},
-        {fourcc("X264"), VideoCodec::kAvc},   {fourcc("3IV2"), VideoCodec::kMpeg4},
+        {fourcc("X264"), VideoCodec::kAvc},   {fourcc("DAVC"), VideoCodec::kAvc},
+        {fourcc("VSSH"), VideoCodec::kAvc},   {fourcc("3IV2"), VideoCodec::kMpeg4},
         {fourcc("DIVX"), VideoCodec::kMpeg4}, {fourcc("divx"), VideoCodec::kMpeg4},
         {fourcc("DX50"), VideoCodec::kMpeg4}, {fourcc("FMP4"), VideoCodec::kMpeg4},
+        {fourcc("fmp4"), VideoCodec::kMpeg4}, {fourcc("MP4V"), VideoCodec::kMpeg4},
         {fourcc("XVID"), VideoCodec::kMpeg4}, {fourcc("xvid"), VideoCodec::kMpeg4},
     };
     for (const auto& known : kFormats) {
@@ -229,9 +235,6 @@ static void read_extensions(SourceReader* reader, const Box& box, SampleEntry* e
                 break;
             case fourcc("pasp"):
                 read_pixel_aspect(reader, child, description);
-                break;
-            case fourcc("clap"):
-                read_clean_aperture(reader, child, description);
                 break;
             case fourcc("sinf"):
                 description->refusal = MovieRefusal::kEncrypted;

@@ -28,15 +28,6 @@ struct ColourDescription {
     std::optional<bool> is_full_range;  // "nclc" and short "nclx" boxes do not say
 };
 
-// ISO 14496-12 12.1.4: sides and offsets of the centre as fractions in pixels. No denominator is 0.
-struct CleanAperture {
-    struct Fraction {
-        int32_t numerator;
-        int32_t denominator;
-    };
-    Fraction width, height, horizontal_offset, vertical_offset;
-};
-
 struct VideoDescription {
     MovieRefusal refusal = MovieRefusal::kOtherCodec;  // kNone, kEncrypted or kOtherCodec
     VideoCodec codec = VideoCodec::kNone;              // kNone when refused
@@ -54,6 +45,5 @@ struct VideoDescription {
     std::vector<uint8_t> configuration;
     uint32_t pixel_width = 0;  // pixel aspect ratio ("pasp"), 0 and 0 if not stated
     uint32_t pixel_height = 0;
-    std::optional<ColourDescription> colour;      // "colr"
-    std::optional<CleanAperture> clean_aperture;  // "clap"
+    std::optional<ColourDescription> colour;  // "colr"
 };

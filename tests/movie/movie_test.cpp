@@ -19,6 +19,8 @@ static std::string bytes_of(Movie* movie, const MovieKeyFrame& key_frame) {
     return {sample.begin(), sample.end()};
 }
 
+static const std::string kStartCode("\0\0\0\1", 4);
+
 static std::vector<std::string> key_frame_bytes(Movie* movie) {
     std::vector<std::string> out;
     for (const MovieKeyFrame& key_frame : movie->key_frames_from(0, kAll)) {
@@ -204,10 +206,6 @@ static std::string described(const std::string& entry) {
         text << ' ' << d.colour->primaries << '/' << d.colour->transfer << '/' << d.colour->matrix;
         if (d.colour->is_full_range) text << (*d.colour->is_full_range ? " full" : " limited");
     }
-    if (d.clean_aperture) {
-        const auto [width, height, x, y] = *d.clean_aperture;
-        text << " clap " << width.numerator << ' ' << x.numerator << '/' << x.denominator;
-    }
     text << " [" << std::string(d.configuration.begin(), d.configuration.end()) << ']';
     return text.str();
 }
@@ -231,10 +229,9 @@ TEST(Movie, DescribesWhatItReadsAndRefuses) {
     const std::string avc = avc_configuration({"\x67s"}, {"\x68p"}), sinf = box("sinf", "avc1");
     const std::string sets = "[" + u16(2) + "\x67s" + u16(2) + "\x68p]", info(300, 'i');
     const std::string shape = full_box("pasp", words({8}), 4) +
-                              box("colr", "nclx" + u16(9) + u16(16) + u16(10) + "\x80") +
-                              box("clap", words({704, 1, 480, 1, UINT32_MAX, 2, 0, 1}));
+                              box("colr", "nclx" + u16(9) + u16(16) + u16(10) + "\x80");
     // What makes no sense is not said, nor a range that is not stated.
-    const std::string odd = full_box("pasp", words({0})) + box("clap", zeros(32)) +
+    const std::string odd = full_box("pasp", words({0})) +
                             box("colr", "nclc" + u16(1) + u16(1) + u16(6));
     // clang-format off
     const std::pair<std::string, std::string> kCases[] = {
@@ -242,13 +239,17 @@ TEST(Movie, DescribesWhatItReadsAndRefuses) {
         {visual_entry_of("AVC1", avc), "H.264/4 64x48 " + sets},
         {visual_entry_of("avc3"), "H.264/4 64x48 []"},
         {visual_entry_of("avc1", two + shape, 720, 486),
-         "H.264/2 720x486 4:8 9/16/10 full clap 704 -1/2 [" + u16(4) + "\x67one" + u16(7) +
+         "H.264/2 720x486 4:8 9/16/10 full [" + u16(4) + "\x67one" + u16(7) +
          "\x67second" + u16(2) + "\x68p" + u16(2) + "\x68q]"},
         {visual_entry_of("avc1", odd), "H.264/4 64x48 1/1/6 []"},
         // A record that is cut keeps the sets that are whole.
         {visual_entry_of("avc1", box("avcC", two.substr(8, 16))),
          "H.264/2 64x48 [" + u16(4) + "\x67one]"},
         {visual_entry_of("avc1", box("avcC", two.substr(8, 4))), "H.264/4 64x48 []"},
+        // A byte stream in place of the record.
+        {visual_entry_of("avc1", box("avcC", kStartCode + "\x68p" + zeros(2) +
+                                                 kStartCode.substr(1) + "\x67s" + kStartCode)),
+         "H.264/4 64x48 " + sets},
         {stream_entry('\x20', 0, "", info), "MPEG-4/0 64x48 [" + info + "]"},
         {stream_entry('\x20', '\xe0', "dd\4urlscc", "info"), "MPEG-4/0 64x48 [info]"},
         {visual_entry_of("XVID", box("glbl", "vol")), "MPEG-4/0 64x48 [vol]"},
@@ -273,6 +274,7 @@ TEST(Movie, GoesByTheChunksDescription) {
                      visual_entry_of("avc1", avc_configuration({"\x67"}, {"\x68"}, 3))};
     const uint32_t descriptions[] = {1, 2, 3, 9, 0, 1};
     for (size_t i = 0; i < 6; ++i) track.samples[i].description = descriptions[i];
+    track.samples[0].bytes = kStartCode + "\x09x" + zeros(1) + kStartCode + idr_sample(0).substr(4);
     track.samples[2].bytes =
         idr_sample(2, 40, 3) + std::string("\0\0\2xy", 5) + std::string("\0\0\7cut", 6);
     MemorySource source(plain_film(track));
@@ -282,6 +284,7 @@ TEST(Movie, GoesByTheChunksDescription) {
     const uint32_t want[] = {0, 2, 2, 0, 0};
     for (size_t i = 0; i < 5; ++i) EXPECT_EQ(found[i].description, want[i]) << i;
     EXPECT_EQ(movie.descriptions()[2].length_prefix_size, 4u);
+    EXPECT_EQ(bytes_of(&movie, found[0]), u32(2) + "\x09x" + idr_sample(0));
     EXPECT_EQ(bytes_of(&movie, found[1]),
               zeros(1) + idr_sample(2, 40, 3) + u32(2) + "xy" + u32(7) + "cut");
 }
