@@ -2,11 +2,8 @@
 #include "movie/fragment_finder.h"
 
 #include <algorithm>
-#include <string_view>
 
-// Bytes looked at in one go, and how far the next block overlaps: a type may be cut by the border.
-constexpr uint64_t kBlock = SourceReader::kLargestBlock;
-constexpr uint64_t kOverlap = 8;
+#include "movie/box_search.h"
 
 bool is_fragment_level_type(uint32_t type) {
     static constexpr uint32_t kTypes[] = {
@@ -49,39 +46,16 @@ std::optional<FragmentPlace> FragmentFinder::place_at(uint64_t offset) {
     return std::nullopt;
 }
 
-static std::string_view block_at(SourceReader* reader, uint64_t begin, uint64_t end) {
-    const uint8_t* const bytes = reader->at(begin, end - begin);
-    return bytes ? std::string_view(reinterpret_cast<const char*>(bytes), end - begin)
-                 : std::string_view();
-}
-
 std::optional<FragmentPlace> FragmentFinder::first_in(uint64_t begin, uint64_t end) {
-    end = std::min(end, scan_.source_size());
-    while (begin < end) {
-        const uint64_t block_end = std::min(begin + kBlock, end);
-        const std::string_view block = block_at(&scan_, begin, block_end);
-        for (size_t at = block.find("moof", 4); at != block.npos; at = block.find("moof", at + 1)) {
-            const std::optional<FragmentPlace> place = place_at(begin + at - 4);
-            if (place) return place;
-        }
-        if (block.size() <= kOverlap || block_end == end) break;
-        begin = block_end - kOverlap;
-    }
-    return std::nullopt;
+    std::optional<FragmentPlace> found;
+    search_forwards(&scan_, "moof", begin, end,
+                    [&](uint64_t offset) { return (found = place_at(offset)).has_value(); });
+    return found;
 }
 
 std::optional<FragmentPlace> FragmentFinder::last_in(uint64_t begin, uint64_t end) {
-    end = std::min(end, scan_.source_size());
-    while (begin < end) {
-        const uint64_t block_begin = end - std::min(kBlock, end - begin);
-        const std::string_view block = block_at(&scan_, block_begin, end);
-        for (size_t at = block.rfind("moof"); at != block.npos && at >= 4;
-             at = block.rfind("moof", at - 1)) {
-            const std::optional<FragmentPlace> place = place_at(block_begin + at - 4);
-            if (place) return place;
-        }
-        if (block.size() <= kOverlap || block_begin == begin) break;
-        end = block_begin + kOverlap;
-    }
-    return std::nullopt;
+    std::optional<FragmentPlace> found;
+    search_backwards(&scan_, "moof", begin, end,
+                     [&](uint64_t offset) { return (found = place_at(offset)).has_value(); });
+    return found;
 }

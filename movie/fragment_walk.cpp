@@ -32,6 +32,8 @@ static bool is_sync(uint32_t sample_flags) {
     return (sample_flags & 0x10000) == 0 && (sample_flags >> 24 & 3) != 1;
 }
 
+static bool is_said_independent(uint32_t sample_flags) { return (sample_flags >> 24 & 3) == 2; }
+
 constexpr int64_t kEver = std::numeric_limits<int64_t>::max();
 
 // Times in hostile files wrap.
@@ -167,7 +169,7 @@ void FragmentWalk::approach(int64_t media_time) {
 
 // What indexes point to has to look like what they promise.
 bool FragmentWalk::is_fragment_at(uint64_t offset) {
-    const uint8_t* const header = index_reader_.at(offset, 8);
+    const uint8_t* const header = reader_.at(offset, 8);
     return header && load_be32(header + 4) == fourcc("moof");
 }
 
@@ -360,7 +362,8 @@ bool FragmentWalk::visit_run(const Box& trun, TrackFragment* fragment, KeyFrameV
         if (visitor && size != 0 && is_sync(sample_flags)) {
             const int64_t shown = wrapped_sum(fragment->time, static_cast<uint64_t>(composition));
             if (visitor->wants(shown) &&
-                !visitor->take({shown, fragment->next_data, size, defaults.description})) {
+                !visitor->take({shown, fragment->next_data, size, defaults.description,
+                                is_said_independent(sample_flags)})) {
                 return false;
             }
         }

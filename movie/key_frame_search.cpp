@@ -21,13 +21,17 @@ CandidateState CandidateCheck::check(const FoundKeyFrame& found, MovieKeyFrame* 
     const uint64_t there = std::min<uint64_t>(found.size, source_size - found.offset);
     *key_frame = {shown_at(found.media_time), found.offset, static_cast<uint32_t>(there),
                   static_cast<uint32_t>(description)};
-    const IntraGuess guess = probe_sample(reader_, entry.description.codec,
-                                          entry.stored_prefix_size, found.offset, key_frame->size);
-    if (guess == IntraGuess::kNotIntra) return CandidateState::kNoPicture;
+    const bool is_probed = trust_ == Trust::kSamples || !found.is_told_apart;
+    if (is_probed && probe_sample(reader_, entry.description.codec, entry.stored_prefix_size,
+                                  found.offset, key_frame->size) == IntraGuess::kNotIntra) {
+        return CandidateState::kNoPicture;
+    }
     return there < found.size ? CandidateState::kCut : CandidateState::kGood;
 }
 
-bool FirstFrom::wants(int64_t media_time) { return check_->shown_at(media_time) >= time_us_; }
+bool FirstFrom::wants(int64_t media_time) {
+    return check_->shown_at(media_time) >= time_us_ && !check_->is_cut_off_behind(media_time);
+}
 
 bool FirstFrom::take(const FoundKeyFrame& found) {
     MovieKeyFrame key_frame;
@@ -37,6 +41,13 @@ bool FirstFrom::take(const FoundKeyFrame& found) {
 
 bool LastOne::take(const FoundKeyFrame& found) {
     MovieKeyFrame key_frame;
+    if (check_->is_cut_off_behind(found.media_time)) {
+        // The first one is enough.
+        if (!cut_off_ && check_->check(found, &key_frame) == CandidateState::kGood) {
+            cut_off_ = key_frame;
+        }
+        return true;
+    }
     switch (check_->check(found, &key_frame)) {
         case CandidateState::kGood:
             best_ = key_frame;

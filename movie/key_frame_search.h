@@ -22,9 +22,12 @@ enum class CandidateState : uint8_t {
 class CandidateCheck {
  public:
     CandidateCheck(SourceReader* reader, const Presentation& presentation,
-                   const std::vector<SampleEntry>& entries)
-        : reader_(reader), presentation_(presentation), entries_(entries) {}
+                   const std::vector<SampleEntry>& entries, Trust trust)
+        : reader_(reader), presentation_(presentation), entries_(entries), trust_(trust) {}
     int64_t shown_at(int64_t media_time) const { return presentation_.shown_at(media_time); }
+    bool is_cut_off_behind(int64_t media_time) const {
+        return presentation_.is_cut_off_behind(media_time);
+    }
     // Fills the key frame unless the result is kAbsent.
     CandidateState check(const FoundKeyFrame& found, MovieKeyFrame* key_frame) const;
 
@@ -32,6 +35,7 @@ class CandidateCheck {
     SourceReader* reader_;
     const Presentation& presentation_;
     const std::vector<SampleEntry>& entries_;
+    Trust trust_;
 };
 
 // Collects the first ones shown at a time or later.
@@ -50,7 +54,7 @@ class FirstFrom final : public KeyFrameVisitor {
     std::vector<MovieKeyFrame> found_;
 };
 
-// Keeps the last one from a time on.
+// Keeps the last one from a time on that no edit list cuts off behind.
 class LastOne final : public KeyFrameVisitor {
  public:
     explicit LastOne(const CandidateCheck* check) : check_(check) {}
@@ -58,11 +62,13 @@ class LastOne final : public KeyFrameVisitor {
     bool wants(int64_t media_time) override { return check_->shown_at(media_time) >= start_us_; }
     bool take(const FoundKeyFrame& found) override;
     const std::optional<MovieKeyFrame>& best_one() const { return best_; }
-    // When there is no better one: without a picture, or else cut.
-    const std::optional<MovieKeyFrame>& any_one() const { return doubtful_ ? doubtful_ : cut_; }
+    // When there is no better one: cut off, or else without a picture, or else cut.
+    const std::optional<MovieKeyFrame>& any_one() const {
+        return cut_off_ ? cut_off_ : doubtful_ ? doubtful_ : cut_;
+    }
 
  private:
     const CandidateCheck* check_;
     int64_t start_us_ = 0;
-    std::optional<MovieKeyFrame> best_, doubtful_, cut_;
+    std::optional<MovieKeyFrame> best_, cut_off_, doubtful_, cut_;
 };

@@ -9,6 +9,7 @@ struct FoundKeyFrame {
     uint64_t offset;       // in the source, not checked
     uint32_t size;         // bytes, not 0
     uint32_t description;  // 1-based, not checked
+    bool is_told_apart;    // the index names key frames, and other samples that are none
 };
 
 class KeyFrameVisitor {

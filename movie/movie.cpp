@@ -5,8 +5,11 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <utility>
 
+#include "movie/box_search.h"
 #include "movie/byte_stream.h"
+#include "movie/cached_source.h"
 #include "movie/fragment_walk.h"
 #include "movie/key_frame_search.h"
 #include "movie/table_lookup.h"
@@ -15,19 +18,22 @@ constexpr int64_t kEver = std::numeric_limits<int64_t>::max();
 
 // All that is known of an open movie.
 struct Movie::Parts {
-    explicit Parts(ByteSource* from) : source(from), reader(from, &work) {}
-    MovieRefusal open();
+    explicit Parts(ByteSource* from) : source(from, &work), reader(&source, &work) {}
+    void open();
+    bool read_header(const Box& moov);
+    void search_header();
     bool visit_key_frames(int64_t time_us, KeyFrameVisitor* visitor);
 
-    ByteSource* source;
     WorkBudget work;
+    CachedSource source;
     SourceReader reader;
     MovieHeaders headers;
-    int64_t origin = 0;  // where the media's time starts, in its time scale
+    uint64_t header_end = 0;  // behind the movie box, 0 if there is none
+    int64_t origin = 0;       // where the media's time starts, in its time scale
     Presentation presentation;
     std::optional<FragmentWalk> fragments;
     std::vector<VideoDescription> descriptions;
-    MovieRefusal refusal = MovieRefusal::kNone;
+    MovieRefusal refusal = MovieRefusal::kNotAMovie;
     std::optional<int64_t> duration_us;
 };
 
@@ -40,45 +46,74 @@ static bool is_first_box(uint32_t type) {
     return std::find(std::begin(kTypes), std::end(kTypes), type) != std::end(kTypes);
 }
 
-MovieRefusal Movie::Parts::open() {
-    BoxWalk walk(&reader, 0, source->size());
+// Reads a movie box. Returns whether no other one can be better: a box with no video in it, or no
+// samples, may be a placeholder.
+bool Movie::Parts::read_header(const Box& moov) {
+    source.keep(moov.begin, moov.end);
+    MovieHeaders read;
+    const MovieRefusal why = read_movie_headers(&reader, moov, &read);
+    const bool has_samples = read.has_fragments || read.video.tables.sample_count != 0;
+    const bool is_final = why == MovieRefusal::kNone ? has_samples : why != MovieRefusal::kNoVideo;
+    if (header_end == 0 || is_final) {
+        header_end = moov.end;
+        headers = std::move(read);
+        refusal = why;
+    }
+    return is_final;
+}
+
+// A box in front may claim what is the movie box, which mostly is the last one then.
+void Movie::Parts::search_header() {
+    constexpr uint64_t kSearchLength = 16 << 20;
+    const uint64_t size = source.size();
+    SourceReader scan(&source, &work);
+    search_backwards(&scan, "moov", size - std::min(size, kSearchLength), size,
+                     [&](uint64_t offset) {
+                         Box moov, child;
+                         return BoxWalk(&reader, offset, size).next(&moov) &&
+                                BoxWalk(&reader, moov).next(&child) &&
+                                child.type == fourcc("mvhd") && read_header(moov);
+                     });
+}
+
+void Movie::Parts::open() {
+    BoxWalk walk(&reader, 0, source.size());
     Box box;
-    if (!walk.next(&box)) return MovieRefusal::kNotAMovie;
+    if (!walk.next(&box)) return;
     const bool is_known = is_first_box(box.type);
+    if (is_known) refusal = MovieRefusal::kNoMovieBox;
     std::optional<uint64_t> first_fragment;
     do {
-        if (box.type == fourcc("moov")) break;
+        if (box.type == fourcc("moov") && read_header(box)) break;
         if (box.type == fourcc("moof") && !first_fragment) first_fragment = box.begin;
     } while (walk.next(&box));
-    if (box.type != fourcc("moov")) {
-        return is_known ? MovieRefusal::kNoMovieBox : MovieRefusal::kNotAMovie;
-    }
-    const MovieRefusal why = read_movie_headers(&reader, box, &headers);
-    if (why != MovieRefusal::kNone) return why;
+    if (header_end == 0 && is_known && !first_fragment) search_header();
+    if (refusal != MovieRefusal::kNone) return;
     const VideoTrack& video = headers.video;
     if (headers.has_fragments || video.tables.sample_count == 0) {
-        const uint64_t end = table_duration(source, &work, video.tables);
+        constexpr uint64_t kTail = 16 << 10;  // where the table of fragments may be
+        source.keep(source.size() - std::min(source.size(), kTail), source.size());
+        const uint64_t end = table_duration(&source, &work, video.tables);
         fragments.emplace(
-            source, &work, headers,
-            FragmentPlace{static_cast<int64_t>(end), first_fragment.value_or(box.end)});
+            &source, &work, headers,
+            FragmentPlace{static_cast<int64_t>(end), first_fragment.value_or(header_end)});
     }
     // With samples in the movie box time starts at 0.
     if (video.tables.sample_count == 0) origin = std::max<int64_t>(fragments->begin_time(), 0);
     presentation = Presentation(video.edits, headers.time_scale, video.time_scale, origin);
-    return why;
 }
 
 // In the order of decoding, from about time_us on.
 bool Movie::Parts::visit_key_frames(int64_t time_us, KeyFrameVisitor* visitor) {
     const int64_t media_time = presentation.earliest_media_time(time_us);
-    if (!visit_table_key_frames(source, &work, headers.video.tables, media_time, visitor)) {
+    if (!visit_table_key_frames(&source, &work, headers.video.tables, media_time, visitor)) {
         return false;
     }
     return !fragments || fragments->visit(media_time, visitor);
 }
 
 Movie::Movie(ByteSource* source) : parts_(std::make_unique<Parts>(source)) {
-    parts_->refusal = parts_->open();
+    parts_->open();
     if (parts_->refusal != MovieRefusal::kNone) return;
     for (const SampleEntry& entry : parts_->headers.video.entries) {
         parts_->descriptions.push_back(entry.description);
@@ -157,17 +192,17 @@ int64_t Movie::duration_us() {
     }
     if (duration == 0) duration = rescale(clamped(video.duration), video.time_scale, kMicroseconds);
     if (duration == 0) {
-        const uint64_t sum = table_duration(parts_->source, &parts_->work, video.tables);
+        const uint64_t sum = table_duration(&parts_->source, &parts_->work, video.tables);
         duration = rescale(clamped(sum), video.time_scale, kMicroseconds);
     }
     parts_->duration_us = std::max<int64_t>(duration, 0);
     return *parts_->duration_us;
 }
 
-std::vector<MovieKeyFrame> Movie::key_frames_from(int64_t time_us, size_t count) {
+std::vector<MovieKeyFrame> Movie::key_frames_from(int64_t time_us, size_t count, Trust trust) {
     if (refusal() != MovieRefusal::kNone || count == 0) return {};
-    const CandidateCheck check(&parts_->reader, parts_->presentation,
-                               parts_->headers.video.entries);
+    const CandidateCheck check(&parts_->reader, parts_->presentation, parts_->headers.video.entries,
+                               trust);
     FirstFrom wanted(&check, time_us, count);
     parts_->visit_key_frames(time_us, &wanted);
     std::vector<MovieKeyFrame> found = wanted.take_found();
@@ -187,7 +222,7 @@ std::vector<MovieKeyFrame> Movie::key_frames_from(int64_t time_us, size_t count)
         SampleTables tables = parts_->headers.video.tables;
         tables.sync = {};
         FirstFrom any(&check, 0, count);
-        visit_table_key_frames(parts_->source, &parts_->work, tables, 0, &any);
+        visit_table_key_frames(&parts_->source, &parts_->work, tables, 0, &any);
         found = any.take_found();
         if (!found.empty()) return found;
     }
@@ -214,7 +249,7 @@ bool Movie::read_sample(const MovieKeyFrame& key_frame, std::vector<uint8_t>* sa
     sample->clear();
     if (refusal() != MovieRefusal::kNone || key_frame.size > kMaxSampleSize) return false;
     sample->resize(key_frame.size);
-    if (parts_->source->read(key_frame.offset, *sample) < key_frame.size) {
+    if (parts_->source.read(key_frame.offset, *sample) < key_frame.size) {
         sample->clear();
         return false;
     }

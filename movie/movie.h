@@ -29,8 +29,9 @@ enum class Orientation : uint8_t {
 
 class Movie {
  public:
-    // Reads the headers and chooses the video track: not a cover picture or a chapter track; an
-    // enabled one before a disabled one, one that can be decoded before another, then the longest.
+    // Reads the headers and chooses the video track: not a cover picture or a chapter track; one
+    // with samples before one without, an enabled one before a disabled one, one that can be
+    // decoded before another, then the longest.
     // The source has to outlive the movie.
     explicit Movie(ByteSource* source);
     ~Movie();
@@ -60,8 +61,10 @@ class Movie {
     // Up to `count` key frames in the order of decoding, from the first one shown at `time_us` or
     // later on. When there is none, the last one before. Those that the source cuts do not count;
     // if it cuts all, one of them is given as far as it goes. The result is empty if there is none.
-    // What an edit list cuts off in front has negative times and comes last.
-    std::vector<MovieKeyFrame> key_frames_from(int64_t time_us, size_t count);
+    // What an edit list cuts off in front has negative times; it comes last, and what one cuts off
+    // behind after that.
+    std::vector<MovieKeyFrame> key_frames_from(int64_t time_us, size_t count,
+                                               Trust trust = Trust::kSamples);
 
     // Replaces `sample` by the key frame's bytes. NAL units of H.264 have a length prefix of
     // VideoDescription::length_prefix_size bytes in front (1, 2 or 4; 3 in the source become 4).

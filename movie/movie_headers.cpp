@@ -185,44 +185,73 @@ static const SampleEntry* decodable_entry(const VideoTrack& track) {
     return nullptr;
 }
 
-// Of two tracks the one with the greater rank is the video.
-static auto rank(const VideoTrack& track, bool is_chapter) {
-    const bool is_cover = track.entries.front().is_picture && track.tables.sample_count <= 1;
-    const int64_t duration =
-        rescale(static_cast<int64_t>(std::min<uint64_t>(track.duration, INT64_MAX)),
-                track.time_scale, kMicroseconds);
-    return std::tuple(!is_chapter && !is_cover, track.is_enabled, decodable_entry(track) != nullptr,
-                      duration, uint64_t{track.width} * track.height);
+namespace {
+
+// What a track is chosen by.
+struct TrackFacts {
+    Box trak;
+    uint32_t id;
+    bool is_cover, has_samples, is_enabled, is_decodable;
+    int64_t duration_us;
+    uint64_t area;
+    // Of two tracks the one with the greater rank is the video.
+    auto rank(bool is_chapter, bool has_fragments) const {
+        return std::tuple(!is_chapter && !is_cover, has_fragments || has_samples, is_enabled,
+                          is_decodable, duration_us, area);
+    }
+};
+
+}  // namespace
+
+static TrackFacts facts_of(const VideoTrack& track, const Box& trak) {
+    const int64_t duration = static_cast<int64_t>(std::min<uint64_t>(track.duration, INT64_MAX));
+    return {trak,
+            track.id,
+            track.entries.front().is_picture && track.tables.sample_count <= 1,
+            track.tables.sample_count != 0,
+            track.is_enabled,
+            decodable_entry(track) != nullptr,
+            rescale(duration, track.time_scale, kMicroseconds),
+            uint64_t{track.width} * track.height};
 }
 
 MovieRefusal read_movie_headers(SourceReader* reader, const Box& moov, MovieHeaders* headers) {
     std::vector<uint32_t> chapters;
-    BoxWalk first_pass(reader, moov);
-    for (Box box; first_pass.next(&box);) {
+    std::vector<TrackFacts> tracks;
+    uint64_t last_read = 0;  // the track that `headers` has
+    BoxWalk walk(reader, moov);
+    for (Box box; walk.next(&box);) {
         if (box.type == fourcc("cmov")) return MovieRefusal::kCompressedHeader;
-        if (box.type == fourcc("trak")) note_chapter_tracks(reader, box, &chapters);
         if (box.type == fourcc("mvex")) read_extends(reader, box, headers);
         if (box.type == fourcc("mvhd")) {
             const TimeHeader times = read_time_header(reader, box);
             headers->time_scale = times.time_scale;
             headers->matrix = read_matrix(reader, times.end + 16);
         }
-    }
-    std::optional<decltype(rank(headers->video, false))> best;
-    BoxWalk second_pass(reader, moov);
-    Box box;
-    for (size_t i = 0; i < kMaxTracks && second_pass.find(fourcc("trak"), &box); ++i) {
+        if (box.type != fourcc("trak") || tracks.size() == kMaxTracks) continue;
+        note_chapter_tracks(reader, box, &chapters);
         VideoTrack track;
         if (!read_track(reader, box, &track)) continue;
+        tracks.push_back(facts_of(track, box));
+        headers->video = std::move(track);
+        last_read = box.begin;
+    }
+    const TrackFacts* best = nullptr;
+    const auto rank = [&](const TrackFacts& track) {
         const bool is_chapter =
             std::find(chapters.begin(), chapters.end(), track.id) != chapters.end();
-        const auto its_rank = rank(track, is_chapter);
-        if (best && its_rank <= *best) continue;
-        best = its_rank;
-        headers->video = std::move(track);
+        return track.rank(is_chapter, headers->has_fragments);
+    };
+    for (const TrackFacts& track : tracks) {
+        if (!best || rank(track) > rank(*best)) best = &track;
     }
-    const bool is_film = best && std::get<0>(*best);
+    const bool is_film = best && std::get<0>(rank(*best));
     if (!is_film) return MovieRefusal::kNoVideo;
+    if (best->trak.begin != last_read) {
+        headers->video = {};
+        read_track(reader, best->trak, &headers->video);
+    }
+    if (headers->video.entries.empty()) return MovieRefusal::kNoVideo;  // the work is used up
     if (decodable_entry(headers->video)) return MovieRefusal::kNone;
     return headers->video.entries.front().description.refusal;
 }

@@ -4,6 +4,10 @@
 
 #include <stdint.h>
 
+// Who is asked whether a sample is a key frame: the index alone, where it tells such samples from
+// others, or the samples as well, each of which is a read at another place.
+enum class Trust : uint8_t { kIndex, kSamples };
+
 // One coded picture that decodes by itself.
 struct MovieKeyFrame {
     int64_t time_us;       // presentation time behind the edit list, 0 at the movie's start

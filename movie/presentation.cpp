@@ -47,7 +47,7 @@ int64_t Presentation::shown_at(int64_t media_time) const {
     media_time = saturated_sum(media_time, -origin_);
     const Segment* segment = &segments_.front();
     for (const Segment& candidate : segments_) {
-        if (candidate.media_begin <= media_time && media_time < candidate.media_end) {
+        if (candidate.holds(media_time)) {
             segment = &candidate;
             break;
         }
@@ -56,6 +56,13 @@ int64_t Presentation::shown_at(int64_t media_time) const {
     const int64_t shown_us =
         saturated_sum(segment->shown_us, rescale(into, media_scale_, kMicroseconds));
     return is_cut_ ? shown_us : std::max<int64_t>(shown_us, 0);
+}
+
+bool Presentation::is_cut_off_behind(int64_t media_time) const {
+    media_time = saturated_sum(media_time, -origin_);
+    return media_time >= segments_.front().media_begin &&
+           std::none_of(segments_.begin(), segments_.end(),
+                        [&](const Segment& segment) { return segment.holds(media_time); });
 }
 
 int64_t Presentation::earliest_media_time(int64_t time_us) const {

@@ -28,6 +28,8 @@ class Presentation {
     // the time follows from the first one, so that what comes before it is negative. Without edits
     // nothing is.
     int64_t shown_at(int64_t media_time) const;
+    // Whether it comes behind the first edit's start and is in none of the edits.
+    bool is_cut_off_behind(int64_t media_time) const;
     // No sample with a composition time before this one is shown at time_us or later.
     int64_t earliest_media_time(int64_t time_us) const;
     // Sum of the edits in microseconds, 0 if there are none or one goes to the end of the media.
@@ -35,6 +37,9 @@ class Presentation {
 
  private:
     struct Segment {
+        bool holds(int64_t media_time) const {
+            return media_begin <= media_time && media_time < media_end;
+        }
         int64_t media_begin, media_end;  // in the track's time scale
         int64_t shown_us;                // start in the presentation
     };

@@ -203,6 +203,7 @@ bool visit_table_key_frames(ByteSource* source, WorkBudget* work, const SampleTa
         // Signed with version 1, and with version 0 by many writers (8.6.1.3).
         const int32_t offset = static_cast<int32_t>(compositions.value_of(sample));
         FoundKeyFrame found = {};
+        found.is_told_apart = tables.sync.count != 0 && tables.sync.count < tables.sample_count;
         found.media_time = static_cast<int64_t>(durations.sum_before(sample) +
                                                 static_cast<uint64_t>(int64_t{offset}));
         if (!visitor->wants(found.media_time)) continue;

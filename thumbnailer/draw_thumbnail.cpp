@@ -11,26 +11,34 @@
 // How many key frames are tried before the file is given up.
 constexpr size_t kMostTries = 12;
 
-static bool is_among(const MovieKeyFrame& frame, const std::vector<MovieKeyFrame>& frames) {
-    return std::any_of(frames.begin(), frames.end(),
-                       [&](const MovieKeyFrame& other) { return other.offset == frame.offset; });
+static void append_new(const std::vector<MovieKeyFrame>& others,
+                       std::vector<MovieKeyFrame>* frames) {
+    for (const MovieKeyFrame& other : others) {
+        const bool is_known =
+            std::any_of(frames->begin(), frames->end(),
+                        [&](const MovieKeyFrame& frame) { return frame.offset == other.offset; });
+        if (!is_known) frames->push_back(other);
+    }
 }
 
 // Decodes the first of the frames that can be. The outcome is the first one's if none can.
 static Outcome decode_any(Movie* movie, const Options& options, DecodedFrame* decoded,
                           MovieKeyFrame* shown) {
-    std::vector<MovieKeyFrame> candidates = movie->key_frames_from(
-        start_time_us(movie, options.start), static_cast<size_t>(options.frames));
-    candidates = frames_by_percentile(std::move(candidates), options.percentile);
+    const int64_t start_us = start_time_us(movie, options.start);
+    const auto chosen_by = [&](Trust trust) {
+        return frames_by_percentile(
+            movie->key_frames_from(start_us, static_cast<size_t>(options.frames), trust),
+            options.percentile);
+    };
+    std::vector<MovieKeyFrame> candidates = chosen_by(Trust::kIndex);
     if (candidates.empty()) return {Verdict::kNoPicture, "There is no key frame in this video."};
     Outcome first;
     bool has_others = false;
     for (size_t i = 0; i < kMostTries; ++i) {
         if (i == candidates.size() && !has_others) {
             has_others = true;
-            for (const MovieKeyFrame& other : movie->key_frames_from(0, kMostTries)) {
-                if (!is_among(other, candidates)) candidates.push_back(other);
-            }
+            append_new(chosen_by(Trust::kSamples), &candidates);
+            append_new(movie->key_frames_from(0, kMostTries), &candidates);
         }
         if (i >= candidates.size()) break;
         const Outcome outcome = decode_frame(movie, candidates[i], decoded);

@@ -34,11 +34,13 @@ TEST(Presentation, EditsMoveTimes) {
         const char* name;
         std::vector<Edit> edits;
         int64_t media_time, want_ms, duration_ms;
+        bool is_cut_off_behind = false;
     } kCases[] = {
         {"none", {}, 25, 2500, 0},
         {"starts later", {{5000, 20}}, 25, 500, 5000},
         {"before the start", {{5000, 20}}, 15, -500, 5000},
-        {"behind the end", {{1000, 20}}, 50, 3000, 1000},
+        {"behind the end", {{1000, 20}}, 50, 3000, 1000, true},
+        {"between two", {{1000, 20}, {1000, 50}}, 40, 2000, 2000, true},
         {"nothing first", {{3000, -1}, {5000, 0}}, 25, 5500, 8000},
         {"open end", {{0, 10}}, 25, 1500, 0},
         {"second part", {{1000, 50}, {2000, 10}}, 25, 2500, 3000},
@@ -50,6 +52,7 @@ TEST(Presentation, EditsMoveTimes) {
         const Presentation presentation(c.edits, 1000, 10);
         EXPECT_EQ(presentation.shown_at(c.media_time), c.want_ms * 1000);
         EXPECT_EQ(presentation.duration_us(), c.duration_ms * 1000);
+        EXPECT_EQ(presentation.is_cut_off_behind(c.media_time), c.is_cut_off_behind);
         EXPECT_LE(presentation.earliest_media_time(c.want_ms * 1000), c.media_time);
     }
 }
