@@ -1,22 +1,30 @@
 # SPDX-License-Identifier: BSD-2-Clause
 # keystill-thumbnailer is built where the libraries that it needs on top of libjpeg are found:
 # KEYSTILL_HAS_THUMBNAILER then is true.
-option(KEYSTILL_THUMBNAILER "Build keystill-thumbnailer (needs libyuv and libpng)" ON)
+option(KEYSTILL_THUMBNAILER "Build keystill-thumbnailer (needs libyuv and libdeflate)" ON)
 set(KEYSTILL_HAS_THUMBNAILER FALSE)
 if(NOT KEYSTILL_THUMBNAILER)
     return()
 endif()
-find_package(PNG QUIET)
-# The static library first: as a shared one it brings the C++ library, and loading that takes longer
-# than most thumbnails do.
+# Static libraries first: loading shared ones takes a good part of the time that a thumbnail does,
+# most of all the C++ library that libyuv brings.
 find_library(KEYSTILL_LIBYUV NAMES libyuv.a yuv)
 find_path(KEYSTILL_LIBYUV_INCLUDE libyuv.h)
-mark_as_advanced(KEYSTILL_LIBYUV KEYSTILL_LIBYUV_INCLUDE)
-if(NOT PNG_FOUND OR NOT KEYSTILL_LIBYUV OR NOT KEYSTILL_LIBYUV_INCLUDE)
-    message(STATUS "keystill-thumbnailer is not built: libpng or libyuv is missing")
-    return()
-endif()
+find_library(KEYSTILL_LIBDEFLATE NAMES libdeflate.a deflate)
+find_path(KEYSTILL_LIBDEFLATE_INCLUDE libdeflate.h)
+set(needed
+    KEYSTILL_LIBYUV KEYSTILL_LIBYUV_INCLUDE KEYSTILL_LIBDEFLATE KEYSTILL_LIBDEFLATE_INCLUDE)
+mark_as_advanced(${needed})
+foreach(place IN LISTS needed)
+    if(NOT ${place})
+        message(STATUS "keystill-thumbnailer is not built: libyuv or libdeflate is missing")
+        return()
+    endif()
+endforeach()
 set(KEYSTILL_HAS_THUMBNAILER TRUE)
-add_library(keystill_libyuv INTERFACE)
-target_include_directories(keystill_libyuv SYSTEM INTERFACE ${KEYSTILL_LIBYUV_INCLUDE})
-target_link_libraries(keystill_libyuv INTERFACE ${KEYSTILL_LIBYUV})
+foreach(name yuv deflate)
+    string(TOUPPER KEYSTILL_LIB${name} place)
+    add_library(keystill_lib${name} INTERFACE)
+    target_include_directories(keystill_lib${name} SYSTEM INTERFACE ${${place}_INCLUDE})
+    target_link_libraries(keystill_lib${name} INTERFACE ${${place}})
+endforeach()

@@ -154,9 +154,9 @@ static CombinedMatrix combine(const DisplayMatrix& track, const DisplayMatrix& m
 
 double Movie::stretch() const {
     const auto [a, b, c, d] = combine(parts_->headers.video.matrix, parts_->headers.matrix);
-    const double horizontally = std::hypot(a, c);
-    const double vertically = std::hypot(b, d);
-    return horizontally > 0 && vertically > 0 ? horizontally / vertically : 1;
+    const double horizontally = a * a + c * c;
+    const double vertically = b * b + d * d;
+    return horizontally > 0 && vertically > 0 ? std::sqrt(horizontally / vertically) : 1;
 }
 
 Orientation Movie::orientation() const {

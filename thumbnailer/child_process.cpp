@@ -29,11 +29,9 @@ static int64_t now_ms() {
 
 // Appends what is there. Returns false at the end of the stream.
 static bool read_some(int descriptor, std::vector<uint8_t>* output) {
-    constexpr size_t kChunk = 64 << 10;
-    const size_t before = output->size();
-    output->resize(before + kChunk);
-    const ssize_t count = read(descriptor, output->data() + before, kChunk);
-    output->resize(before + static_cast<size_t>(count > 0 ? count : 0));
+    static uint8_t chunk[64 << 10];
+    const ssize_t count = read(descriptor, chunk, sizeof chunk);
+    if (count > 0) output->insert(output->end(), chunk, chunk + count);
     return count > 0 || (count < 0 && errno == EINTR);
 }
 

@@ -19,7 +19,8 @@ constexpr rlim_t kCpuSeconds = 20;  // the largest pictures take less than one
 [[maybe_unused]] constexpr rlim_t kMemory =
     1u << 30;  // address space; the largest pictures take a tenth of it
 constexpr size_t kMaxPictureBytes = 256u << 20;
-constexpr size_t kPipeBuffer = 64u << 10;
+// What a pipe takes at once: less would have the two processes wait for each other.
+static char g_pipe_buffer[64u << 10];
 
 // Exit statuses of the child: a verdict whose sentence it has written, or one of these.
 constexpr int kNothingToSay = 100;
@@ -45,7 +46,7 @@ static int draw(int video, const Options& options, const std::vector<PngText>& t
     std::optional<FileSource> source = FileSource::adopt(video);
     FILE* const file = fdopen(output, "wb");
     if (!source || !file) return kNothingToSay;
-    setvbuf(file, nullptr, _IOFBF, kPipeBuffer);
+    setvbuf(file, g_pipe_buffer, _IOFBF, sizeof g_pipe_buffer);
     std::set_new_handler([] { _exit(kNoMemory); });
     give_up_rights();
     const Outcome outcome = draw_thumbnail(&*source, options, texts, file);
