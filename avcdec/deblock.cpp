@@ -17,7 +17,9 @@ static void set_thresholds(SliceThresholds* t, int offset_a, int offset_b) {
     for (int qp = 0; qp < 52; ++qp) {
         const int index_a = kDeblockPad + qp + offset_a;
         const int index_b = kDeblockPad + qp + offset_b;
-        t->by_qp[qp] = {kDeblockAlpha[index_a], kDeblockBeta[index_b], kDeblockTc0[index_a]};
+        const uint8_t alpha = kDeblockAlpha[index_a];
+        t->by_qp[qp] = {alpha, kDeblockBeta[index_b], kDeblockTc0[index_a],
+                        static_cast<uint8_t>((alpha >> 2) + 2)};
     }
 }
 
@@ -38,56 +40,114 @@ static const DeblockRecord* neighbour(const DeblockRecord* p, const DeblockRecor
     return q.flags & flag && p && p->flags & kDeblockDecoded ? p : nullptr;
 }
 
-// The first samples of a macroblock in each plane.
-struct MbPlanes {
-    uint8_t* plane[3];
-    ptrdiff_t luma_pitch;
-    ptrdiff_t chroma_pitch;
+// A macroblock to be filtered.
+struct DeblockJob {
+    uint8_t* plane[3];  // its first samples
+    const DeblockRecord* record;
+    const DeblockRecord* sides[2];  // across the outer edges, by DeblockDirection; null: left alone
+    const SliceThresholds* thresholds;
 };
 
-static MbPlanes macroblock_at(const AvcPicture& picture, uint32_t row, uint32_t x) {
-    const ptrdiff_t luma_pitch = picture.stride;
-    const ptrdiff_t chroma_pitch = luma_pitch / 2;
-    const ptrdiff_t luma = (static_cast<ptrdiff_t>(row) * luma_pitch + x) * 16;
-    const ptrdiff_t chroma = (static_cast<ptrdiff_t>(row) * chroma_pitch + x) * 8;
-    return {{picture.plane[0] + luma, picture.plane[1] + chroma, picture.plane[2] + chroma},
-            luma_pitch,
-            chroma_pitch};
+// A row on its way.
+struct DeblockRowState {
+    const DeblockRecord* above;  // null for the first row
+    const DeblockRecord* records;
+    uint32_t row;
+    SliceThresholds thresholds;
+};
+
+static void start_row(DeblockRowState* s, uint32_t row, const DeblockRecord* above,
+                      const DeblockRecord* records) {
+    s->row = row;
+    s->above = above;
+    s->records = records;
+    set_thresholds(&s->thresholds, records[0].offset_a, records[0].offset_b);
 }
 
-// edges are of as many planes as the picture has.
-static void filter_direction(const ReconKernels& k, DeblockDirection direction, const MbPlanes& to,
-                             const DeblockEdges* edges, int planes) {
-    if (is_on(edges[0])) k.deblock_luma[direction](to.plane[0], to.luma_pitch, edges[0]);
-    if (planes == 3 && (is_on(edges[1]) || is_on(edges[2]))) {
-        k.deblock_chroma[direction](to.plane[1], to.plane[2], to.chroma_pitch, edges + 1);
+static bool has_job(const DeblockRowState& s, const AvcPicture& picture, uint32_t x) {
+    return x < picture.width_mbs && s.records[x].flags & kDeblockInner;
+}
+
+// The job of column x, which has one. It is good up to the next of the row.
+static void set_job(DeblockRowState* s, const AvcPicture& picture, uint32_t x, DeblockJob* job) {
+    const DeblockRecord& q = s->records[x];
+    if (q.offset_a != s->thresholds.offset_a || q.offset_b != s->thresholds.offset_b) {
+        set_thresholds(&s->thresholds, q.offset_a, q.offset_b);
+    }
+    const ptrdiff_t luma = (static_cast<ptrdiff_t>(s->row) * picture.stride + x) * 16;
+    const ptrdiff_t chroma = (static_cast<ptrdiff_t>(s->row) * (picture.stride / 2) + x) * 8;
+    *job = {{picture.plane[0] + luma, picture.plane[1] + chroma, picture.plane[2] + chroma},
+            &q,
+            {neighbour(x > 0 ? &s->records[x - 1] : nullptr, q, kDeblockLeft),
+             neighbour(s->above ? &s->above[x] : nullptr, q, kDeblockTop)},
+            &s->thresholds};
+}
+
+static bool is_monochrome(const DeblockJob& job) { return job.record->flags & kDeblockMonochrome; }
+
+static void filter_one(const ReconKernels& k, const DeblockJob& job, ptrdiff_t pitch,
+                       DeblockDirection direction) {
+    __attribute__((uninitialized)) DeblockEdges e[3];
+    set_edges(*job.thresholds, job.sides[direction], *job.record, e);
+    if (is_on(e[0])) k.deblock_luma[direction](job.plane[0], pitch, e);
+    if (!is_monochrome(job) && (is_on(e[1]) || is_on(e[2]))) {
+        k.deblock_chroma[direction](job.plane[1], job.plane[2], pitch / 2, e);
     }
 }
 
-// sides are the macroblocks on the other side of the outer edges, by DeblockDirection.
-static void deblock_macroblock(const ReconKernels& k, const MbPlanes& to, const SliceThresholds& t,
-                               const DeblockRecord* const sides[2], const DeblockRecord& q) {
-    const int planes = q.flags & kDeblockMonochrome ? 1 : 3;
-    __attribute__((uninitialized)) DeblockEdges edges[3];
-    set_edges(t, sides[kVerticalEdge], q, edges);
-    filter_direction(k, kVerticalEdge, to, edges, planes);
-    set_edges(t, sides[kHorizontalEdge], q, edges);
-    filter_direction(k, kHorizontalEdge, to, edges, planes);
+static void filter_two(const ReconKernels& k, const DeblockJob jobs[2], ptrdiff_t pitch,
+                       DeblockDirection direction) {
+    __attribute__((uninitialized)) DeblockEdges e[6];
+    for (int i = 0; i < 2; ++i) {
+        set_edges(*jobs[i].thresholds, jobs[i].sides[direction], *jobs[i].record, e + 3 * i);
+    }
+    const DeblockJob& job = jobs[0];
+    if (is_on(e[0]) || is_on(e[3])) {
+        k.deblock_two_luma[direction](job.plane[0], pitch, jobs[1].plane[0] - job.plane[0], e);
+    }
+    if (is_on(e[1]) || is_on(e[2]) || is_on(e[4]) || is_on(e[5])) {
+        k.deblock_two_chroma[direction](job.plane[1], job.plane[2], pitch / 2,
+                                        jobs[1].plane[1] - job.plane[1], e);
+    }
 }
 
 void deblock_row(const ReconKernels& k, const AvcPicture& picture, uint32_t row,
                  const DeblockRecord* above, const DeblockRecord* records) {
-    SliceThresholds thresholds;
-    set_thresholds(&thresholds, records[0].offset_a, records[0].offset_b);
+    DeblockRowState s;
+    start_row(&s, row, above, records);
     for (uint32_t x = 0; x < picture.width_mbs; ++x) {
-        const DeblockRecord& q = records[x];
-        if (!(q.flags & kDeblockInner)) continue;
-        const DeblockRecord* const sides[2] = {
-            neighbour(x > 0 ? &records[x - 1] : nullptr, q, kDeblockLeft),
-            neighbour(above ? &above[x] : nullptr, q, kDeblockTop)};
-        if (q.offset_a != thresholds.offset_a || q.offset_b != thresholds.offset_b) {
-            set_thresholds(&thresholds, q.offset_a, q.offset_b);
+        DeblockJob job;
+        if (!has_job(s, picture, x)) continue;
+        set_job(&s, picture, x, &job);
+        filter_one(k, job, picture.stride, kVerticalEdge);
+        filter_one(k, job, picture.stride, kHorizontalEdge);
+    }
+}
+
+void deblock_two_rows(const ReconKernels& k, const AvcPicture& picture, uint32_t row,
+                      const DeblockRecord* const records[3]) {
+    // A macroblock changes samples of its neighbours to the left and above. Two columns behind, the
+    // lower row finds all that the standard's order has changed before it, and nothing more.
+    constexpr uint32_t kLag = 2;
+    DeblockRowState upper, lower;
+    start_row(&upper, row, records[0], records[1]);
+    start_row(&lower, row + 1, records[1], records[2]);
+    for (uint32_t x = 0; x < picture.width_mbs + kLag; ++x) {
+        __attribute__((uninitialized)) DeblockJob jobs[2];
+        const bool has_upper = has_job(upper, picture, x);
+        const bool has_lower = x >= kLag && has_job(lower, picture, x - kLag);
+        if (has_upper) set_job(&upper, picture, x, &jobs[0]);
+        if (has_lower) set_job(&lower, picture, x - kLag, &jobs[1]);
+        const bool is_together =
+            has_upper && has_lower && !is_monochrome(jobs[0]) && !is_monochrome(jobs[1]);
+        for (int d = 0; d < 2; ++d) {
+            const auto direction = static_cast<DeblockDirection>(d);
+            if (is_together) {
+                filter_two(k, jobs, picture.stride, direction);
+                continue;
+            }
+            if (has_upper) filter_one(k, jobs[0], picture.stride, direction);
+            if (has_lower) filter_one(k, jobs[1], picture.stride, direction);
         }
-        deblock_macroblock(k, macroblock_at(picture, row, x), thresholds, sides, q);
     }
 }

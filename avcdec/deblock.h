@@ -33,11 +33,17 @@ struct DeblockRecord {
     int8_t offset_b;
 };
 
-// Rows of records that the decoder keeps: the one being decoded, and two for filtering behind it.
-constexpr uint32_t kDeblockRows = 3;
+// Rows of records that the decoder keeps: the one being decoded, and three for filtering two rows
+// behind it.
+constexpr uint32_t kDeblockRows = 4;
 
 // Filters the macroblocks of one row in order, with their edges to the left and to the row above.
 // above is null for the first row; both hold one record per column. Changes up to 3 luma rows (1
 // chroma row) of the row above.
 void deblock_row(const ReconKernels& kernels, const AvcPicture& picture, uint32_t row,
                  const DeblockRecord* above, const DeblockRecord* records);
+
+// The same for a row and the one below with the kernels for two macroblocks. records are of the row
+// above, which there has to be, and of both.
+void deblock_two_rows(const ReconKernels& kernels, const AvcPicture& picture, uint32_t row,
+                      const DeblockRecord* const records[3]);

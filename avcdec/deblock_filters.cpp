@@ -51,16 +51,16 @@ static void luma_strong_side(uint8_t* a0, ptrdiff_t away, int b0, int b1, bool i
     a0[2 * away] = static_cast<uint8_t>((2 * s3 + 3 * s2 + s1 + s0 + b0 + 4) >> 3);
 }
 
-static void luma_strong(uint8_t* q, ptrdiff_t across, int alpha, int beta) {
+static void luma_strong(uint8_t* q, ptrdiff_t across, int beta, int flat) {
     const int p2 = q[-3 * across];
     const int p1 = q[-2 * across];
     const int p0 = q[-across];
     const int q0 = q[0];
     const int q1 = q[across];
     const int q2 = q[2 * across];
-    const bool is_small = abs(p0 - q0) < (alpha >> 2) + 2;
-    luma_strong_side(q - across, -across, q0, q1, is_small && abs(p2 - p0) < beta);
-    luma_strong_side(q, across, p0, p1, is_small && abs(q2 - q0) < beta);
+    const bool is_flat = abs(p0 - q0) < flat;
+    luma_strong_side(q - across, -across, q0, q1, is_flat && abs(p2 - p0) < beta);
+    luma_strong_side(q, across, p0, p1, is_flat && abs(q2 - q0) < beta);
 }
 
 static void chroma_normal(uint8_t* q, ptrdiff_t across, int tc0) {
@@ -90,14 +90,15 @@ static void filter_edge(uint8_t* q0, ptrdiff_t across, ptrdiff_t along, const Ed
         uint8_t* const q = q0 + i * along;
         if (!is_filtered(q, across, t.alpha, t.beta)) continue;
         if constexpr (kKind == kLumaNormal) luma_normal(q, across, t.beta, t.tc0);
-        if constexpr (kKind == kLumaStrong) luma_strong(q, across, t.alpha, t.beta);
+        if constexpr (kKind == kLumaStrong) luma_strong(q, across, t.beta, t.flat);
         if constexpr (kKind == kChromaNormal) chroma_normal(q, across, t.tc0);
         if constexpr (kKind == kChromaStrong) chroma_strong(q, across);
     }
 }
 
 template <DeblockDirection kDirection>
-static void deblock_luma(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges& e) {
+static void deblock_luma(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges edges[3]) {
+    const DeblockEdges& e = edges[0];
     const ptrdiff_t across = kDirection == kVerticalEdge ? 1 : pitch;
     const ptrdiff_t along = kDirection == kVerticalEdge ? pitch : 1;
     if (e.outer.is_on()) filter_edge<kLumaStrong>(dst, across, along, e.outer);
@@ -108,12 +109,12 @@ static void deblock_luma(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges& e) {
 }
 
 template <DeblockDirection kDirection>
-static void deblock_chroma(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, const DeblockEdges edges[2]) {
+static void deblock_chroma(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, const DeblockEdges edges[3]) {
     const ptrdiff_t across = kDirection == kVerticalEdge ? 1 : pitch;
     const ptrdiff_t along = kDirection == kVerticalEdge ? pitch : 1;
     for (int c = 0; c < 2; ++c) {
         uint8_t* const dst = c == 0 ? cb : cr;
-        const DeblockEdges& e = edges[c];
+        const DeblockEdges& e = edges[1 + c];
         if (e.outer.is_on()) filter_edge<kChromaStrong>(dst, across, along, e.outer);
         if (e.inner.is_on()) filter_edge<kChromaNormal>(dst + 4 * across, across, along, e.inner);
     }

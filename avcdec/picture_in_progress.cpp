@@ -38,9 +38,24 @@ static DeblockRecord* deblock_ring(const AvcPictureInProgress* p, uint32_t row) 
     return p->deblock + static_cast<size_t>(row % kDeblockRows) * p->planes.width_mbs;
 }
 
-static void deblock_picture_row(const AvcPictureInProgress* p, uint32_t row) {
-    deblock_row(p->kernels, p->planes, row, row == 0 ? nullptr : deblock_ring(p, row - 1),
-                deblock_ring(p, row));
+// Deblocks the rows before end, or leaves one to be filtered together with the next.
+static void deblock_up_to(AvcPictureInProgress* p, uint32_t end) {
+    const bool has_pairs = p->kernels.deblock_two_luma[0];
+    while (p->deblocked_rows < end) {
+        const uint32_t row = p->deblocked_rows;
+        const DeblockRecord* const above = row == 0 ? nullptr : deblock_ring(p, row - 1);
+        if (has_pairs && above && row + 1 < end) {
+            const DeblockRecord* const records[3] = {above, deblock_ring(p, row),
+                                                     deblock_ring(p, row + 1)};
+            deblock_two_rows(p->kernels, p->planes, row, records);
+            p->deblocked_rows += 2;
+        } else if (has_pairs && above && end < p->planes.height_mbs) {
+            return;
+        } else {
+            deblock_row(p->kernels, p->planes, row, above, deblock_ring(p, row));
+            ++p->deblocked_rows;
+        }
+    }
 }
 
 DeblockRecord* picture_record(const AvcPictureInProgress* p) {
@@ -53,14 +68,14 @@ void picture_macroblock_done(AvcPictureInProgress* p) {
     if (++p->x < p->planes.width_mbs) return;
     p->x = 0;
     ++p->y;
-    if (row > 0) deblock_picture_row(p, row - 1);
-    if (p->y == p->planes.height_mbs) deblock_picture_row(p, row);
+    deblock_up_to(p, p->y == p->planes.height_mbs ? row + 1 : row);
 }
 
 void picture_begin(AvcPictureInProgress* p) {
     p->next_mb = 0;
     p->x = 0;
     p->y = 0;
+    p->deblocked_rows = 0;
 }
 
 void picture_skip_to(AvcPictureInProgress* p, uint32_t address) {

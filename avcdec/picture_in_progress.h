@@ -21,6 +21,7 @@ struct AvcPictureInProgress {
     uint32_t next_mb;        // the macroblock address that is expected next
     uint16_t x;              // its column and row
     uint16_t y;
+    uint32_t deblocked_rows;
 };
 
 // Macroblocks of the whole picture.
@@ -53,8 +54,8 @@ void picture_skip_to(AvcPictureInProgress* p, uint32_t address);
 // What deblocking will know of the next macroblock: all of it is written before it is done.
 DeblockRecord* picture_record(const AvcPictureInProgress* p);
 
-// Moves on to the macroblock behind. Rows are deblocked one behind the row that is decoded, as
-// prediction needs the samples before deblocking.
+// Moves on to the macroblock behind. Rows are deblocked one or two behind the row that is decoded,
+// as prediction needs the samples before deblocking.
 void picture_macroblock_done(AvcPictureInProgress* p);
 
 // Completes a picture of which the remaining macroblocks never came.

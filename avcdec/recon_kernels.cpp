@@ -19,5 +19,8 @@ ReconKernels recon_kernels_best() {
     add_block_use_simd(&k);
     deblock_use_simd(&k);
 #endif
+#if KEYSTILL_HAS_AVX2
+    if (__builtin_cpu_supports("avx2")) deblock_use_avx2(&k);
+#endif
     return k;
 }

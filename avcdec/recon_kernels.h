@@ -30,6 +30,7 @@ struct alignas(4) EdgeThresholds {  // copied in one piece
     uint8_t alpha;
     uint8_t beta;  // 0 to 18
     uint8_t tc0;   // 0 to 25; not used by the strong filter
+    uint8_t flat;  // (alpha >> 2) + 2, below which the strong filter may smooth three samples
 
     bool is_on() const { return alpha != 0 && beta != 0; }
 };
@@ -46,10 +47,18 @@ enum DeblockDirection { kVerticalEdge = 0, kHorizontalEdge = 1 };
 // Filters the edges of one direction (H.264 8.7.2.3, 8.7.2.4), the outer one first.
 //   dst, cb, cr  the 16x16 or 8x8 samples of the macroblock; with outer on, up to 4 luma (2 chroma)
 //                samples before them are read and 3 (1) changed, otherwise none
-//   edges        of Cb and of Cr
-using DeblockLumaFn = void (*)(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges& edges);
+//   edges        of all three planes; chroma is not read by the one, luma not by the other
+using DeblockLumaFn = void (*)(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges edges[3]);
 using DeblockChromaFn = void (*)(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch,
-                                 const DeblockEdges edges[2]);
+                                 const DeblockEdges edges[3]);
+
+// The same for two macroblocks at once, the second one distance behind the first. Their samples and
+// those before them do not overlap, and the ones before are there to be read and written unchanged
+// even when an outer edge is off.
+using DeblockTwoLumaFn = void (*)(uint8_t* dst, ptrdiff_t pitch, ptrdiff_t distance,
+                                  const DeblockEdges edges[6]);
+using DeblockTwoChromaFn = void (*)(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, ptrdiff_t distance,
+                                    const DeblockEdges edges[6]);
 
 struct ReconKernels {
     IntraPredFn pred4x4[16];  // by IntraNxNMode
@@ -64,6 +73,8 @@ struct ReconKernels {
     AddBlockFn add_8x8_dc;
     DeblockLumaFn deblock_luma[2];  // by DeblockDirection
     DeblockChromaFn deblock_chroma[2];
+    DeblockTwoLumaFn deblock_two_luma[2];  // these null where one at a time is as good
+    DeblockTwoChromaFn deblock_two_chroma[2];
 };
 
 // The reference kernels, always built.
@@ -81,3 +92,6 @@ void deblock_use_scalar(ReconKernels* k);
 void intra_pred_use_simd(ReconKernels* k);
 void add_block_use_simd(ReconKernels* k);
 void deblock_use_simd(ReconKernels* k);
+
+// For AVX2.
+void deblock_use_avx2(ReconKernels* k);

@@ -42,8 +42,8 @@ Work make_work() {
 }
 
 std::map<std::string, Call> kernel_calls(const ReconKernels& k, M4vIdctFn idct) {
-    static const DeblockEdges kEdges[2] = {{{40, 10, 0}, {40, 10, 3}, 4},
-                                           {{40, 10, 0}, {40, 10, 3}, 4}};
+    static constexpr DeblockEdges kEdge = {{40, 10, 0, 12}, {40, 10, 3, 12}, 4};
+    static const DeblockEdges kEdges[3] = {kEdge, kEdge, kEdge};
     static const Work start = make_work();
     std::map<std::string, Call> calls;
     const auto block = [&](const char* name, auto fn) {
@@ -76,7 +76,7 @@ std::map<std::string, Call> kernel_calls(const ReconKernels& k, M4vIdctFn idct) 
         const std::string edges = d == kVerticalEdge ? "_vertical" : "_horizontal";
         calls["deblock_luma" + edges] = [fn = k.deblock_luma[d]](Work* w) {
             memcpy(w->samples, start.samples, sizeof w->samples);
-            fn(w->block(), kPitch, kEdges[0]);
+            fn(w->block(), kPitch, kEdges);
         };
         calls["deblock_chroma" + edges] = [fn = k.deblock_chroma[d]](Work* w) {
             memcpy(w->samples, start.samples, sizeof w->samples);

@@ -22,3 +22,13 @@ function(keystill_simd_sources name)
         set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -mfpu=neon)
     endif()
 endfunction()
+
+# keystill_avx2_sources(NAME SOURCES...): the same for kernels that x86-64 has to be asked for.
+function(keystill_avx2_sources name)
+    if(NOT KEYSTILL_SIMD OR NOT is_x86_64)
+        return()
+    endif()
+    target_sources(${name} PRIVATE ${ARGN})
+    target_compile_definitions(${name} PRIVATE KEYSTILL_HAS_AVX2=1)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -mavx2)
+endfunction()

@@ -25,6 +25,10 @@ typedef int32_t I32x4 __attribute__((vector_size(16)));
 typedef uint32_t U32x4 __attribute__((vector_size(16)));
 typedef uint64_t U64x2 __attribute__((vector_size(16)));
 
+#if defined(__AVX2__)
+#include "runtime/simd_vectors_avx2.h"
+#endif
+
 static inline U8x16 splat_u8(int v) { return U8x16{} + static_cast<uint8_t>(v); }
 
 static inline U8x16 load_16(const uint8_t* p) {

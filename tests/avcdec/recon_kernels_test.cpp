@@ -92,34 +92,49 @@ TEST_F(ReconKernelSets, AddAnyCoefficientsAsTheReferenceDoes) {
     }
 }
 
-// Thresholds beyond those of the tables, edges on and off, and macroblocks whose first sample is
-// the first of all memory, as in the corner of a picture, when no outer edge is filtered.
+// Thresholds beyond those of the tables, edges on and off, macroblocks whose first sample is the
+// first of all memory, as in the corner of a picture, when no outer edge is filtered, and two at
+// once where there are kernels for that.
 TEST_F(ReconKernelSets, DeblockAnyThresholdsAsTheReferenceDoes) {
     const auto thresholds = [&]() -> EdgeThresholds {
         return {static_cast<uint8_t>(rng() % 3 == 0 ? rng() % 256 : rng() % 16),
-                static_cast<uint8_t>(rng() % 19), static_cast<uint8_t>(rng() % 26)};
+                static_cast<uint8_t>(rng() % 19), static_cast<uint8_t>(rng() % 26),
+                static_cast<uint8_t>(rng() % 66)};
     };
     for (int round = 0; round < 20000; ++round) {
         const bool direction = round % 2, is_luma = round % 4 < 2;
-        DeblockEdges edges[2] = {{thresholds(), thresholds(), is_luma && round % 3 == 0 ? 8 : 4},
-                                 {thresholds(), thresholds(), 4}};
         const bool is_corner = round % 5 == 0;
-        if (is_corner) edges[0].outer = edges[1].outer = {};
-        const ptrdiff_t pitch = 24, start = is_corner ? 0 : 4 * pitch + 4, size = is_luma ? 16 : 8;
-        const auto length = static_cast<size_t>(start + (size - 1) * pitch + size);
+        const int count = is_corner || !kBest.deblock_two_luma[0] ? 1 : 1 + round / 4 % 2;
+        DeblockEdges edges[6];
+        for (DeblockEdges& e : edges) {
+            e = {thresholds(), thresholds(), is_luma && rng() % 2 == 0 ? 8 : 4};
+            if (is_corner || rng() % 6 == 0) e.outer = {};
+        }
+        const ptrdiff_t pitch = 24, start = is_corner ? 0 : 4 * pitch + 4, size = is_luma ? 16 : 8,
+                        distance = (size + 4) * pitch;
+        const auto length =
+            static_cast<size_t>(start + (count - 1) * distance + (size - 1) * pitch + size);
         // One component follows the other; the last sample of a block is the last of its memory.
         std::vector<uint8_t> got((is_luma ? 1 : 2) * length);
         const unsigned spread = 1 + rng() % (round % 7 == 0 ? 256 : 12),
                        level = rng() % (257 - spread);
         for (uint8_t& s : got) s = static_cast<uint8_t>(level + rng() % spread);
         std::vector<uint8_t> want = got;
-        const auto run = [&](const ReconKernels& set, std::vector<uint8_t>* samples) {
-            uint8_t* const first = samples->data() + start;
-            is_luma ? set.deblock_luma[direction](first, pitch, edges[0])
-                    : set.deblock_chroma[direction](first, first + length, pitch, edges);
+        const auto run = [&](const ReconKernels& set, uint8_t* first, const DeblockEdges* e) {
+            is_luma ? set.deblock_luma[direction](first, pitch, e)
+                    : set.deblock_chroma[direction](first, first + length, pitch, e);
         };
-        run(kBest, &got);
-        run(kReference, &want);
+        uint8_t* const first = got.data() + start;
+        if (count == 1) {
+            run(kBest, first, edges);
+        } else if (is_luma) {
+            kBest.deblock_two_luma[direction](first, pitch, distance, edges);
+        } else {
+            kBest.deblock_two_chroma[direction](first, first + length, pitch, distance, edges);
+        }
+        for (int i = 0; i < count; ++i) {
+            run(kReference, want.data() + start + i * distance, edges + 3 * i);
+        }
         ASSERT_TRUE(got == want) << round;
     }
 }
