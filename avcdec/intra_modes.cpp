@@ -8,7 +8,8 @@ static int derive_mode(int left, int top, ModeField field) {
     const int least = left < top ? left : top;
     const int predicted = least < 0 ? int{kIntraDc} : least;
     const int remaining = field + (field >= predicted);
-    return field < 0 ? predicted : remaining;
+    const int takes_predicted = field >> 7;  // all ones or 0
+    return remaining ^ ((remaining ^ predicted) & takes_predicted);
 }
 
 // The table mode by mode, without the samples above and to the right and with them.
@@ -27,6 +28,7 @@ static constexpr uint32_t kHasAboveRight =
 // blocks a side, which block_at finds by column and row.
 template <int kSize, int (*block_at)(int x, int y)>
 static void adapt_dc_modes(AvcMacroblock* mb) {
+    if ((~mb->available & (kHasLeft | kHasTop)) == 0) return;
     const auto adapt = [&](int x, int y, uint8_t mode) {
         uint8_t* const table_mode = &mb->modes[block_at(x, y)];
         if (*table_mode == kIntraDc) *table_mode = mode;
@@ -44,6 +46,7 @@ void derive_intra4x4_modes(AvcMacroblock* mb, const ModeField* fields, MbNeighbo
                            MbNeighbour* left) {
     uint32_t has_right = kHasAboveRight;
     if (!(mb->available & kHasTopRight)) has_right &= ~(1U << 5);
+#pragma GCC unroll 16
     for (int b = 0; b < 16; ++b) {
         int8_t* const above = &top->modes[block_x(b)];
         int8_t* const before = &left->modes[block_y(b)];
@@ -56,6 +59,7 @@ void derive_intra4x4_modes(AvcMacroblock* mb, const ModeField* fields, MbNeighbo
 
 void derive_intra8x8_modes(AvcMacroblock* mb, const ModeField* fields, MbNeighbour* top,
                            MbNeighbour* left) {
+#pragma GCC unroll 4
     for (int b = 0; b < 4; ++b) {
         int8_t* const above = &top->modes[(b & 1) * 2];
         int8_t* const before = &left->modes[(b >> 1) * 2];

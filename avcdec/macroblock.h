@@ -20,7 +20,7 @@ enum MbAvailability : uint8_t {
     kHasTopLeft = 8,
 };
 
-// MbNeighbour.nonzero of a neighbour that is not available, in a CAVLC slice.
+// MbNeighbour.counts of a neighbour that is not available.
 constexpr uint8_t kCountMissing = 0x40;
 
 enum MbNeighbourFlags : uint8_t {
@@ -32,33 +32,66 @@ enum MbNeighbourFlags : uint8_t {
 // One macroblock as seen from below (its bottom 4x4 row) or from the right (its right column).
 // Written while the macroblock is read, so that the blocks inside it see each other the same way.
 struct MbNeighbour {
-    int8_t modes[4];  // intra modes 0 to 8, -1 when not available
-    // Four luma blocks, two of Cb and two of Cr, then for CABAC the DC blocks of Y, Cb and Cr.
-    // CAVLC: the number of coefficients, or kCountMissing. CABAC: coded_block_flag, 0 or 1.
-    uint8_t blocks[4 + 2 + 2 + 3];
-    uint8_t cbp;    // luma bits 0 to 3, chroma pattern in bits 4 and 5
-    uint8_t flags;  // MbNeighbourFlags
+    uint64_t coded;     // CABAC: coded_block_flags in the grid of the macroblock that sees it
+    int8_t modes[4];    // intra modes 0 to 8, -1 when not available
+    uint8_t counts[8];  // CAVLC: coefficients of four luma blocks, two of Cb, two of Cr
+    uint8_t cbp;        // luma bits 0 to 3, chroma pattern in bits 4 and 5
+    uint8_t flags;      // MbNeighbourFlags
 };
+
+// The coded_block_flags that matter to a macroblock, in one word: bit 8 * row + column of
+//     . T T T T . T T    luma in rows and columns 1 to 4, Cb and Cr to the right of it,
+//     L y y y y L b b    the DC blocks of Y, Cb and Cr below; L and T are those of the
+//     L y y y y L b b    neighbours. So every block has its left neighbour 1 bit below itself
+//     L y y y y . T T    and its top neighbour 8 bits below.
+//     L y y y y L r r
+//     . . . . . L r r
+//     . T . T . T . .
+//     L d L d L d . .
+enum MbGridPlace { kGridLuma = 9, kGridCb = 14, kGridCr = 38, kGridDc = 57 };
+
+constexpr uint64_t grid_rows(int first, int count, uint64_t row) {
+    uint64_t rows = 0;
+    for (int i = 0; i < count; ++i) rows |= row << 8 * (first + i);
+    return rows;
+}
+
+// The part of the macroblock to the right's grid that this one's blocks make.
+constexpr uint64_t grid_for_right(uint64_t grid) {
+    constexpr uint64_t kChroma = grid_rows(1, 2, 0x20) | grid_rows(4, 2, 0x20);
+    return (grid >> 4 & grid_rows(1, 4, 0x01)) | (grid >> 2 & kChroma) |
+           (grid >> 1 & grid_rows(7, 1, 0x15));
+}
+
+// The same for the macroblock below.
+constexpr uint64_t grid_for_below(uint64_t grid) {
+    constexpr uint64_t kChroma = grid_rows(0, 1, 0xc0) | grid_rows(3, 1, 0xc0);
+    return (grid >> 32 & grid_rows(0, 1, 0x1e)) | (grid >> 16 & kChroma) |
+           (grid >> 8 & grid_rows(6, 1, 0x2a));
+}
+
+constexpr uint64_t kGridLeft = grid_for_right(~uint64_t{0});
+constexpr uint64_t kGridTop = grid_for_below(~uint64_t{0});
 
 // The blocks of a macroblock in the order of the syntax, in groups that are there or not.
 struct BlockGroup {
     uint8_t component;  // AvcComponent
     uint8_t block;      // the first one's place in AvcMacroblock.coefficients
     uint8_t count;      // 1, or 4 that make a square
-    uint8_t left;       // what the first one has to the left and above, in MbNeighbour.blocks
+    uint8_t left;       // what the first one has to the left and above, in MbNeighbour.counts
     uint8_t top;
 };
 constexpr int kDcBlock = 24;  // of Y; those of Cb and Cr follow
 constexpr BlockGroup kBlockGroupTable[] = {
-    {0, kDcBlock, 1, 8, 8},        // Y DC
-    {0, 0, 4, 0, 0},               // the quadrants of Y
-    {0, 4, 4, 0, 2},               //
-    {0, 8, 4, 2, 0},               //
-    {0, 12, 4, 2, 2},              //
-    {1, kDcBlock + 1, 1, 9, 9},    // Cb DC
-    {2, kDcBlock + 2, 1, 10, 10},  // Cr DC
-    {1, 16, 4, 4, 4},              // Cb
-    {2, 20, 4, 6, 6},              // Cr
+    {0, kDcBlock, 1, 0, 0},      // Y DC, which goes by the neighbours of the first block
+    {0, 0, 4, 0, 0},             // the quadrants of Y
+    {0, 4, 4, 0, 2},             //
+    {0, 8, 4, 2, 0},             //
+    {0, 12, 4, 2, 2},            //
+    {1, kDcBlock + 1, 1, 4, 4},  // Cb DC
+    {2, kDcBlock + 2, 1, 6, 6},  // Cr DC
+    {1, 16, 4, 4, 4},            // Cb
+    {2, 20, 4, 6, 6},            // Cr
 };
 enum BlockGroupIndex { kGroupQuadrants = 1, kGroupCbDc = 5, kGroupCb = 7, kBlockGroups = 9 };
 

@@ -29,13 +29,18 @@ KS_INLINE uint32_t read_mb_type(CabacEngine* e, AvcSliceReader* s) {
 // The mode fields of a macroblock, which follow each other.
 KS_INLINE void read_mode_fields(CabacEngine* e, CabacContext* contexts, ModeField* fields,
                                 int count) {
+    CabacContext flag = contexts[0];
+    CabacContext remaining = contexts[1];
     for (int b = 0; b < count; ++b) {
         fields[b] = -1;
-        if (cabac_decode_branch(e, contexts)) continue;
-        uint32_t rem = 0;
-        for (int bit = 0; bit < 3; ++bit) rem |= cabac_decode_decision(e, contexts + 1) << bit;
+        if (cabac_decode_branch(e, &flag)) continue;
+        uint32_t rem = cabac_decode_decision(e, &remaining);
+        rem |= cabac_decode_decision(e, &remaining) << 1;
+        rem |= cabac_decode_decision(e, &remaining) << 2;
         fields[b] = static_cast<ModeField>(rem);
     }
+    contexts[0] = flag;
+    contexts[1] = remaining;
 }
 
 // H.264 9.3.2.2: truncated unary, up to 3.

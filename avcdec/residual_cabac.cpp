@@ -6,8 +6,8 @@
 #include "avcdec/quant_tables.h"
 #include "avcdec/residual_target.h"
 
-// One function reads all of a macroblock, so that the engine is loaded once: whatever takes its
-// address is inlined.
+// Each function reads many blocks, so that the engine is loaded once: whatever takes its address is
+// inlined.
 #define KS_INLINE [[gnu::always_inline]] static inline
 
 // ctxBlockCat (H.264 Table 9-42) of blocks with a coded_block_flag.
@@ -37,6 +37,51 @@ static constexpr CategoryLayout kLayouts[] = {
     {kCtxSignificant + 44, kCtxAbsLevel + 30, 0, 3, 3, true, kRasterScan},
     {kCtxSignificant + 47 - 1, kCtxAbsLevel + 39, 1, 15, 4, false, kScan4x4.data()},
 };
+
+// A block with a coded_block_flag, in the order of the syntax.
+struct BlockPlace {
+    uint8_t block;  // its place in AvcMacroblock.coefficients
+    uint8_t grid;   // MbGridPlace
+    uint8_t category;
+    uint8_t component;
+};
+constexpr int kBlocks = 27;
+struct BlockPlaces {
+    BlockPlace row[2][kBlocks];  // of Intra 4x4 and Intra 16x16 macroblocks
+};
+
+static constexpr BlockPlaces block_places() {
+    BlockPlaces places{};
+    for (int is_16x16 = 0; is_16x16 < 2; ++is_16x16) {
+        BlockPlace* next = places.row[is_16x16];
+        const auto add = [&](int block, int grid, int category, int component) {
+            *next++ = {static_cast<uint8_t>(block), static_cast<uint8_t>(grid),
+                       static_cast<uint8_t>(category), static_cast<uint8_t>(component)};
+        };
+        add(kDcBlock, kGridDc, kCatLumaDc, kCompY);
+        for (int b = 0; b < 16; ++b) {
+            add(b, kGridLuma + block_x(b) + 8 * block_y(b), is_16x16 ? kCatLumaAc : kCatLuma4x4,
+                kCompY);
+        }
+        for (int c = 1; c < 3; ++c) add(kDcBlock + c, kGridDc + 2 * c, kCatChromaDc, c);
+        for (int b = 0; b < 8; ++b) {
+            add(16 + b, (b < 4 ? kGridCb : kGridCr) + (b & 1) + 8 * (b >> 1 & 1), kCatChromaAc,
+                b < 4 ? kCompCb : kCompCr);
+        }
+    }
+    return places;
+}
+static constexpr BlockPlaces kBlockPlaces = block_places();
+
+// The blocks that have a coded_block_flag, by coded_block_pattern: bit i is the i-th BlockPlace.
+static uint32_t blocks_of_pattern(uint32_t cbp, bool has_luma_dc) {
+    static constexpr uint32_t kLuma[16] = {
+        0x00000, 0x0001e, 0x001e0, 0x001fe, 0x01e00, 0x01e1e, 0x01fe0, 0x01ffe,
+        0x1e000, 0x1e01e, 0x1e1e0, 0x1e1fe, 0x1fe00, 0x1fe1e, 0x1ffe0, 0x1fffe,
+    };
+    static constexpr uint32_t kChroma[4] = {0, 3U << 17, 0x3ffU << 17, 0x3ffU << 17};
+    return kLuma[cbp & 15] | kChroma[cbp >> 4 & 3] | has_luma_dc;
+}
 
 // ctxIdxInc in frame coded 8x8 blocks (H.264 Table 9-43).
 // clang-format off
@@ -137,57 +182,56 @@ KS_INLINE bool read_levels(CabacEngine* e, CabacContext* contexts, int max_great
 }
 
 static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_valid) {
-    const uint32_t bit = block_bit(block);
-    mb->coded_mask |= bit;
-    if (highest_place > 0) mb->ac_mask |= bit;
-    if (!is_valid) mb->has_error = 1;
+    mb->coded_mask |= block_bit(block);
+    mb->ac_mask |= (highest_place > 0) * block_bit(block);
+    mb->has_error |= !is_valid;
 }
 
-// An 8x8 block has no coded_block_flag.
-[[gnu::noinline]] static void read_quadrant_8x8(AvcSliceReader* s, const BlockGroup& group) {
-    const ResidualTarget target = {kScan8x8.data(), s->quantiser.scale8x8,
-                                   s->mb.coefficients + group.block * 16};
+// Reads the quadrants in the pattern. An 8x8 block has no coded_block_flag; four are set. Returns
+// the grid.
+[[gnu::noinline]] static uint64_t read_quadrants_8x8(AvcSliceReader* s, uint32_t pattern) {
+    ResidualTarget target = {kScan8x8.data(), s->quantiser.scale8x8, s->mb.coefficients};
+    uint64_t grid = 0;
     CabacEngine e = s->cabac;
-    __attribute__((uninitialized)) uint8_t places[64];
-    const uint8_t* const end = read_map_8x8(&e, s->contexts, places);
-    const int highest = end[-1];
-    const bool is_valid = read_levels(&e, s->contexts + kCtxAbsLevel8x8, 4, places, end, target);
+    for (; pattern != 0; pattern &= pattern - 1) {
+        const int q = __builtin_ctz(pattern);
+        target.coefficients = s->mb.coefficients + q * 64;
+        __attribute__((uninitialized)) uint8_t places[64];
+        const uint8_t* const end = read_map_8x8(&e, s->contexts, places);
+        const int highest = end[-1];
+        const bool is_valid =
+            read_levels(&e, s->contexts + kCtxAbsLevel8x8, 4, places, end, target);
+        note_block(&s->mb, q * 4, highest, is_valid);
+        grid |= uint64_t{0x303} << (kGridLuma + 2 * (q & 1) + 16 * (q >> 1));
+    }
     s->cabac = e;
-    note_block(&s->mb, group.block, highest, is_valid);
-    mb_set_group(s, group, 1);
+    return grid;
 }
 
-// Reads the blocks of a group, each with its coded_block_flag.
-[[gnu::noinline]] static void read_group(AvcSliceReader* s, const BlockGroup& group,
-                                         BlockCategory category) {
-    const CategoryLayout& layout = kLayouts[category];
-    uint8_t* const left = s->left.blocks + group.left;
-    uint8_t* const top = s->top->blocks + group.top;
-    CabacContext* const flags = s->contexts + kCtxCodedBlockFlag + 4 * category;
-    ResidualTarget target = {layout.scan,
-                             layout.is_dc ? kUnitScale : s->quantiser.scale4x4[group.component],
-                             s->mb.coefficients + group.block * 16};
+// Reads the blocks, bits by BlockPlace, each with its coded_block_flag. Returns the grid.
+[[gnu::noinline]] static uint64_t read_blocks(AvcSliceReader* s, uint32_t blocks, uint64_t grid) {
+    const BlockPlace* const block_places = kBlockPlaces.row[s->mb.kind == kMbIntra16x16];
     CabacEngine e = s->cabac;
-    for (int i = 0; i < group.count; ++i, target.coefficients += 16) {
-        uint8_t* const l = left + (i >> 1);
-        uint8_t* const t = top + (i & 1);
-        const bool is_coded = cabac_decode_branch(&e, flags + *l + 2 * *t);
-        *l = *t = is_coded;
-        if (!is_coded) continue;
+    for (; blocks != 0; blocks &= blocks - 1) {
+        const BlockPlace& at = block_places[__builtin_ctz(blocks)];
+        const CategoryLayout& layout = kLayouts[at.category];
+        const auto neighbours = static_cast<uint32_t>(grid >> (at.grid - 8));
+        CabacContext* const flag = s->contexts + kCtxCodedBlockFlag + 4 * at.category +
+                                   (neighbours >> 7 & 1) + 2 * (neighbours & 1);
+        if (!cabac_decode_branch(&e, flag)) continue;
+        grid |= uint64_t{1} << at.grid;
+        const ResidualTarget target = {
+            layout.scan, layout.is_dc ? kUnitScale : s->quantiser.scale4x4[at.component],
+            s->mb.coefficients + at.block * 16};
         __attribute__((uninitialized)) uint8_t places[16];
         const uint8_t* const end = read_map(&e, s->contexts, layout, places);
         const int highest = end[-1];
         const bool is_valid = read_levels(&e, s->contexts + layout.abs_level, layout.max_greater,
                                           places, end, target);
-        note_block(&s->mb, group.block + i, highest, is_valid);
+        note_block(&s->mb, at.block, highest, is_valid);
     }
     s->cabac = e;
-}
-
-static BlockCategory category_of(const AvcMacroblock& mb, int g) {
-    if (g == 0) return kCatLumaDc;
-    if (g < kGroupCbDc) return mb.kind == kMbIntra16x16 ? kCatLumaAc : kCatLuma4x4;
-    return g < kGroupCb ? kCatChromaDc : kCatChromaAc;
+    return grid;
 }
 
 // H.264 9.3.2.7. A magnitude above 104 is far outside -26 to 25: the stream is broken, for which
@@ -214,16 +258,14 @@ void cabac_read_residual(AvcSliceReader* s) {
     const int32_t mb_qp_delta = read_qp_delta(s);
     mb->qp_delta_coded = mb_qp_delta != 0;
     if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
-    const uint32_t groups = mb_coded_groups(*mb);
-    for (int g = 0; g < kBlockGroups; ++g) {
-        const BlockGroup& group = kBlockGroupTable[g];
-        if (!(groups >> g & 1)) {
-            mb_set_group(s, group, 0);
-        } else if (mb->kind == kMbIntra8x8 && g < kGroupCbDc) {
-            read_quadrant_8x8(s, group);
-        } else {
-            read_group(s, group, category_of(*mb, g));
-        }
+    uint64_t grid = (s->left.coded & kGridLeft) | (s->top->coded & kGridTop);
+    uint32_t pattern = mb->cbp;
+    if (mb->kind == kMbIntra8x8) {
+        grid |= read_quadrants_8x8(s, pattern & 15);
+        pattern &= 0x30;
     }
+    grid = read_blocks(s, blocks_of_pattern(pattern, mb->kind == kMbIntra16x16), grid);
+    s->left.coded = grid_for_right(grid);
+    s->top->coded = grid_for_below(grid);
     mb_set_dc(s);
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/residual_cavlc.h"
 
+#include <string.h>
+
 #include "avcdec/cavlc_tables.h"
 #include "avcdec/quant_tables.h"
 #include "avcdec/residual_target.h"
@@ -211,13 +213,13 @@ static GroupLayout layout_of(AvcSliceReader* s, const BlockGroup& group) {
     return {{kScan4x4.data() + first, scale, coefficients}, 0, 16, 16 - first, first};
 }
 
-// A DC block leaves the counts of its neighbours alone; Y goes by those of the first block.
+// A DC block leaves the counts of its neighbours alone.
 [[gnu::noinline]] static void read_group(AvcSliceReader* s, const BlockGroup& group) {
     AvcMacroblock* const mb = &s->mb;
     GroupLayout layout = layout_of(s, group);
     const bool is_dc = group.block >= kDcBlock;
-    uint8_t* const left = s->left.blocks + (is_dc ? 0 : group.left);
-    uint8_t* const top = s->top->blocks + (is_dc ? 0 : group.top);
+    uint8_t* const left = s->left.counts + group.left;
+    uint8_t* const top = s->top->counts + group.top;
     BlockReader r = {s->bits, &s->bits};
     for (int i = 0; i < group.count; ++i) {
         uint8_t* const l = left + (i >> 1);
@@ -242,6 +244,12 @@ static GroupLayout layout_of(AvcSliceReader* s, const BlockGroup& group) {
     static_cast<BitWindow&>(s->bits) = r.window;
 }
 
+static void set_no_counts(AvcSliceReader* s, const BlockGroup& group) {
+    if (group.block >= kDcBlock) return;
+    memset(s->left.counts + group.left, 0, 2);
+    memset(s->top->counts + group.top, 0, 2);
+}
+
 void cavlc_read_residual(AvcSliceReader* s) {
     const int32_t mb_qp_delta = bits_se(&s->bits);
     if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
@@ -251,7 +259,7 @@ void cavlc_read_residual(AvcSliceReader* s) {
         if (groups >> g & 1) {
             read_group(s, group);
         } else {
-            mb_set_group(s, group, 0);
+            set_no_counts(s, group);
         }
     }
     mb_set_dc(s);

@@ -14,23 +14,21 @@
 
 // What blocks see of a macroblock that is not there. For CABAC its blocks count as coded, its luma
 // pattern as full and everything else as 0 (H.264 9.3.3.1.1).
-static constexpr MbNeighbour kMissingCavlc = {
+static constexpr MbNeighbour kMissing = {
+    ~uint64_t{0},
     {-1, -1, -1, -1},
     {kCountMissing, kCountMissing, kCountMissing, kCountMissing, kCountMissing, kCountMissing,
      kCountMissing, kCountMissing},
     0x0f,
     0,
 };
-static constexpr MbNeighbour kMissingCabac = {
-    {-1, -1, -1, -1},
-    {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1},
-    0x0f,
-    0,
-};
 
-static void set_counts(AvcSliceReader* s, uint8_t count) {
-    memset(s->top->blocks, count, sizeof s->left.blocks);
-    memset(s->left.blocks, count, sizeof s->left.blocks);
+// For macroblocks without coded blocks, or without any syntax of blocks.
+static void set_blocks(AvcSliceReader* s, bool is_coded, uint8_t count) {
+    for (MbNeighbour* const side : {s->top, &s->left}) {
+        side->coded = is_coded ? ~uint64_t{0} : 0;
+        memset(side->counts, count, sizeof side->counts);
+    }
 }
 
 static bool is_at_last(const AvcPictureInProgress& picture) {
@@ -57,7 +55,7 @@ static void read_pcm(AvcSliceReader* s, const AvcPictureInProgress& picture) {
     if (s->is_cabac) slice_reader_start_cabac(s);
     memset(s->top->modes, kIntraDc, 4);
     memset(s->left.modes, kIntraDc, 4);
-    set_counts(s, s->is_cabac ? 1 : 16);
+    set_blocks(s, true, 16);
     mb->cbp = 0x2f;
     mb->flags = 0;
     mb->qp_delta_coded = 0;
@@ -69,7 +67,7 @@ static void read_macroblock(AvcSliceReader* s, const AvcPictureInProgress& pictu
     if (mb_type == kMbTypePcm) {
         read_pcm(s, picture);
     } else if (mb->cbp == 0 && mb->kind != kMbIntra16x16) {
-        set_counts(s, 0);
+        set_blocks(s, false, 0);
         mb->qp_delta_coded = 0;
         reconstruct_macroblock(picture, mb);
     } else {
@@ -104,9 +102,8 @@ static void begin_macroblock(AvcSliceReader* s, const AvcPictureInProgress& pict
     mb->flags = 0;
     mb->coded_mask = 0;
     mb->ac_mask = 0;
-    const MbNeighbour& missing = s->is_cabac ? kMissingCabac : kMissingCavlc;
-    if (!(mb->available & kHasLeft)) s->left = missing;
-    if (!(mb->available & kHasTop)) *s->top = missing;
+    if (!(mb->available & kHasLeft)) s->left = kMissing;
+    if (!(mb->available & kHasTop)) *s->top = kMissing;
 }
 
 static uint8_t deblock_flags(const AvcSliceReader* s) {

@@ -45,13 +45,6 @@ void mb_set_intra16(AvcSliceReader* s, uint32_t mb_type) {
     memset(s->left.modes, kIntraDc, 4);
 }
 
-void mb_set_group(AvcSliceReader* s, const BlockGroup& group, uint8_t value) {
-    uint8_t* const left = s->left.blocks + group.left;
-    uint8_t* const top = s->top->blocks + group.top;
-    left[0] = top[0] = value;
-    if (group.count > 1) left[1] = top[1] = value;
-}
-
 static void set_luma_dc(AvcSliceReader* s, const int16_t* levels) {
     AvcMacroblock* const mb = &s->mb;
     int32_t dc[16];

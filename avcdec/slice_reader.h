@@ -42,8 +42,6 @@ void slice_reader_start_cabac(AvcSliceReader* s);
 void mb_set_modes(AvcSliceReader* s, const int8_t* fields);
 // mb_type 1 to 24: prediction mode and coded block pattern of an Intra 16x16 macroblock.
 void mb_set_intra16(AvcSliceReader* s, uint32_t mb_type);
-// Sets what neighbours will see of a group of four blocks, or of a DC block, to one value.
-void mb_set_group(AvcSliceReader* s, const BlockGroup& group, uint8_t value);
 // Transforms and scales the levels of the DC blocks that are coded, puts each into its block, and
 // clears them.
 void mb_set_dc(AvcSliceReader* s);
