@@ -2,55 +2,24 @@
 #include "avcdec/bit_reader.h"
 
 void bits_init(AvcBitReader* r, uint8_t* buffer, uint32_t length) {
-    *r = AvcBitReader{{0, 0}, buffer, buffer + length, buffer, 0};
-}
-
-void bits_refill_near_end(AvcBitReader* r) {
-    while (r->available <= kBitWordSize - 8) {
-        BitWord byte = 0;
-        if (r->next < r->end) {
-            byte = *r->next++;
-        } else {
-            r->padding_bits += 8;
-        }
-        r->cache |= byte << (kBitWordSize - 8 - r->available);
-        r->available += 8;
-    }
+    static_cast<BitReader&>(*r) = bits_start(buffer, length);
+    r->start = buffer;
 }
 
 uint32_t bits_peek(AvcBitReader* r, int n) {
-    bits_need(r, 16);
+    bits_need(r, n);
     return n == 0 ? 0 : bits_cached(r, n);
 }
-
-uint32_t bits_read(AvcBitReader* r, int n) {
-    const uint32_t value = bits_peek(r, n);
-    bits_drop(r, n);
-    return value;
-}
-
-uint32_t bits_read_1(AvcBitReader* r) { return bits_read(r, 1); }
 
 uint32_t bits_read_long(AvcBitReader* r, int n) {
     const uint32_t high = bits_read(r, 16);
     return high << (n - 16) | bits_read(r, n - 16);
 }
 
-void bits_skip(AvcBitReader* r, uint32_t n) {
-    for (; n > 16; n -= 16) bits_read(r, 16);
-    bits_read(r, static_cast<int>(n));
-}
-
 void bits_seek(AvcBitReader* r, size_t position) {
-    r->cache = 0;
-    r->available = 0;
+    static_cast<BitWindow&>(*r) = {r->start + position / 8, 0, 0};
     r->padding_bits = 0;
-    r->next = r->start + position / 8;
     bits_skip(r, position % 8);
-}
-
-void bits_align(AvcBitReader* r) {
-    bits_skip(r, (0 - static_cast<uint32_t>(bits_position(r))) % 8);
 }
 
 void bits_skip_trailing(AvcBitReader* r) { bits_skip(r, 8 - bits_position(r) % 8); }

@@ -36,22 +36,22 @@ static int set_standard_format(unsigned format, H263Picture* picture) {
 }
 
 // CPFMT, 23 bits, and EPAR.
-static int parse_custom_format(M4vBits* bits, H263Picture* picture) {
-    const unsigned aspect = bits->read(4);
-    picture->width = static_cast<uint16_t>((bits->read(9) + 1) * 4);
-    if (!bits->flag()) return 1;
-    const unsigned height = bits->read(9) * 4;
+static int parse_custom_format(BitReader* bits, H263Picture* picture) {
+    const unsigned aspect = bits_read(bits, 4);
+    picture->width = static_cast<uint16_t>((bits_read(bits, 9) + 1) * 4);
+    if (!bits_read_1(bits)) return 1;
+    const unsigned height = bits_read(bits, 9) * 4;
     picture->height = static_cast<uint16_t>(height);
-    const unsigned par = aspect == kExtendedPar ? bits->read(16) : 0;
+    const unsigned par = aspect == kExtendedPar ? bits_read(bits, 16) : 0;
     m4v_set_pixel_shape(aspect, par >> 8, par & 0xff, &picture->presentation);
     return height == 0 || height > 1152;
 }
 
 // RPSMF, TRPI, TRP and BCI of Annex N. In an I-picture they tell only how to answer.
-static int parse_reference_selection(M4vBits* bits) {
-    bits->read(3);
-    if (bits->flag()) bits->read(10);
-    return bits->flag() || !bits->flag();  // BCI "01": no back-channel message
+static int parse_reference_selection(BitReader* bits) {
+    bits_read(bits, 3);
+    if (bits_read_1(bits)) bits_read(bits, 10);
+    return bits_read_1(bits) || !bits_read_1(bits);  // BCI "01": no back-channel message
 }
 
 // MPPTYPE, 9 bits: the picture's type, resampling, reduced resolution, and at last "001".
@@ -63,13 +63,13 @@ static M4vRefusal check_mandatory_type(unsigned type) {
 }
 
 // From UFEP to in front of PQUANT.
-static M4vRefusal parse_plus_type(M4vBits* bits, H263Picture* picture) {
-    const unsigned ufep = bits->read(3);
+static M4vRefusal parse_plus_type(BitReader* bits, H263Picture* picture) {
+    const unsigned ufep = bits_read(bits, 3);
     if (ufep == 0) return M4vRefusal::kNotIntra;  // an I-picture tells all its modes
     if (ufep != 1) return M4vRefusal::kDamagedHeader;
-    const unsigned format = bits->read(3);
-    const unsigned options = bits->read(15);
-    const M4vRefusal refusal = check_mandatory_type(bits->read(9));
+    const unsigned format = bits_read(bits, 3);
+    const unsigned options = bits_read(bits, 15);
+    const M4vRefusal refusal = check_mandatory_type(bits_read(bits, 9));
     if (refusal != M4vRefusal::kNone) return refusal;
     if (options & kOptArithmeticCoding) return M4vRefusal::kArithmeticCoding;
     picture->has_advanced_intra = options & kOptAdvancedIntra;
@@ -78,17 +78,17 @@ static M4vRefusal parse_plus_type(M4vBits* bits, H263Picture* picture) {
     picture->has_independent_segments = options & kOptIndependentSegments;
     picture->has_modified_quant = options & kOptModifiedQuant;
 
-    picture->is_multipoint = bits->flag();
-    if (picture->is_multipoint) bits->read(2);  // PSBI
+    picture->is_multipoint = bits_read_1(bits);
+    if (picture->is_multipoint) bits_read(bits, 2);  // PSBI
     if (format == kCustomFormat ? parse_custom_format(bits, picture)
                                 : set_standard_format(format, picture)) {
         return M4vRefusal::kDamagedHeader;
     }
-    if (options & kOptCustomClock) bits->read(8 + 2);                         // CPCFC, ETR
-    if ((options & kOptUnrestrictedVectors) && !bits->flag()) bits->read(1);  // UUI
+    if (options & kOptCustomClock) bits_read(bits, 8 + 2);                             // CPCFC, ETR
+    if ((options & kOptUnrestrictedVectors) && !bits_read_1(bits)) bits_read_1(bits);  // UUI
     if (picture->has_slices) {
-        picture->has_rectangular_slices = bits->flag();
-        bits->read(1);  // arbitrary order: taken as it comes
+        picture->has_rectangular_slices = bits_read_1(bits);
+        bits_read_1(bits);  // arbitrary order: taken as it comes
     }
     if ((options & kOptReferenceSelection) && parse_reference_selection(bits)) {
         return M4vRefusal::kBackChannel;
@@ -120,77 +120,77 @@ static unsigned slice_width_bits(uint32_t width_mbs) {
 }
 
 // K.2: the slice header, in which the first slice of a picture lacks the start code and SQUANT.
-static int parse_slice(M4vBits* bits, const H263Picture& picture, bool is_first,
+static int parse_slice(BitReader* bits, const H263Picture& picture, bool is_first,
                        H263Segment* slice) {
-    if (!bits->flag()) return 1;               // SEPB1
-    if (picture.is_multipoint) bits->read(4);  // SSBI
+    if (!bits_read_1(bits)) return 1;               // SEPB1
+    if (picture.is_multipoint) bits_read(bits, 4);  // SSBI
     const uint32_t total = picture.width_mbs() * picture.height_mbs();
     const unsigned length = address_bits(total);
-    slice->first_mb = bits->read(length);
+    slice->first_mb = bits_read(bits, length);
     const bool has_sepb2 = picture.has_variant_slices ? !is_first && total >= kVariantMacroblocks
                                                       : length > (picture.is_multipoint ? 9u : 11u);
-    if (has_sepb2 && !bits->flag()) return 1;
-    slice->quant = is_first ? picture.quant : static_cast<uint8_t>(bits->read(5));
+    if (has_sepb2 && !bits_read_1(bits)) return 1;
+    slice->quant = is_first ? picture.quant : static_cast<uint8_t>(bits_read(bits, 5));
     slice->is_rectangular = picture.has_rectangular_slices;
     if (slice->is_rectangular) {
-        slice->width_mbs = bits->read(slice_width_bits(picture.width_mbs())) + 1;
+        slice->width_mbs = bits_read(bits, slice_width_bits(picture.width_mbs())) + 1;
         if (slice->first_mb % picture.width_mbs() + slice->width_mbs > picture.width_mbs()) {
             return 1;
         }
     }
-    if (!bits->flag()) return 1;   // SEPB3
-    if (!is_first) bits->read(2);  // GFID
+    if (!bits_read_1(bits)) return 1;   // SEPB3
+    if (!is_first) bits_read(bits, 2);  // GFID
     return slice->quant == 0 || slice->first_mb >= total;
 }
 
-static M4vRefusal parse_picture_fields(M4vBits* bits, H263Picture* picture) {
-    if (bits->read(22) != 0x20) return M4vRefusal::kDamagedHeader;  // PSC
-    bits->read(8);                                                  // TR
-    if (bits->read(2) != 2) return M4vRefusal::kDamagedHeader;      // fixed bits of PTYPE
-    bits->read(3);  // split screen, document camera, freeze release
-    const unsigned format = bits->read(3);
+static M4vRefusal parse_picture_fields(BitReader* bits, H263Picture* picture) {
+    if (bits_read(bits, 22) != 0x20) return M4vRefusal::kDamagedHeader;  // PSC
+    bits_read(bits, 8);                                                  // TR
+    if (bits_read(bits, 2) != 2) return M4vRefusal::kDamagedHeader;      // fixed bits of PTYPE
+    bits_read(bits, 3);  // split screen, document camera, freeze release
+    const unsigned format = bits_read(bits, 3);
     const bool is_extended = format == kExtendedType;
     if (!is_extended && set_standard_format(format, picture)) return M4vRefusal::kDamagedHeader;
     const M4vRefusal refusal =
-        is_extended ? parse_plus_type(bits, picture) : check_modes(bits->read(5));
+        is_extended ? parse_plus_type(bits, picture) : check_modes(bits_read(bits, 5));
     if (refusal != M4vRefusal::kNone) return refusal;
-    picture->quant = static_cast<uint8_t>(bits->read(5));
+    picture->quant = static_cast<uint8_t>(bits_read(bits, 5));
     if (!is_extended) {
-        picture->is_multipoint = bits->flag();
-        if (picture->is_multipoint) bits->read(2);
+        picture->is_multipoint = bits_read_1(bits);
+        if (picture->is_multipoint) bits_read(bits, 2);
     }
     if (picture->quant == 0) return M4vRefusal::kDamagedHeader;
-    while (bits->flag()) bits->read(8);  // PEI, PSUPP; zeros follow the data
+    while (bits_read_1(bits)) bits_read(bits, 8);  // PEI, PSUPP; zeros follow the data
     return M4vRefusal::kNone;
 }
 
-M4vRefusal h263_parse_picture(M4vBits* bits, H263Picture* picture) {
+M4vRefusal h263_parse_picture(BitReader* bits, H263Picture* picture) {
     *picture = {};
     const M4vRefusal refusal = parse_picture_fields(bits, picture);
-    return bits->overrun() ? M4vRefusal::kDamagedHeader : refusal;
+    return bits_overrun(bits) ? M4vRefusal::kDamagedHeader : refusal;
 }
 
-int h263_parse_first_segment(M4vBits* bits, const H263Picture& picture, H263Segment* segment) {
+int h263_parse_first_segment(BitReader* bits, const H263Picture& picture, H263Segment* segment) {
     *segment = {0, 0, false, picture.quant};
-    return picture.has_slices && (parse_slice(bits, picture, true, segment) || bits->overrun());
+    return picture.has_slices && (parse_slice(bits, picture, true, segment) || bits_overrun(bits));
 }
 
-bool h263_is_at_start_code(M4vBits* bits) {
-    bits->refill();
+bool h263_is_at_start_code(BitReader* bits) {
+    bits_refill(bits);
     // Zeros up to the byte boundary, then 16 zeros.
-    return bits->peek(16 + bits->bits_to_alignment()) == 0;
+    return bits_cached(bits, 16 + bits_to_alignment(bits)) == 0;
 }
 
-int h263_parse_segment(M4vBits* bits, const H263Picture& picture, H263Segment* segment) {
-    bits->align();
-    if (bits->read(17) != 1) return 1;
-    if (picture.has_slices) return parse_slice(bits, picture, false, segment) || bits->overrun();
-    const unsigned number = bits->read(5);
-    if (picture.is_multipoint) bits->read(2);  // GSBI
-    bits->read(2);                             // GFID
-    segment->quant = static_cast<uint8_t>(bits->read(5));
+int h263_parse_segment(BitReader* bits, const H263Picture& picture, H263Segment* segment) {
+    bits_align(bits);
+    if (bits_read(bits, 17) != 1) return 1;
+    if (picture.has_slices) return parse_slice(bits, picture, false, segment) || bits_overrun(bits);
+    const unsigned number = bits_read(bits, 5);
+    if (picture.is_multipoint) bits_read(bits, 2);  // GSBI
+    bits_read(bits, 2);                             // GFID
+    segment->quant = static_cast<uint8_t>(bits_read(bits, 5));
     segment->is_rectangular = false;
     const uint32_t row = number * picture.gob_rows();
     segment->first_mb = row * picture.width_mbs();
-    return number == 0 || row >= picture.height_mbs() || segment->quant == 0 || bits->overrun();
+    return number == 0 || row >= picture.height_mbs() || segment->quant == 0 || bits_overrun(bits);
 }

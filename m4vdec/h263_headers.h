@@ -6,9 +6,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "m4vdec/m4v_bits.h"
 #include "m4vdec/m4v_presentation.h"
 #include "m4vdec/m4v_refusal.h"
+#include "runtime/bits.h"
 
 struct H263Picture {
     uint16_t width;   // luma samples: 4 to 2048, a multiple of 4
@@ -48,14 +48,14 @@ bool h263_is_picture_start(const uint8_t* data, size_t length);
 
 // Reads a picture header from its start code on. Refuses what is not an I-picture of a supported
 // kind.
-M4vRefusal h263_parse_picture(M4vBits* bits, H263Picture* picture);
+M4vRefusal h263_parse_picture(BitReader* bits, H263Picture* picture);
 
 // What the picture header begins: in slice structured mode a slice header follows. Returns 1 when
 // that is not valid.
-int h263_parse_first_segment(M4vBits* bits, const H263Picture& picture, H263Segment* segment);
+int h263_parse_first_segment(BitReader* bits, const H263Picture& picture, H263Segment* segment);
 
 // Whether stuffing and the start code of a GOB, slice or picture come next (or the data ends here).
-bool h263_is_at_start_code(M4vBits* bits);
+bool h263_is_at_start_code(BitReader* bits);
 // Reads stuffing, start code and header of a GOB or slice. Returns 1 when it is none of those or it
 // begins outside the picture.
-int h263_parse_segment(M4vBits* bits, const H263Picture& picture, H263Segment* segment);
+int h263_parse_segment(BitReader* bits, const H263Picture& picture, H263Segment* segment);

@@ -41,25 +41,25 @@ static int read_dquant(PictureDecoder* d) {
         int8_t change[2];
     } kSmallSteps[] = {{1, {2, 1}},   {10, {-1, 1}}, {20, {-2, 2}}, {28, {-3, 3}},
                        {29, {-3, 2}}, {30, {-3, 1}}, {31, {-3, -5}}};
-    M4vBits* const bits = &d->blocks.bits;
+    BitReader* const bits = &d->blocks.bits;
     if (!d->header.has_modified_quant) {
-        d->quant = clip3(1, 31, d->quant + kDquant[bits->read(2)]);
+        d->quant = clip3(1, 31, d->quant + kDquant[bits_read(bits, 2)]);
         return 0;
     }
-    if (!bits->flag()) {
-        d->quant = static_cast<int>(bits->read(5));
+    if (!bits_read_1(bits)) {
+        d->quant = static_cast<int>(bits_read(bits, 5));
         return d->quant == 0;
     }
     const auto* step = kSmallSteps;
     while (d->quant > step->last_quant) ++step;
-    d->quant += step->change[bits->read(1)];
+    d->quant += step->change[bits_read_1(bits)];
     return 0;
 }
 
 // I.2: "0", "10" and "11", behind MCBPC.
-static M4vAicMode read_intra_mode(M4vBits* bits) {
-    if (bits->take(1) == 0) return M4vAicMode::kDcOnly;
-    return bits->take(1) ? M4vAicMode::kHorizontal : M4vAicMode::kVertical;
+static M4vAicMode read_intra_mode(BitReader* bits) {
+    if (bits_take(bits, 1) == 0) return M4vAicMode::kDcOnly;
+    return bits_take(bits, 1) ? M4vAicMode::kHorizontal : M4vAicMode::kVertical;
 }
 
 static int decode_blocks(PictureDecoder* d, M4vAicMode mode, unsigned cbp) {
@@ -75,7 +75,7 @@ static int decode_blocks(PictureDecoder* d, M4vAicMode mode, unsigned cbp) {
                                : m4v_decode_h263_block(&d->blocks, is_coded, target);
         if (failed) return 1;
     }
-    return d->blocks.bits.overrun();
+    return bits_overrun(&d->blocks.bits);
 }
 
 // Marks the macroblock as decoded and steps to the next one of the segment.
@@ -93,9 +93,9 @@ static int finish_macroblock(PictureDecoder* d) {
 }
 
 static int decode_macroblock(PictureDecoder* d) {
-    M4vBits* const bits = &d->blocks.bits;
+    BitReader* const bits = &d->blocks.bits;
     const unsigned mcbpc = m4v_read_mcbpc(bits);
-    if (mcbpc == kMcbpcStuffing) return bits->overrun();
+    if (mcbpc == kMcbpcStuffing) return bits_overrun(bits);
     if (mcbpc == kMcbpcInvalid || d->y == d->picture->height_mbs) return 1;
     M4vAicMode mode = M4vAicMode::kDcOnly;
     if (d->header.has_advanced_intra) mode = read_intra_mode(bits);
@@ -141,7 +141,7 @@ static M4vRefusal decode_picture(const uint8_t* data, size_t length, const M4vPi
     PictureDecoder d = {};
     H263Segment first;
     d.picture = &picture;
-    d.blocks.bits.start(data, length);
+    d.blocks.bits = bits_start(data, length);
     d.blocks.idct = idct;
     const M4vRefusal refusal = h263_parse_picture(&d.blocks.bits, &d.header);
     if (refusal != M4vRefusal::kNone) return refusal;

@@ -38,14 +38,13 @@ static void set_size(M4vDecoder* d, uint32_t width, uint32_t height) {
     d->state |= kM4vHasSize;
 }
 
-static void read_layer(M4vDecoder* d, M4vBits* bits) {
+static void read_layer(M4vDecoder* d, BitReader* bits) {
     if (m4v_parse_layer(bits, &d->layer) == 0) set_size(d, d->layer.width, d->layer.height);
 }
 
 static M4vRefusal read_h263_size(M4vDecoder* d, const uint8_t* data, size_t length) {
-    M4vBits bits;
     H263Picture picture;
-    bits.start(data, length);
+    BitReader bits = bits_start(data, length);
     const M4vRefusal refusal = h263_parse_picture(&bits, &picture);
     if (refusal != M4vRefusal::kNone) return refusal;
     set_size(d, picture.width, picture.height);
@@ -62,8 +61,7 @@ static PictureStart read_mpeg4_headers(M4vDecoder* d, const M4vInput& input) {
     if (h263_is_picture_start(p, rest())) return {Coding::kH263, p, rest()};
     unsigned code;
     while ((p = m4v_find_start_code(p, end, &code)) != nullptr) {
-        M4vBits bits;
-        bits.start(p, rest());
+        BitReader bits = bits_start(p, rest());
         if (code == kStartVop) return {Coding::kVop, p, rest()};
         if (code == kStartSequence) m4v_parse_sequence(&bits, &d->layer);
         if (code == kStartVisualObject) m4v_parse_visual_object(&bits, &d->layer);

@@ -6,9 +6,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "m4vdec/m4v_bits.h"
 #include "m4vdec/m4v_presentation.h"
 #include "m4vdec/m4v_refusal.h"
+#include "runtime/bits.h"
 
 // Start code values, behind 00 00 01.
 constexpr unsigned kStartVideoObjectLast = 0x1f;
@@ -51,19 +51,20 @@ struct M4vPacket {
 void m4v_layer_init(M4vLayer* layer);
 
 // These take the bits behind the start code, as do those below.
-void m4v_parse_sequence(M4vBits* bits, M4vLayer* layer);
-void m4v_parse_visual_object(M4vBits* bits, M4vLayer* layer);
+void m4v_parse_sequence(BitReader* bits, M4vLayer* layer);
+void m4v_parse_visual_object(BitReader* bits, M4vLayer* layer);
 // Returns 1, with the reason in layer->refusal, when a tool is not supported or the data ends.
-int m4v_parse_layer(M4vBits* bits, M4vLayer* layer);
+int m4v_parse_layer(BitReader* bits, M4vLayer* layer);
 
 // Refuses what is not a coded I-VOP.
-M4vRefusal m4v_parse_vop(M4vBits* bits, const M4vLayer& layer, M4vVop* vop);
+M4vRefusal m4v_parse_vop(BitReader* bits, const M4vLayer& layer, M4vVop* vop);
 
 // Whether stuffing and a resync marker or a start code come next (or the data ends here).
-bool m4v_is_at_packet_end(M4vBits* bits);
+bool m4v_is_at_packet_end(BitReader* bits);
 // Reads the stuffing, the marker and the header. number_bits is the length of macroblock_number.
 // Returns 1 when there is no marker or the header is not that of an I-VOP.
-int m4v_parse_packet(M4vBits* bits, const M4vLayer& layer, unsigned number_bits, M4vPacket* packet);
+int m4v_parse_packet(BitReader* bits, const M4vLayer& layer, unsigned number_bits,
+                     M4vPacket* packet);
 
 // Finds the next start code (00 00 01 and one more byte) in [p, end). Returns the byte behind it
 // and stores its value, or returns null.

@@ -52,17 +52,17 @@ __attribute__((noinline)) static int read_events(M4vBlockDecoder* d, const M4vSc
                                                  M4vBlockEdge* edge) {
     const TcoefEntry* const primary = d->tcoef->primary;
     const Dequantiser q = make_dequantiser(*d);
-    M4vBitWindow bits = d->bits;
+    BitWindow bits = d->bits;
     const auto take = [&](int i, const TcoefEntry* entry) {
         const int level = entry->level;
         const unsigned position = scan.position[i];
-        bits.skip(entry->length);
+        bits_drop(&bits, entry->length);
         // The levels of the tables need no clipping: 31 * (2 * 27 + 1).
         store<kMethod>(d, scan, edge, i, level, position, dequantise<kMethod>(q, level, position));
     };
     for (;;) {
-        if (bits.count < kTcoefPrimaryBits + kTcoefSecondaryBits) d->bits.refill(&bits);
-        const TcoefEntry* entry = &primary[bits.peek(kTcoefPrimaryBits)];
+        bits_need(&bits, &d->bits, kTcoefPrimaryBits + kTcoefSecondaryBits);
+        const TcoefEntry* entry = &primary[bits_cached(&bits, kTcoefPrimaryBits)];
         int next = index + entry->step;
         if (next > 63) [[unlikely]] {  // neither the last event nor a special step fits below
             if (entry->step == kTcoefLong) {
@@ -73,11 +73,11 @@ __attribute__((noinline)) static int read_events(M4vBlockDecoder* d, const M4vSc
                 next -= static_cast<int>(kTcoefLast);
                 const bool is_valid = entry->step >= kTcoefLast && next <= 63;
                 if (is_valid) take(next, entry);
-                d->bits.window() = bits;
+                static_cast<BitWindow&>(d->bits) = bits;
                 return is_valid ? next : -1;
             }
             if (next > 63) {
-                d->bits.window() = bits;
+                static_cast<BitWindow&>(d->bits) = bits;
                 const TcoefEntry event = m4v_read_escaped_event(&d->bits, *d->tcoef, *entry);
                 index += event.step & (kTcoefLast - 1);
                 if (index > 63) return -1;  // as after kTcoefInvalid
@@ -241,8 +241,8 @@ int m4v_decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n,
 }
 
 int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target) {
-    d->bits.refill();
-    const unsigned code = d->bits.take(8);
+    bits_refill(&d->bits);
+    const unsigned code = bits_take(&d->bits, 8);
     const int dc = static_cast<int>(code == 255 ? 128 : code) * 8;
     int last = 0;
     if (is_coded) {

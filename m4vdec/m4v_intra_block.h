@@ -6,18 +6,18 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "m4vdec/m4v_bits.h"
 #include "m4vdec/m4v_edges.h"
 #include "m4vdec/m4v_idct.h"
 #include "m4vdec/m4v_picture.h"
 #include "m4vdec/m4v_refusal.h"
 #include "m4vdec/m4v_scan.h"
 #include "m4vdec/m4v_vlc.h"
+#include "runtime/bits.h"
 
 // Working state of a picture; lives on the stack for the alignment of the block.
 struct M4vBlockDecoder {
     alignas(16) int16_t coef[64];  // all zero between blocks
-    M4vBits bits;
+    BitReader bits;
     M4vIdctFn idct;
     const TcoefTable* tcoef;
     const uint8_t* matrix;  // by position, for MPEG quantisation; else null
@@ -30,9 +30,12 @@ enum class M4vDcCoding : uint8_t {
     kPartition,  // its difference was in an earlier partition
 };
 
-// Why what the reader came upon is not valid.
-inline M4vRefusal m4v_refusal_of_data(const M4vBits& bits) {
-    return bits.is_near_end() ? M4vRefusal::kCutOff : M4vRefusal::kDamagedData;
+// Why what the reader came upon is not valid. With fewer bits left than the longest code has, that
+// was cut off.
+inline M4vRefusal m4v_refusal_of_data(const BitReader& bits) {
+    const int bits_left_in_cache = bits.available - static_cast<int>(bits.padding_bits);
+    const bool is_near_end = bits.next == bits.end && bits_left_in_cache < kMostBitsRead;
+    return is_near_end ? M4vRefusal::kCutOff : M4vRefusal::kDamagedData;
 }
 
 // What the blocks of an MPEG-4 macroblock have in common.

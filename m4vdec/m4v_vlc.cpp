@@ -16,22 +16,23 @@ static TcoefEntry make_event(bool last, unsigned run, int level) {
 
 // ISO/IEC 14496-2 7.4.1.3: a code of the table follows, whose level or run is to be raised above
 // what the table has, or all three with fixed lengths.
-static TcoefEntry read_mpeg4_escape(M4vBits* bits, const TcoefTable& table) {
-    M4vBitWindow window = bits->window();
-    if (window.count < 2) bits->refill(&window);
-    const bool is_level_offset = window.take(1) == 0;
-    const bool is_fixed_length = !is_level_offset && window.take(1) != 0;
-    bits->refill(&window);
+static TcoefEntry read_mpeg4_escape(BitReader* bits, const TcoefTable& table) {
+    BitWindow window = *bits;
+    bits_need(&window, bits, 2);
+    const bool is_level_offset = bits_take(&window, 1) == 0;
+    const bool is_fixed_length = !is_level_offset && bits_take(&window, 1) != 0;
+    bits_refill(&window, bits);
     if (is_fixed_length) {
-        const unsigned fields = window.take(21);  // last 1, run 6, marker 1, level 12, marker 1
-        bits->window() = window;
+        const unsigned fields =
+            bits_take(&window, 21);  // last 1, run 6, marker 1, level 12, marker 1
+        static_cast<BitWindow&>(*bits) = window;
         if ((fields & 0x2001) != 0x2001) return kInvalidEvent;
         return make_event(fields >> 20, fields >> 14 & 63, sign_extend(fields >> 1 & 0xfff, 12));
     }
-    const TcoefEntry* entry = &table.primary[window.peek(kTcoefPrimaryBits)];
+    const TcoefEntry* entry = &table.primary[bits_cached(&window, kTcoefPrimaryBits)];
     if (entry->step == kTcoefLong) entry = m4v_long_event(window, table, *entry);
-    window.skip(entry->length);
-    bits->window() = window;
+    bits_drop(&window, entry->length);
+    static_cast<BitWindow&>(*bits) = window;
     if (entry->step >= kTcoefLong) return kInvalidEvent;
     const bool last = entry->step >= kTcoefLast;
     unsigned run = (entry->step & (kTcoefLast - 1)) - 1;
@@ -46,39 +47,39 @@ static TcoefEntry read_mpeg4_escape(M4vBits* bits, const TcoefTable& table) {
 }
 
 // ISO/IEC 14496-2 tables B-24, B-25: last 1, run 6, marker 1, level 11, marker 1, 0000, sign.
-static TcoefEntry read_reversible_escape(M4vBits* bits) {
-    const unsigned head = bits->read(8);
-    const unsigned tail = bits->read(17);
+static TcoefEntry read_reversible_escape(BitReader* bits) {
+    const unsigned head = bits_read(bits, 8);
+    const unsigned tail = bits_read(bits, 17);
     if ((head & 1) == 0 || (tail >> 1 & 31) != 16) return kInvalidEvent;
     const int level = static_cast<int>(tail >> 6);
     return make_event(head >> 7, head >> 1 & 63, tail & 1 ? -level : level);
 }
 
-static TcoefEntry read_long_reversible(M4vBits* bits) {
-    bits->refill();
-    TcoefEntry entry = m4v_reversible_event(bits->peek(16));
+static TcoefEntry read_long_reversible(BitReader* bits) {
+    bits_refill(bits);
+    TcoefEntry entry = m4v_reversible_event(bits_cached(bits, 16));
     if (entry.step >= kTcoefLong) return kInvalidEvent;
-    bits->skip(entry.length);
+    bits_drop(bits, entry.length);
     return entry;
 }
 
 // H.263 5.4.2: last 1, run 6, level 8. T.4: level -128 announces one of 11 bits that are rotated by
 // five positions.
-static TcoefEntry read_h263_escape(M4vBits* bits, bool is_extended) {
-    bits->refill();
-    const unsigned fields = bits->take(15);
+static TcoefEntry read_h263_escape(BitReader* bits, bool is_extended) {
+    bits_refill(bits);
+    const unsigned fields = bits_take(bits, 15);
     int level = sign_extend(fields & 255, 8);
     if (level == -128) {
         if (!is_extended) return kInvalidEvent;
-        const unsigned rotated = bits->read(11);
+        const unsigned rotated = bits_read(bits, 11);
         level = sign_extend((rotated & 63) << 5 | rotated >> 6, 11);
     }
     return make_event(fields >> 14, fields >> 8 & 63, level);
 }
 
-TcoefEntry m4v_read_escaped_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry) {
+TcoefEntry m4v_read_escaped_event(BitReader* bits, const TcoefTable& table, TcoefEntry entry) {
     if (entry.step == kTcoefInvalid) return kInvalidEvent;
-    bits->skip(entry.length);
+    bits_drop(bits, entry.length);
     switch (table.escapes) {
         case TcoefEscapes::kMpeg4:
             return read_mpeg4_escape(bits, table);
@@ -137,15 +138,15 @@ constexpr struct DcTables {
 
 const M4vDcEntry* const kM4vDcDifference[2] = {kDcTables.of[0], kDcTables.of[1]};
 
-int m4v_read_long_dc_difference(M4vBits* bits, bool is_chroma) {
-    const unsigned window = bits->peek(13);
+int m4v_read_long_dc_difference(BitReader* bits, bool is_chroma) {
+    const unsigned window = bits_cached(bits, 13);
     if (window < 2) return kM4vNoDc;  // twelve zeros
     const unsigned zeros = static_cast<unsigned>(__builtin_clz(window)) - 19;
     unsigned length = 0;
     const unsigned size = dc_size(is_chroma, zeros, window >> (11 - zeros) & 1, &length);
     if (size > 12) return kM4vNoDc;
-    bits->skip(length);
+    bits_drop(bits, length);
     const int difference =
-        dc_value(size, bits->take(size));  // up to 11 + 12 bits behind the refill
-    return size > 8 && !bits->flag() ? kM4vNoDc : difference;
+        dc_value(size, bits_take(bits, size));  // up to 11 + 12 bits behind the refill
+    return size > 8 && !bits_read_1(bits) ? kM4vNoDc : difference;
 }

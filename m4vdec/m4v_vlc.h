@@ -5,7 +5,7 @@
 
 #include <stdint.h>
 
-#include "m4vdec/m4v_bits.h"
+#include "runtime/bits.h"
 
 // --- Transform coefficients -----------------------------------------------------------------
 
@@ -47,10 +47,10 @@ extern const TcoefTable kTcoefAic;           // H.263 table I.2
 extern const TcoefTable kTcoefAicExtended;   // the same with Annex T escapes
 
 // The entry behind one of kTcoefLong.
-inline const TcoefEntry* m4v_long_event(const M4vBitWindow& bits, const TcoefTable& table,
+inline const TcoefEntry* m4v_long_event(const BitWindow& bits, const TcoefTable& table,
                                         TcoefEntry link) {
     constexpr unsigned kMask = (1u << kTcoefSecondaryBits) - 1;
-    const unsigned low = bits.peek(kTcoefPrimaryBits + kTcoefSecondaryBits) & kMask;
+    const unsigned low = bits_cached(&bits, kTcoefPrimaryBits + kTcoefSecondaryBits) & kMask;
     return &table.secondary[static_cast<unsigned>(link.level) + low];
 }
 
@@ -59,7 +59,7 @@ TcoefEntry m4v_reversible_event(unsigned bits);
 
 // Reads the event behind an entry of kTcoefEscape, whose length is not skipped yet. The step is
 // kTcoefInvalid when it is not valid, or that of the entry is.
-TcoefEntry m4v_read_escaped_event(M4vBits* bits, const TcoefTable& table, TcoefEntry entry);
+TcoefEntry m4v_read_escaped_event(BitReader* bits, const TcoefTable& table, TcoefEntry entry);
 
 // --- Macroblock headers and DC --------------------------------------------------------------
 
@@ -78,21 +78,21 @@ constexpr unsigned kCbpyBits = 6;
 extern const ShortCode kCbpyIntra[1 << kCbpyBits];  // value: block 0 at bit 3
 
 // Returns a combination of the kMcbpc... bits. 15 more can be taken without a refill.
-inline unsigned m4v_read_mcbpc(M4vBits* bits) {
-    bits->refill();
-    const ShortCode code = kMcbpcIntra[bits->peek(kMcbpcBits)];
+inline unsigned m4v_read_mcbpc(BitReader* bits) {
+    bits_refill(bits);
+    const ShortCode code = kMcbpcIntra[bits_cached(bits, kMcbpcBits)];
     if (code.length != 0) {
-        bits->skip(code.length);
+        bits_drop(bits, code.length);
         return code.value;
     }
-    return bits->take(9) == 1 ? kMcbpcStuffing : kMcbpcInvalid;
+    return bits_take(bits, 9) == 1 ? kMcbpcStuffing : kMcbpcInvalid;
 }
 
 // Returns the four luma bits, above 15 for an invalid code.
-inline unsigned m4v_read_cbpy(M4vBits* bits) {
-    bits->refill();
-    const ShortCode code = kCbpyIntra[bits->peek(kCbpyBits)];
-    bits->skip(code.length);
+inline unsigned m4v_read_cbpy(BitReader* bits) {
+    bits_refill(bits);
+    const ShortCode code = kCbpyIntra[bits_cached(bits, kCbpyBits)];
+    bits_drop(bits, code.length);
     return code.value;
 }
 
@@ -106,15 +106,15 @@ extern const M4vDcEntry* const kM4vDcDifference[2];  // luma, chroma
 
 constexpr int kM4vNoDc = 1 << 16;  // for a code that is not valid
 
-int m4v_read_long_dc_difference(M4vBits* bits, bool is_chroma);
+int m4v_read_long_dc_difference(BitReader* bits, bool is_chroma);
 
 // Returns the difference, or kM4vNoDc.
-[[nodiscard]] inline int m4v_read_dc_difference(M4vBits* bits, bool is_chroma) {
-    bits->refill();
-    const M4vDcEntry entry = kM4vDcDifference[is_chroma][bits->peek(kM4vDcBits)];
+[[nodiscard]] inline int m4v_read_dc_difference(BitReader* bits, bool is_chroma) {
+    bits_refill(bits);
+    const M4vDcEntry entry = kM4vDcDifference[is_chroma][bits_cached(bits, kM4vDcBits)];
     if (entry.length == 0) [[unlikely]] {
         return m4v_read_long_dc_difference(bits, is_chroma);
     }
-    bits->skip(entry.length);
+    bits_drop(bits, entry.length);
     return entry.value;
 }

@@ -46,7 +46,7 @@ static M4vDcCoding read_quant(VopDecoder* d, unsigned mcbpc) {
     static const int8_t kDquant[4] = {-1, -2, 1, 2};
     int running_quant = d->blocks.quant;
     if (mcbpc & kMcbpcQuant) {
-        d->blocks.quant = clip3(1, 31, running_quant + kDquant[d->blocks.bits.read(2)]);
+        d->blocks.quant = clip3(1, 31, running_quant + kDquant[bits_read(&d->blocks.bits, 2)]);
         if (d->is_first_of_packet) running_quant = d->blocks.quant;
     }
     d->is_first_of_packet = false;
@@ -70,21 +70,21 @@ static int decode_blocks(VopDecoder* d, M4vIntraMb* mb, unsigned cbp, bool is_fi
         d->x = 0;
         ++d->y;
     }
-    return d->blocks.bits.overrun();
+    return bits_overrun(&d->blocks.bits);
 }
 
 static int decode_macroblock(VopDecoder* d) {
-    M4vBits* const bits = &d->blocks.bits;
+    BitReader* const bits = &d->blocks.bits;
     const unsigned mcbpc = m4v_read_mcbpc(bits);
     if (mcbpc == kMcbpcStuffing) return 0;
     if (mcbpc == kMcbpcInvalid) return 1;
     M4vIntraMb mb;
-    mb.ac_pred_flag = bits->take(1);
+    mb.ac_pred_flag = bits_take(bits, 1);
     const unsigned cbpy = m4v_read_cbpy(bits);
     if (cbpy > 15) return 1;
     mb.dc_coding = read_quant(d, mcbpc);
     mb.dc_differences = nullptr;
-    const bool is_field_dct = d->layer->is_interlaced && bits->flag();
+    const bool is_field_dct = d->layer->is_interlaced && bits_read_1(bits);
     return decode_blocks(d, &mb, cbpy << 2 | (mcbpc & 3), is_field_dct);
 }
 
@@ -92,11 +92,11 @@ static int decode_macroblock(VopDecoder* d) {
 static int read_dc_partition(VopDecoder* d, uint32_t* count) {
     constexpr unsigned kDcMarker = 0x6b001;
     constexpr unsigned kDcMarkerBits = 19;
-    M4vBits* const bits = &d->blocks.bits;
+    BitReader* const bits = &d->blocks.bits;
     uint32_t n = 0;
     for (;;) {
-        bits->refill();
-        if (bits->peek(kDcMarkerBits) == kDcMarker) break;
+        bits_refill(bits);
+        if (bits_cached(bits, kDcMarkerBits) == kDcMarker) break;
         const unsigned mcbpc = m4v_read_mcbpc(bits);
         if (mcbpc == kMcbpcStuffing) continue;
         if (mcbpc == kMcbpcInvalid || n == d->picture->total_mbs() - d->address) return 1;
@@ -112,20 +112,20 @@ static int read_dc_partition(VopDecoder* d, uint32_t* count) {
             mb->dc_differences[i] = static_cast<int16_t>(difference);
         }
     }
-    bits->skip(kDcMarkerBits);
+    bits_drop(bits, kDcMarkerBits);
     *count = n;
-    return n == 0 || bits->overrun();
+    return n == 0 || bits_overrun(bits);
 }
 
 static int read_cbp_partition(VopDecoder* d, uint32_t count) {
     for (uint32_t n = 0; n < count; ++n) {
         PartitionedMb* const mb = &d->partitioned[n];
-        mb->ac_pred_flag = d->blocks.bits.flag();
+        mb->ac_pred_flag = bits_read_1(&d->blocks.bits);
         const unsigned cbpy = m4v_read_cbpy(&d->blocks.bits);
         if (cbpy > 15) return 1;
         mb->cbp = static_cast<uint8_t>(mb->cbp | cbpy << 2);
     }
-    return d->blocks.bits.overrun();
+    return bits_overrun(&d->blocks.bits);
 }
 
 static int decode_partitioned_packet(VopDecoder* d) {
@@ -161,7 +161,7 @@ static int decode_packets(VopDecoder* d) {
 M4vRefusal m4v_decode_vop(const uint8_t* data, size_t length, const M4vLayer& layer,
                           const M4vPicture& picture, M4vIdctFn idct) {
     VopDecoder d = {};
-    d.blocks.bits.start(data, length);
+    d.blocks.bits = bits_start(data, length);
     d.blocks.idct = idct;
     d.blocks.tcoef = layer.has_reversible_vlc ? &kTcoefReversible : &kTcoefIntra;
     d.blocks.matrix = layer.has_matrix ? layer.intra_matrix : nullptr;

@@ -6,20 +6,18 @@
 
 #include "tests/support/bit_packer.h"
 
-TEST(Bits, ReadsBothWordsAndZerosBehindTheEnd) {
+TEST(Bits, AreAsWrittenAndZerosAfterTheEnd) {
     const std::string data = "\x01\x23\x45\x67\x89\xab\xcd\xef\xfe\xdc\xba\x98\x76";
-    const auto expect_as_written = [&](auto bits, size_t length) {
-        const std::string part = data.substr(0, length);
-        const std::string digits = BitPacker().bytes(part).bits() + std::string(100, '0');
-        bits.start(reinterpret_cast<const uint8_t*>(part.data()), length);
-        for (unsigned at = 0, n = 1; at < 8 * length + 70; at += n, n = n % bits.kMaxRead + 1) {
-            ASSERT_EQ(bits.overrun(), at > 8 * length);
-            ASSERT_EQ(bits.read(n), stoul(digits.substr(at, n), nullptr, 2)) << length << " " << at;
-        }
-    };
     for (size_t length = 0; length < data.size(); ++length) {
-        expect_as_written(M4vBitsT<uint64_t>(), length);
-        expect_as_written(M4vBitsT<uint32_t>(), length);
+        const std::string part = data.substr(0, length);
+        const int bit_count = static_cast<int>(8 * length);
+        const std::string digits = BitPacker().bytes(part).bits() + std::string(100, '0');
+        BitReader bits = bits_start(reinterpret_cast<const uint8_t*>(part.data()), length);
+        for (int at = 0, n = 1; at < bit_count + 70; at += n, n = n % kMostBitsRead + 1) {
+            ASSERT_EQ(bits_overrun(&bits), at > bit_count);
+            ASSERT_EQ(bits_read(&bits, n), stoul(digits.substr(at, n), nullptr, 2))
+                << length << " " << at;
+        }
     }
 }
 
@@ -63,10 +61,9 @@ TEST(Tcoef, ReadsPrintedCodesAndRefusesOthers) {
     };
     for (const auto& c : kCases) {
         const std::string data = BitPacker(c.digits).str();
-        M4vBits bits;
-        bits.start(reinterpret_cast<const uint8_t*>(data.data()), data.size());
-        bits.refill();
-        TcoefEntry entry = c.table->primary[bits.peek(kTcoefPrimaryBits)];
+        BitReader bits = bits_start(reinterpret_cast<const uint8_t*>(data.data()), data.size());
+        bits_refill(&bits);
+        TcoefEntry entry = c.table->primary[bits_cached(&bits, kTcoefPrimaryBits)];
         if (entry.step == kTcoefLong) entry = *m4v_long_event(bits, *c.table, entry);
         if (entry.step >= kTcoefLong) entry = m4v_read_escaped_event(&bits, *c.table, entry);
         const unsigned step = c.level == 0 ? kTcoefInvalid : c.step + (c.last ? kTcoefLast : 0);
