@@ -3,120 +3,105 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <vector>
 
 namespace {
 
-struct Read {
-    OptionsOutcome outcome;
-    Options options;
-    std::string complaint;
-};
-
-Read read(std::vector<std::string> words, bool has_files = true) {
-    if (has_files) words.insert(words.end(), {"-i", "-a b.mp4", "-o", "-c d.jpg"});
-    words.insert(words.begin(), "keystill-thumbnailer");
+// What the words ask for: size, start, quality, format, frames@percentile, fallback, what is
+// unusual; or a word and the complaint.
+std::string read(const std::string& words) {
+    std::vector<std::string> parts = {"keystill-thumbnailer"};
+    std::istringstream in(words);
+    for (std::string word; in >> word;) parts.push_back(word == "EMPTY" ? "" : word);
     std::vector<char*> argv;
-    for (std::string& word : words) argv.push_back(word.data());
+    for (std::string& part : parts) argv.push_back(part.data());
     argv.push_back(nullptr);
-    Read result;
-    result.outcome = read_options(static_cast<int>(words.size()), argv.data(), &result.options,
-                                  &result.complaint);
-    return result;
+    Options o;
+    std::string complaint;
+    switch (read_options(static_cast<int>(parts.size()), argv.data(), &o, &complaint)) {
+        case OptionsOutcome::kHelp:
+            return "help";
+        case OptionsOutcome::kVersion:
+            return "version";
+        case OptionsOutcome::kWrong:
+            return complaint.empty() ? "wrong without a word" : "wrong";
+        case OptionsOutcome::kRun:
+            break;
+    }
+    std::ostringstream out;
+    out << o.size.width << 'x' << o.size.height << ' ' << o.start.percent << '%';
+    if (o.start.time_us >= 0) out << ' ' << o.start.time_us << "us";
+    out << ' ' << o.quality << (o.format == PictureFormat::kJpeg ? " jpeg " : " png ");
+    out << o.frames << '@' << o.percentile << ' ' << o.fallback;
+    if (o.size.ignores_shape) out << " square";
+    if (o.size.may_enlarge) out << " enlarge";
+    if (o.keeps_orientation_as_stored) out << " stored";
+    return out.str() + " " + o.input + " " + o.output;
 }
 
-TEST(Options, StandsInForOtherThumbnailers) {
-    // As desktops and media servers call one, with values behind their letters or apart.
-    const Read r = read({"-iin.mkv", "-oout.png", "-s0", "-t", "25%", "-q", "10", "-c", "jpeg",
-                         "-a", "-f", "-m", "-w"},
-                        false);
-    ASSERT_EQ(r.outcome, OptionsOutcome::kRun) << r.complaint;
-    EXPECT_EQ(r.options.input, "in.mkv");
-    EXPECT_EQ(r.options.output, "out.png");
-    EXPECT_EQ(r.options.size.width, 0);
-    EXPECT_EQ(r.options.start.percent, 25);
-    EXPECT_EQ(r.options.quality, 100);
-    EXPECT_EQ(r.options.format, PictureFormat::kJpeg);
-    EXPECT_TRUE(r.options.size.ignores_shape);
-}
-
-TEST(Options, UsualValues) {
-    const Read r = read({});
-    ASSERT_EQ(r.outcome, OptionsOutcome::kRun);
-    EXPECT_EQ(r.options.input, "-a b.mp4");
-    EXPECT_EQ(r.options.output, "-c d.jpg");
-    EXPECT_EQ(r.options.size.width, 128);
-    EXPECT_EQ(r.options.size.height, 128);
-    EXPECT_EQ(r.options.frames, 5);
-    EXPECT_EQ(r.options.start.percent, 10);
-    EXPECT_EQ(r.options.start.time_us, -1);
-    EXPECT_EQ(r.options.percentile, 70);
-    EXPECT_EQ(r.options.format, PictureFormat::kJpeg);
-    EXPECT_EQ(r.options.fallback, "none");
+TEST(Options, AreReadAsWords) {
+    const std::string files = " -i -a.mp4 -o b.png";
+    // clang-format off
+    static const std::pair<const char*, const char*> kCases[] = {
+        // As desktops and media servers call other thumbnailers.
+        {"-iin.mkv -oout.png -s0 -t 25% -q 10 -c jpeg -a -f -m -w",
+         "0x0 25% 100 jpeg 5@70 none square in.mkv out.png"},
+        {"-i -a -o -c", "128x128 10% 80 png 5@70 none -a -c"},
+        {"--input a --output b.jpg --size=320x240 --time 0 --quality 0 --format PNG --frames 1000"
+         " --percentile 100 --fallback auto --enlarge --no-rotate",
+         "320x240 0% 0 png 1000@100 auto enlarge stored a b.jpg"},
+        // The format by the ending.
+        {"-i a -o a.png", "128x128 10% 80 png 5@70 none a a.png"},
+        {"-i a -o a.JPEG", "128x128 10% 80 jpeg 5@70 none a a.JPEG"},
+        {"-i a -o a.jpg", "128x128 10% 80 jpeg 5@70 none a a.jpg"},
+        {"-i a -o a.b/c", "128x128 10% 80 png 5@70 none a a.b/c"},
+        {"-i a -o a.gif", "128x128 10% 80 png 5@70 none a a.gif"},
+        {"-cjpeg -i a -o a.png", "128x128 10% 80 jpeg 5@70 none a a.png"},
+        {"-i a -o -", "128x128 10% 80 png 5@70 none a -"},
+        {"", "wrong"}, {"-i a", "wrong"}, {"-i", "wrong"}, {"-h", "help"}, {"-v", "version"},
+    };
+    // clang-format on
+    for (const auto& [words, want] : kCases) EXPECT_EQ(read(words), want) << words;
+    for (const char* words : {"-s -1",
+                              "-s 1x",
+                              "-s 65501",
+                              "-s 1x2x3",
+                              "-t 101%",
+                              "-t a",
+                              "-t 1:2:3:4",
+                              "-t 1:-2",
+                              "-t :",
+                              "-t 0:0.x",
+                              "-q 11",
+                              "-c rgb",
+                              "--frames 0",
+                              "--frames 1001",
+                              "--percentile 101",
+                              "--fallback EMPTY",
+                              "--none",
+                              "-z",
+                              "stray",
+                              "-s EMPTY",
+                              "-t EMPTY",
+                              "--time"}) {
+        EXPECT_EQ(read(files + " " + words), "wrong") << words;
+    }
 }
 
 TEST(Options, SizesAndTimes) {
-    const Read box = read({"--size=320x240"});
-    EXPECT_EQ(box.options.size.width, 320);
-    EXPECT_EQ(box.options.size.height, 240);
-    const Read wide = read({"-s", "320x0"});
-    EXPECT_EQ(wide.options.size.width, 320);
-    EXPECT_EQ(wide.options.size.height, 0);
-    const struct {
-        const char* text;
-        int percent;
-        int64_t time_us;
-    } kTimes[] = {
-        {"0", 0, -1},
-        {"100%", 100, -1},
-        {"00:00:00", 10, 0},
-        {"1:30", 10, 90000000},
-        {"01:01:01.5", 10, 3661500000},
-        {"0:00.0000019", 10, 1},
-        {"99:00:00", 10, 356400000000},
+    // clang-format off
+    static const std::pair<const char*, const char*> kCases[] = {
+        {"-s 320x0", "320x0 10%"}, {"-s 65500", "65500x65500 10%"}, {"-t 0", "128x128 0%"},
+        {"-t 100%", "128x128 100%"}, {"-t 00:00:00", "128x128 10% 0us"},
+        {"-t 1:30", "128x128 10% 90000000us"}, {"-t 01:01:01.5", "128x128 10% 3661500000us"},
+        {"-t 0:00.0000019", "128x128 10% 1us"}, {"-t 99:00:00", "128x128 10% 356400000000us"},
     };
-    for (const auto& c : kTimes) {
-        const Read r = read({"-t", c.text});
-        EXPECT_EQ(r.outcome, OptionsOutcome::kRun) << c.text;
-        EXPECT_EQ(r.options.start.percent, c.percent) << c.text;
-        EXPECT_EQ(r.options.start.time_us, c.time_us) << c.text;
+    // clang-format on
+    for (const auto& [words, want] : kCases) {
+        EXPECT_EQ(read(std::string(words) + " -i a -o b"),
+                  want + std::string(" 80 png 5@70 none a b"));
     }
-}
-
-TEST(Options, FormatByEndingUnlessStated) {
-    const std::pair<const char*, PictureFormat> kCases[] = {
-        {"a.png", PictureFormat::kPng},  {"a.JPEG", PictureFormat::kJpeg},
-        {"a.jpg", PictureFormat::kJpeg}, {"a.b/c", PictureFormat::kPng},
-        {"a.gif", PictureFormat::kPng},  {"-", PictureFormat::kPng},
-    };
-    for (const auto& [output, format] : kCases) {
-        EXPECT_EQ(read({"-i", "a", "-o", output}, false).options.format, format) << output;
-        EXPECT_EQ(read({"-i", "a", "-cjpeg", "-o", output}, false).options.format,
-                  PictureFormat::kJpeg);
-    }
-}
-
-TEST(Options, WrongUsage) {
-    const std::vector<std::string> kWrong[] = {
-        {"-s", "-1"},       {"-s", "1x"},         {"-s", "65501"},
-        {"-s", "1x2x3"},    {"-t", "101%"},       {"-t", "a"},
-        {"-t", "1:2:3:4"},  {"-t", "1:-2"},       {"-t", ":"},
-        {"-t", "0:0.x"},    {"-q", "11"},         {"-c", "rgb"},
-        {"--frames", "0"},  {"--frames", "1001"}, {"--percentile", "101"},
-        {"--fallback", ""}, {"--none"},           {"-z"},
-        {"stray"},          {"-s", ""},           {"-t", ""},
-        {"--time"},
-    };
-    for (const auto& words : kWrong) {
-        const Read r = read(words);
-        EXPECT_EQ(r.outcome, OptionsOutcome::kWrong) << words.back();
-        EXPECT_NE(r.complaint, "");
-    }
-    EXPECT_EQ(read({}, false).outcome, OptionsOutcome::kWrong);
-    EXPECT_EQ(read({"-i", "a"}, false).outcome, OptionsOutcome::kWrong);
-    EXPECT_EQ(read({"-i"}, false).outcome, OptionsOutcome::kWrong);
-    EXPECT_EQ(read({"-h"}, false).outcome, OptionsOutcome::kHelp);
-    EXPECT_EQ(read({"-v"}, false).outcome, OptionsOutcome::kVersion);
 }
 
 }  // namespace

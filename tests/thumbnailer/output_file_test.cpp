@@ -30,44 +30,34 @@ ptrdiff_t files_in(const TempFolder& folder) {
     return std::distance(fs::directory_iterator(folder.path("")), fs::directory_iterator());
 }
 
-TEST(OutputFile, ReplacesAFileInOneStep) {
+TEST(OutputFile, ReplacesFilesAndFillsEmptyOnesAndLinks) {
     TempFolder folder;
-    const std::string path = folder.path("a.png");
+    const std::string path = folder.path("a.png"), empty = folder.path("empty.png");
     write_file(path, "earlier");
+    write_file(empty, "");
     chmod(path.c_str(), 0640);
     const int reader = open(path.c_str(), O_RDONLY);
+    const ino_t before = status_of(empty).st_ino;  // somebody may hold it open
     ASSERT_TRUE(write_output(path, kBytes));
+    ASSERT_TRUE(write_output(empty, kBytes));
     EXPECT_EQ(read_file(path), kText);
+    EXPECT_EQ(read_file(empty), kText);
     EXPECT_EQ(status_of(path).st_mode & 0777, 0640u);
+    EXPECT_EQ(status_of(empty).st_ino, before);
     char old[8] = {};
     EXPECT_EQ(read(reader, old, 7), 7);  // whoever had it open still has the earlier one
     EXPECT_STREQ(old, "earlier");
     close(reader);
-    EXPECT_EQ(files_in(folder), 1);
-}
+    EXPECT_EQ(files_in(folder), 2);
 
-TEST(OutputFile, FillsAnEmptyFileThatSomebodyHoldsOpen) {
-    TempFolder folder;
-    const std::string path = folder.path("a.png");
-    write_file(path, "");
-    const ino_t before = status_of(path).st_ino;
-    ASSERT_TRUE(write_output(path, kBytes));
-    EXPECT_EQ(status_of(path).st_ino, before);
-    EXPECT_EQ(read_file(path), kText);
-}
-
-TEST(OutputFile, NewFilesAndLinks) {
-    TempFolder folder;
     const mode_t mask = umask(027);
     ASSERT_TRUE(write_output(folder.path("new.png"), kBytes));
     umask(mask);
     EXPECT_EQ(status_of(folder.path("new.png")).st_mode & 0777, 0640u);
-
     std::filesystem::create_symlink("new.png", folder.path("link.png"));
     std::filesystem::create_symlink("other.png", folder.path("dangling.png"));
-    const std::vector<uint8_t> more = {'m'};
     for (const char* name : {"link.png", "dangling.png"}) {
-        ASSERT_TRUE(write_output(folder.path(name), more)) << name;
+        ASSERT_TRUE(write_output(folder.path(name), std::vector<uint8_t>{'m'})) << name;
         EXPECT_TRUE(S_ISLNK(status_of(folder.path(name)).st_mode));
         EXPECT_EQ(read_file(folder.path(name)), "m");
     }
@@ -76,11 +66,7 @@ TEST(OutputFile, NewFilesAndLinks) {
 
 TEST(OutputFile, AFailureLeavesWhatWasThere) {
     TempFolder folder;
-    const std::string path = folder.path("a.png");
-    const std::string empty = folder.path("empty.png");
-    EXPECT_FALSE(write_output(folder.path("none/a.png"), kBytes));
-    EXPECT_FALSE(write_output(folder.path(""), kBytes));
-    EXPECT_FALSE(write_output("/dev/full", kBytes));
+    const std::string path = folder.path("a.png"), empty = folder.path("empty.png");
     write_file(path, "earlier");
     write_file(empty, "");
     signal(SIGXFSZ, SIG_IGN);
@@ -88,9 +74,10 @@ TEST(OutputFile, AFailureLeavesWhatWasThere) {
     getrlimit(RLIMIT_FSIZE, &before);
     const rlimit low = {5000, before.rlim_max};
     setrlimit(RLIMIT_FSIZE, &low);
-    EXPECT_FALSE(write_output(path, kBytes));
-    EXPECT_FALSE(write_output(empty, kBytes));
-    EXPECT_FALSE(write_output(folder.path("new.png"), kBytes));
+    for (const std::string& output : {path, empty, folder.path("new.png"), folder.path(""),
+                                      folder.path("none/a.png"), std::string("/dev/full")}) {
+        EXPECT_FALSE(write_output(output, kBytes)) << output;
+    }
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_EQ(read_file(path), "earlier");
     EXPECT_EQ(read_file(empty), "");
@@ -100,18 +87,15 @@ TEST(OutputFile, AFailureLeavesWhatWasThere) {
 TEST(PictureCheck, KnowsWholeFiles) {
     const std::string png("\x89PNG\r\n\x1a\n....\0\0\0\0IEND\xae\x42\x60\x82", 24);
     const std::string jpeg = "\xff\xd8\xff...\xff\xd9";
-    const auto is_whole = [](const std::string& text, PictureFormat format) {
-        return is_whole_picture({reinterpret_cast<const uint8_t*>(text.data()), text.size()},
-                                format);
-    };
-    EXPECT_TRUE(is_whole(png, PictureFormat::kPng));
-    EXPECT_TRUE(is_whole(jpeg, PictureFormat::kJpeg));
-    EXPECT_FALSE(is_whole(png, PictureFormat::kJpeg));
-    EXPECT_FALSE(is_whole(jpeg, PictureFormat::kPng));
-    for (size_t length = 0; length < png.size(); ++length) {
-        EXPECT_FALSE(is_whole(png.substr(0, length), PictureFormat::kPng));
-        EXPECT_FALSE(
-            is_whole(jpeg.substr(0, std::min(length, jpeg.size() - 1)), PictureFormat::kJpeg));
+    for (const PictureFormat format : {PictureFormat::kPng, PictureFormat::kJpeg}) {
+        for (const std::string& file : {png, jpeg}) {
+            for (size_t length = 0; length <= file.size(); ++length) {
+                const bool is_whole =
+                    file.size() == length && (file == png) == (format == PictureFormat::kPng);
+                const auto* const bytes = reinterpret_cast<const uint8_t*>(file.data());
+                EXPECT_EQ(is_whole_picture({bytes, length}, format), is_whole) << length;
+            }
+        }
     }
 }
 
