@@ -41,34 +41,20 @@ TEST(Wording, CodecsHaveNames) {
 }
 
 TEST(Printable, TextOfStrangersIsValidAndSeen) {
-    static const struct {
-        std::string text, want;
-    } kCases[] = {
-        {"plain text, 100 %", "plain text, 100 %"},
-        {"Stra\xc3\x9f"
-         "e \xe6\x97\xa5 \xf0\x9f\x8e\xac",
-         "Stra\xc3\x9f"
-         "e \xe6\x97\xa5 \xf0\x9f\x8e\xac"},
-        {"\xa9too", "\\xa9too"},
-        {std::string("a\0b", 3),
-         "a\\x00"
-         "b"},
-        {"\x1b[31m\r\n\t\x7f", "\\x1b[31m\\x0d\\x0a\\x09\\x7f"},
-        {"\xc2\x9b"
-         "31m",
-         "\\xc2\\x9b"
-         "31m"},                                            // CSI as a character
-        {"\xe2\x80\xaegpj.exe", "\\xe2\\x80\\xaegpj.exe"},  // right-to-left override
-        {"\xf3\xa0\x81\x81", "\\xf3\\xa0\\x81\\x81"},       // a tag
-        {"C:\\x41", "C:\\\\x41"},
-        {"\xe6\x97", "\\xe6\\x97"},                             // cut off
-        {"\xc0\xaf\xe0\x80\xaf", "\\xc0\\xaf\\xe0\\x80\\xaf"},  // longer than need be
-        {"\xed\xa0\x80\xf4\x90\x80\x80", "\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80"},  // no characters
-        {"\x80\xff\xe6"
-         "a",
-         "\\x80\\xff\\xe6"
-         "a"},
-        {"", ""},
+    // clang-format off
+    static const std::pair<std::string, const char*> kCases[] = {
+        {"", ""}, {"plain text, 100 %", "plain text, 100 %"},
+        {"\303\237e \346\227\245 \360\237\216\254", "\303\237e \346\227\245 \360\237\216\254"},
+        {"\251too", R"(\xa9too)"}, {std::string("a\0b", 3), R"(a\x00b)"},
+        {"\33[31m\r\n\t\177", R"(\x1b[31m\x0d\x0a\x09\x7f)"}, {R"(C:\x41)", R"(C:\\x41)"},
+        {"\302\23331m", R"(\xc2\x9b31m)"},                      // CSI as a character
+        {"\342\200\256gpj.exe", R"(\xe2\x80\xaegpj.exe)"},      // right-to-left override
+        {"\363\240\201\201", R"(\xf3\xa0\x81\x81)"},            // a tag
+        {"\346\227", R"(\xe6\x97)"},                            // cut off
+        {"\300\257\340\200\257", R"(\xc0\xaf\xe0\x80\xaf)"},    // longer than need be
+        {"\355\240\200\364\220\200\200", R"(\xed\xa0\x80\xf4\x90\x80\x80)"},  // no characters
+        {"\200\377\346a", R"(\x80\xff\xe6a)"}, {"\370\210\200\200", R"(\xf8\x88\x80\x80)"},
     };
-    for (const auto& c : kCases) EXPECT_EQ(printable(c.text), c.want);
+    // clang-format on
+    for (const auto& [text, want] : kCases) EXPECT_EQ(printable(text), want);
 }
