@@ -20,7 +20,7 @@ ReconKernels recon_kernels_best() {
     deblock_use_simd(&k);
 #endif
 #if KEYSTILL_HAS_AVX2
-    if (__builtin_cpu_supports("avx2")) deblock_use_avx2(&k);
+    if (processor_has_avx2()) deblock_use_avx2(&k);
 #endif
     return k;
 }

@@ -147,7 +147,7 @@ unsigned m4v_idct_variants(M4vIdctFn variants[kM4vIdctVariants]) {
     if (processor_has_simd()) variants[count++] = m4v_idct_simd;
 #endif
 #if KEYSTILL_HAS_AVX2
-    if (__builtin_cpu_supports("avx2")) variants[count++] = m4v_idct_avx2;
+    if (processor_has_avx2()) variants[count++] = m4v_idct_avx2;
 #endif
     return count;
 }

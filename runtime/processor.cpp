@@ -1,9 +1,20 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "runtime/processor.h"
 
+#if defined(__x86_64__) && __has_include(<sys/platform/x86.h>)
+#include <sys/platform/x86.h>
+#endif
 #if defined(__arm__) && defined(__linux__)
 #include <asm/hwcap.h>
 #include <sys/auxv.h>
+#endif
+
+#if defined(CPU_FEATURE_ACTIVE)
+// The C library has asked the processor already. A virtual one takes a while for each answer, and
+// the compiler's own function asks for all of them, at the start of every run.
+bool processor_has_avx2() { return CPU_FEATURE_ACTIVE(AVX2); }
+#elif defined(__x86_64__)
+bool processor_has_avx2() { return __builtin_cpu_supports("avx2"); }
 #endif
 
 bool processor_has_simd() {

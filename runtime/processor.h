@@ -4,3 +4,7 @@
 
 // Whether kernels written with runtime/simd_vectors.h run here.
 bool processor_has_simd();
+
+#if defined(__x86_64__)
+bool processor_has_avx2();
+#endif
