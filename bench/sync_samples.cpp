@@ -14,9 +14,10 @@ int sync_samples_open(const char* path, SyncSamples* samples) {
     mp4_begin_walk(&samples->context);
     const VideoState* const state = samples->context.video;
     samples->file.reset(upnp_file_open_b(path, kWalkBuffer));
-    if (!samples->file || movie_walk(samples->file.get(), path, &samples->context) != 0) return 1;
+    if (!samples->file || movie_index_walk(samples->file.get(), path, &samples->context) != 0)
+        return 1;
     samples->every_one = !state->sync_samples.is_present && !state->fragments.has_table;
-    samples->count = samples->every_one ? state->sample_sizes.count : movie_key_index_end(state);
+    samples->count = samples->every_one ? state->sample_sizes.count : movie_index_end(state);
     samples->next = 0;
     return state->codec_kind == kCodecNone || samples->count == 0;
 }
@@ -36,7 +37,7 @@ static SamplePlace locate(const SyncSamples* samples, uint32_t index) {
     VideoState* const state = samples->context.video;
     if (samples->every_one) return mp4_locate_sample(file, state, index + 1);
     SamplePlace place;
-    return movie_locate_key_frame(file, state, index, &place) == 0 ? place : SamplePlace{};
+    return movie_index_locate(file, state, index, &place) == 0 ? place : SamplePlace{};
 }
 
 // The blocks that precede a sample in decoding, one behind the other.

@@ -98,7 +98,7 @@ static void explain_missing_tables(const TrackFacts& video, const VideoState& st
         verdict_fail(verdict, Reason::kCompactSizes);
     } else if (video.has_constant_size && state.sample_sizes.is_present) {
         verdict_fail(verdict, Reason::kConstantSize);
-    } else if (!movie_has_needed_tables(&state) || !state.sample_sizes.is_present) {
+    } else if (!movie_index_has_tables(&state) || !state.sample_sizes.is_present) {
         std::string missing;
         if (state.time_to_sample.count == 0) missing += " stts";
         if (state.sample_to_chunk.count == 0) missing += " stsc";
@@ -167,7 +167,7 @@ void explain_container(const BoxFacts& facts, const ParseContext& context, Verdi
         state.fragments.has_table || (facts.has_fragments && state.sync_sample_count == 0);
     if (!facts.has_movie) explain_missing_movie(facts, context.info.file_size, verdict);
     if (state.codec_kind == kCodecNone || state.sync_sample_count == 0 ||
-        !movie_has_needed_tables(&state)) {
+        !movie_index_has_tables(&state)) {
         explain_cut_index(facts, context.info.file_size, verdict);
     }
     explain_unread_movie(facts, context, verdict);

@@ -62,14 +62,14 @@ static int walk_and_listen(Report* report, BufferedFile* file, ParseContext* con
         g_log.file = log;  // upnp_log_stop closes it
         g_log.min_level = kLogTrace;
         g_log.section_mask = kLogScan | kLogSystem;
-        const int result = movie_walk(file, report->args.input_path, context);
+        const int result = movie_index_walk(file, report->args.input_path, context);
         upnp_log_stop();
         fputs("\nContainer reader\n", report->out);
         keeper.print(report->out);
         return result;
     }
     if (log) fclose(log);
-    return movie_walk(file, report->args.input_path, context);
+    return movie_index_walk(file, report->args.input_path, context);
 }
 
 static AvcStreamFacts look_at_avc(const VideoState& state) {
@@ -192,7 +192,7 @@ static bool is_worth_a_row(const Report& report, const KeyFrameTable& table, uin
     if (report.lists_all) return true;
     if (table.rows >= kMostRows) return index == report.chosen_index;
     return is_collected || index < 2 || index + 1 == table.first ||
-           index + 1 == movie_key_index_end(table.video);
+           index + 1 == movie_index_end(table.video);
 }
 
 static void print_row(const Report& report, KeyFrameTable* table, uint32_t index, uint32_t size,
@@ -218,7 +218,7 @@ static int list_key_frame(Report* report, KeyFrameTable* table, uint32_t index) 
         return 0;
     }
     SamplePlace place;
-    if (movie_locate_key_frame(table->file, table->video, index, &place) != 0) {
+    if (movie_index_locate(table->file, table->video, index, &place) != 0) {
         return 1;
     }
     const char* mark = "";
@@ -247,14 +247,14 @@ static void list_key_frames(Report* report, BufferedFile* file, VideoState* stat
     table.file = file;
     table.video = state;
     table.first =
-        movie_first_key_index(file, state, is_collected ? report->args.clip_offset_percent : 0);
+        movie_index_first(file, state, is_collected ? report->args.clip_offset_percent : 0);
     table.to_fill = is_collected ? report->args.key_frame_count : 0;
     if (report->run.collected > 0) table.to_fill = report->run.collected;
     report->frames.is_in_fragments = state->fragments.has_table;
     report->frames.has_base_data_offset = report->boxes.has_base_data_offset;
     mp4_grant_look_ups();
     fprintf(report->out, "\nKey frames\n  %8s  %13s  %10s\n", "index", "time", "bytes");
-    for (uint32_t i = 0; i < movie_key_index_end(state); ++i) {
+    for (uint32_t i = 0; i < movie_index_end(state); ++i) {
         if (list_key_frame(report, &table, i) != 0) break;
     }
     if (table.skips) fputs("    ...\n", report->out);
@@ -289,7 +289,7 @@ static void report_on_file(Report* report, BufferedFile* file) {
         if (has_poor_container(report->run.refusal)) {
             explain_container(report->boxes, context, verdict);
         }
-        if (context.video->sync_sample_count != 0 && movie_has_needed_tables(context.video)) {
+        if (context.video->sync_sample_count != 0 && movie_index_has_tables(context.video)) {
             list_key_frames(report, file, context.video, !has_wrong_arguments);
         }
     }

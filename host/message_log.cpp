@@ -9,6 +9,7 @@
 #include "host/clock_text.h"
 #include "host/threads.h"
 #include "runtime/accounted_memory.h"
+#include "runtime/upnp_status.h"
 
 LogState g_log;
 CriticalSectionHandle g_log_Section = nullptr;
@@ -138,13 +139,13 @@ static void report_thread_start(bool is_error, const char* message) {
 }
 
 int upnp_log_start(const char* path) {
-    if (upnp_critical_section_create(&g_log_Section) != 0) return 14;
+    if (upnp_critical_section_create(&g_log_Section) != 0) return kUpnpFailed;
     if (path) {
         snprintf(g_log.path, sizeof g_log.path, "%s", path);
         g_log.file = fopen(g_log.path, "ab");
         if (!g_log.file) {
             upnp_critical_section_destroy(&g_log_Section);
-            return 2;
+            return kUpnpNotThere;
         }
     }
     g_log.started = 1;

@@ -37,11 +37,11 @@ struct LogState {
 extern LogState g_log;
 extern CriticalSectionHandle g_log_Section;
 
-// Creates the logging lock and opens the file for appending, if a path is given. Returns 0, 14
-// when the lock could not be created (also when the log is started already), 2 when the file
-// could not be opened.
+// Creates the logging lock and opens the file for appending, if a path is given. Returns 0,
+// kUpnpFailed when the lock could not be created (also when the log is started already),
+// kUpnpNotThere when the file could not be opened.
 int upnp_log_start(const char* path);
-// Closes the file and destroys the lock. Returns 0, or 2 when the log was not started.
+// Closes the file and destroys the lock. Returns 0, or kUpnpNotThere when the log was not started.
 int upnp_log_stop();
 
 // Nonzero when a message of that level and section passes the filter.

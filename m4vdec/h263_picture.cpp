@@ -65,7 +65,7 @@ static M4vAicMode read_intra_mode(BitReader* bits) {
 static int decode_blocks(PictureDecoder* d, M4vAicMode mode, unsigned cbp) {
     const int chroma_quant =
         d->header.has_modified_quant ? h263_chroma_quant(static_cast<uint8_t>(d->quant)) : d->quant;
-    const M4vNeighbours near = d->edges.at(d->x, d->y, d->segment_number);
+    const M4vNeighbours near = m4v_enter_macroblock(&d->edges, d->x, d->y, d->segment_number);
     for (unsigned n = 0; n < 6; ++n) {
         const bool is_coded = cbp >> (5 - n) & 1;
         const M4vTarget target = d->picture->block(d->x, d->y, n, false);
@@ -130,7 +130,7 @@ static void select_tables(PictureDecoder* d) {
 static int create_buffers(PictureDecoder* d) {
     const uint32_t total = d->picture->total_mbs();
     d->quants = owned_calloc<uint8_t>(total);
-    if (!d->quants || d->edges.create(d->picture->width_mbs)) return 1;
+    if (!d->quants || m4v_create_edge_rows(d->picture->width_mbs, &d->edges)) return 1;
     if (!d->header.has_deblocking || !d->header.has_independent_segments) return 0;
     d->segments = owned_calloc<uint32_t>(total);
     return d->segments == nullptr;

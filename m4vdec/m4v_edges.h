@@ -3,6 +3,7 @@
 // and column of coefficients. Two rows of macroblocks are kept.
 #pragma once
 
+#include <assert.h>
 #include <stdint.h>
 
 #include "runtime/owned.h"
@@ -53,27 +54,26 @@ struct M4vNeighbours {
 struct M4vEdgeRows {
     Owned<M4vMbEdge> entries;  // two rows of pitch entries; the first of each stays unused
     uint32_t pitch = 0;
-
-    // Returns 1 when there is no memory.
-    [[nodiscard]] int create(uint32_t width_mbs) {
-        pitch = width_mbs + 1;
-        entries = owned_calloc<M4vMbEdge>(uint64_t{2} * pitch);
-        return entries == nullptr;
-    }
-
-    // Neighbours count when they carry the same segment, which must not be 0. A segment covers its
-    // macroblocks in raster order (of its rectangle), so a stale entry never carries it.
-    M4vNeighbours at(uint32_t x, uint32_t y, uint32_t segment) const {
-        M4vMbEdge* const row = entries.get() + (y & 1) * pitch;
-        const M4vMbEdge* const row_above = entries.get() + (~y & 1) * pitch;
-        M4vMbEdge* const current = row + x + 1;
-        current->segment = segment;
-        return {current, present(current - 1, segment), present(row_above + x + 1, segment),
-                present(row_above + x, segment)};
-    }
-
- private:
-    static const M4vMbEdge* present(const M4vMbEdge* mb, uint32_t segment) {
-        return mb->segment == segment ? mb : &kMissingMbEdge;
-    }
 };
+
+// Returns 1 when there is no memory.
+[[nodiscard]] inline int m4v_create_edge_rows(uint32_t width_mbs, M4vEdgeRows* rows) {
+    rows->pitch = width_mbs + 1;
+    rows->entries = owned_calloc<M4vMbEdge>(uint64_t{2} * rows->pitch);
+    return rows->entries ? 0 : 1;
+}
+
+// Enters the macroblock at (x, y), below the width of the rows, into its segment, which must not be
+// 0. Neighbours count when they carry the same one. A segment covers its macroblocks in raster
+// order (of its rectangle), so a stale entry never carries it.
+inline M4vNeighbours m4v_enter_macroblock(M4vEdgeRows* rows, uint32_t x, uint32_t y,
+                                          uint32_t segment) {
+    assert(segment != 0 && x + 1 < rows->pitch);
+    const auto present = [segment](const M4vMbEdge* mb) {
+        return mb->segment == segment ? mb : &kMissingMbEdge;
+    };
+    const M4vMbEdge* const above = rows->entries.get() + (~y & 1) * rows->pitch + x + 1;
+    M4vMbEdge* const current = rows->entries.get() + (y & 1) * rows->pitch + x + 1;
+    current->segment = segment;
+    return {current, present(current - 1), present(above), present(above - 1)};
+}

@@ -22,9 +22,9 @@ constexpr int kIdctShift2 = 20;
 //   add_products<a, b>(sum, pair)  that and sum
 // with 32 bits, where sums of wild blocks may wrap. kCount 4 does without x4 to x7.
 template <int kCount, typename Pair, typename Sum>
-__attribute__((always_inline)) static inline void idct_pass(const Pair& x04, const Pair& x26,
-                                                            const Pair& x13, const Pair& x57,
-                                                            Sum round, Sum out[8]) {
+[[gnu::always_inline]] static inline void idct_pass(const Pair& x04, const Pair& x26,
+                                                    const Pair& x13, const Pair& x57, Sum round,
+                                                    Sum out[8]) {
     constexpr int kAll = kCount == 8;
     const Sum e0 = add_products<4, kAll * 4>(round, x04);
     const Sum e1 = kAll ? add_products<4, -4>(round, x04) : e0;

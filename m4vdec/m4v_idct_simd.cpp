@@ -77,8 +77,7 @@ static inline I16x8 shift_to_i16(U32x4 low, U32x4 high) {
 // One pass down columns 0 to 3 (4 to 7): the sums before the shift. kRows: rows from there on are
 // zero.
 template <int kRows, int kShift, LanePairs (*pair)(I16x8, I16x8)>
-__attribute__((always_inline)) static inline void transform_columns(const I16x8 row[8],
-                                                                    U32x4 out[8]) {
+[[gnu::always_inline]] static inline void transform_columns(const I16x8 row[8], U32x4 out[8]) {
     const U32x4 round = U32x4{} + (1u << (kShift - 1));
     idct_pass<kRows>(pair(row[0], row[4]), pair(row[2], row[6]), pair(row[1], row[3]),
                      pair(row[5], row[7]), round, out);
@@ -86,7 +85,7 @@ __attribute__((always_inline)) static inline void transform_columns(const I16x8 
 
 // One pass down all columns, in place.
 template <int kRows, int kShift>
-__attribute__((always_inline)) static inline void transform_rows(I16x8 row[8]) {
+[[gnu::always_inline]] static inline void transform_rows(I16x8 row[8]) {
     U32x4 low[8], high[8];
     transform_columns<kRows, kShift, pair_low>(row, low);
     transform_columns<kRows, kShift, pair_high>(row, high);
@@ -96,7 +95,7 @@ __attribute__((always_inline)) static inline void transform_rows(I16x8 row[8]) {
 
 // The first pass and the transposition when columns 4 to 7 are zero: rows 0 to 3 of the result.
 template <int kRows>
-__attribute__((always_inline)) static inline void transform_half_rows(I16x8 row[8]) {
+[[gnu::always_inline]] static inline void transform_half_rows(I16x8 row[8]) {
     U32x4 sums[8];
     I16x8 two_rows[4];
     transform_columns<kRows, kIdctShift1, pair_low>(row, sums);

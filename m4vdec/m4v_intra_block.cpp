@@ -48,8 +48,8 @@ static inline void store(M4vBlockDecoder* d, const M4vScan& scan, M4vBlockEdge* 
 // Reads events behind scan index `index` (-1: from the DC on) up to the last one. Returns its scan
 // index, or -1 on an error. A function of its own, so that what its loop needs has registers.
 template <Method kMethod>
-__attribute__((noinline)) static int read_events(M4vBlockDecoder* d, const M4vScan& scan, int index,
-                                                 M4vBlockEdge* edge) {
+[[gnu::noinline]] static int read_events(M4vBlockDecoder* d, const M4vScan& scan, int index,
+                                         M4vBlockEdge* edge) {
     const TcoefEntry* const primary = d->tcoef->primary;
     const Dequantiser q = make_dequantiser(*d);
     BitWindow bits = d->bits;
@@ -184,9 +184,8 @@ static bool is_sum_even(const M4vBlockDecoder& d, int dc) {
 }
 
 template <Method kMethod>
-__attribute__((noinline)) static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb,
-                                                        unsigned n, bool is_coded,
-                                                        M4vTarget target) {
+[[gnu::noinline]] static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb,
+                                                unsigned n, bool is_coded, M4vTarget target) {
     const M4vBlockEdge& left = mb.near.left_of(n);
     const M4vBlockEdge& above = mb.near.above_of(n);
     const int corner_dc = mb.near.corner_of(n).slot[0];

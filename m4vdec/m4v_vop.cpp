@@ -56,7 +56,7 @@ static M4vDcCoding read_quant(VopDecoder* d, unsigned mcbpc) {
 
 // Decodes the blocks of the next macroblock and steps on. cbp has block 0 at bit 5.
 static int decode_blocks(VopDecoder* d, M4vIntraMb* mb, unsigned cbp, bool is_field_dct) {
-    mb->near = d->edges.at(d->x, d->y, d->segment);
+    mb->near = m4v_enter_macroblock(&d->edges, d->x, d->y, d->segment);
     mb->near.current->quant = d->blocks.quant;
     mb->fixed_scan = d->vop.alternate_vertical_scan ? &kScanVertical
                      : mb->ac_pred_flag             ? nullptr
@@ -171,7 +171,7 @@ M4vRefusal m4v_decode_vop(const uint8_t* data, size_t length, const M4vLayer& la
     d.number_bits = total <= 2 ? 1 : 32 - static_cast<unsigned>(__builtin_clz(total - 1));
     const M4vRefusal refusal = m4v_parse_vop(&d.blocks.bits, layer, &d.vop);
     if (refusal != M4vRefusal::kNone) return refusal;
-    if (d.edges.create(picture.width_mbs)) return M4vRefusal::kNoMemory;
+    if (m4v_create_edge_rows(picture.width_mbs, &d.edges)) return M4vRefusal::kNoMemory;
     if (layer.is_data_partitioned) {
         d.partitioned = owned_calloc<PartitionedMb>(total);
         if (!d.partitioned) return M4vRefusal::kNoMemory;

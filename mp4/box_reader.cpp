@@ -9,6 +9,7 @@
 #include "mp4/video_state.h"
 #include "mp4/work_limit.h"
 #include "runtime/byte_order.h"
+#include "runtime/upnp_status.h"
 
 static int64_t add_saturated(int64_t a, int64_t b) {
     int64_t sum;
@@ -36,7 +37,7 @@ static bool is_type(const BoxHeader* header, const char* type) {
 int mp4_read_box_header(BufferedFile* file, ParseContext* context, BoxHeader* header,
                         bool advance) {
     uint8_t bytes[8];
-    if (upnp_file_read_b(file, bytes, 8) != 8) return 14;
+    if (upnp_file_read_b(file, bytes, 8) != 8) return kUpnpFailed;
     if (advance) mp4_advance(context, 8);
     header->size_field = load_be32(bytes);
     memcpy(header->type, bytes + 4, 4);
@@ -44,7 +45,7 @@ int mp4_read_box_header(BufferedFile* file, ParseContext* context, BoxHeader* he
     header->size = header->size_field;
     if (header->size_field == 0) header->size = static_cast<uint64_t>(context->info.file_size);
     if (header->size_field != 1) return 0;
-    if (upnp_file_read_b(file, bytes, 8) != 8) return 14;
+    if (upnp_file_read_b(file, bytes, 8) != 8) return kUpnpFailed;
     if (advance) mp4_advance(context, 8);
     header->size = load_be64(bytes);
     return 0;

@@ -11,8 +11,8 @@
 // Containers below this level are skipped.
 constexpr int32_t kMaxBoxDepth = 100;
 
-// Reads a header, and moves the context's position over it if asked to. Returns 0, or 14 when the
-// file ends before.
+// Reads a header, and moves the context's position over it if asked to. Returns 0, or kUpnpFailed
+// when the file ends before.
 int mp4_read_box_header(BufferedFile* file, ParseContext* context, BoxHeader* header, bool advance);
 
 // Whether a box that starts there ends further on, at a position that exists. A walk over others

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "runtime/critical_section.h"
+#include "runtime/upnp_status.h"
 
 int64_t g_memUsed = 0;
 int64_t g_memPeak = 0;
@@ -45,7 +46,7 @@ static void* hand_out(BlockHeader* header, uint32_t size) {
 }
 
 int upnp_memory_init() {
-    if (upnp_critical_section_create(&g_mem_section) != 0) return 14;
+    if (upnp_critical_section_create(&g_mem_section) != 0) return kUpnpFailed;
     g_memUsed = 0;
     g_memPeak = 0;
     return 0;

@@ -13,11 +13,12 @@ extern int64_t g_memPeak;
 // The largest block that can be asked for; one byte more is refused without a system call.
 constexpr uint32_t kUpnpMaxBlock = 2147483630;
 
-// Starts the accounting with both counters at 0. Returns 0, or 14 when the critical section could
-// not be created (also when the accounting is started already).
+// Starts the accounting with both counters at 0. Returns 0, or kUpnpFailed when the critical
+// section could not be created (also when the accounting is started already).
 int upnp_memory_init();
 
-// Ends the accounting; the counters keep their values. Returns 0, or 2 when it was not started.
+// Ends the accounting; the counters keep their values. Returns 0, or kUpnpNotThere when it was not
+// started.
 int upnp_memory_exit();
 
 // All blocks are 8-byte aligned and released with upnp_free. Null means that there is no memory.

@@ -3,6 +3,8 @@
 
 #include <stdlib.h>
 
+#include "runtime/upnp_status.h"
+
 int32_t g_CriticalSectionCount = 0;
 
 static bool is_created(const CriticalSectionHandle* handle) {
@@ -10,13 +12,13 @@ static bool is_created(const CriticalSectionHandle* handle) {
 }
 
 int upnp_critical_section_create(CriticalSectionHandle* handle) {
-    if (!handle || *handle) return 2;
+    if (!handle || *handle) return kUpnpNotThere;
     CriticalSection* const section =
         static_cast<CriticalSection*>(calloc(1, sizeof(CriticalSection)));
-    if (!section) return 8;
+    if (!section) return kUpnpNoMemory;
     if (pthread_mutex_init(&section->mutex, nullptr) != 0) {
         free(section);
-        return 14;
+        return kUpnpFailed;
     }
     section->initialised = 1;
     *handle = section;
@@ -25,7 +27,7 @@ int upnp_critical_section_create(CriticalSectionHandle* handle) {
 }
 
 int upnp_critical_section_enter(CriticalSectionHandle* handle) {
-    if (!is_created(handle)) return 2;
+    if (!is_created(handle)) return kUpnpNotThere;
     CriticalSection* const section = *handle;
     pthread_mutex_lock(&section->mutex);
     section->holder = pthread_self();
@@ -34,7 +36,7 @@ int upnp_critical_section_enter(CriticalSectionHandle* handle) {
 }
 
 int upnp_critical_section_leave(CriticalSectionHandle* handle) {
-    if (!is_created(handle)) return 2;
+    if (!is_created(handle)) return kUpnpNotThere;
     CriticalSection* const section = *handle;
     section->locked = 0;
     pthread_mutex_unlock(&section->mutex);
@@ -42,7 +44,7 @@ int upnp_critical_section_leave(CriticalSectionHandle* handle) {
 }
 
 int upnp_critical_section_destroy(CriticalSectionHandle* handle) {
-    if (!is_created(handle)) return 2;
+    if (!is_created(handle)) return kUpnpNotThere;
     CriticalSection* const section = *handle;
     pthread_mutex_destroy(&section->mutex);
     section->initialised = 0;

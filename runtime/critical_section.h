@@ -18,9 +18,9 @@ using CriticalSectionHandle = CriticalSection*;
 // Critical sections that exist now. Plain updates without a lock.
 extern int32_t g_CriticalSectionCount;
 
-// All return 0 on success, 2 when the handle pointer is null or the handle is empty (create: not
-// empty), 8 when there is no memory, 14 when the system refuses the mutex. The record comes from
-// the system allocator, since the accounted one needs a critical section itself.
+// All return a UpnpStatus: kUpnpNotThere when the handle pointer is null or the handle is empty
+// (create: not empty), kUpnpFailed when the system refuses the mutex. The record comes from the
+// system allocator, since the accounted one needs a critical section itself.
 int upnp_critical_section_create(CriticalSectionHandle* handle);
 int upnp_critical_section_enter(CriticalSectionHandle* handle);
 int upnp_critical_section_leave(CriticalSectionHandle* handle);

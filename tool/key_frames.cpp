@@ -91,12 +91,12 @@ static Refusal add_key_frames(const BufferedFile* file, int32_t length_prefix_si
 // Lists key frames from that one on, and counts them.
 static Refusal collect_from(BufferedFile* file, VideoState* state, uint32_t key_index,
                             int32_t requested, KeyFrameList* list, int32_t* collected) {
-    while (*collected < requested && key_index < movie_key_index_end(state)) {
+    while (*collected < requested && key_index < movie_index_end(state)) {
         SamplePlace place;
-        if (movie_locate_key_frame(file, state, key_index, &place) != 0) {
+        if (movie_index_locate(file, state, key_index, &place) != 0) {
             return mp4_is_work_used_up() ? Refusal::kTablesGivenUp : Refusal::kFragmentHeader;
         }
-        const uint32_t same = movie_same_key_frames(state, key_index);
+        const uint32_t same = movie_index_same_from(state, key_index);
         key_index += same;
         if (place.size == 0) continue;
         const int32_t wanted =
@@ -121,7 +121,7 @@ static Refusal collect(const char* path, ParseContext* context, KeyFrameRequest*
     request->file.reset(upnp_file_open_b(path, kWalkBuffer));
     BufferedFile* const file = request->file.get();
     if (!file) return Refusal::kInputNotOpened;
-    if (movie_walk(file, path, context) != 0) {
+    if (movie_index_walk(file, path, context) != 0) {
         return mp4_is_work_used_up() ? Refusal::kBoxesGivenUp : Refusal::kNoBoxes;
     }
     upnp_log_message(kLogTrace, kLogScan, "GetKeyFrameMpeg4", 0, "total_key_samples %d",
@@ -130,13 +130,13 @@ static Refusal collect(const char* path, ParseContext* context, KeyFrameRequest*
     request->codec_kind = state->codec_kind;
     request->key_frame_count = 0;
     if (state->sync_sample_count == 0) return Refusal::kNoKeyFrameTable;
-    if (!movie_has_needed_tables(state)) return Refusal::kNoSampleTables;
-    if (!movie_has_configuration(state)) return Refusal::kNoConfiguration;
+    if (!movie_index_has_tables(state)) return Refusal::kNoSampleTables;
+    if (!movie_index_has_configuration(state)) return Refusal::kNoConfiguration;
     if (!has_room_for_fragment_samples(state)) {
         log_missing_memory();
         return Refusal::kTooManyFragments;
     }
-    const uint32_t first = movie_first_key_index(file, state, request->clip_offset_percent);
+    const uint32_t first = movie_index_first(file, state, request->clip_offset_percent);
     int32_t collected = 0;
     const Refusal refusal = collect_from(file, state, first, requested, &request->list, &collected);
     if (refusal != Refusal::kNone) return refusal;
@@ -153,7 +153,7 @@ int GetKeyFrameMpeg4(const char* path, KeyFrameRequest* request) {
     mp4_release_video_state(context.video);
     const bool is_walked =
         request->refusal == Refusal::kNone || request->refusal == Refusal::kNoKeyFrameTable;
-    return is_walked ? 0 : -1;
+    return is_walked ? 0 : kCollectionFailed;
 }
 
 static const KeyFrameRun* find_run(const KeyFrameList& list, int32_t index) {

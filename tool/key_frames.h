@@ -51,8 +51,9 @@ struct KeyFrameRequest {
 };
 
 // Walks the file once and lists the sync samples from the given per cent of the video track's
-// duration onward. Returns 0 when the walk succeeded, even if there is no key frame, and -1 on
-// failure. Not re-entrant: the container reader has one process-wide state.
+// duration onward. Returns 0 when the walk succeeded, even if there is no key frame, else
+// kCollectionFailed. Not re-entrant: the container reader has one process-wide state.
+constexpr int kCollectionFailed = -1;
 int GetKeyFrameMpeg4(const char* path, KeyFrameRequest* request);
 
 // Reads one of the collected key frames with the decoder configuration. What is in the record is

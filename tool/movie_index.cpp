@@ -12,25 +12,25 @@
 #include "runtime/key_frame.h"
 #include "tool/file_query.h"
 
-int movie_walk(BufferedFile* file, const char* path, ParseContext* context) {
+int movie_index_walk(BufferedFile* file, const char* path, ParseContext* context) {
     FileStatus status;
-    if (file_query_status(path, &status) != 0) return -1;
+    if (file_query_status(path, &status) != 0) return 1;
     context->info.file_size = status.size;
     context->info.modification_time = status.modification_time;
     mp4_grant_walk();
     const uint64_t last_size = mp4_atom_get_metadata(file, status.size, context);
-    if (last_size == 0 || mp4_is_work_used_up()) return -1;
+    if (last_size == 0 || mp4_is_work_used_up()) return 1;
     mp4_grant_look_ups();
     return 0;
 }
 
-bool movie_has_needed_tables(const VideoState* state) {
+bool movie_index_has_tables(const VideoState* state) {
     return state->fragments.has_table ||
            (state->time_to_sample.count != 0 && state->chunk_offsets.count != 0 &&
             state->sample_to_chunk.count != 0);
 }
 
-bool movie_has_configuration(const VideoState* state) {
+bool movie_index_has_configuration(const VideoState* state) {
     switch (state->codec_kind) {
         case kCodecAvc:
             return state->sequence_sets.bytes && state->picture_sets.bytes;
@@ -67,7 +67,7 @@ static uint32_t key_index_at_time(BufferedFile* file, VideoState* state, uint64_
     return is_next_at_0 ? count : state->sync_sample_count - 1;
 }
 
-uint32_t movie_first_key_index(BufferedFile* file, VideoState* state, int32_t clip_offset_percent) {
+uint32_t movie_index_first(BufferedFile* file, VideoState* state, int32_t clip_offset_percent) {
     const uint64_t percent = static_cast<uint64_t>(int64_t{clip_offset_percent});
     const uint64_t target = (percent * state->media_duration + 50) / 100;
     uint64_t sample;
@@ -78,15 +78,15 @@ uint32_t movie_first_key_index(BufferedFile* file, VideoState* state, int32_t cl
     return state->sync_sample_count - 1;
 }
 
-uint32_t movie_key_index_end(const VideoState* state) {
+uint32_t movie_index_end(const VideoState* state) {
     const uint32_t stored = state->fragments.has_table
                                 ? state->fragments.table.count
                                 : file_table_stored_entries(&state->sync_samples);
     return std::min(stored, state->sync_sample_count);
 }
 
-int movie_locate_key_frame(BufferedFile* file, VideoState* state, uint32_t key_index,
-                           SamplePlace* place) {
+int movie_index_locate(BufferedFile* file, VideoState* state, uint32_t key_index,
+                       SamplePlace* place) {
     *place = {};
     if (!mp4_spend_work(kKeyFrameWork)) return 1;
     if (state->fragments.has_table) {
@@ -101,7 +101,7 @@ int movie_locate_key_frame(BufferedFile* file, VideoState* state, uint32_t key_i
     return mp4_is_work_used_up() ? 1 : 0;
 }
 
-uint32_t movie_same_key_frames(const VideoState* state, uint32_t key_index) {
+uint32_t movie_index_same_from(const VideoState* state, uint32_t key_index) {
     const bool is_same = mp4_has_same_sample_to_the_end(state, key_index);
-    return is_same ? movie_key_index_end(state) - key_index : 1;
+    return is_same ? movie_index_end(state) - key_index : 1;
 }
