@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Which handler interprets which box. The first match wins.
+#include <stdint.h>
 #include <string.h>
+
+#include <array>
+#include <iterator>
 
 #include "mp4/box_reader.h"
 #include "mp4/fragments.h"
@@ -112,8 +116,31 @@ static constexpr BoxTableRow kBoxTable[] = {
 // clang-format on
 static_assert(sizeof kBoxTable / sizeof kBoxTable[0] == 93);
 
+// The walk asks once a box: rows by a hash of their type, in the next free slot where that is
+// taken.
+constexpr uint32_t kSlots = 256;
+
+static constexpr uint32_t next_slot(uint32_t slot) { return (slot + 1) % kSlots; }
+static constexpr uint32_t slot_of(const char* type) {
+    uint32_t code = 0;
+    for (int i = 0; i < 4; ++i) code = code << 8 | static_cast<uint8_t>(type[i]);
+    return code * 0x9e3779b1U >> 24;
+}
+
+// One more than the row's number; 0 is a free slot.
+static constexpr auto kRowsBySlot = [] {
+    std::array<uint8_t, kSlots> rows = {};
+    for (uint8_t row = 0; row < std::size(kBoxTable); ++row) {  // the first of a type is met first
+        uint32_t slot = slot_of(kBoxTable[row].type);
+        while (rows[slot] != 0) slot = next_slot(slot);
+        rows[slot] = static_cast<uint8_t>(row + 1);
+    }
+    return rows;
+}();
+
 BoxHandler mp4_find_handler(const char* type) {
-    for (const BoxTableRow& row : kBoxTable) {
+    for (uint32_t slot = slot_of(type); kRowsBySlot[slot] != 0; slot = next_slot(slot)) {
+        const BoxTableRow& row = kBoxTable[kRowsBySlot[slot] - 1];
         if (memcmp(row.type, type, 4) == 0) return row.handler;
     }
     return nullptr;
