@@ -36,13 +36,19 @@ static inline U32x4 products(const LanePairs& v) {
     return (U32x4)add_product<kSecond>(product, v.second);
 }
 
-// Signed sums, shifted down and saturated to 16 bits.
+// Signed sums, shifted down as far as one instruction does it, and saturated to 16 bits.
 template <int kShift>
 static inline I16x8 shift_to_i16(U32x4 low, U32x4 high) {
     constexpr int kNarrowing = kShift < 16 ? kShift : 16;
-    const I16x8 v = (I16x8)vcombine_s16(vqshrn_n_s32((int32x4_t)low, kNarrowing),
-                                        vqshrn_n_s32((int32x4_t)high, kNarrowing));
-    return v >> (kShift - kNarrowing);
+    return (I16x8)vcombine_s16(vqshrn_n_s32((int32x4_t)low, kNarrowing),
+                               vqshrn_n_s32((int32x4_t)high, kNarrowing));
+}
+
+// The samples of two rows of those, with the rest of the shift.
+template <int kShift>
+static inline U8x16 finish_shift(I16x8 a, I16x8 b) {
+    return (U8x16)vcombine_u8(vqshrun_n_s16((int16x8_t)a, kShift - 16),
+                              vqshrun_n_s16((int16x8_t)b, kShift - 16));
 }
 
 #else
@@ -70,6 +76,12 @@ template <int kShift>
 static inline I16x8 shift_to_i16(U32x4 low, U32x4 high) {
     return (I16x8)_mm_packs_epi32((__m128i)((I32x4)low >> kShift),
                                   (__m128i)((I32x4)high >> kShift));
+}
+
+// The samples of two rows of those.
+template <int kShift>
+static inline U8x16 finish_shift(I16x8 a, I16x8 b) {
+    return clip_to_u8(a, b);
 }
 
 #endif
@@ -127,7 +139,7 @@ static void transform(uint8_t* dst, size_t pitch, int16_t* block) {
     transform_rows<kHeight, kIdctShift2>(row);
 #pragma GCC unroll 4
     for (int i = 0; i < 8; i += 2, dst += 2 * pitch) {
-        store_8_8(dst, dst + pitch, clip_to_u8(row[i], row[i + 1]));
+        store_8_8(dst, dst + pitch, finish_shift<kIdctShift2>(row[i], row[i + 1]));
     }
 }
 

@@ -4,6 +4,9 @@
 #include <assert.h>
 #include <stdlib.h>
 #include <string.h>
+#if defined(__ARM_FEATURE_SAT)
+#include <arm_acle.h>
+#endif
 
 // How a level becomes a coefficient, and what goes into the block's edge.
 enum class Method {
@@ -13,7 +16,13 @@ enum class Method {
     kAic,          // H.263 I.3: 2 * quant * level, coefficients into the edge
 };
 
-static int clip_coef(int v) { return clip3(-2048, 2047, v); }
+static int clip_coef(int v) {
+#if defined(__ARM_FEATURE_SAT)
+    return __ssat(v, 12);
+#else
+    return clip3(-2048, 2047, v);
+#endif
+}
 
 struct Dequantiser {
     int scale;   // 2 * quant
@@ -195,7 +204,7 @@ template <Method kMethod>
     const bool from_above = abs(left.slot[0] - corner_dc) < abs(corner_dc - above.slot[0]);
     const M4vBlockEdge& from = from_above ? above : left;
 
-    *edge = {};
+    m4v_clear_edge(edge);
     int dc = 0;
     if (mb.dc_coding == M4vDcCoding::kOwn) {
         dc = m4v_read_dc_difference(&d->bits, n >= 4);
@@ -283,7 +292,7 @@ int m4v_decode_aic_block(M4vBlockDecoder* d, const M4vNeighbours& near, M4vAicMo
                          bool is_coded, M4vTarget target) {
     static const M4vScan* const kScans[3] = {&kScanZigzag, &kScanHorizontal, &kScanVertical};
     M4vBlockEdge* const edge = &near.current->block[n];
-    *edge = {};
+    m4v_clear_edge(edge);
     Extent extent = {1, 1};
     if (is_coded) {
         const M4vScan& scan = *kScans[static_cast<unsigned>(mode)];
