@@ -195,11 +195,8 @@ static std::string random_access(const LongFilm& film, uint64_t shift) {
 TEST(FragmentWalk, LooksUpLongFilmsWithFewReads) {
     constexpr uint32_t kFragments = 1000;
     const LongFilm plain = long_film(kFragments, 0);
-    const struct {
-        const char* name;
-        std::string file;
-        uint64_t most_reads;
-    } kCases[] = {
+    // clang-format off
+    const struct { const char* name; std::string file; uint64_t most_reads; } kCases[] = {
         {"without an index", plain.file, 300},
         {"random access table", plain.file + random_access(plain, 0), 60},
         {"wrong random access table", plain.file + random_access(plain, 9), 320},
@@ -207,6 +204,7 @@ TEST(FragmentWalk, LooksUpLongFilmsWithFewReads) {
         {"an index for ten", long_film(kFragments, 10).file, 320},
         {"an index for each", long_film(kFragments, 1).file, 300},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         MemorySource source(c.file);
@@ -254,10 +252,8 @@ TEST(FragmentWalk, HostileFragmentsEndSoon) {
     }
     const std::string back =
         full_box("sidx", words({7, 10, 0, 0}) + u16(0) + u16(1) + words({0, 0, 0}));
-    const struct {
-        const char* name;
-        std::string fragments;
-    } kCases[] = {
+    // clang-format off
+    const struct { const char* name; std::string fragments; } kCases[] = {
         {"four billion samples alike", moof(sized + many_alike)},
         {"and many runs", moof(sized + runs)},
         {"without sizes", moof(header + runs)},
@@ -269,6 +265,7 @@ TEST(FragmentWalk, HostileFragmentsEndSoon) {
         {"times at the end", moof(header + full_box("tfdt", u64(INT64_MAX), 1 << 24) +
                                   full_box("trun", words({2, 9, 9, 9, 9}), 0x300))},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         // Zeros behind it: a file that was never filled.

@@ -402,11 +402,8 @@ TEST(Movie, FindsTheMovieBoxWhereverItIs) {
 TEST(Movie, RefusesWhatIsNoMovie) {
     TrackSpec sound = track_of(1, 1);
     sound.handler = "soun";
-    const struct {
-        const char* name;
-        std::string file;
-        MovieRefusal want;
-    } kCases[] = {
+    // clang-format off
+    const struct { const char* name; std::string file; MovieRefusal want; } kCases[] = {
         {"nothing", "", MovieRefusal::kNotAMovie},
         {"text", "once upon a time there was", MovieRefusal::kNotAMovie},
         {"another container", "\x1a\x45\xdf\xa3 matroska", MovieRefusal::kNotAMovie},
@@ -417,6 +414,7 @@ TEST(Movie, RefusesWhatIsNoMovie) {
         {"empty", box("moov"), MovieRefusal::kNoVideo},
         {"sound", plain_film(sound), MovieRefusal::kNoVideo},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         MemorySource source(c.file);
@@ -447,10 +445,8 @@ TEST(Movie, HostileFilesEndSoon) {
     const auto endless = [](const std::string& type, const std::string& content) {
         return u32(1) + type + u64(uint64_t{1} << 40) + zeros(4) + content;
     };
-    static const struct {
-        const char* name;
-        std::string tables;
-    } kCases[] = {
+    // clang-format off
+    static const struct { const char* name; std::string tables; } kCases[] = {
         {"four billion key frames", sizes + one_run + chunk},
         {"chunks of nothing", sizes + full_box("stsc", words({1, 1, 0, 1})) + chunk},
         {"runs that go back",
@@ -461,6 +457,7 @@ TEST(Movie, HostileFilesEndSoon) {
         {"endless sync samples", sizes + one_run + chunk + endless("stss", words({kMany}))},
         {"endless boxes", sizes + one_run + chunk + u32(1) + "free" + u64(uint64_t{1} << 40)},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         std::string file = film(c.tables);

@@ -7,21 +7,14 @@ constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
 constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
 
 TEST(Rescale, RoundsToThePastAndStaysIn64Bits) {
-    static const struct {
-        int64_t value;
-        uint32_t from, to;
-        int64_t want;
-    } kCases[] = {
-        {0, 1, 1, 0},
-        {7, 2, 1, 3},
-        {-7, 2, 1, -4},
-        {3003, 30000, 1000000, 100100},
-        {kMax, 1, UINT32_MAX, kMax},
-        {kMin, 1, UINT32_MAX, kMin},
-        {kMax, UINT32_MAX, UINT32_MAX, kMax},
-        {kMax, UINT32_MAX, 1, 2147483648},
+    // clang-format off
+    static const struct { int64_t value; uint32_t from, to; int64_t want; } kCases[] = {
+        {0, 1, 1, 0}, {7, 2, 1, 3}, {-7, 2, 1, -4}, {3003, 30000, 1000000, 100100},
+        {kMax, 1, UINT32_MAX, kMax}, {kMin, 1, UINT32_MAX, kMin},
+        {kMax, UINT32_MAX, UINT32_MAX, kMax}, {kMax, UINT32_MAX, 1, 2147483648},
         {int64_t{UINT32_MAX} * 3 - 1, UINT32_MAX, UINT32_MAX - 1, int64_t{UINT32_MAX} * 3 - 4},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(testing::Message() << c.value << " * " << c.to << " / " << c.from);
         EXPECT_EQ(rescale(c.value, c.from, c.to), c.want);

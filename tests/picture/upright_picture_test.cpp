@@ -91,13 +91,12 @@ TEST(UprightPicture, TurnsAndMirrorsAllEightWays) {
 
 TEST(UprightPicture, ConvertsColoursByMatrixAndRange) {
     // Limited and full range codes of a red (191, 64, 64) by ITU-R BT.601, 709 and 2020.
-    const struct {
-        int matrix, full_range;
-        uint8_t y, u, v;
-    } kCases[] = {
+    // clang-format off
+    const struct { int matrix, full_range; uint8_t y, u, v; } kCases[] = {
         {5, 0, 104, 109, 184}, {6, 1, 102, 107, 192}, {1, 0, 94, 115, 184},  {1, 1, 91, 113, 192},
         {9, 0, 100, 112, 184}, {9, 1, 97, 110, 192},  {2, 0, 104, 109, 184}, {0, 1, 102, 107, 192},
     };
+    // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(testing::Message() << c.matrix << ' ' << c.full_range);
         // The same said by the container, by the stream, and by the container against the stream.

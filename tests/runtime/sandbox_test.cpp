@@ -89,10 +89,8 @@ TEST_F(Sandbox, WhatCanBeDoneOutsideCannotBeDoneInside) {
     const auto map = [](int protection) {
         return mmap(nullptr, 4096, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     };
-    const struct {
-        const char* what;
-        Action action;
-    } kActions[] = {
+    // clang-format off
+    const struct { const char* what; Action action; } kActions[] = {
         {"reading a file of the system's", [&] { return opens("/etc/passwd", O_RDONLY); }},
         {"reading a file beside the output", [&] { return opens(beside_, O_RDONLY); }},
         {"reading a folder", [&] { return opens(folder_.path(""), O_RDONLY | O_DIRECTORY); }},
@@ -114,6 +112,7 @@ TEST_F(Sandbox, WhatCanBeDoneOutsideCannotBeDoneInside) {
          [&] { return mprotect(map(PROT_READ), 4096, PROT_READ | PROT_EXEC) == 0; }},
         {"taking executable memory", [&] { return map(PROT_READ | PROT_EXEC) != MAP_FAILED; }},
     };
+    // clang-format on
     for (const auto& [what, action] : kActions) {
         EXPECT_FALSE(can_inside(needs_, action)) << what;
         EXPECT_TRUE(can(action)) << what;
