@@ -25,7 +25,7 @@ struct AvcDecoder {
     AvcRefused refused;  // why the last unit was
 };
 
-// Parse what stands behind the NAL header that the reader stands on. Return 0, or 1 when it is
+// Parse what stands after the NAL header that the reader stands on. Return 0, or 1 when it is
 // refused; decoder->refused has the reason then.
 
 // Parameter sets are stored; a record with the same id is replaced, and stays as it was when the

@@ -19,6 +19,6 @@ struct AvcStreamFacts {
     AvcRefused refused;  // why one of the sets is, or no picture of it can be decoded
 };
 
-// Reads the sets of a run of NAL units, each behind a 16-bit length, up to the first that is
+// Reads the sets of a run of NAL units, each preceded by a 16-bit length, up to the first that is
 // refused or does not fit. The bytes stay as they are. Without memory nothing is found.
 AvcStreamFacts avc_look_at_sets(const uint8_t* run, uint32_t length);

@@ -33,7 +33,7 @@ void bits_seek(AvcBitReader* r, size_t position);
 // rbsp_trailing_bits read over: 1 to 8 bits, a whole byte on a byte boundary.
 void bits_skip_trailing(AvcBitReader* r);
 
-// more_rbsp_data (H.264 7.2), except that zero bytes behind the stop bit's byte count as data.
+// more_rbsp_data (H.264 7.2), except that zero bytes after the stop bit's byte count as data.
 // *overrun becomes 1 when the position lies after the last byte.
 int bits_more_rbsp_data(const AvcBitReader* r, int* overrun);
 

@@ -7,7 +7,7 @@
 #include "avcdec/nal_unit.h"
 #include "runtime/owned.h"
 
-// A run of NAL units, each behind its length.
+// A run of NAL units, each preceded by its length.
 struct NalRun {
     uint8_t* next;
     uint8_t* end;
@@ -105,7 +105,7 @@ static AvcRefused decode(AvcDecoder* decoder, const AvcFrameRequest* request,
         if (is_sample && run.next == run.end) {
             return {has_slice ? AvcRefusal::kSlicesMissing : AvcRefusal::kNoSlice};
         }
-        // Also stray bytes behind the parameter sets.
+        // Also stray bytes after the parameter sets.
         if (read_nal_length(&run, &in.nal_length)) {
             return {is_sample ? AvcRefusal::kSampleRun : AvcRefusal::kParameterSetRun};
         }

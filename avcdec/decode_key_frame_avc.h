@@ -8,11 +8,12 @@
 #include "avcdec/decoded_picture.h"
 
 struct AvcFrameRequest {
-    uint8_t*
-        parameter_sets;  // SPS and PPS NAL units, each behind its 16-bit length; unescaped in place
+    // SPS and PPS NAL units, each preceded by its 16-bit length; unescaped in place.
+    uint8_t* parameter_sets;
     uint32_t parameter_sets_length;
-    uint8_t* sample;         // NAL units, each behind a big-endian length field; unescaped in place
-    uint32_t sample_length;  // bytes
+    // NAL units, each preceded by a big-endian length; unescaped in place.
+    uint8_t* sample;
+    uint32_t sample_length;         // bytes
     int32_t nal_length_size;        // width of the sample's length fields: 1, 2 or 4 bytes
     AvcRefused* refused = nullptr;  // takes the reason of a failure; may be null
 };

@@ -111,7 +111,7 @@ struct AvcMacroblock {
     uint32_t coded_mask;
     uint32_t ac_mask;
     // 16 luma, 4 Cb and 4 Cr blocks of 16 in decoding order, each stored column by column; an 8x8
-    // block takes the place of four. Behind them the levels of the DC blocks, in raster order. All
+    // block takes the place of four. After them the levels of the DC blocks, in raster order. All
     // zero between macroblocks: the kernels clear what they use.
     alignas(32) int16_t coefficients[(24 + 3) * 16];
 };

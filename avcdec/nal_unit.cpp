@@ -3,7 +3,7 @@
 
 #include <string.h>
 
-// Position of the next 00 00 03 at or behind from, or length.
+// Position of the next 00 00 03 at or after from, or length.
 static uint32_t find_emulation(const uint8_t* data, uint32_t from, uint32_t length) {
     uint32_t i = from;
     while (length - i > 2) {
@@ -28,7 +28,7 @@ static uint32_t unescape(uint8_t* data, uint32_t length) {
         if (to != from) memmove(data + to, data + from, run);
         to += run;
         if (found == length) return to;
-        from = found + 3;  // the zero count begins anew behind the 03
+        from = found + 3;  // the zero count begins anew after the 03
     }
 }
 

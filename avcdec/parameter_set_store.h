@@ -16,7 +16,7 @@ struct AvcParameterSets {
     AvcPps* pps[kMaxPps];
 };
 
-// Read the parameter set behind the NAL header that the reader stands on, and store it; a record
+// Read the parameter set after the NAL header that the reader stands on, and store it; a record
 // with the same id is replaced in place. A refused set leaves the stored record as it was.
 AvcRefused avc_store_sps(AvcParameterSets* sets, AvcBitReader* r);
 AvcRefused avc_store_pps(AvcParameterSets* sets, AvcBitReader* r);

@@ -18,7 +18,7 @@ int avc_parse_scaling_list(AvcBitReader* r, uint8_t* list, int size) {
     return 0;
 }
 
-// count is 6 to 12: lists behind the eighth, which 4:4:4 has, are read over.
+// count is 6 to 12: lists after the eighth, which 4:4:4 has, are read over.
 static void parse_scaling_lists(AvcBitReader* r, ScalingLists* lists, int count) {
     uint8_t unused[64];
     for (int i = 0; i < count; ++i) {

@@ -84,7 +84,7 @@ struct AvcPps {
     uint8_t changed;  // 1 when the tables derived from this record must be rebuilt
 };
 
-// Read the parameter set behind the NAL header that the reader stands on. Return why it is refused,
+// Read the parameter set after the NAL header that the reader stands on. Return why it is refused,
 // if it is. A sequence parameter set of a format that is not decoded is filled all the same.
 // sps_table has kMaxSps entries, null where no set is stored.
 AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps);

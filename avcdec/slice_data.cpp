@@ -35,7 +35,7 @@ static bool is_at_last(const AvcPictureInProgress& picture) {
     return picture.next_mb + 1 == picture_size(picture);
 }
 
-// Copies the samples of an I_PCM macroblock from the stream and starts the entropy coder behind
+// Copies the samples of an I_PCM macroblock from the stream and starts the entropy coder after
 // them. A monochrome macroblock has luma samples only.
 static void read_pcm(AvcSliceReader* s, const AvcPictureInProgress& picture) {
     AvcMacroblock* const mb = &s->mb;

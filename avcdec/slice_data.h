@@ -7,5 +7,5 @@
 #include "avcdec/slice_reader.h"
 
 // Decodes the slice whose header was just parsed into the picture. With CABAC the engine has been
-// started. picture->next_mb is the address behind the last macroblock then and after a refusal.
+// started. picture->next_mb is the address after the last macroblock then and after a refusal.
 AvcRefused avc_decode_slice_data(AvcSliceReader* s, AvcPictureInProgress* picture);

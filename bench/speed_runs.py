@@ -60,7 +60,7 @@ def paired(count, first, second):
 
 
 def thumbnail(program, clip, work):
-    """The command for a thumbnail 320 wide of the key frame behind ten per cent of the clip."""
+    """The command for a thumbnail 320 wide of the key frame after ten per cent of the clip."""
     out = f'{work}/out.jpg'
     name = os.path.basename(program)
     if name == 'keystill':

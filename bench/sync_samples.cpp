@@ -40,7 +40,7 @@ static SamplePlace locate(const SyncSamples* samples, uint32_t index) {
     return movie_index_locate(file, state, index, &place) == 0 ? place : SamplePlace{};
 }
 
-// The blocks that precede a sample in decoding, one behind the other.
+// The blocks that precede a sample in decoding, one after the other.
 static Owned<uint8_t> copy_configuration(const VideoState* state, int32_t* length) {
     const ConfigBlock none = {};
     const bool is_avc = state->codec_kind == kCodecAvc;

@@ -27,7 +27,7 @@ int32_t sync_samples_codec_kind(const SyncSamples* samples);
 void sync_samples_rewind(SyncSamples* samples);
 
 // Fills the record with fresh copies of the configuration and of the next sample; the caller
-// releases its blocks. Samples of size 0 are left out. Returns 1 behind the last one and without
+// releases its blocks. Samples of size 0 are left out. Returns 1 past the last one and without
 // memory, with nothing in the record.
 int sync_samples_read(SyncSamples* samples, KeyFrame* record);
 

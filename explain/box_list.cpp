@@ -34,7 +34,7 @@ static bool is_container(const char* type) {
                        [type](const char* container) { return is_type(type, container); });
 }
 
-// Reads the first bytes behind a header; what the file does not have of them is 0.
+// Reads the first bytes after a header; what the file does not have of them is 0.
 static void read_content(BufferedFile* file, uint8_t* bytes, int32_t length) {
     memset(bytes, 0, static_cast<size_t>(length));
     upnp_file_read_b(file, bytes, length);
@@ -66,7 +66,7 @@ static void look_at_handler(BoxScan* scan) {
     if (!is_data_handler) scan->track.is_video = memcmp(content + 8, "vide", 4) == 0;
 }
 
-// Where a descriptor's content starts: behind its tag and its length of up to four bytes.
+// Where a descriptor's content starts: after its tag and its length of up to four bytes.
 static size_t descriptor_content(const uint8_t* bytes, size_t at) {
     ++at;
     for (int i = 0; i < 3 && bytes[at] & 0x80; ++i) ++at;

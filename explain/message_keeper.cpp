@@ -26,7 +26,7 @@ ssize_t MessageKeeper::write(void* keeper, const char* bytes, size_t length) {
     return static_cast<ssize_t>(length);
 }
 
-// The text of a log line behind its time and section.
+// The text of a log line after its time and section.
 static std::string message_of(std::string line) {
     line.erase(line.find_last_not_of(" \r") + 1);
     const size_t section = line.find(" - LOG_");

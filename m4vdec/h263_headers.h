@@ -22,7 +22,7 @@ struct H263Picture {
     bool has_rectangular_slices;
     bool has_independent_segments;  // Annex R
     bool has_modified_quant;        // Annex T
-    // Slice headers have an emulation prevention bit behind addresses of more than 11 bits (SEPB2).
+    // Slice headers have an emulation prevention bit after addresses of more than 11 bits (SEPB2).
     // A common encoder leaves it out of a picture's first slice, and has it from 1584 macroblocks
     // on, where addresses still have 11 bits. Set by the caller.
     bool has_variant_slices;
@@ -35,7 +35,7 @@ struct H263Picture {
 
 constexpr uint32_t kVariantMacroblocks = 1584;
 
-// A run of macroblocks that begins behind a header.
+// A run of macroblocks that begins after a header.
 struct H263Segment {
     uint32_t first_mb;    // raster address
     uint32_t width_mbs;   // of a rectangular slice

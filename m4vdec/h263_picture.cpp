@@ -56,7 +56,7 @@ static int read_dquant(PictureDecoder* d) {
     return 0;
 }
 
-// I.2: "0", "10" and "11", behind MCBPC.
+// I.2: "0", "10" and "11", after MCBPC.
 static M4vAicMode read_intra_mode(BitReader* bits) {
     if (bits_take(bits, 1) == 0) return M4vAicMode::kDcOnly;
     return bits_take(bits, 1) ? M4vAicMode::kHorizontal : M4vAicMode::kVertical;

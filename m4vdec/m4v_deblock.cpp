@@ -16,7 +16,7 @@ uint8_t h263_chroma_quant(uint8_t quant) {
     return kQuants[quant & 31];
 }
 
-// J.3: eight samples along an edge. p is the first sample behind it, `across` leads away from it.
+// J.3: eight samples along an edge. p is the first sample after it, `across` leads away from it.
 static void filter_edge(uint8_t* p, ptrdiff_t across, ptrdiff_t along, int strength) {
     for (int i = 0; i < 8; ++i, p += along) {
         const int a = p[-2 * across];

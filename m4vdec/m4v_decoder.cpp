@@ -21,7 +21,7 @@ namespace {
 
 enum class Coding { kNone, kVop, kH263 };
 
-// Where the picture of a sample begins: behind the VOP start code, or at the picture start code.
+// Where the picture of a sample begins: after the VOP start code, or at the picture start code.
 struct PictureStart {
     Coding coding;
     const uint8_t* data;
@@ -52,7 +52,7 @@ static M4vRefusal read_h263_size(M4vDecoder* d, const uint8_t* data, size_t leng
     return refusal;
 }
 
-// Reads the headers up to the first picture. A short video header stands at the start or behind
+// Reads the headers up to the first picture. A short video header stands at the start or after
 // that of a video object; anywhere else its bits are ordinary data.
 static PictureStart read_mpeg4_headers(M4vDecoder* d, const M4vInput& input) {
     const uint8_t* p = input.data;

@@ -46,7 +46,7 @@ M4vPresentation m4v_presentation(const M4vDecoder* decoder);
 bool m4v_can_hold_picture(const M4vDecoder* decoder, uint32_t sample_length);
 
 // The picture goes into planes: Y with a pitch of AW bytes (the width rounded up to a multiple of
-// 16, AH likewise), Cb at AW * AH and Cr at a quarter of that behind it, with pitch AW / 2. AW * AH
+// 16, AH likewise), Cb at AW * AH and Cr at a quarter of that after it, with pitch AW / 2. AW * AH
 // * 3 / 2 bytes, of which every one is written by a successful decode.
 void m4v_set_output(M4vDecoder* decoder, uint8_t* planes);
 

@@ -10,7 +10,7 @@
 #include "m4vdec/m4v_refusal.h"
 #include "runtime/bits.h"
 
-// Start code values, behind 00 00 01.
+// Start code values, after 00 00 01.
 constexpr unsigned kStartVideoObjectLast = 0x1f;
 constexpr unsigned kStartLayerFirst = 0x20;
 constexpr unsigned kStartLayerLast = 0x2f;
@@ -50,7 +50,7 @@ struct M4vPacket {
 
 void m4v_layer_init(M4vLayer* layer);
 
-// These take the bits behind the start code, as do those below.
+// These take the bits after the start code, as do those below.
 void m4v_parse_sequence(BitReader* bits, M4vLayer* layer);
 void m4v_parse_visual_object(BitReader* bits, M4vLayer* layer);
 // Returns 1, with the reason in layer->refusal, when a tool is not supported or the data ends.
@@ -66,6 +66,6 @@ bool m4v_is_at_packet_end(BitReader* bits);
 int m4v_parse_packet(BitReader* bits, const M4vLayer& layer, unsigned number_bits,
                      M4vPacket* packet);
 
-// Finds the next start code (00 00 01 and one more byte) in [p, end). Returns the byte behind it
+// Finds the next start code (00 00 01 and one more byte) in [p, end). Returns the byte after it
 // and stores its value, or returns null.
 const uint8_t* m4v_find_start_code(const uint8_t* p, const uint8_t* end, unsigned* value);

@@ -54,7 +54,7 @@ static inline void store(M4vBlockDecoder* d, const M4vScan& scan, M4vBlockEdge* 
         static_cast<int16_t>(kMethod == Method::kAic ? coef : level);
 }
 
-// Reads events behind scan index `index` (-1: from the DC on) up to the last one. Returns its scan
+// Reads events after scan index `index` (-1: from the DC on) up to the last one. Returns its scan
 // index, or -1 on an error. A function of its own, so that what its loop needs has registers.
 template <Method kMethod>
 [[gnu::noinline]] static int read_events(M4vBlockDecoder* d, const M4vScan& scan, int index,

@@ -94,7 +94,7 @@ TcoefEntry m4v_read_escaped_event(BitReader* bits, const TcoefTable& table, Tcoe
 
 namespace {
 
-// The size, 0 to 12, behind `zeros` zero bits and a one, whose next bit is `bit`; *length is that
+// The size, 0 to 12, after `zeros` zero bits and a one, whose next bit is `bit`; *length is that
 // of the code. 13 when there is none.
 constexpr unsigned dc_size(bool is_chroma, unsigned zeros, unsigned bit, unsigned* length) {
     if (is_chroma) {
@@ -147,6 +147,6 @@ int m4v_read_long_dc_difference(BitReader* bits, bool is_chroma) {
     if (size > 12) return kM4vNoDc;
     bits_drop(bits, length);
     const int difference =
-        dc_value(size, bits_take(bits, size));  // up to 11 + 12 bits behind the refill
+        dc_value(size, bits_take(bits, size));  // up to 11 + 12 bits after the refill
     return size > 8 && !bits_read_1(bits) ? kM4vNoDc : difference;
 }

@@ -46,7 +46,7 @@ extern const TcoefTable kTcoefH263Extended;  // the same with Annex T escapes
 extern const TcoefTable kTcoefAic;           // H.263 table I.2
 extern const TcoefTable kTcoefAicExtended;   // the same with Annex T escapes
 
-// The entry behind one of kTcoefLong.
+// The entry after one of kTcoefLong.
 inline const TcoefEntry* m4v_long_event(const BitWindow& bits, const TcoefTable& table,
                                         TcoefEntry link) {
     constexpr unsigned kMask = (1u << kTcoefSecondaryBits) - 1;
@@ -57,7 +57,7 @@ inline const TcoefEntry* m4v_long_event(const BitWindow& bits, const TcoefTable&
 // Which code of kTcoefReversible the next 16 bits begin with.
 TcoefEntry m4v_reversible_event(unsigned bits);
 
-// Reads the event behind an entry of kTcoefEscape, whose length is not skipped yet. The step is
+// Reads the event after an entry of kTcoefEscape, whose length is not skipped yet. The step is
 // kTcoefInvalid when it is not valid, or that of the entry is.
 TcoefEntry m4v_read_escaped_event(BitReader* bits, const TcoefTable& table, TcoefEntry entry);
 

@@ -129,7 +129,7 @@ static int read_cbp_partition(VopDecoder* d, uint32_t count) {
 }
 
 static int decode_partitioned_packet(VopDecoder* d) {
-    if (!d->is_first_of_packet) return 1;  // no packet header behind the packet before
+    if (!d->is_first_of_packet) return 1;  // no packet header after the packet before
     uint32_t count;
     if (read_dc_partition(d, &count) || read_cbp_partition(d, count)) return 1;
     for (uint32_t n = 0; n < count; ++n) {

@@ -15,7 +15,7 @@
 // whose last event has 5 bits or more). H.263 without Annex I spends 48 bits on the DCs alone.
 constexpr unsigned kMinMacroblockBits = 6;
 
-// data begins behind the VOP's start code; nothing is read past its end, and what follows the last
+// data begins after the VOP's start code; nothing is read past its end, and what follows the last
 // macroblock is not looked at. Unless it is refused, every macroblock of the picture is written: no
 // error is concealed.
 [[nodiscard]] M4vRefusal m4v_decode_vop(const uint8_t* data, size_t length, const M4vLayer& layer,

@@ -16,7 +16,7 @@ constexpr uint32_t fourcc(const char (&text)[5]) {
 struct Box {
     uint32_t type;
     uint64_t begin;
-    uint64_t content;  // behind size and type; version and flags of a full box are content
+    uint64_t content;  // after size and type; version and flags of a full box are content
     uint64_t end;
     uint64_t length() const { return end - content; }
 };
@@ -33,7 +33,7 @@ class BoxWalk {
     bool next(Box* box);
     // The next box of that type.
     bool find(uint32_t type, Box* box);
-    // Goes on there, which is behind the box that was given last.
+    // Goes on there, which is after the box that was given last.
     void skip_to(uint64_t offset) { next_ = offset; }
 
  private:
@@ -47,11 +47,11 @@ inline bool find_child(SourceReader* reader, const Box& parent, uint32_t type, B
     return BoxWalk(reader, parent).find(type, child);
 }
 
-// Entries of equal size behind their count in a full box, as many as the box holds.
+// Entries of equal size after their count in a full box, as many as the box holds.
 struct Table {
     uint64_t offset = 0;  // of the first entry
     uint64_t count = 0;
     uint32_t entry_size = 0;  // bytes
 };
-// The count stands at `header` bytes into the content, the entries behind it.
+// The count stands at `header` bytes into the content, the entries after it.
 Table table_of(SourceReader* reader, const Box& box, uint32_t entry_size, uint32_t header = 4);

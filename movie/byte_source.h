@@ -13,7 +13,7 @@ class ByteSource {
     // Bytes in the source; the same at every call.
     virtual uint64_t size() const = 0;
     // Fills `into` with the bytes from `offset` on. Returns how many are there: fewer at the end of
-    // the source, and none behind it or where reading fails.
+    // the source, and none after it or where reading fails.
     virtual size_t read(uint64_t offset, std::span<uint8_t> into) = 0;
 };
 

@@ -26,7 +26,7 @@ bool is_byte_stream(std::span<const uint8_t> bytes, uint32_t prefix_size) {
 std::span<const uint8_t> take_unit(std::span<const uint8_t>* stream) {
     std::span<const uint8_t> unit;
     while (unit.empty() && stream->size() > 3) {
-        // A code's zeros may be many; those behind a unit belong to the next code (B.1.1).
+        // A code's zeros may be many; those after a unit belong to the next code (B.1.1).
         const std::span<const uint8_t> behind =
             stream->subspan(std::min(start_code_in(*stream) + 3, stream->size()));
         unit = behind.first(start_code_in(behind));

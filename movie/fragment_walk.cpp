@@ -173,7 +173,7 @@ bool FragmentWalk::is_fragment_at(uint64_t offset) {
     return header && load_be32(header + 4) == fourcc("moof");
 }
 
-// 8.8.9 to 8.8.11: moves the start to the last entry of the track that is not behind media_time.
+// 8.8.9 to 8.8.11: moves the start to the last entry of the track that is not after media_time.
 void FragmentWalk::look_up_random_access(int64_t media_time, FragmentPlace* start) {
     const uint64_t size = reader_.source_size();
     if (size < 16 || index_reader_.u32_at(size - 12) != fourcc("mfro")) return;
@@ -203,7 +203,7 @@ void FragmentWalk::look_up_random_access(int64_t media_time, FragmentPlace* star
     }
 }
 
-// 8.16.3: behind the index, or behind those of its segments that end in front of media_time.
+// 8.16.3: after the index, or after those of its segments that end in front of media_time.
 uint64_t FragmentWalk::behind_index(const Box& sidx, int64_t media_time) {
     const bool is_wide = reader_.u8_at(sidx.content) == 1;
     const uint32_t time_scale = std::max<uint32_t>(reader_.u32_at(sidx.content + 8), 1);

@@ -7,7 +7,7 @@
 constexpr int kMaxUnits = 64;
 constexpr uint32_t kProbeBytes = 512;
 
-// Bits from a 64-bit word, most significant first; zeros behind its end.
+// Bits from a 64-bit word, most significant first; zeros after its end.
 struct WordBits {
     uint64_t rest;
     uint32_t take(int count) {
@@ -23,7 +23,7 @@ struct WordBits {
     }
 };
 
-// Up to eight bytes, zeros behind the end.
+// Up to eight bytes, zeros past the end.
 static WordBits bits_at(SourceReader* reader, uint64_t offset, uint64_t end) {
     uint64_t word = 0;
     for (uint64_t at = offset; at < offset + 8; ++at) {
@@ -58,7 +58,7 @@ static IntraGuess probe_avc(SourceReader* reader, uint32_t prefix_size, uint64_t
     return IntraGuess::kUnknown;
 }
 
-// ISO 14496-2 6.2.5: vop_coding_type behind the start code of the first VOP, 0 for intra.
+// ISO 14496-2 6.2.5: vop_coding_type after the start code of the first VOP, 0 for intra.
 static IntraGuess probe_mpeg4(SourceReader* reader, uint64_t offset, uint64_t end) {
     constexpr uint32_t kVopStart = 0x1b6;
     uint32_t last_bytes = UINT32_MAX;

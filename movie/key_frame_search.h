@@ -16,7 +16,7 @@ enum class CandidateState : uint8_t {
     kGood,
     kNoPicture,  // not intra coded, whatever the index says
     kCut,        // the source ends in it
-    kAbsent,     // it cannot be decoded, or starts behind the source
+    kAbsent,     // it cannot be decoded, or starts past the source
 };
 
 class CandidateCheck {

@@ -28,7 +28,7 @@ struct Movie::Parts {
     CachedSource source;
     SourceReader reader;
     MovieHeaders headers;
-    uint64_t header_end = 0;  // behind the movie box, 0 if there is none
+    uint64_t header_end = 0;  // after the movie box, 0 if there is none
     int64_t origin = 0;       // where the media's time starts, in its time scale
     Presentation presentation;
     std::optional<FragmentWalk> fragments;
@@ -230,7 +230,7 @@ std::vector<MovieKeyFrame> Movie::key_frames_from(int64_t time_us, size_t count,
     return {};
 }
 
-// NAL units behind length prefixes of three bytes get prefixes of four.
+// NAL units after length prefixes of three bytes get prefixes of four.
 static std::vector<uint8_t> with_longer_prefixes(const std::vector<uint8_t>& sample) {
     std::vector<uint8_t> out;
     out.reserve(sample.size() + sample.size() / 64 + 16);

@@ -61,8 +61,8 @@ class Movie {
     // Up to `count` key frames in the order of decoding, from the first one shown at `time_us` or
     // later on. When there is none, the last one before. Those that the source cuts do not count;
     // if it cuts all, one of them is given as far as it goes. The result is empty if there is none.
-    // What an edit list cuts off in front has negative times; it comes last, and what one cuts off
-    // behind after that.
+    // What an edit list cuts off at the start has negative times; it comes last, and what one cuts
+    // off at the end after that.
     std::vector<MovieKeyFrame> key_frames_from(int64_t time_us, size_t count,
                                                Trust trust = Trust::kSamples);
 

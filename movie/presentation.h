@@ -28,7 +28,7 @@ class Presentation {
     // the time follows from the first one, so that what comes before it is negative. Without edits
     // nothing is.
     int64_t shown_at(int64_t media_time) const;
-    // Whether it comes behind the first edit's start and is in none of the edits.
+    // Whether it comes after the first edit's start and is in none of the edits.
     bool is_cut_off_behind(int64_t media_time) const;
     // No sample with a composition time before this one is shown at time_us or later.
     int64_t earliest_media_time(int64_t time_us) const;

@@ -6,7 +6,7 @@
 
 #include "movie/byte_stream.h"
 
-// Behind these bytes of a visual sample entry its boxes start.
+// After these bytes of a visual sample entry its boxes start.
 constexpr uint32_t kVisualEntrySize = 78;
 // More configuration than any stream has, as large as one window.
 constexpr uint64_t kMaxConfiguration = SourceReader::kLargestBlock;
@@ -18,7 +18,7 @@ constexpr uint32_t kDecoderSpecificInfo = 5;
 
 namespace {
 
-// Big-endian fields of bytes in memory. A read behind the end yields 0 and sets `overrun` for good.
+// Big-endian fields of bytes in memory. A read past the end yields 0 and sets `overrun` for good.
 struct Fields {
     std::span<const uint8_t> rest;
     bool overrun = false;
@@ -51,7 +51,7 @@ static Fields content_of(SourceReader* reader, const Box& box) {
     return bytes ? Fields{{bytes, length}} : Fields{};
 }
 
-// Parameter sets, each behind its length, into the configuration. Stops at one that is cut.
+// Parameter sets, each preceded by its length, into the configuration. Stops at one that is cut.
 static void append_sets(Fields* record, uint32_t count, std::vector<uint8_t>* configuration) {
     for (; count > 0; --count) {
         const std::span<const uint8_t> start = record->rest;

@@ -16,7 +16,7 @@ class RunCursor {
         : reader_(source, work), table_(table) {
         load();
     }
-    // Value of that sample; behind the table's end that of its last run.
+    // Value of that sample; after the table's end that of its last run.
     uint32_t value_of(uint64_t sample) {
         while (sample - first_ >= count_ && advance()) {
         }
@@ -28,7 +28,7 @@ class RunCursor {
         return sum_ + (sample - first_) * value_;
     }
     // The first sample with at least that sum in front of it, going by whole runs and so not
-    // behind it; `limit` at most.
+    // after it; `limit` at most.
     uint64_t sample_at_sum(uint64_t sum, uint64_t limit) {
         while (first_ + count_ < limit && sum_ + uint64_t{count_} * value_ <= sum && advance()) {
         }
@@ -54,7 +54,7 @@ class RunCursor {
 
     SourceReader reader_;
     Table table_;
-    uint64_t next_ = 0;   // entry behind the run
+    uint64_t next_ = 0;   // entry after the run
     uint64_t first_ = 0;  // sample of the run
     uint64_t sum_ = 0;    // of the values in front of it
     uint32_t count_ = 0;
@@ -145,7 +145,7 @@ class PlaceCursor {
 
     SourceReader runs_, chunks_, sizes_;
     SampleTables tables_;
-    uint64_t next_run_ = 0;   // entry behind the run
+    uint64_t next_run_ = 0;   // entry after the run
     uint64_t run_chunk_ = 0;  // its first one, 0-based
     uint64_t run_first_ = 0;  // its first sample
     uint64_t run_samples_ = 0;

@@ -39,7 +39,7 @@ struct VideoDescription {
     // H.264: bytes in front of each NAL unit in what Movie::read_sample gives; 1, 2 or 4.
     // 0 for the other codecs.
     uint32_t length_prefix_size = 0;
-    // H.264: all sequence parameter sets, then all picture parameter sets, each behind its length
+    // H.264: all sequence, then all picture parameter sets, each preceded by its length
     // of two bytes, big-endian; none when they come in the samples. MPEG-4: DecoderSpecificInfo.
     // H.263: the content of "d263". Empty where the entry has none.
     std::vector<uint8_t> configuration;

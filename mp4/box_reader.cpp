@@ -214,7 +214,7 @@ void mp4_parse_container(BufferedFile* file, const BoxHeader* header, int64_t en
 }
 
 // Kept on purpose: metadata-list-end
-// The list runs 12 bytes past the box: its end is counted from behind version and flags.
+// The list runs 12 bytes past the box: its end is counted from past version and flags.
 void mp4_parse_meta(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context) {
     if (mp4_is_box_too_large(file, header, context)) return;

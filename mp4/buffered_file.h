@@ -10,7 +10,7 @@
 #include "mp4/file_handle.h"
 
 struct BufferedFile {
-    FileHandle* handle;   // owned; its position is behind the buffered bytes
+    FileHandle* handle;   // owned; its position is past the buffered bytes
     uint8_t* buffer;      // owned
     uint32_t capacity;    // bytes in buffer
     uint32_t cursor;      // index of the next unread byte in buffer

@@ -14,11 +14,11 @@ struct FileHandle {
 // device), or there is no memory. The caller closes it.
 FileHandle* upnp_file_open(const char* path);
 
-// Reads up to length bytes at the position and moves it behind them. Returns the number of bytes,
+// Reads up to length bytes at the position and moves it after them. Returns the number of bytes,
 // 0 at the end of the file, -1 on failure or for a null handle.
 int32_t upnp_file_read(FileHandle* handle, void* buffer, uint32_t length);
 
-// Moves to an absolute position, which may lie behind the end. Returns it, or -1 and stays for a
+// Moves to an absolute position, which may lie past the end. Returns it, or -1 and stays for a
 // negative position or a null handle. Costs no system call.
 int64_t upnp_file_seek(FileHandle* handle, int64_t position);
 

@@ -30,7 +30,7 @@ void file_table_declare(BufferedFile* file, FileTable* table, uint32_t count, ui
 // can be read in either direction.
 void file_table_load(BufferedFile* file, FileTable* table, uint64_t index);
 
-// The word of that index; 0 behind what is stored.
+// The word of that index; 0 past what is stored.
 inline uint32_t file_table_word(BufferedFile* file, FileTable* table, uint64_t index) {
     if (index - table->window_start >= table->window_words) {
         if (index >= table->stored_words) return 0;

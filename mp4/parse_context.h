@@ -13,7 +13,7 @@ struct BoxHeader {
     uint64_t size;        // bytes, header included; the whole file's for size field 0
 };
 
-// The content of the box that was read last. No handler but the sample description's looks behind
+// The content of the box that was read last. No handler but the sample description's looks after
 // the first kContentKept bytes, so only those are kept; what the box does not have of them is 0.
 constexpr uint32_t kContentKept = 96;
 struct BoxContent {
@@ -44,11 +44,11 @@ struct ParseContext {
     uint64_t media_data_length;
     uint32_t media_time_scale;  // of the movie or media header seen last
     uint64_t media_duration;
-    // Behind the headers of boxes that came before their track's handler; 0 when there was none.
+    // After the headers of boxes that came before their track's handler; 0 when there was none.
     int64_t description_position;
     int64_t table_position;  // the last of "stts", "stss" and "stsc"
     int64_t sample_size_position;
-    int64_t movie_position;  // behind the header of the first movie box; 0 before
+    int64_t movie_position;  // after the header of the first movie box; 0 before
 };
 
 // Interprets one box, whose header has been read. end is where the list that holds the box ends.

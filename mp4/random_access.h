@@ -29,10 +29,10 @@ struct RandomAccessEntry {
     uint64_t offset;  // of the fragment in the file
 };
 
-// Declares the table whose entries start at the file's tell, and moves the tell behind them. Each
+// Declares the table whose entries start at the file's tell, and moves the tell after them. Each
 // of the three low pairs of bits in size_codes says how an entry's number is stored.
 void random_access_declare(BufferedFile* file, RandomAccessTable* table, uint32_t count,
                            uint32_t size_codes, bool has_64_bit_times);
 
-// Entries behind the end of the file are zeros.
+// Entries past the end of the file are zeros.
 RandomAccessEntry random_access_entry(BufferedFile* file, RandomAccessTable* table, uint32_t index);

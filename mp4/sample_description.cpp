@@ -77,7 +77,7 @@ void get_H263_config(ByteView data, VideoState* state) {
                __func__);
 }
 
-// Bytes that the entries from there on take, each behind its 16-bit length.
+// Bytes that the entries from there on take, each preceded by its 16-bit length.
 static uint32_t entries_length(ByteView data, int64_t at, uint32_t count) {
     uint32_t length = 0;
     for (uint32_t i = 0; i < count && at + length < data.length; ++i) {

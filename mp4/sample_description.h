@@ -16,13 +16,13 @@ struct ByteView {
 void mp4_parse_stsd(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context);
 
-// The three take their bytes to the video state; what those name behind the end of the data is 0.
+// The three take their bytes to the video state; what those name past the end of the data is 0.
 
-// Finds the DecoderSpecificInfo, which starts with a visual object sequence header, behind the
+// Finds the DecoderSpecificInfo, which starts with a visual object sequence header, after the
 // type of an "esds" box.
 void searchESD(ByteView data, VideoState* state);
 
-// Takes what follows the first "d263", and four zero bytes behind the data.
+// Takes what follows the first "d263", and four zero bytes after the data.
 void get_H263_config(ByteView data, VideoState* state);
 
 // Takes the parameter sets of an "avcC" record, which data enters at its lengthSizeMinusOne byte.

@@ -20,7 +20,7 @@ void mp4_parse_tkhd(BufferedFile* file, const BoxHeader* header, int64_t end,
 void mp4_parse_mdhd(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context);
 
-// Handler reference: names the kind of the track. Tables are kept only behind one that says "vide";
+// Handler reference: names the kind of the track. Tables are kept only after one that says "vide";
 // those that came before it are parsed again.
 void mp4_parse_hdlr(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context);

@@ -68,7 +68,7 @@ struct VideoState {
     FileTable chunk_offsets;
     SampleCursor cursor;
     int32_t codec_kind;         // kCodec... of runtime/key_frame.h
-    ConfigBlock sequence_sets;  // H.264, each behind its 16-bit length
+    ConfigBlock sequence_sets;  // H.264, each preceded by its 16-bit length
     ConfigBlock picture_sets;
     ConfigBlock mpeg4_config;
     ConfigBlock h263_config;

@@ -77,7 +77,7 @@ static void filter_by_paeth(const uint8_t* row, const uint8_t* above, size_t pit
     }
 }
 
-// All rows, each behind its filter. Null if there is no memory.
+// All rows, each preceded by its filter. Null if there is no memory.
 static ByteBlock filtered_rows(const UprightPicture& picture) {
     const size_t pitch = static_cast<size_t>(picture.width) * 3;
     const size_t height = static_cast<size_t>(picture.height);

@@ -91,7 +91,7 @@ static bool allow_reading(const Descriptor& ruleset, const char* path) {
     return is_folder(input) || allow(ruleset, input, LANDLOCK_ACCESS_FS_READ_FILE);
 }
 
-// The folder in which a new file appears when the path is opened, behind all symbolic links. It
+// The folder in which a new file appears when the path is opened, all symbolic links followed. It
 // stays closed when that is none.
 static void open_folder_of(const char* path, Descriptor* folder) {
     constexpr int kMostLinks = 40;  // as in the kernel
@@ -221,7 +221,7 @@ static const CheckedCall kCheckedCalls[] = {
 };
 
 // A filter for system calls. Its jumps lead ahead by up to 255 steps, and mostly to one of the two
-// ends, which stand behind the last step.
+// ends, which stand after the last step.
 class CallFilter {
  public:
     void load(uint32_t offset) { add(BPF_LD | BPF_W | BPF_ABS, offset, 0, 0); }

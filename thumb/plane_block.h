@@ -26,7 +26,7 @@ struct PlaneBlock {
     int32_t rows;   // luma rows that the block holds from y_offset on
 };
 
-// Bytes from the first sample of a plane to behind the last one that is touched.
+// Bytes from the first sample of a plane to past the last one that is touched.
 struct PlaneExtent {
     uint64_t luma;
     uint64_t chroma;
@@ -35,7 +35,7 @@ struct PlaneExtent {
 // Bytes of a picture whose sides are rounded up to whole blocks. The sides are at least 0.
 uint64_t plane_block_length(PictureSize size);
 
-// A zero-filled block of that length, Y, U and V one behind the other. Returns 1 without memory.
+// A zero-filled block of that length, Y, U and V one after the other. Returns 1 without memory.
 int plane_block_create(PictureSize size, PlaneBlock* block);
 
 // Makes the block so long that all planes can be touched to that extent. What is added repeats the

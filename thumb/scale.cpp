@@ -30,7 +30,7 @@ struct TargetRows {
     uint8_t* v;
 };
 
-// In place, later samples are read behind earlier ones that were written: the order counts.
+// In place, later samples are read after earlier ones that were written: the order counts.
 static void scale_row_pair(SourceRows from, TargetRows to, int32_t width, int64_t x_step) {
     int64_t x = kHalf;
     for (int32_t c = 0; c < width; c += 2, x += 2 * x_step) {

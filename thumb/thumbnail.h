@@ -27,7 +27,7 @@ struct ThumbnailParams {
 };
 
 // Writes the thumbnail. Returns 0, or 1 on any failure, without a message. The output file is
-// untouched unless decoding, scaling and padding succeeded; a failure behind that leaves it empty
+// untouched unless decoding, scaling and padding succeeded; a failure after that leaves it empty
 // or partial. Width and height of the params are overwritten once decoding has succeeded. The
 // bytes of the sample may be changed by decoding it.
 int WriteThumbnail(const KeyFrame* record, ThumbnailParams* params, int32_t codec_kind);

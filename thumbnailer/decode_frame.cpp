@@ -31,7 +31,7 @@ static std::vector<uint8_t> configuration_of(const VideoDescription& description
     return description.configuration;
 }
 
-// The identifier of a sequence parameter set (H.264 7.3.2.1.1), which stands behind four bytes and
+// The identifier of a sequence parameter set (H.264 7.3.2.1.1), which stands after four bytes and
 // has at most 11 bits. -1 when the unit is none.
 static int sequence_set_id(std::span<const uint8_t> unit) {
     constexpr uint8_t kSequenceSet = 7;

@@ -60,7 +60,7 @@ static bool set_size(std::string_view text, SizeLimit* size) {
     return true;
 }
 
-// Parts of a time behind each other, the last one possibly with a fraction: [[hh:]mm:]ss[.fff].
+// Parts of a time one after another, the last one possibly with a fraction: [[hh:]mm:]ss[.fff].
 static bool set_clock_time(std::string_view text, StartTime* start) {
     constexpr int kMostParts = 3;
     int64_t seconds = 0;

@@ -17,5 +17,5 @@ int file_query_status(const char* path, FileStatus* status);
 bool file_query_is_same(const char* path, const char* other);
 
 // The extension within the path, without its dot, or null. A last dot with at most one character
-// behind it gives the whole double extension ("mp4.a") when there is one.
+// after it gives the whole double extension ("mp4.a") when there is one.
 const char* file_query_extension(const char* path);

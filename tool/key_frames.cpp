@@ -70,7 +70,7 @@ static int append(KeyFrameList* list, const KeyFrameRun& run) {
 }
 
 // Lists so many key frames with that sample, unless a block for it, and for the length of a NAL
-// unit behind it, could not be obtained.
+// unit after it, could not be obtained.
 static Refusal add_key_frames(const BufferedFile* file, int32_t length_prefix_size,
                               const SamplePlace& place, int32_t count, KeyFrameList* list) {
     const uint64_t capacity = uint64_t{place.size} + static_cast<uint32_t>(length_prefix_size);

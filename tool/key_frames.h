@@ -47,7 +47,7 @@ struct KeyFrameRequest {
     KeyFrameList list;            // out
     OpenFile file;                // out: that the key frames are read from
     int32_t length_prefix_size;   // out: of NAL units, 1 to 4 for H.264, 0 for the other codecs
-    ConfigBlock config[2];        // out: decoder configuration, one block behind the other
+    ConfigBlock config[2];        // out: decoder configuration, one block after the other
 };
 
 // Walks the file once and lists the sync samples from the given per cent of the video track's

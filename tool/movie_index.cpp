@@ -44,7 +44,7 @@ bool movie_index_has_configuration(const VideoState* state) {
 }
 
 // First sync sample that is not before the sample. The last index when there is none. The number 0
-// is behind every sample: one less, in 32 bits, is the largest.
+// is after every sample: one less, in 32 bits, is the largest.
 static uint32_t key_index_at_sample(BufferedFile* file, VideoState* state, uint64_t sample) {
     FileTable* const numbers = &state->sync_samples;
     const uint32_t count = std::min(numbers->count, state->sync_sample_count);
