@@ -67,10 +67,13 @@ static Wording wording_of(const ThumbnailRun& run) {
 static void explain_undecoded(const ThumbnailRun& run, const WantedFrames& frames,
                               int64_t file_size, Verdict* verdict) {
     const Wording wording = wording_of(run);
-    if (wording.kind != RefusalKind::kDamage) return verdict_fail(verdict, wording);
-    if (frames.is_in_fragments && frames.has_base_data_offset) {
-        verdict_fail(verdict, Reason::kBaseDataOffset);
+    const bool may_be_elsewhere =
+        wording.kind == RefusalKind::kDamage || wording.kind == RefusalKind::kBadHeaders;
+    if (may_be_elsewhere && frames.is_in_fragments) {
+        if (frames.has_base_data_offset) verdict_fail(verdict, Reason::kBaseDataOffset);
+        if (!frames.is_last_track) verdict_fail(verdict, Reason::kLastTrackNotVideo);
     }
+    if (wording.kind != RefusalKind::kDamage) return verdict_fail(verdict, wording);
     if (frames.chosen_end > file_size) {
         verdict_fail(verdict, Reason::kKeyFrameCut,
                      {std::to_string(file_size), std::to_string(frames.chosen_end)});

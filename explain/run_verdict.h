@@ -16,6 +16,7 @@ struct WantedFrames {
     int64_t chosen_end;  // where the chosen one should end in the file
     bool is_in_fragments;
     bool has_base_data_offset;  // fragments state one: it is misread
+    bool is_last_track;         // the video: of another last track samples may be taken
 };
 
 // Each leaves a verdict alone that is a failure already.

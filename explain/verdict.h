@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Why there is no thumbnail: one sentence, and what to do about it. What the decoders refuse has
-// its sentences in wording/; all other reasons are here.
+// Why there is no thumbnail: a code, one sentence, and what to do about it. What the decoders
+// refuse has its sentences in wording/; all other reasons are here.
 #pragma once
 
 #include <stdint.h>
@@ -29,9 +29,12 @@ enum class Reason : uint8_t {
     kOutputIsInput,
     kFolderAsOutput,
     kOutputNotCreated,
+    kNoAnswer,
 
     // The movie.
+    kOtherKindOfFile,
     kNotAMovie,
+    kBoxesBroken,
     kBoxesGivenUp,
     kCutBeforeIndex,
     kNoIndex,
@@ -89,13 +92,14 @@ enum class Reason : uint8_t {
 };
 constexpr Reason kLastReason = Reason::kNoMemory;
 
-// The sentence and the advice as they stand in the table, with {} for values.
+// Code, sentence and advice as they stand in the table, with {} for values.
 Wording wording_of(Reason reason);
 
 struct Verdict {
     bool is_failure = false;
+    const char* code = "";  // of the reason, for programs
     std::string sentence;
-    std::string advice;  // "" when there is nothing to do
+    std::string advice;  // lines, the cheapest first; "" when there is nothing to do
 };
 
 // Fills the verdict unless it is a failure already: the first reason counts. The values take the

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "runtime/processor.h"
 
-#if defined(__x86_64__) && __has_include(<sys/platform/x86.h>)
+// That header uses a type of C, which Clang does not know in C++.
+#if defined(__x86_64__) && !defined(__clang__) && __has_include(<sys/platform/x86.h>)
 #include <sys/platform/x86.h>
 #endif
 #if defined(__arm__) && defined(__linux__)

@@ -1,13 +1,43 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// What to do about a video that gives no picture. IN and OUT are for the reader to fill in.
+// What to do about a video that gives no picture, a line for each way, the cheapest first. IN and
+// OUT are for the reader to fill in, -ss T for the report, which knows how long the video is.
+// A stream 0:V:0 is the first video that is no cover picture.
 #pragma once
 
-constexpr char kCopyStreams[] = "Copy the streams into a new file: ffmpeg -i IN -c copy OUT.mp4";
-constexpr char kCopyTo3gp[] = "Copy the streams into a new file: ffmpeg -i IN -c copy OUT.3gp";
+// A single picture would be a key frame table without an entry that is not in it, which is left out
+// then: there have to be two.
+#define KEYSTILL_ENCODE_ONE \
+    "ffmpeg -ss T -i IN -map 0:V:0 -frames:v 2 -c:v libx264 -pix_fmt yuv420p"
+#define KEYSTILL_ANY_PICTURE "One picture: keystill-thumbnailer --fallback auto -i IN -o OUT.jpg\n"
+
+constexpr char kAdviceTime[] = "-ss T ";
+constexpr char kCopyStreams[] =
+    "A minute of it: ffmpeg -i IN -map 0:V:0 -t 60 -c copy OUT.mp4\n"
+    "All of it: ffmpeg -i IN -c copy OUT.mp4";
+constexpr char kCopyLarge[] =
+    "A minute of it: ffmpeg -i IN -map 0:V:0 -t 60 -c copy OUT.mp4\n"
+    "All of it, which only helps below 4 GiB: ffmpeg -i IN -c copy OUT.mp4";
+// Samples with parameter sets, as a stream that has them in its description too.
+constexpr char kCopySets[] =
+    "A minute of it: ffmpeg -i IN -map 0:V:0 -t 60 -c copy -bsf:v h264_mp4toannexb -tag:v avc1 "
+    "OUT.mp4\n"
+    "All of it: ffmpeg -i IN -c copy -bsf:v h264_mp4toannexb -tag:v avc1 OUT.mp4";
+constexpr char kCopyTo3gp[] =
+    "A minute of it: ffmpeg -i IN -map 0:V:0 -t 60 -c copy OUT.3gp\n"
+    "All of it: ffmpeg -i IN -map 0:V:0 -c copy OUT.3gp";
 constexpr char kEncodeAgain[] =
-    "Encode the video again: ffmpeg -i IN -c:v libx264 -pix_fmt yuv420p OUT.mp4";
+    KEYSTILL_ANY_PICTURE "One picture: " KEYSTILL_ENCODE_ONE
+                         " OUT.mp4\n"
+                         "All of it: ffmpeg -i IN -c:v libx264 -pix_fmt yuv420p OUT.mp4";
 constexpr char kDeinterlace[] =
-    "Deinterlace it: ffmpeg -i IN -vf yadif -c:v libx264 -pix_fmt yuv420p OUT.mp4";
+    KEYSTILL_ANY_PICTURE "One picture: " KEYSTILL_ENCODE_ONE
+                         " -vf yadif OUT.mp4\n"
+                         "All of it: ffmpeg -i IN -vf yadif -c:v libx264 -pix_fmt yuv420p OUT.mp4";
+constexpr char kOtherFile[] =
+    KEYSTILL_ANY_PICTURE "One picture: " KEYSTILL_ENCODE_ONE
+                         " OUT.mp4\n"
+                         "All of it, if its codec is one of MP4: ffmpeg -i IN -c copy OUT.mp4\n"
+                         "All of it: ffmpeg -i IN -c:v libx264 -pix_fmt yuv420p OUT.mp4";
 constexpr char kLookElsewhere[] = "Start at another part of the clip, or take another percentile.";
 constexpr char kAskForLess[] = "Ask for fewer key frames, or raise the limit (ulimit -v).";
 constexpr char kCopyFileAgain[] = "Copy the file again.";

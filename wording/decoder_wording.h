@@ -18,7 +18,8 @@ enum class RefusalKind : unsigned char {
 struct Wording {
     RefusalKind kind;
     std::string sentence;
-    std::string advice;  // "" when there is nothing to do
+    std::string advice;  // lines, the cheapest first; "" when there is nothing to do
+    const char* code;    // for programs: does not change when the sentence does
 };
 
 Wording wording_of(const AvcRefused& refused);

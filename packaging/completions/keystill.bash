@@ -6,11 +6,13 @@ _keystill() {
     COMPREPLY=()
     if [[ ${1##*/} == keystill-explain ]]; then
         if [[ $position -eq 1 && $cur == -* ]]; then
-            mapfile -t COMPREPLY < <(compgen -W '--all --version --help' -- "$cur")
+            mapfile -t COMPREPLY < <(compgen -W '--all --brief --json --html --reasons --version --help' -- "$cur")
             return
         fi
         [[ ${COMP_WORDS[1]} != --all ]] || position=$((position - 1))
     fi
+    # With several files nothing but them is of use.
+    [[ " ${COMP_WORDS[*]} " =~ ' '--(brief|json|html)' ' && $position -gt 1 ]] && position=1
     local values=
     case $position in
         1) _filedir '@(m1v|m4v|mp4|qt|mpeg4|mov|3gp|ismv)' ;;

@@ -25,6 +25,7 @@ for program in keystill keystill-explain
     complete -c $program -n 'test (__keystill_position) -eq 7' -a '0 10 50' -d 'Start in per cent'
     complete -c $program -n 'test (__keystill_position) -eq 8' -a '0 50 70 100' -d Percentile
 end
-for option in all version help
+complete -c keystill-explain -n '__fish_contains_opt brief json html' -a '(__keystill_videos)' -d Video
+for option in all brief json html reasons version help
     complete -c keystill-explain -n 'test (count (commandline -opc)) -eq 1' -l $option
 end

@@ -124,6 +124,13 @@ static std::string with_sound(std::string file) {
     return file.replace(moov, 4, u32(old_size + sound.size()));
 }
 
+// Packets of a stream for broadcasting, without content.
+static std::string transport_stream() {
+    std::string packets;
+    for (int i = 0; i < 3; ++i) packets += "\x47" + std::string(187, '\xff');
+    return packets;
+}
+
 static std::string hidden_in_free(const std::string& file) {
     const std::string movie = full_box("mvhd", zeros(20)) + file.substr(file.find("trak") - 4);
     return file.substr(0, file.find("moov") - 4) + box("free", movie);
@@ -162,7 +169,8 @@ static bool is_filled_in(const std::string& sentence, const std::string& text) {
 // Each reason has a file that shows it, but those that no file brings about: arguments that are
 // left out have values, and what goes nowhere can be written.
 static void expect_all_reasons_in(const std::vector<std::string>& sentences) {
-    static const std::set<Reason> kOthers = {Reason::kTooFewArguments, Reason::kNotWritten};
+    static const std::set<Reason> kOthers = {Reason::kTooFewArguments, Reason::kNotWritten,
+                                             Reason::kNoAnswer};
     for (int i = 1; i <= static_cast<int>(kLastReason); ++i) {
         const Reason reason = static_cast<Reason>(i);
         const std::string sentence = wording_of(reason).sentence;
@@ -242,6 +250,9 @@ TEST_F(Explain, EachRefusalHasItsReason) {
     kCases[] = {
         {"The file is too short", ""},
         {"It is no MP4, QuickTime or 3GPP file", std::string(64, 'x')},
+        {"It is a file of another kind, Matroska or WebM;", "\x1a\x45\xdf\xa3" + zeros(60)},
+        {"It is a file of another kind, an MPEG transport stream;", transport_stream()},
+        {"The last box that the reader gets to has a 64-bit size of 0", good + u32(1) + "free" + zeros(8)},
         {"The file has no index (moov).", box("ftyp", "isom" + zeros(4))},
         {"The file is cut off: it ends at 1000, its mdat box should go on", good.substr(0, 1000)},
         {"The file has no video track.", renamed(good, "vide", "soun")},
@@ -461,18 +472,25 @@ TEST_F(Explain, ALongLogTakesNoMemory) {
 
 TEST_F(Explain, TheSandboxChangesNoReport) {
     const std::string report = folder_.path("report"), old = folder_.path("old.mp4");
+    const std::string page = folder_.path("page.html");
     write_file(old, "old");
     const std::string good = movie_file(movie());
-    const std::pair<std::string, std::string> kCases[] = {{good, folder_.path("new.jpg")},
-                                                          {good, old},
-                                                          {good, path_},
-                                                          {good, folder_.path("none/x")},
-                                                          {renamed(good, "avc1", "hvc1"), "x.jpg"},
-                                                          {"", "x.jpg"}};
-    for (const auto& [file, output] : kCases) {
+    const std::vector<std::pair<std::string, std::vector<std::string>>> kCases = {
+        {good, {path_, folder_.path("new.jpg")}},
+        {good, {path_, old}},
+        {good, {path_, path_}},
+        {good, {path_, folder_.path("none/x")}},
+        {renamed(good, "avc1", "hvc1"), {path_, "x.jpg"}},
+        {"", {path_, "x.jpg"}},
+        {good, {"--brief", path_, old, path_, "none.mp4"}},
+        {good, {"--json", path_, old, "16", "16", "85", "2", "0", "0"}},
+        {good, {"--html", page, path_, old, path_}},
+    };
+    for (const auto& [file, args] : kCases) {
+        SCOPED_TRACE(args[0]);
         write_file(path_, file);
-        const std::vector<std::string> args = {path_, output, "16", "16", "85", "5", "10", "70"};
         const int want = run(args);
+        const std::string want_page = args[0] == "--html" ? read_file(page) : "";
         FILE* const out = fopen(report.c_str(), "wb");
         const pid_t child = fork();
         if (child == 0) {
@@ -488,7 +506,44 @@ TEST_F(Explain, TheSandboxChangesNoReport) {
         EXPECT_TRUE(WIFEXITED(status));
         EXPECT_EQ(WEXITSTATUS(status), want);
         EXPECT_EQ(read_file(report), report_);
+        EXPECT_EQ(args[0] == "--html" ? read_file(page) : "", want_page);
     }
+}
+
+TEST_F(Explain, ManyFilesHaveALineEach) {
+    const std::string other = folder_.path("a\xff\"<b>\\.mp4"), wide = folder_.path("wide.mov");
+    write_file(path_, movie_file(movie()));
+    write_file(other, renamed(movie_file(movie()), "avc1", "hv\"<"));
+    std::string turned = with_inserted(movie_file(movie()), "");
+    const size_t matrix = turned.find("tkhd") + 4 + 40;
+    turned.replace(matrix, 20, u32(0) + u32(0x10000) + u32(0) + u32(0xffff0000) + u32(0));
+    write_file(wide, turned);
+    EXPECT_EQ(run({"--brief", path_, other}), 1);
+    EXPECT_EQ(report_, path_ + ": 239x240, key frame 1 at 0:00:02.000\n" + folder_.path("") +
+                           "a\\xff\"<b>\\\\.mp4: none (other-codec). The video's codec is not known"
+                           " here (hv\"<); H.264 (avc1), MPEG-4 Part 2 (mp4v) and H.263 (s263) can"
+                           " be decoded.\n");
+    EXPECT_EQ(run({"--json", path_, wide, "16", "16", "85", "2", "0", "0"}), 0);
+    expect_report({
+        "\"codec\":{\"name\":\"H.264\",\"format\":\"avc1\",\"profile\":\"Baseline\",\"level\":3.0,",
+        "\"width\":16,\"height\":16,\"rotation\":0,\"mirrored\":false,\"pixel_aspect\":[1,1],",
+        "\"key_frames\":[{\"index\":0,\"time_ms\":0,\"bytes\":394,\"collected\":true,"
+        "\"picked\":true},{\"index\":1,\"time_ms\":2000,\"bytes\":402,\"collected\":true,",
+        "{\"index\":2,\"time_ms\":4000,\"bytes\":394,\"collected\":false,\"picked\":false}],"
+        "\"thumbnail\":{\"width\":16,\"height\":16,\"key_frame\":0},\"reason\":null}\n",
+        "\"rotation\":90,",
+    });
+    EXPECT_EQ(run({"--json", other, "none.mp4"}), 1);
+    expect_report({"a\\\\xff\\\"<b>\\\\\\\\.mp4\",\"bytes\":", "\"format\":\"hv\\\"<\"",
+                   "\"reason\":{\"code\":\"other-codec\",", "\"advice\":[\"One picture: ",
+                   "none.mp4\",\"bytes\":null,\"container\":null,\"codec\":null,"});
+    const std::string page = folder_.path("page.html");
+    EXPECT_EQ(run({"--html", page, path_, other}), 1);
+    EXPECT_EQ(report_, "");
+    report_ = read_file(page);
+    expect_report({"a\\xff&quot;&lt;b&gt;\\\\.mp4</h2>", "(hv&quot;&lt;)",
+                   "<figure class=\"collected\"><img alt=\"\" src=\"data:image/jpeg;base64,/9j/",
+                   "<figure class=\"picked\">", "402 bytes<br>picked, percentile 67 to 100"});
 }
 
 TEST_F(Explain, OptionsAndUsage) {
@@ -497,7 +552,31 @@ TEST_F(Explain, OptionsAndUsage) {
     EXPECT_EQ(run({"--help"}), 0);
     EXPECT_EQ(report_.rfind("usage: keystill-explain ", 0), 0u);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(run({}), 2);
+    for (const std::vector<std::string>& wrong : std::vector<std::vector<std::string>>{
+             {}, {"--json"}, {"--json", "--brief", path_}, {"--html"}, {"--html", "x.html"}}) {
+        EXPECT_EQ(run(wrong), 2);
+    }
     EXPECT_EQ(report_, "");
     EXPECT_EQ(testing::internal::GetCapturedStderr().rfind("usage: ", 0), 0u);
+    // The page's name was left out: the video stays.
+    write_file(path_, movie_file(movie()));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run({"--html", path_, path_}), 2);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("a video is no name"), std::string::npos);
+    EXPECT_EQ(read_file(path_), movie_file(movie()));
+    // An output that is there and is called like a video.
+    const std::string film = folder_.path("film.mov");
+    EXPECT_EQ(run({path_, film}), 0);
+    EXPECT_EQ(report_.find("it would be replaced by the picture"), std::string::npos);
+    write_file(film, "film");
+    EXPECT_EQ(run({path_, film}), 0);
+    expect_report({"The output is a video too, by its name: it would be replaced by the picture."});
+    std::set<std::string> codes;
+    EXPECT_EQ(run({"--reasons"}), 0);
+    for (size_t at = 0; at < report_.size(); at = report_.find('\n', at) + 1) {
+        const std::string code = report_.substr(at, report_.find(':', at) - at);
+        EXPECT_EQ(code.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-"),
+                  std::string::npos);
+        EXPECT_TRUE(!code.empty() && codes.insert(code).second) << code;
+    }
 }
