@@ -161,7 +161,13 @@ static void horizontal_up(uint8_t* dst, ptrdiff_t pitch, const Edge<kSize>& e) {
     }
 }
 
-enum EdgeParts : unsigned { kEdgeLeft = 1, kEdgeTop = 2, kEdgeRight = 4, kEdgeRepeat = 8 };
+enum EdgeParts : unsigned {
+    kEdgeLeft = 1,
+    kEdgeTop = 2,
+    kEdgeRight = 4,
+    kEdgeRepeat = 8,
+    kEdgeCorner = 16,  // which the standard promises to the modes that need it
+};
 
 // The reference samples of a 4x4 block. kEdgeRepeat stands the last top sample in for those above
 // and to the right.
@@ -211,6 +217,7 @@ static void filter_left(const uint8_t* dst, ptrdiff_t pitch, unsigned available,
 
 static Edge<8> edge8x8(const uint8_t* dst, ptrdiff_t pitch, unsigned available, unsigned parts) {
     Edge<8> e = {};
+    if (parts & kEdgeCorner) available |= kPred8x8TopLeft;
     if (parts & kEdgeTop) filter_top(dst, pitch, available, e.line + 9);
     if (parts & kEdgeLeft) {
         uint8_t left[8];
@@ -332,9 +339,9 @@ static constexpr Pred8x8Fn kPred8x8[16] = {
     directional8x8<edge_horizontal, kEdgeLeft>,
     kDc8x8,
     directional8x8<diagonal_down_left<8>, kEdgeTop>,
-    directional8x8<diagonal_down_right<8>, kAround>,
-    directional8x8<vertical_right<8>, kAround>,
-    directional8x8<horizontal_down<8>, kAround>,
+    directional8x8<diagonal_down_right<8>, kAround | kEdgeCorner>,
+    directional8x8<vertical_right<8>, kAround | kEdgeCorner>,
+    directional8x8<horizontal_down<8>, kAround | kEdgeCorner>,
     directional8x8<vertical_left<8>, kEdgeTop>,
     directional8x8<horizontal_up<8>, kEdgeLeft>,
     directional8x8<edge_dc<kEdgeLeft>, kEdgeLeft>,
