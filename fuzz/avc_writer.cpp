@@ -1,124 +1,136 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "fuzz/avc_writer.h"
 
-#include "fuzz/chosen_bits.h"
+static std::string ue(uint32_t value) { return BitPacker().ue(value).bits(); }
+static std::string se(int32_t value) { return BitPacker().se(value).bits(); }
 
-// Escapes most units; one whose emulation bytes are missing is a stream, too.
-static std::string nal_unit(Choices* c, uint32_t header, const std::string& rbsp) {
-    const std::string unit = static_cast<char>(header) + rbsp;
-    return c->once_in(16) ? unit : escaped(unit);
+// One unit in eight has a byte changed, which may be one of emulation prevention.
+static std::string maybe_damaged(Choices* c, std::string unit) {
+    if (c->once_in(8)) unit[c->flag() ? 0 : c->word() % unit.size()] = static_cast<char>(c->byte());
+    return unit;
 }
 
 // Each absent, the default one, one that repeats its first entry, or whole.
-static void write_scaling_lists(ChosenBits* w, int count) {
+static std::string scaling_lists(Choices* c, int count) {
+    std::string lists;
     for (int i = 0; i < count; ++i) {
-        const uint32_t kind = w->c->byte() % 4;
-        const int first = static_cast<int>(w->c->byte() % 100);
-        w->u(1, kind != 0);
-        if (kind == 1) w->se(-8);
-        if (kind == 2) w->se(first).se(-8 - first);
-        if (kind == 3) w->any_se(3, i < 6 ? 16 : 64);
+        const uint32_t kind = c->byte() % 4;
+        const int first = static_cast<int>(c->byte() % 100);
+        lists += kind != 0 ? "1" : "0";
+        if (kind == 1) lists += se(-8);
+        if (kind == 2) lists += se(first) + se(-8 - first);
+        for (int left = kind != 3 ? 0 : i < 6 ? 16 : 64; left > 0; --left)
+            lists += se(c->around(3));
     }
+    return lists;
+}
+
+static std::string pic_order_fields(Choices* c, uint32_t type) {
+    if (type == 0) return ue(c->rarely(8, 12));
+    std::string fields = c->once_in(4) ? "0" : "1";  // delta_pic_order_always_zero_flag
+    fields += se(c->around(9)) + se(c->around(9));
+    const uint32_t cycle = c->value(3);
+    fields += ue(cycle);
+    for (uint32_t i = cycle % 300; i > 0; --i) fields += se(c->around(9));
+    return type == 1 ? fields : "";
 }
 
 std::string write_sps(Choices* c, AvcSyntax* syntax) {
-    static const uint8_t kProfiles[] = {100, 66, 77, 244, 83};
-    ChosenBits w(c);
-    const uint32_t profile = kProfiles[c->byte() % 5];
-    syntax->is_high_profile = profile != 66 && profile != 77;
-    w.u(8, profile).u(16, c->byte());
-    w.ue_rarely(8, 32);
-    if (syntax->is_high_profile) {
-        w.ue_rarely(4, 3, 1);
-        w.ue_rarely(16, 6);  // bits of samples
-        w.ue_rarely(16, 6);
-        w.flag(16);
-        if (w.flag(4)) write_scaling_lists(&w, 8);
-    }
-    syntax->frame_num_bits = 4 + w.ue_rarely(8, 12);
-    const uint32_t order_type = w.ue_rarely(4, 2);
-    syntax->order_bits = order_type == 0 ? 4 + w.ue_rarely(8, 12) : 0;
-    if (order_type == 1) {
-        w.u(1, !c->once_in(4));  // delta_pic_order_always_zero_flag
-        w.any_se(9, 2);
-        w.any_se(9, static_cast<int>(w.any_ue(3) % 300));
-    }
-    w.any_ue(16);
-    w.flag();
-    w.any_ue(7, 2);  // width, height
-    w.u(1, !c->once_in(32)).u(1, 1);
-    if (w.flag(4)) w.any_ue(8, 4);  // cropping
-    if (w.flag(4)) w.noise();       // usability information
-    return nal_unit(c, 0x67, w.trailing().str());
+    static const uint8_t kProfiles[] = {100, 66, 77, 244, 118};
+    SpsSpec s = {.profile_idc = kProfiles[c->byte() % 5], .id = c->rarely(8, 32)};
+    s.chroma_format_idc = c->rarely(4, 3, 1);
+    s.bit_depth_luma_minus8 = c->rarely(16, 6);
+    s.bit_depth_chroma_minus8 = c->rarely(16, 6);
+    s.lossless = c->once_in(16);
+    if (c->once_in(4)) s.scaling = scaling_lists(c, 8);
+    s.log2_max_frame_num_minus4 = c->rarely(8, 12);
+    s.pic_order_cnt_type = c->rarely(4, 2, 2);
+    s.pic_order_cnt = pic_order_fields(c, s.pic_order_cnt_type);
+    s.width_mbs = 1 + c->value(7);
+    s.height_mbs = 1 + c->value(7);
+    s.frame_mbs_only_flag = !c->once_in(32);
+    if (c->once_in(4)) s.crop = {c->value(8), c->value(8), c->value(8), c->value(8)};
+    if (c->once_in(4)) s.vui = BitPacker().bytes(c->bytes(c->byte() % 40)).bits();
+    syntax->sps = s;
+    return maybe_damaged(c, sps_nal(s));
 }
 
 std::string write_pps(Choices* c, AvcSyntax* syntax) {
-    ChosenBits w(c);
-    w.ue_rarely(4, 255);
-    w.ue_rarely(8, 32);
-    syntax->is_cabac = w.flag();
-    w.flag(16);
-    w.ue_rarely(32, 7);
-    w.any_ue(15, 2);
-    w.u(3, c->byte() % 6);
-    w.any_se(25, 2);
-    w.any_se(12);
-    syntax->has_deblocking = !c->once_in(8);
-    w.u(1, syntax->has_deblocking);
-    w.u(2, c->once_in(8) ? c->byte() : 0);
-    syntax->has_8x8 = false;
-    if (syntax->is_high_profile) {
-        syntax->has_8x8 = w.flag();
-        if (w.flag(4)) write_scaling_lists(&w, syntax->has_8x8 ? 8 : 6);
-        w.any_se(12);
+    PpsSpec s = {.id = c->rarely(4, 255), .sps_id = c->rarely(8, 32), .cabac = c->flag()};
+    s.pic_order_present = c->once_in(16);
+    s.num_slice_groups_minus1 = c->rarely(32, 7);
+    s.refs_l0 = c->value(15);
+    s.refs_l1 = c->value(15);
+    s.weighted_bipred_idc = c->rarely(8, 3);
+    s.pic_init_qp_minus26 = c->around(25);
+    s.chroma_qp_index_offset = c->around(12);
+    s.deblocking_control = !c->once_in(8);
+    s.redundant_pic_cnt_present = c->once_in(8);
+    if (syntax->sps.profile_idc >= 100) {
+        s.extension = c->flag() ? "1" : "0";  // transform_8x8_mode_flag
+        const bool has_lists = c->once_in(4);
+        if (has_lists) s.extension += "1" + scaling_lists(c, s.extension == "1" ? 8 : 6);
+        s.extension += (has_lists ? "" : "0") + se(c->around(12));
     }
-    return nal_unit(c, 0x68, w.trailing().str());
+    syntax->pps = s;
+    return maybe_damaged(c, pps_nal(s));
 }
 
 // A CAVLC macroblock: samples, prediction alone, or with noise for residual.
-static void write_macroblock(ChosenBits* w, const AvcSyntax& syntax) {
-    const uint32_t kind = w->c->byte() % 4;
-    const uint32_t mb_type = w->ue_rarely(kind < 2 ? 256 : 1, 25, kind == 1 ? 25 : 0);
+static void write_macroblock(Choices* c, const AvcSyntax& syntax, BitPacker* data) {
+    const uint32_t kind = c->byte() % 4;
+    const uint32_t mb_type = c->rarely(kind < 2 ? 256 : 1, 25, kind == 1 ? 25 : 0);
+    data->ue(mb_type);
     if (mb_type == 25) {
-        w->align().bytes(w->c->bytes(384));
+        data->align().bytes(c->bytes(384));
         return;
     }
-    const int modes = mb_type != 0 ? 0 : syntax.has_8x8 && w->flag() ? 4 : 16;
-    for (int i = 0; i < modes; ++i) {
-        const bool is_coded = w->c->once_in(4);
-        w->u(1, !is_coded);
-        if (is_coded) w->any(3);
+    const bool may_be_8x8 = mb_type == 0 && syntax.pps.extension.starts_with('1');
+    const bool is_8x8 = may_be_8x8 && c->flag();
+    data->u(may_be_8x8, is_8x8);
+    for (int i = mb_type != 0 ? 0 : is_8x8 ? 4 : 16; i > 0; --i) {
+        c->once_in(4) ? data->u(4, c->byte() & 7) : data->u(1, 1);
     }
-    w->any_ue(3);
-    if (mb_type == 0 && w->ue_rarely(kind == 0 ? 256 : 1, 47, 3) == 3) return;
-    w->any_se(26);
-    w->noise();
+    data->ue(c->value(3));
+    if (mb_type == 0) {
+        const uint32_t coded_block_pattern = c->rarely(kind == 0 ? 256 : 1, 47, 3);
+        data->ue(coded_block_pattern);
+        if (coded_block_pattern == 3) return;
+    }
+    data->se(c->around(26)).bytes(c->bytes(c->byte() % 40));
 }
 
 std::string write_slice(Choices* c, AvcSyntax* syntax) {
-    const uint32_t header = c->once_in(8) ? c->byte() : c->once_in(4) ? 0x61 : 0x65;
-    const bool is_idr = (header & 31) == 5;
-    ChosenBits w(c);
-    w.ue(c->once_in(8) ? c->value(63) : syntax->next_mb);
-    w.ue_rarely(16, 9, 7);
-    w.ue_rarely(8, 255);
-    w.u(static_cast<int>(syntax->frame_num_bits % 32), c->byte());
-    if (is_idr) w.any_ue(3);
-    w.u(static_cast<int>(syntax->order_bits % 32), c->byte());
-    if (is_idr) w.any(2);
-    const bool is_marked = !is_idr && header & 0x60 && w.flag();
-    if (is_marked) {  // mostly by operations without operands
-        for (uint32_t n = c->byte() % 80; n > 0; --n) w.ue_rarely(16, 6, 5);
-        w.ue(0);
+    const PpsSpec& pps = syntax->pps;
+    SliceSpec s = {.first_mb = c->once_in(8) ? c->value(63) : syntax->next_mb};
+    s.slice_type = c->rarely(16, 9, 7);
+    s.pps_id = c->rarely(8, 255);
+    s.is_idr = !c->once_in(4);
+    s.frame_num_bits = static_cast<int>((4 + syntax->sps.log2_max_frame_num_minus4) % 32);
+    s.nal_ref_idc = s.is_idr || c->flag() ? 3 : 0;
+    if (syntax->sps.pic_order_cnt_type == 0) s.pic_order_cnt = std::string(4, '0');
+    if (pps.redundant_pic_cnt_present) s.redundant = ue(c->rarely(8, 1));
+    if (!s.is_idr && c->flag()) {  // mostly by operations without operands
+        s.marking = "1";
+        for (uint32_t n = c->byte() % 80; n > 0; --n) s.marking += ue(c->rarely(16, 6, 5));
+        s.marking += ue(0);
     }
-    w.any_se(26);
-    if (syntax->has_deblocking && w.any_ue(2) != 1) w.any_se(6, 2);
-    if (syntax->is_cabac) w.align(1);
+    s.slice_qp_delta = c->around(26);
+    if (pps.deblocking_control) {
+        const uint32_t idc = c->value(2);
+        s.deblocking = ue(idc);
+        if (idc != 1) s.deblocking += se(c->around(6)) + se(c->around(6));
+    }
+    BitPacker data = slice_header(s);
     const uint32_t count = 1 + c->byte() % 32;
-    for (uint32_t i = 0; !syntax->is_cabac && i < count; ++i) write_macroblock(&w, *syntax);
     syntax->next_mb += count;
-    if (!syntax->is_cabac && c->flag()) return nal_unit(c, header, w.trailing().str());
-    return nal_unit(c, header, w.with_payload() + '\x80');
+    if (pps.cabac) {
+        data.align(1).bytes(c->payload() + '\x80');
+    } else {
+        for (uint32_t i = 0; i < count; ++i) write_macroblock(c, *syntax, &data);
+        c->flag() ? data.trailing() : data.align().bytes(c->payload());
+    }
+    return maybe_damaged(c, slice_nal(s, data));
 }
 
 static const char kEndOfSequence[] = "\x0a\x80";

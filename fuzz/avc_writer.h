@@ -4,14 +4,14 @@
 
 #include <string>
 
-#include "fuzz/choices.h"
+#include "tests/support/avc_builder.h"
+#include "tests/support/choices.h"
 
-// What the units written so far say about the syntax behind them.
+// The sets in force and the place in the picture.
 struct AvcSyntax {
-    bool is_high_profile = true, is_cabac = false, has_8x8 = false;
-    bool has_deblocking = true;
-    uint32_t frame_num_bits = 4, order_bits = 4;
-    uint32_t next_mb = 0;  // of the picture in progress
+    SpsSpec sps;
+    PpsSpec pps;
+    uint32_t next_mb = 0;
 };
 // NAL units without their lengths.
 std::string write_sps(Choices* choices, AvcSyntax* syntax);

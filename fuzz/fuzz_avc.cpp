@@ -23,6 +23,6 @@ void run_target(Choices* c) {
     const int result = DecodeKeyFrameAvc(&request, &picture);
     note_result(result);
     note_result(static_cast<int>(refused.reason));
-    if (result == 0) note_result(picture.planes, picture.width * picture.height * 3 / 2);
+    if (result == 0) note_picture(picture);
     if (picture.planes) upnp_free(picture.planes);
 }

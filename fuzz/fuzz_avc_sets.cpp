@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Hands NAL units, most of them parameter sets, to one H.264 decoder with any options and a small
 // target, and asks for the descriptions.
+#include <stddef.h>
+
 #include <vector>
 
 #include "avcdec/avc_decoder.h"
@@ -37,11 +39,19 @@ static void feed(AvcDecoder* decoder, Choices* c, bool has_start_codes) {
         in.call_flags = c->once_in(4) ? c->byte() : 0;
         AvcDecodeOutput out;
         avcdec_decode_nal(&in, &out);
-        note_result(static_cast<int>(out.error));
+        const uint32_t said[] = {out.error,
+                                 out.consumed,
+                                 out.events,
+                                 static_cast<uint32_t>(out.sps_id),
+                                 static_cast<uint32_t>(out.refused.reason),
+                                 out.refused.value};
+        note_result(said, sizeof said);
         if (c->flag()) avc_activate_pps(decoder, c->byte());
         AvcStreamInfo info;
         avcdec_get_stream_info(decoder, &info, c->flag() ? kAvcLastSps : c->byte());
+        note_result(&info, offsetof(AvcStreamInfo, presentation));
     }
+    note_result(target.data(), target.size());
 }
 
 void run_target(Choices* c) {

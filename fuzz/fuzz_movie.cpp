@@ -110,9 +110,9 @@ void run_target(Choices* c) {
     const uint32_t zeros_behind = c->word();
     std::string file;
     if (is_film) {
-        const std::string changes = c->bytes(100);
+        Choices changes = c->part(100);
         file = write_film(c);
-        change_boxes(changes, &file);
+        change_boxes(&changes, &file);
     } else {
         file = make_file(c);
     }

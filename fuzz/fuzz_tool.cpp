@@ -1,12 +1,66 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// The whole program on one file.
-#include "fuzz/chosen_arguments.h"
+// The fixed tools on one file, behind six bytes that choose the numbers: what keystill-explain
+// forecasts is what keystill does, its report is text, and any key frame can be read.
+#include <stdio.h>
+
+#include <string>
+
+#include "explain/report.h"
+#include "fuzz/movie_writer.h"
+#include "fuzz/target.h"
+#include "tool/key_frames.h"
 #include "tool/run_keystill.h"
+#include "wording/printable.h"
+
+// The backslashes are there already.
+static bool is_text(std::string report) {
+    std::erase(report, '\n');
+    std::erase(report, '\\');
+    return printable(report) == report;
+}
+
+static std::string report_of(const char* const* argv, int* forecast) {
+    char* text = nullptr;
+    size_t length = 0;
+    FILE* const out = open_memstream(&text, &length);
+    *forecast = run_explain(9, argv, out);
+    fclose(out);
+    const std::string report(text, length);
+    free(text);
+    return report;
+}
+
+static void read_key_frames(const char* path, int count, int percent) {
+    KeyFrameRequest request = {};
+    request.key_frame_count = count;
+    request.clip_offset_percent = percent;
+    request.codec_kind = kCodecNone;
+    if (GetKeyFrameMpeg4(path, &request) != 0) return;
+    for (int32_t i = 0; i < request.key_frame_count; ++i) {
+        KeyFrame record;
+        key_frame_read(&request, i, &record);
+        key_frame_release(&record);
+    }
+}
 
 void run_target(Choices* c) {
-    const ChosenArguments arguments(c);
-    const int status = run_keystill(ChosenArguments::kCount, arguments.argv());
-    if (status != 0 && status != 1) abort();
+    static const uint32_t kValues[6] = {121, 121, 101, 30, 101, 101};
+    std::string numbers[6];
+    const char* argv[10] = {"keystill", nullptr, result_path()};
+    for (int i = 0; i < 6; ++i) {
+        const uint32_t value = c->byte() % kValues[i];
+        numbers[i] = std::to_string(i < 2 ? value * 2 : i == 3 ? value + 1 : value);
+        argv[3 + i] = numbers[i].c_str();
+    }
+    argv[1] = store_file(make_file(c));
+    int forecast;
+    const std::string report = report_of(argv, &forecast);
+    const int status = run_keystill(9, argv);
+    if (forecast != status || !is_text(report)) {
+        fputs(report.c_str(), stderr);
+        abort();
+    }
     note_result(status);
     note_result_file();
+    read_key_frames(argv[1], std::stoi(numbers[3]), std::stoi(numbers[4]));
 }

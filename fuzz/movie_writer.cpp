@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "fuzz/avc_writer.h"
-#include "fuzz/m4v_stream_writer.h"
 #include "runtime/byte_order.h"
+#include "tests/m4vdec/m4v_writer.h"
 #include "tests/support/box_builder.h"
 #include "tests/support/temp_folder.h"
 
@@ -102,14 +102,10 @@ static void change_box(Choices* c, std::string* file) {
 // One sample, and the sample entry with its configuration.
 static std::string write_sample(Choices* c, std::string* entry) {
     const uint32_t kind = c->byte() % 4;
-    if (kind == 1) {
-        M4vSyntax syntax;
-        *entry = mpeg4_entry(write_m4v_config(c, &syntax).substr(0, 127));
-        return write_m4v_picture(c, syntax);
-    }
-    if (kind == 2) {
-        *entry = h263_entry();
-        return write_h263_picture(c);
+    if (kind == 1 || kind == 2) {
+        const WrittenPicture picture = write_picture(kind == 2, c);
+        *entry = kind == 1 ? mpeg4_entry(picture.config.substr(0, 127)) : h263_entry();
+        return picture.sample;
     }
     const int length_size = 1 << c->byte() % 3;
     const AvcStream stream = write_avc_stream(c, length_size);
@@ -131,15 +127,14 @@ static std::string write_movie(Choices* c) {
 
 std::string make_file(Choices* c) {
     const bool is_written = c->flag();
-    const std::string changes = c->bytes(100);
+    Choices changes = c->part(100);
     std::string file = is_written ? write_movie(c) : c->bytes();
-    change_boxes(changes, &file);
+    change_boxes(&changes, &file);
     return file;
 }
 
-void change_boxes(const std::string& changes, std::string* file) {
-    Choices c(reinterpret_cast<const uint8_t*>(changes.data()), changes.size());
-    for (uint32_t i = c.byte() % 8; i > 0; --i) change_box(&c, file);
+void change_boxes(Choices* changes, std::string* file) {
+    for (uint32_t i = changes->byte() % 8; i > 0; --i) change_box(changes, file);
 }
 
 const char* store_file(const std::string& bytes) {

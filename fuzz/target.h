@@ -5,6 +5,8 @@
 #include <stdint.h>
 #include <stdlib.h>
 
+#include <vector>
+
 #if defined(__has_feature)
 #if __has_feature(memory_sanitizer)
 #include <sanitizer/msan_interface.h>
@@ -15,13 +17,15 @@
 #define KEYSTILL_EXPECT_SET(bytes, length)
 #endif
 
-#include "fuzz/choices.h"
+#include "avcdec/decoded_picture.h"
 #include "runtime/accounted_memory.h"
+#include "tests/support/choices.h"
 
 // Runs one input.
 void run_target(Choices* choices);
 
-// All results so far, as one number: it must not depend on what fresh memory holds.
+// All results so far, as one number. It depends neither on the machine, unless files are among
+// them, nor on what fresh memory holds.
 inline uint64_t g_results = 0;
 
 // Notes bytes that an input has led to. All of them have to be set.
@@ -31,6 +35,27 @@ inline void note_result(const void* bytes, size_t length) {
     for (size_t i = 0; i < length; ++i) g_results = (g_results ^ b[i]) * 0x100000001b3;
 }
 inline void note_result(int result) { note_result(&result, sizeof result); }
+
+// Notes a decoded picture. Returns its planes, one behind the other.
+inline std::vector<uint8_t> note_picture(const DecodedPicture& p) {
+    const StreamPresentation& shown = p.presentation;
+    const uint32_t fields[] = {p.width,
+                               p.height,
+                               p.stride,
+                               p.cropped,
+                               p.crop_left,
+                               p.crop_right,
+                               p.crop_top,
+                               p.crop_bottom,
+                               shown.pixel_width,
+                               shown.pixel_height,
+                               shown.matrix_coefficients,
+                               shown.full_range};
+    note_result(fields, sizeof fields);
+    const std::vector<uint8_t> planes(p.planes, p.planes + 2 * size_t{p.v_offset} - p.u_offset);
+    note_result(planes.data(), planes.size());
+    return planes;
+}
 
 // A path to write to, and what was written there since the last time.
 const char* result_path();

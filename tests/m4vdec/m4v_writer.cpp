@@ -7,7 +7,6 @@
 #include <array>
 #include <bitset>
 #include <map>
-#include <random>
 
 #include "m4vdec/m4v_idct.h"
 #include "m4vdec/m4v_scan.h"
@@ -33,7 +32,7 @@ enum Slices : unsigned { kNoSlices, kPlainSlices, kRectangles, kVariantSlices };
 
 class Writer {
  public:
-    Writer(bool is_h263, unsigned seed) : random(seed), h263(is_h263) {
+    Writer(bool is_h263, Choices* choices) : c(choices), h263(is_h263) {
         weights.fill(16);
         picture.planes.resize(w * h * 384);
         h263 ? write_h263_header() : write_mpeg4_headers();
@@ -63,11 +62,11 @@ class Writer {
         Block values;  // the DC, and levels of MPEG-4 or coefficients of H.263
     };
 
-    std::mt19937 random;
-    unsigned pick(unsigned n) { return static_cast<unsigned>(random() % n); }
-    bool once_in(unsigned n) { return pick(n) == 0; }
+    Choices* const c;
+    unsigned pick(unsigned n) { return (n <= 256 ? c->byte() : c->word()) % n; }
+    bool once_in(unsigned n) { return c->once_in(n); }
 
-    // --- Tools, which the seed chooses
+    // --- Tools
 
     const bool h263;  // else MPEG-4
     // MPEG-4.
@@ -88,11 +87,13 @@ class Writer {
     const bool has_gobs = h263 && slices == kNoSlices && once_in(2);
     // Macroblocks of one value: the filter that may not cross their edges finds nothing to do.
     const bool is_flat = slices == kPlainSlices && !has_aic && once_in(2);
-    const unsigned format = !h263 || (is_plus && pick(3)) ? 6 : once_in(12) ? 5 : 1 + pick(4);
+    const unsigned format = !h263 || (is_plus && pick(3)) ? 6
+                            : once_in(12)                 ? 3 + pick(3)
+                                                          : 1 + pick(2);
 
     static constexpr unsigned kSizes[6][2] = {{},         {128, 96},  {176, 144},
                                               {352, 288}, {704, 576}, {1408, 1152}};
-    const bool is_tall = once_in(8);
+    const bool is_tall = once_in(16);
     const unsigned custom_width = h263 ? 4 * (5 + pick(45)) : 1 + pick(96);
     const unsigned custom_height = h263 ? 4 * (1 + pick(is_tall ? 288 : 40)) : 1 + pick(64);
     const unsigned width = format == 6 ? custom_width : kSizes[format][0];
@@ -110,7 +111,9 @@ class Writer {
         if (matrix_length) put_matrices(&middle.text("1"));
         middle.text("1").u(1, most_mbs == 0).u(1, is_partitioned);
         if (is_partitioned) middle.u(1, is_reversible);
-        picture.config = mpeg4_layer(width, height, middle.bits());
+        BitPacker sequence;
+        sequence.u(32, 0x1b0).u(8, 1).u(32, 0x1b5).text("0 0001 0 01");
+        picture.config = sequence.str() + mpeg4_layer(width, height, middle.bits());
         sample.u(32, 0x1b6).text("00").text(kTime).u(1, 1).u(3, thr);
         if (is_interlaced) sample.u(1, 1).u(1, is_alternate);
         sample.u(5, quant);
@@ -190,7 +193,9 @@ class Writer {
             segments.push_back({first, left, split});
             if (split < w) segments.push_back({first + split, count - left, w - split});
         }
-        if (slices) std::shuffle(segments.begin(), segments.end(), random);  // arbitrary order
+        for (size_t i = 1; slices && i < segments.size(); ++i) {  // arbitrary order
+            std::swap(segments[i], segments[pick(static_cast<unsigned>(i) + 1)]);
+        }
         return segments;
     }
 
@@ -432,7 +437,9 @@ class Writer {
 
 }  // namespace
 
-WrittenPicture write_picture(bool is_h263, unsigned seed) { return Writer(is_h263, seed).picture; }
+WrittenPicture write_picture(bool is_h263, Choices* choices) {
+    return Writer(is_h263, choices).picture;
+}
 
 std::string mpeg4_layer(unsigned width, unsigned height, const std::string& middle,
                         const std::string& shape, unsigned type) {

@@ -32,7 +32,7 @@ std::string pps_nal(const PpsSpec& s) {
 
 BitPacker slice_header(const SliceSpec& s) {
     BitPacker p;
-    p.ue(s.first_mb).ue(s.slice_type).ue(s.pps_id).u(4, 0);  // frame_num
+    p.ue(s.first_mb).ue(s.slice_type).ue(s.pps_id).u(s.frame_num_bits, 0);
     if (s.is_idr) p.ue(0);
     p.text(s.pic_order_cnt).text(s.redundant);
     if (s.nal_ref_idc != 0) p.text(!s.marking.empty() ? s.marking : s.is_idr ? "00" : "0");

@@ -35,7 +35,7 @@ struct PpsSpec {
 struct SliceSpec {
     uint32_t first_mb = 0, slice_type = 7, pps_id = 0;
     bool is_idr = true;
-    int nal_ref_idc = 3;
+    int nal_ref_idc = 3, frame_num_bits = 4;
     std::string pic_order_cnt = "", redundant = "";
     std::string marking = "";  // none: two flags of 0 (IDR) or one
     int32_t slice_qp_delta = 0;

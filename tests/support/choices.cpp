@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "fuzz/choices.h"
+#include "tests/support/choices.h"
 
 #include <algorithm>
 #include <random>
@@ -10,11 +10,15 @@ uint32_t Choices::value(uint32_t usual) {
     return power - 1 + byte() % 3;  // 2^n - 1, 2^n, 2^n + 1
 }
 
-std::string Choices::bytes(size_t n) {
+Choices Choices::part(size_t n) {
     n = std::min(n, static_cast<size_t>(end_ - next_));
-    const std::string taken(next_, next_ + n);
     next_ += n;
-    return taken;
+    return {next_ - n, n};
+}
+
+std::string Choices::bytes(size_t n) {
+    const Choices taken = part(n);
+    return {taken.next_, taken.end_};
 }
 
 std::string Choices::payload() {
