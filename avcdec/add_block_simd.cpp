@@ -3,52 +3,14 @@
 // Coefficients come column by column, so the first pass, along the rows, needs no turning. Sums are
 // unsigned, which wraps as the reference does.
 #include "avcdec/recon_kernels.h"
+#include "avcdec/residual_pass.h"
 #include "runtime/simd_vectors.h"
 
-template <int kShift>
-static inline U16x8 arithmetic_shift(U16x8 v) {
-    return (U16x8)((I16x8)v >> kShift);
-}
+static inline U16x8 half(U16x8 v) { return (U16x8)((I16x8)v >> 1); }
+static inline U16x8 quarter(U16x8 v) { return (U16x8)((I16x8)v >> 2); }
 
-// H.264 8.5.12.2, lane by lane.
-static inline void idct4(U16x8 (&x)[4]) {
-    const U16x8 e0 = x[0] + x[2];
-    const U16x8 e1 = x[0] - x[2];
-    const U16x8 e2 = arithmetic_shift<1>(x[1]) - x[3];
-    const U16x8 e3 = x[1] + arithmetic_shift<1>(x[3]);
-    x[0] = e0 + e3;
-    x[1] = e1 + e2;
-    x[2] = e1 - e2;
-    x[3] = e0 - e3;
-}
-
-// H.264 8.5.13.2, lane by lane.
-static inline void idct8(U16x8 (&x)[8]) {
-    const U16x8 a0 = x[0] + x[4];
-    const U16x8 a4 = x[0] - x[4];
-    const U16x8 a2 = arithmetic_shift<1>(x[2]) - x[6];
-    const U16x8 a6 = x[2] + arithmetic_shift<1>(x[6]);
-    const U16x8 b0 = a0 + a6;
-    const U16x8 b2 = a4 + a2;
-    const U16x8 b4 = a4 - a2;
-    const U16x8 b6 = a0 - a6;
-    const U16x8 a1 = x[5] - x[3] - x[7] - arithmetic_shift<1>(x[7]);
-    const U16x8 a3 = x[1] + x[7] - x[3] - arithmetic_shift<1>(x[3]);
-    const U16x8 a5 = x[7] - x[1] + x[5] + arithmetic_shift<1>(x[5]);
-    const U16x8 a7 = x[3] + x[5] + x[1] + arithmetic_shift<1>(x[1]);
-    const U16x8 b1 = a1 + arithmetic_shift<2>(a7);
-    const U16x8 b7 = a7 - arithmetic_shift<2>(a1);
-    const U16x8 b3 = a3 + arithmetic_shift<2>(a5);
-    const U16x8 b5 = arithmetic_shift<2>(a3) - a5;
-    x[0] = b0 + b7;
-    x[1] = b2 + b5;
-    x[2] = b4 + b3;
-    x[3] = b6 + b1;
-    x[4] = b6 - b1;
-    x[5] = b4 - b3;
-    x[6] = b2 - b5;
-    x[7] = b0 - b7;
-}
+static inline void transform(U16x8 (&x)[4]) { idct4<half>(x); }
+static inline void transform(U16x8 (&x)[8]) { idct8<half, quarter>(x); }
 
 static inline U16x8 load_8_values(const int16_t* p) {
     U16x8 v;
@@ -83,14 +45,14 @@ static void add_4x4(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
     clear<16>(coefficients);
     U16x8 x[4] = {columns01, high_halves(columns01, columns01), columns23,
                   high_halves(columns23, columns23)};
-    idct4(x);
+    transform(x);
     const U16x8 even = interleave_low(x[0], x[2]);
     const U16x8 odd = interleave_low(x[1], x[3]);
     x[0] = interleave_low(even, odd) + U16x8{32, 32, 32, 32};
     x[1] = high_halves(x[0], x[0]);
     x[2] = interleave_high(even, odd);
     x[3] = high_halves(x[2], x[2]);
-    idct4(x);
+    transform(x);
     const U8x16 samples = load_4x4(dst, pitch);
     store_4x4(dst, pitch, add_residual(samples, low_halves(x[0], x[1]), low_halves(x[2], x[3])));
 }
@@ -103,7 +65,7 @@ static inline void add_pair(uint8_t* dst, ptrdiff_t pitch, const int16_t* coeffi
     const U16x8 b23 = load_8_values(coefficients + 24);
     U16x8 x[4] = {low_halves(a01, b01), high_halves(a01, b01), low_halves(a23, b23),
                   high_halves(a23, b23)};
-    idct4(x);
+    transform(x);
     const U16x8 a_even = interleave_low(x[0], x[2]);
     const U16x8 a_odd = interleave_low(x[1], x[3]);
     const U16x8 b_even = interleave_high(x[0], x[2]);
@@ -116,7 +78,7 @@ static inline void add_pair(uint8_t* dst, ptrdiff_t pitch, const int16_t* coeffi
     x[1] = high_halves(a_rows01, b_rows01);
     x[2] = low_halves(a_rows23, b_rows23);
     x[3] = high_halves(a_rows23, b_rows23);
-    idct4(x);
+    transform(x);
     add_two_rows(dst, pitch, x[0], x[1]);
     add_two_rows(dst + 2 * pitch, pitch, x[2], x[3]);
 }
@@ -132,10 +94,10 @@ static void add_8x8(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
 #pragma GCC unroll 8
     for (int i = 0; i < 8; ++i) x[i] = load_8_values(coefficients + 8 * i);
     clear<64>(coefficients);
-    idct8(x);
+    transform(x);
     perfect_shuffle<3>(x);
     x[0] += 32;
-    idct8(x);
+    transform(x);
 #pragma GCC unroll 4
     for (int y = 0; y < 8; y += 2) add_two_rows(dst + y * pitch, pitch, x[y], x[y + 1]);
 }
