@@ -9,9 +9,17 @@ static uint8_t mean2(int a, int b) { return static_cast<uint8_t>((a + b + 1) >> 
 
 static uint8_t mean3(int a, int b, int c) { return static_cast<uint8_t>((a + 2 * b + c + 2) >> 2); }
 
+// Word by word: 32-bit ARM would call memset for each row.
+template <int kWidth>
+static void fill_row(uint8_t* dst, int value) {
+    const uint32_t word = static_cast<uint8_t>(value) * 0x01010101U;
+#pragma GCC unroll 4
+    for (int x = 0; x < kWidth; x += 4) memcpy(dst + x, &word, sizeof word);
+}
+
 template <int kWidth, int kHeight>
 static void fill(uint8_t* dst, ptrdiff_t pitch, int value) {
-    for (int y = 0; y < kHeight; ++y) memset(dst + y * pitch, value, kWidth);
+    for (int y = 0; y < kHeight; ++y) fill_row<kWidth>(dst + y * pitch, value);
 }
 
 template <int kCount>
@@ -38,7 +46,7 @@ static void vertical(uint8_t* dst, ptrdiff_t pitch) {
 
 template <int kSize>
 static void horizontal(uint8_t* dst, ptrdiff_t pitch) {
-    for (int y = 0; y < kSize; ++y) memset(dst + y * pitch, dst[y * pitch - 1], kSize);
+    for (int y = 0; y < kSize; ++y) fill_row<kSize>(dst + y * pitch, dst[y * pitch - 1]);
 }
 
 // DC of square blocks of kSize = 1 << kShift samples a side.
@@ -176,7 +184,7 @@ static Edge<4> edge4x4(const uint8_t* dst, ptrdiff_t pitch, unsigned parts) {
     const uint8_t* const top = dst - pitch;
     if (parts & kEdgeTop) memcpy(e.line + 5, top, 4);
     if (parts & kEdgeRight) memcpy(e.line + 9, top + 4, 4);
-    if (parts & kEdgeRepeat) memset(e.line + 9, top[3], 4);
+    if (parts & kEdgeRepeat) fill_row<4>(e.line + 9, top[3]);
     if (parts & kEdgeLeft) {
         for (int y = 0; y < 4; ++y) e.line[3 - y] = dst[y * pitch - 1];
         if (parts & kEdgeTop) e.line[4] = top[-1];
@@ -200,7 +208,7 @@ static void filter_top(const uint8_t* dst, ptrdiff_t pitch, unsigned available, 
     if (available & kPred8x8TopRight) {
         memcpy(raw + 8, top + 8, 8);
     } else {
-        memset(raw + 8, top[7], 8);
+        fill_row<8>(raw + 8, top[7]);
     }
     line[0] = mean3(available & kPred8x8TopLeft ? top[-1] : raw[0], raw[0], raw[1]);
     for (int x = 1; x < 15; ++x) line[x] = mean3(raw[x - 1], raw[x], raw[x + 1]);
@@ -238,7 +246,7 @@ static void edge_vertical(uint8_t* dst, ptrdiff_t pitch, const Edge<8>& e) {
 }
 
 static void edge_horizontal(uint8_t* dst, ptrdiff_t pitch, const Edge<8>& e) {
-    for (int y = 0; y < 8; ++y) memset(dst + y * pitch, e.left(y), 8);
+    for (int y = 0; y < 8; ++y) fill_row<8>(dst + y * pitch, e.left(y));
 }
 
 template <unsigned kParts>
