@@ -16,7 +16,7 @@ _keystill_all() {
         --report) _filedir html; return ;;
         *)
             [[ $cur == -* ]] || { _filedir -d; return; }
-            values='--name --size --exact --types --force --jobs --hosts --shard --timeout --memory
+            values='--name --size --exact --types --force --jobs --hosts --carry --shard --timeout --memory
                 --report --quiet --verbose --version --help'
             ;;
     esac
