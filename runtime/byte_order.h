@@ -25,13 +25,6 @@ inline uint64_t load_be64(const uint8_t* p) {
     return v;
 }
 
-inline void store_be32(uint8_t* p, uint32_t v) {
-#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    v = __builtin_bswap32(v);
-#endif
-    memcpy(p, &v, sizeof v);
-}
-
 // Clamps to the range of an 8-bit sample.
 inline uint8_t clip_u8(int v) {
     if (static_cast<unsigned>(v) > 255) v = v < 0 ? 0 : 255;
