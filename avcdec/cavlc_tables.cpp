@@ -161,6 +161,13 @@ static constexpr CoeffTokenTables coeff_token_tables() {
     for (int zeros = 8; zeros < 16; ++zeros) {
         for (int i = 0; i < 8; ++i) t.row[3][zeros * 8 + i] = t.row[3][7 * 8];
     }
+    // total_coeff - 1 and trailing ones; 000011 stands for none.
+    for (uint32_t code = 0; code < 1U << kCoeffTokenFixedBits; ++code) {
+        const auto ones = static_cast<uint8_t>(code & 3);
+        const auto total = static_cast<uint8_t>((code >> 2) + 1);
+        if (ones <= total) t.row[kCoeffToken8][code] = {kCoeffTokenFixedBits, ones, total};
+    }
+    t.row[kCoeffToken8][3] = {kCoeffTokenFixedBits, 0, 0};
     return t;
 }
 

@@ -6,7 +6,8 @@
 #include <stdint.h>
 
 // coeff_token. A code word is some zeros, a 1 and at most three further bits: the entry is
-// zeros * 8 + those three bits. Length 0 marks what is no code word.
+// zeros * 8 + those three bits. For nC of 8 and more the entry is the code word, which always has
+// kCoeffTokenFixedBits. Length 0 marks what is no code word.
 struct CoeffToken {
     uint8_t length;  // bits
     uint8_t trailing_ones;
@@ -14,13 +15,16 @@ struct CoeffToken {
 };
 constexpr int kCoeffTokenEntries = 16 * 8;
 enum CoeffTokenRow {
-    kCoeffToken0 = 0,
-    kCoeffToken2 = 1,
-    kCoeffToken4 = 2,
-    kCoeffTokenChromaDc = 3
+    kCoeffToken0,  // nC is 0 or 1
+    kCoeffToken2,
+    kCoeffToken4,
+    kCoeffTokenChromaDc,  // of 4:2:0
+    kCoeffToken8,
+    kCoeffTokenRows,
 };
+constexpr int kCoeffTokenFixedBits = 6;
 struct CoeffTokenTables {
-    CoeffToken row[4][kCoeffTokenEntries];  // nC 0 and 1, 2 and 3, 4 to 7, chroma DC of 4:2:0
+    CoeffToken row[kCoeffTokenRows][kCoeffTokenEntries];
 };
 extern const CoeffTokenTables kCoeffTokens;
 

@@ -29,71 +29,55 @@ enum MbNeighbourFlags : uint8_t {
     kTransform8x8 = 4,
 };
 
-// One macroblock as seen from below (its bottom 4x4 row) or from the right (its right column).
-// Written while the macroblock is read, so that the blocks inside it see each other the same way.
-struct MbNeighbour {
-    uint64_t coded;     // CABAC: coded_block_flags in the grid of the macroblock that sees it
-    int8_t modes[4];    // intra modes 0 to 8, -1 when not available
-    uint8_t counts[8];  // CAVLC: coefficients of four luma blocks, two of Cb, two of Cr
-    uint8_t cbp;        // luma bits 0 to 3, chroma pattern in bits 4 and 5
-    uint8_t flags;      // MbNeighbourFlags
-};
-
-// The coded_block_flags that matter to a macroblock, in one word: bit 8 * row + column of
-//     . T T T T . T T    luma in rows and columns 1 to 4, Cb and Cr to the right of it,
-//     L y y y y L b b    the DC blocks of Y, Cb and Cr below; L and T are those of the
-//     L y y y y L b b    neighbours. So every block has its left neighbour 1 bit below itself
-//     L y y y y . T T    and its top neighbour 8 bits below.
+// Each macroblock has a grid of 8 rows of 8 places for its blocks and those of its neighbours that
+// matter to them:
+//     . T T T T . T T    luma in rows and columns 1 to 4, Cb and Cr to the right of it, the DC
+//     L y y y y L b b    blocks of Y, Cb and Cr below; L and T are blocks of the neighbours. So
+//     L y y y y L b b    every block has its left neighbour 1 place and its top neighbour 8 places
+//     L y y y y . T T    before itself.
 //     L y y y y L r r
 //     . . . . . L r r
 //     . T . T . T . .
 //     L d L d L d . .
 enum MbGridPlace { kGridLuma = 9, kGridCb = 14, kGridCr = 38, kGridDc = 57 };
 
-constexpr uint64_t grid_rows(int first, int count, uint64_t row) {
-    uint64_t rows = 0;
+// The coded_block_flags of a grid, a bit a place from the lowest up (CABAC).
+using CodedGrid = uint64_t;
+
+constexpr CodedGrid grid_rows(int first, int count, CodedGrid row) {
+    CodedGrid rows = 0;
     for (int i = 0; i < count; ++i) rows |= row << 8 * (first + i);
     return rows;
 }
 
-// The part of the macroblock to the right's grid that this one's blocks make.
-constexpr uint64_t grid_for_right(uint64_t grid) {
-    constexpr uint64_t kChroma = grid_rows(1, 2, 0x20) | grid_rows(4, 2, 0x20);
+// What the macroblock to the right sees of a grid, where it sees it.
+constexpr CodedGrid grid_for_right(CodedGrid grid) {
+    constexpr CodedGrid kChroma = grid_rows(1, 2, 0x20) | grid_rows(4, 2, 0x20);
     return (grid >> 4 & grid_rows(1, 4, 0x01)) | (grid >> 2 & kChroma) |
            (grid >> 1 & grid_rows(7, 1, 0x15));
 }
 
 // The same for the macroblock below.
-constexpr uint64_t grid_for_below(uint64_t grid) {
-    constexpr uint64_t kChroma = grid_rows(0, 1, 0xc0) | grid_rows(3, 1, 0xc0);
+constexpr CodedGrid grid_for_below(CodedGrid grid) {
+    constexpr CodedGrid kChroma = grid_rows(0, 1, 0xc0) | grid_rows(3, 1, 0xc0);
     return (grid >> 32 & grid_rows(0, 1, 0x1e)) | (grid >> 16 & kChroma) |
            (grid >> 8 & grid_rows(6, 1, 0x2a));
 }
 
-constexpr uint64_t kGridLeft = grid_for_right(~uint64_t{0});
-constexpr uint64_t kGridTop = grid_for_below(~uint64_t{0});
+constexpr CodedGrid kGridLeft = grid_for_right(~CodedGrid{0});
+constexpr CodedGrid kGridTop = grid_for_below(~CodedGrid{0});
 
-// The blocks of a macroblock in the order of the syntax, in groups that are there or not.
-struct BlockGroup {
-    uint8_t component;  // AvcComponent
-    uint8_t block;      // the first one's place in AvcMacroblock.coefficients
-    uint8_t count;      // 1, or 4 that make a square
-    uint8_t left;       // what the first one has to the left and above, in MbNeighbour.counts
-    uint8_t top;
+// One macroblock as seen from below (its bottom 4x4 row) or from the right (its right column).
+struct MbNeighbour {
+    CodedGrid coded;    // CABAC: in the grid of the macroblock that sees it
+    int8_t modes[4];    // intra modes 0 to 8, -1 when not available
+    uint8_t counts[8];  // CAVLC: coefficients of four luma blocks, two of Cb, two of Cr
+    uint8_t cbp;        // luma bits 0 to 3, chroma pattern in bits 4 and 5
+    uint8_t flags;      // MbNeighbourFlags
 };
+
 constexpr int kDcBlock = 24;  // of Y; those of Cb and Cr follow
-constexpr BlockGroup kBlockGroupTable[] = {
-    {0, kDcBlock, 1, 0, 0},      // Y DC, which goes by the neighbours of the first block
-    {0, 0, 4, 0, 0},             // the quadrants of Y
-    {0, 4, 4, 0, 2},             //
-    {0, 8, 4, 2, 0},             //
-    {0, 12, 4, 2, 2},            //
-    {1, kDcBlock + 1, 1, 4, 4},  // Cb DC
-    {2, kDcBlock + 2, 1, 6, 6},  // Cr DC
-    {1, 16, 4, 4, 4},            // Cb
-    {2, 20, 4, 6, 6},            // Cr
-};
-enum BlockGroupIndex { kGroupQuadrants = 1, kGroupCbDc = 5, kGroupCb = 7, kBlockGroups = 9 };
+constexpr int kBlocks = 27;
 
 struct AvcMacroblock {
     uint8_t kind;          // MbKind
@@ -131,11 +115,30 @@ constexpr uint32_t kMbTypePcm = 25;
 // Mode fields of an I_NxN macroblock.
 constexpr int mode_field_count(uint8_t kind) { return kind == kMbIntra8x8 ? 4 : 16; }
 
-// Bits of the groups that are coded, by kBlockGroupTable.
-inline uint32_t mb_coded_groups(const AvcMacroblock& mb) {
-    uint32_t groups = (mb.cbp & 15U) << kGroupQuadrants;
-    if (mb.kind == kMbIntra16x16) groups |= 1;
-    if (mb.cbp & 0x30) groups |= 3U << kGroupCbDc;
-    if (mb.cbp & 0x20) groups |= 3U << kGroupCb;
-    return groups;
+// The blocks that a macroblock has by its coded_block_pattern, bits in the order of the syntax: DC
+// of Y, 16 of Y, DC of Cb and Cr, 4 of Cb, 4 of Cr.
+constexpr uint32_t blocks_of_pattern(uint32_t cbp, bool has_luma_dc) {
+    constexpr uint32_t kLuma[16] = {
+        0x00000, 0x0001e, 0x001e0, 0x001fe, 0x01e00, 0x01e1e, 0x01fe0, 0x01ffe,
+        0x1e000, 0x1e01e, 0x1e1e0, 0x1e1fe, 0x1fe00, 0x1fe1e, 0x1ffe0, 0x1fffe,
+    };
+    constexpr uint32_t kChroma[4] = {0, 3U << 17, 0x3ffU << 17, 0x3ffU << 17};
+    return kLuma[cbp & 15] | kChroma[cbp >> 4 & 3] | static_cast<uint32_t>(has_luma_dc);
+}
+
+// Where block i in the order of the syntax belongs.
+struct BlockPlace {
+    uint8_t block;  // in AvcMacroblock.coefficients
+    uint8_t grid;   // MbGridPlace
+};
+
+constexpr BlockPlace block_place(int i) {
+    const auto place = [](int block, int grid) {
+        return BlockPlace{static_cast<uint8_t>(block), static_cast<uint8_t>(grid)};
+    };
+    if (i == 0) return place(kDcBlock, kGridDc);
+    if (i < 17) return place(i - 1, kGridLuma + block_x(i - 1) + 8 * block_y(i - 1));
+    if (i < 19) return place(kDcBlock + i - 16, kGridDc + 2 * (i - 16));
+    const int b = i - 19;
+    return place(16 + b, (b < 4 ? kGridCb : kGridCr) + (b & 1) + 8 * (b >> 1 & 1));
 }

@@ -39,49 +39,31 @@ static constexpr CategoryLayout kLayouts[] = {
 };
 
 // A block with a coded_block_flag, in the order of the syntax.
-struct BlockPlace {
-    uint8_t block;  // its place in AvcMacroblock.coefficients
-    uint8_t grid;   // MbGridPlace
+struct CodedBlock {
+    BlockPlace place;
     uint8_t category;
     uint8_t component;
 };
-constexpr int kBlocks = 27;
-struct BlockPlaces {
-    BlockPlace row[2][kBlocks];  // of Intra 4x4 and Intra 16x16 macroblocks
+struct CodedBlocks {
+    CodedBlock row[2][kBlocks];  // of Intra 4x4 and Intra 16x16 macroblocks
 };
 
-static constexpr BlockPlaces block_places() {
-    BlockPlaces places{};
+static constexpr CodedBlocks coded_blocks() {
+    CodedBlocks blocks{};
     for (int is_16x16 = 0; is_16x16 < 2; ++is_16x16) {
-        BlockPlace* next = places.row[is_16x16];
-        const auto add = [&](int block, int grid, int category, int component) {
-            *next++ = {static_cast<uint8_t>(block), static_cast<uint8_t>(grid),
-                       static_cast<uint8_t>(category), static_cast<uint8_t>(component)};
-        };
-        add(kDcBlock, kGridDc, kCatLumaDc, kCompY);
-        for (int b = 0; b < 16; ++b) {
-            add(b, kGridLuma + block_x(b) + 8 * block_y(b), is_16x16 ? kCatLumaAc : kCatLuma4x4,
-                kCompY);
-        }
-        for (int c = 1; c < 3; ++c) add(kDcBlock + c, kGridDc + 2 * c, kCatChromaDc, c);
-        for (int b = 0; b < 8; ++b) {
-            add(16 + b, (b < 4 ? kGridCb : kGridCr) + (b & 1) + 8 * (b >> 1 & 1), kCatChromaAc,
-                b < 4 ? kCompCb : kCompCr);
+        for (int i = 0; i < kBlocks; ++i) {
+            const BlockCategory luma = is_16x16 ? kCatLumaAc : kCatLuma4x4;
+            const BlockCategory chroma = i < 19 ? kCatChromaDc : kCatChromaAc;
+            const BlockCategory category = i == 0 ? kCatLumaDc : i < 17 ? luma : chroma;
+            const auto component = static_cast<uint8_t>(i < 17   ? kCompY
+                                                        : i < 23 ? kCompCb
+                                                                 : kCompCr);
+            blocks.row[is_16x16][i] = {block_place(i), category, component};
         }
     }
-    return places;
+    return blocks;
 }
-static constexpr BlockPlaces kBlockPlaces = block_places();
-
-// The blocks that have a coded_block_flag, by coded_block_pattern: bit i is the i-th BlockPlace.
-static uint32_t blocks_of_pattern(uint32_t cbp, bool has_luma_dc) {
-    static constexpr uint32_t kLuma[16] = {
-        0x00000, 0x0001e, 0x001e0, 0x001fe, 0x01e00, 0x01e1e, 0x01fe0, 0x01ffe,
-        0x1e000, 0x1e01e, 0x1e1e0, 0x1e1fe, 0x1fe00, 0x1fe1e, 0x1ffe0, 0x1fffe,
-    };
-    static constexpr uint32_t kChroma[4] = {0, 3U << 17, 0x3ffU << 17, 0x3ffU << 17};
-    return kLuma[cbp & 15] | kChroma[cbp >> 4 & 3] | has_luma_dc;
-}
+static constexpr CodedBlocks kCodedBlocks = coded_blocks();
 
 // ctxIdxInc in frame coded 8x8 blocks (H.264 Table 9-43).
 // clang-format off
@@ -189,9 +171,9 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
 
 // Reads the quadrants in the pattern. An 8x8 block has no coded_block_flag; four are set. Returns
 // the grid.
-[[gnu::noinline]] static uint64_t read_quadrants_8x8(AvcSliceReader* s, uint32_t pattern) {
+[[gnu::noinline]] static CodedGrid read_quadrants_8x8(AvcSliceReader* s, uint32_t pattern) {
     ResidualTarget target = {kScan8x8.data(), s->quantiser.scale8x8, s->mb.coefficients};
-    uint64_t grid = 0;
+    CodedGrid grid = 0;
     CabacEngine e = s->cabac;
     for (; pattern != 0; pattern &= pattern - 1) {
         const int q = __builtin_ctz(pattern);
@@ -202,33 +184,34 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
         const bool is_valid =
             read_levels(&e, s->contexts + kCtxAbsLevel8x8, 4, places, end, target);
         note_block(&s->mb, q * 4, highest, is_valid);
-        grid |= uint64_t{0x303} << (kGridLuma + 2 * (q & 1) + 16 * (q >> 1));
+        grid |= CodedGrid{0x303} << (kGridLuma + 2 * (q & 1) + 16 * (q >> 1));
     }
     s->cabac = e;
     return grid;
 }
 
-// Reads the blocks, bits by BlockPlace, each with its coded_block_flag. Returns the grid.
-[[gnu::noinline]] static uint64_t read_blocks(AvcSliceReader* s, uint32_t blocks, uint64_t grid) {
-    const BlockPlace* const block_places = kBlockPlaces.row[s->mb.kind == kMbIntra16x16];
+// Reads blocks (bits of blocks_of_pattern), each with its coded_block_flag. Returns the grid.
+[[gnu::noinline]] static CodedGrid read_blocks(AvcSliceReader* s, uint32_t blocks, CodedGrid grid) {
+    const CodedBlock* const list = kCodedBlocks.row[s->mb.kind == kMbIntra16x16];
     CabacEngine e = s->cabac;
     for (; blocks != 0; blocks &= blocks - 1) {
-        const BlockPlace& at = block_places[__builtin_ctz(blocks)];
-        const CategoryLayout& layout = kLayouts[at.category];
-        const auto neighbours = static_cast<uint32_t>(grid >> (at.grid - 8));
-        CabacContext* const flag = s->contexts + kCtxCodedBlockFlag + 4 * at.category +
+        const CodedBlock& coded = list[__builtin_ctz(blocks)];
+        const int place = coded.place.grid;
+        const CategoryLayout& layout = kLayouts[coded.category];
+        const auto neighbours = static_cast<uint32_t>(grid >> (place - 8));
+        CabacContext* const flag = s->contexts + kCtxCodedBlockFlag + 4 * coded.category +
                                    (neighbours >> 7 & 1) + 2 * (neighbours & 1);
         if (!cabac_decode_branch(&e, flag)) continue;
-        grid |= uint64_t{1} << at.grid;
+        grid |= CodedGrid{1} << place;
         const ResidualTarget target = {
-            layout.scan, layout.is_dc ? kUnitScale : s->quantiser.scale4x4[at.component],
-            s->mb.coefficients + at.block * 16};
+            layout.scan, layout.is_dc ? kUnitScale : s->quantiser.scale4x4[coded.component],
+            s->mb.coefficients + coded.place.block * 16};
         __attribute__((uninitialized)) uint8_t places[16];
         const uint8_t* const end = read_map(&e, s->contexts, layout, places);
         const int highest = end[-1];
         const bool is_valid = read_levels(&e, s->contexts + layout.abs_level, layout.max_greater,
                                           places, end, target);
-        note_block(&s->mb, at.block, highest, is_valid);
+        note_block(&s->mb, coded.place.block, highest, is_valid);
     }
     s->cabac = e;
     return grid;
@@ -258,7 +241,7 @@ void cabac_read_residual(AvcSliceReader* s) {
     const int32_t mb_qp_delta = read_qp_delta(s);
     mb->qp_delta_coded = mb_qp_delta != 0;
     if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
-    uint64_t grid = (s->left.coded & kGridLeft) | (s->top->coded & kGridTop);
+    CodedGrid grid = (s->left.coded & kGridLeft) | (s->top->coded & kGridTop);
     uint32_t pattern = mb->cbp;
     if (mb->kind == kMbIntra8x8) {
         grid |= read_quadrants_8x8(s, pattern & 15);

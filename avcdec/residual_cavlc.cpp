@@ -7,14 +7,14 @@
 #include "avcdec/quant_tables.h"
 #include "avcdec/residual_target.h"
 
-// The window stays in registers while a group of blocks is read: whatever takes its address is
-// inlined.
+// The window stays in registers while the blocks of a macroblock are read: whatever takes its
+// address is inlined.
 #define KS_INLINE [[gnu::always_inline]] static inline
 
 // nC of a chroma DC block of 4:2:0.
 static constexpr int kChromaDcNc = -2;
 
-// The reader of a group of blocks.
+// The reader of a macroblock's blocks.
 struct BlockReader {
     BitWindow window;
     AvcBitReader* source;
@@ -30,27 +30,23 @@ KS_INLINE int leading_zeros(const BitWindow* w, int limit) {
     return __builtin_clz(static_cast<uint32_t>(w->cache | guard));
 }
 
-KS_INLINE CoeffToken read_coeff_token(BitWindow* w, int nc) {
-    if (nc >= 8) {  // fixed length: total_coeff - 1 and trailing ones; 000011 stands for none
-        const uint32_t code = bits_cached(w, 6);
-        bits_drop(w, 6);
-        if (code == 3) return {6, 0, 0};
-        const uint32_t ones = code & 3;
-        const uint32_t total = (code >> 2) + 1;
-        if (ones > total) return {0, 0, 0};
-        return {6, static_cast<uint8_t>(ones), static_cast<uint8_t>(total)};
+// By nC + 2: chroma DC, a value that does not occur, 0 to 7.
+static constexpr uint8_t kCoeffTokenRowOf[10] = {
+    kCoeffTokenChromaDc, kCoeffToken0, kCoeffToken0, kCoeffToken0, kCoeffToken2,
+    kCoeffToken2,        kCoeffToken4, kCoeffToken4, kCoeffToken4, kCoeffToken4,
+};
+
+KS_INLINE const CoeffToken& read_coeff_token(BitWindow* w, int nc) {
+    const CoeffToken* token;
+    if (nc >= 8) {
+        token = kCoeffTokens.row[kCoeffToken8] + bits_cached(w, kCoeffTokenFixedBits);
+    } else {
+        const int zeros = leading_zeros(w, 15);
+        const auto further = static_cast<int>(w->cache << zeros << 1 >> (kBitWordSize - 3));
+        token = kCoeffTokens.row[kCoeffTokenRowOf[nc + 2]] + zeros * 8 + further;
     }
-    // By nC + 2: chroma DC, a value that does not occur, 0 to 7.
-    static constexpr uint8_t kRows[10] = {
-        kCoeffTokenChromaDc, kCoeffToken0, kCoeffToken0, kCoeffToken0, kCoeffToken2,
-        kCoeffToken2,        kCoeffToken4, kCoeffToken4, kCoeffToken4, kCoeffToken4,
-    };
-    const CoeffToken* const row = kCoeffTokens.row[kRows[nc + 2]];
-    const int zeros = leading_zeros(w, 15);
-    const uint32_t further = static_cast<uint32_t>(w->cache << zeros << 1 >> (kBitWordSize - 3));
-    const CoeffToken token = row[zeros * 8 + static_cast<int>(further)];
-    bits_drop(w, token.length);
-    return token;
+    bits_drop(w, token->length);
+    return *token;
 }
 
 // The level codes of long prefixes (H.264 9.2.2.1): 14 with suffix_length 0, 15, and the longer
@@ -92,30 +88,38 @@ struct Level {
     return {level_of_code(code + rules.code_offset), level_row_behind(row, prefix)};
 }
 
-// Fills levels from the highest frequency down: the trailing ones, then the coded levels.
-KS_INLINE void read_levels(BlockReader* r, const CoeffToken& token, int32_t* levels) {
+// The levels of a block from the lowest frequency up, which is from the last one that is coded to
+// the first. Three trailing ones are always written, those that are not there in front of the
+// others.
+struct Levels {
+    int32_t in_front[2];
+    int32_t at[16];
+};
+
+KS_INLINE void read_levels(BlockReader* r, const CoeffToken& token, Levels* levels) {
     BitWindow* const w = &r->window;
     const int ones = token.trailing_ones;
     const int total = token.total_coeff;
     const uint32_t signs = static_cast<uint32_t>(w->cache >> (kBitWordSize - 3));
     bits_drop(w, ones);
-    levels[0] = 1 - static_cast<int32_t>(signs >> 1 & 2);
-    levels[1] = 1 - static_cast<int32_t>(signs & 2);
-    levels[2] = 1 - static_cast<int32_t>(signs << 1 & 2);
+    int32_t* const last = levels->in_front + total - 1;  // two before the highest frequency
+    last[2] = 1 - static_cast<int32_t>(signs >> 1 & 2);
+    last[1] = 1 - static_cast<int32_t>(signs & 2);
+    last[0] = 1 - static_cast<int32_t>(signs << 1 & 2);
     int row = ones == 3 ? kFirstBehindOnes : total > 10 ? kFirstOfMany : kFirstLevel;
-    for (int i = ones; i < total; ++i) {
+    for (int i = total - ones - 1; i >= 0; --i) {
         need(r, kLevelBits);
         const int entry = kLevels.entry[row][bits_cached(w, kLevelBits)];
         if (entry != 0) [[likely]] {
             bits_drop(w, entry & 15);
             row = entry >> 4 & 15;
-            levels[i] = entry >> 8;
+            levels->at[i] = entry >> 8;
         } else {
             static_cast<BitWindow&>(*r->source) = *w;
             const Level level = read_long_level(r->source, row);
             *w = *r->source;
             row = level.next_row;
-            levels[i] = level.value;
+            levels->at[i] = level.value;
         }
     }
 }
@@ -136,9 +140,12 @@ KS_INLINE int read_total_zeros(BlockReader* r, int total, int max_coefficients) 
 
 KS_INLINE int read_run_before(BlockReader* r, int zeros_left) {
     BitWindow* const w = &r->window;
+    // Others look up that nothing is coded rather than guess.
+    if (kBitWordSize == 32 && zeros_left == 0) return 0;
     need(r, 11);
     const uint32_t entry = kRunBefore.entry[zeros_left][bits_cached(w, kRunBeforeBits)];
     if (entry == kLongRun) [[unlikely]] {
+        asm("");  // or 32-bit ARM goes through all this, predicated, with every run
         const int zeros = leading_zeros(w, 10);  // 0001 is 7, each further zero one more
         bits_drop(w, zeros + 1);
         return zeros + 4;
@@ -147,37 +154,29 @@ KS_INLINE int read_run_before(BlockReader* r, int zeros_left) {
     return static_cast<int>(entry & 15);
 }
 
-struct ResidualCount {
-    int total;  // coefficients that are not 0: 0 to 16, or -1 for what is no code word
-    int end;    // one past the highest scan index that was written
-};
-
 // Reads one block of at most max_coefficients (4, 15 or 16) and writes its scaled coefficients; the
-// others are left alone. nC is kChromaDcNc or 0 to 16.
-KS_INLINE ResidualCount read_block(BlockReader* r, int nc, int max_coefficients,
-                                   const ResidualTarget& target) {
-    constexpr ResidualCount kNoCode = {-1, 0};
+// others are left alone. nC is kChromaDcNc or 0 to 16. Returns the number of coefficients that are
+// not 0, or -1 for what is no code word; *highest is the scan index of the first one read.
+KS_INLINE int read_block(BlockReader* r, int nc, int max_coefficients, const ResidualTarget& target,
+                         int* highest) {
     refill(r);
-    const CoeffToken token = read_coeff_token(&r->window, nc);
+    const CoeffToken& token = read_coeff_token(&r->window, nc);
     const int total = token.total_coeff;
-    if (total == 0) return token.length == 0 ? kNoCode : ResidualCount{0, 0};
-    if (total > max_coefficients) return kNoCode;
-    __attribute__((uninitialized)) int32_t levels[16];
-    read_levels(r, token, levels);
+    if (total == 0) return token.length == 0 ? -1 : 0;
+    if (total > max_coefficients) return -1;
+    __attribute__((uninitialized)) Levels levels;
+    read_levels(r, token, &levels);
     int zeros_left = total < max_coefficients ? read_total_zeros(r, total, max_coefficients) : 0;
-    if (total + zeros_left > max_coefficients) return kNoCode;
-    int index = total + zeros_left - 1;
-    const int end = index + 1;
-    for (int i = 0;; ++i, --index) {
+    if (total + zeros_left > max_coefficients) return -1;
+    *highest = total + zeros_left - 1;
+    for (int left = total - 1;; --left) {
+        const int index = left + zeros_left;
         target.coefficients[target.scan[index]] =
-            scale_level(levels[i], target.scale.factors[index], target.scale);
-        if (i + 1 == total) break;
-        const int run = read_run_before(r, zeros_left);
-        zeros_left -= run;
-        index -= run;
-        if (zeros_left < 0) return kNoCode;
+            scale_level(levels.at[left], target.scale.factors[index], target.scale);
+        if (left == 0) return total;
+        zeros_left -= read_run_before(r, zeros_left);
+        if (zeros_left < 0) return -1;
     }
-    return {total, end};
 }
 
 // H.264 9.2.1. Each count is 0 to 16, or kCountMissing.
@@ -187,80 +186,118 @@ KS_INLINE int block_nc(uint32_t left, uint32_t top) {
     return static_cast<int>(sum < kCountMissing ? (sum + 1) >> 1 : sum & 31);
 }
 
-// What the blocks of a group have in common.
-struct GroupLayout {
-    ResidualTarget target;  // of the first block
-    int list_step;          // from block to block in scan and factors
-    int block_step;         // and in coefficients
-    int max_coefficients;
-    int first;  // scan index of the first coefficient
+enum ListScan : uint8_t { kScanFrame, kScan8x8Lists, kScanLumaDc, kScanChromaDc };
+static constexpr const uint8_t* kListScans[] = {kScan4x4.data(), kScan8x8Interleaved.data(),
+                                                kZigzag4x4.data(), kRasterScan};
+
+// By which factors the levels of a block are scaled: AvcComponent, or one of these.
+enum ListScale : uint8_t { kScale8x8 = 3, kScaleNone, kListScales };
+
+// A list of coefficients, in the order of the syntax. An 8x8 block is four of them, interleaved.
+struct alignas(8) CodedList {
+    uint8_t block;  // in AvcMacroblock.coefficients
+    uint8_t grid;   // MbGridPlace
+    uint8_t seen;   // the place whose neighbours it goes by
+    uint8_t scan;   // ListScan
+    uint8_t scale;  // ListScale
+    uint8_t start;  // scan index of the first coefficient
+    uint8_t max_coefficients;
+};
+enum ListRow { kRow4x4, kRow8x8, kRow16x16, kListRows };
+struct CodedLists {
+    CodedList row[kListRows][kBlocks];
 };
 
-static GroupLayout layout_of(AvcSliceReader* s, const BlockGroup& group) {
-    AvcMacroblock* const mb = &s->mb;
-    int16_t* const coefficients = mb->coefficients + group.block * 16;
-    const bool is_luma = group.component == kCompY;
-    if (group.block >= kDcBlock) {
-        const uint8_t* const scan = is_luma ? kZigzag4x4.data() : kRasterScan;
-        return {{scan, kUnitScale, coefficients}, 0, 0, is_luma ? 16 : 4, 0};
-    }
-    if (is_luma && mb->kind == kMbIntra8x8) {  // interleaved lists of one block
-        return {{kScan8x8Interleaved.data(), s->quantiser.scale8x8, coefficients}, 16, 0, 16, 0};
-    }
-    const int first = !is_luma || mb->kind == kMbIntra16x16;
-    AvcScale scale = s->quantiser.scale4x4[group.component];
-    scale.factors += first;
-    return {{kScan4x4.data() + first, scale, coefficients}, 0, 16, 16 - first, first};
+static constexpr CodedList coded_list(int row, int i) {
+    const auto [block, grid] = block_place(i);
+    if (i == 0) return {block, grid, kGridLuma, kScanLumaDc, kScaleNone, 0, 16};
+    const auto cb_or_cr = static_cast<uint8_t>(i < 23 ? kCompCb : kCompCr);
+    if (i >= 19) return {block, grid, grid, kScanFrame, cb_or_cr, 1, 15};
+    if (i >= 17) return {block, grid, grid, kScanChromaDc, kScaleNone, 0, 4};
+    if (row == kRow16x16) return {block, grid, grid, kScanFrame, kCompY, 1, 15};
+    if (row == kRow4x4) return {block, grid, grid, kScanFrame, kCompY, 0, 16};
+    const auto start = static_cast<uint8_t>(block % 4 * 16);
+    return {static_cast<uint8_t>(block & 0xfc), grid, grid, kScan8x8Lists, kScale8x8, start, 16};
 }
 
-// A DC block leaves the counts of its neighbours alone.
-[[gnu::noinline]] static void read_group(AvcSliceReader* s, const BlockGroup& group) {
+static constexpr CodedLists coded_lists() {
+    CodedLists lists{};
+    for (int row = 0; row < kListRows; ++row) {
+        for (int i = 0; i < kBlocks; ++i) lists.row[row][i] = coded_list(row, i);
+    }
+    return lists;
+}
+static constexpr CodedLists kCodedLists = coded_lists();
+
+static const CodedList* lists_of(uint8_t kind) {
+    const ListRow row = kind == kMbIntra16x16 ? kRow16x16 : kind == kMbIntra8x8 ? kRow8x8 : kRow4x4;
+    return kCodedLists.row[row];
+}
+
+// The counts of coefficients by MbGridPlace. Nobody looks at those of DC blocks.
+struct CountGrid {
+    uint8_t at[8 * 8];
+};
+
+// Where MbNeighbour.counts stand in a grid: the right column and the bottom row of a macroblock,
+// and what it sees of its neighbours.
+static constexpr uint8_t kRightColumn[8] = {12, 20, 28, 36, 15, 23, 39, 47};
+static constexpr uint8_t kLeftColumn[8] = {8, 16, 24, 32, 13, 21, 37, 45};
+static constexpr uint8_t kBottomRow[8] = {33, 34, 35, 36, 22, 23, 46, 47};
+static constexpr uint8_t kTopRow[8] = {1, 2, 3, 4, 6, 7, 30, 31};
+
+KS_INLINE void put_counts(CountGrid* grid, const uint8_t* places, const uint8_t* counts) {
+#pragma GCC unroll 8
+    for (int i = 0; i < 8; ++i) grid->at[places[i]] = counts[i];
+}
+
+KS_INLINE void take_counts(const CountGrid& grid, const uint8_t* places, uint8_t* counts) {
+#pragma GCC unroll 8
+    for (int i = 0; i < 8; ++i) counts[i] = grid.at[places[i]];
+}
+
+// Reads one list and puts its count into the grid.
+KS_INLINE void read_list(BlockReader* r, AvcMacroblock* mb, const CodedList& list,
+                         const AvcScale& scale, CountGrid* grid) {
+    const ResidualTarget target = {kListScans[list.scan] + list.start,
+                                   {scale.factors + list.start, scale.add, scale.shift},
+                                   mb->coefficients + list.block * 16};
+    const int nc = list.max_coefficients == 4
+                       ? kChromaDcNc
+                       : block_nc(grid->at[list.seen - 1], grid->at[list.seen - 8]);
+    int highest;
+    const int total = read_block(r, nc, list.max_coefficients, target, &highest);
+    if (total < 0) mb->has_error = 1;
+    if (total <= 0) return;
+    grid->at[list.grid] = static_cast<uint8_t>(total);
+    const uint32_t bit = block_bit(list.block);
+    mb->coded_mask |= bit;
+    if (list.start + highest > 0) mb->ac_mask |= bit;
+}
+
+// Reads blocks (bits of blocks_of_pattern).
+[[gnu::noinline]] static void read_blocks(AvcSliceReader* s, uint32_t blocks) {
     AvcMacroblock* const mb = &s->mb;
-    GroupLayout layout = layout_of(s, group);
-    const bool is_dc = group.block >= kDcBlock;
-    uint8_t* const left = s->left.counts + group.left;
-    uint8_t* const top = s->top->counts + group.top;
+    const CodedList* const lists = lists_of(mb->kind);
+    const AvcQuantiser& q = s->quantiser;
+    const AvcScale* const scales[kListScales] = {&q.scale4x4[kCompY], &q.scale4x4[kCompCb],
+                                                 &q.scale4x4[kCompCr], &q.scale8x8, &kUnitScale};
+    CountGrid grid = {};
+    put_counts(&grid, kLeftColumn, s->left.counts);
+    put_counts(&grid, kTopRow, s->top->counts);
     BlockReader r = {s->bits, &s->bits};
-    for (int i = 0; i < group.count; ++i) {
-        uint8_t* const l = left + (i >> 1);
-        uint8_t* const t = top + (i & 1);
-        const int nc = layout.max_coefficients == 4 ? kChromaDcNc : block_nc(*l, *t);
-        ResidualCount count = read_block(&r, nc, layout.max_coefficients, layout.target);
-        if (count.total < 0) {
-            mb->has_error = 1;
-            count = {0, 0};
-        }
-        if (!is_dc) *l = *t = static_cast<uint8_t>(count.total);
-        if (count.total != 0) {
-            const uint32_t bit = block_bit(group.block + i * layout.block_step / 16);
-            mb->coded_mask |= bit;
-            // A list behind the first one has no DC coefficient.
-            if (layout.first + count.end + i * layout.list_step > 1) mb->ac_mask |= bit;
-        }
-        layout.target.scan += layout.list_step;
-        layout.target.scale.factors += layout.list_step;
-        layout.target.coefficients += layout.block_step;
+    for (; blocks != 0; blocks &= blocks - 1) {
+        const CodedList& list = lists[__builtin_ctz(blocks)];
+        read_list(&r, mb, list, *scales[list.scale], &grid);
     }
     static_cast<BitWindow&>(s->bits) = r.window;
-}
-
-static void set_no_counts(AvcSliceReader* s, const BlockGroup& group) {
-    if (group.block >= kDcBlock) return;
-    memset(s->left.counts + group.left, 0, 2);
-    memset(s->top->counts + group.top, 0, 2);
+    take_counts(grid, kRightColumn, s->left.counts);
+    take_counts(grid, kBottomRow, s->top->counts);
 }
 
 void cavlc_read_residual(AvcSliceReader* s) {
     const int32_t mb_qp_delta = bits_se(&s->bits);
     if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
-    const uint32_t groups = mb_coded_groups(s->mb);
-    for (int g = 0; g < kBlockGroups; ++g) {
-        const BlockGroup& group = kBlockGroupTable[g];
-        if (groups >> g & 1) {
-            read_group(s, group);
-        } else {
-            set_no_counts(s, group);
-        }
-    }
+    read_blocks(s, blocks_of_pattern(s->mb.cbp, s->mb.kind == kMbIntra16x16));
     mb_set_dc(s);
 }

@@ -15,7 +15,7 @@
 // What blocks see of a macroblock that is not there. For CABAC its blocks count as coded, its luma
 // pattern as full and everything else as 0 (H.264 9.3.3.1.1).
 static constexpr MbNeighbour kMissing = {
-    ~uint64_t{0},
+    ~CodedGrid{0},
     {-1, -1, -1, -1},
     {kCountMissing, kCountMissing, kCountMissing, kCountMissing, kCountMissing, kCountMissing,
      kCountMissing, kCountMissing},
@@ -26,7 +26,7 @@ static constexpr MbNeighbour kMissing = {
 // For macroblocks without coded blocks, or without any syntax of blocks.
 static void set_blocks(AvcSliceReader* s, bool is_coded, uint8_t count) {
     for (MbNeighbour* const side : {s->top, &s->left}) {
-        side->coded = is_coded ? ~uint64_t{0} : 0;
+        side->coded = is_coded ? ~CodedGrid{0} : 0;
         memset(side->counts, count, sizeof side->counts);
     }
 }
