@@ -419,6 +419,9 @@ TEST_F(Explain, GoodFilesShowTheirKeyFramesAndThePick) {
     expect_report({"16x16 pixels, from key frame 2.\n"});
     EXPECT_EQ(run_both(fragmented_file(movie(), 50), 7, "100"), 0);
     expect_report({"         2     0:00:02.000         402  collected, picked\n"});
+    EXPECT_EQ(run_both(changed([](MovieSpec* m) { m->sample_duration = 400; })), 0);
+    expect_report(
+        {"duration    0:03:20.000\n", "         1     0:01:20.000         402  collected"});
 }
 
 TEST_F(Explain, LongTablesAreCutUnlessAllIsAskedFor) {
