@@ -1,22 +1,27 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/bit_reader.h"
 
+#include <assert.h>
+
 void bits_init(AvcBitReader* r, uint8_t* buffer, uint32_t length) {
     static_cast<BitReader&>(*r) = bits_start(buffer, length);
     r->start = buffer;
 }
 
 uint32_t bits_peek(AvcBitReader* r, int n) {
+    assert(n >= 0 && n <= 16);
     bits_need(r, n);
     return n == 0 ? 0 : bits_cached(r, n);
 }
 
 uint32_t bits_read_long(AvcBitReader* r, int n) {
+    assert(n >= 17 && n <= 32);
     const uint32_t high = bits_read(r, 16);
     return high << (n - 16) | bits_read(r, n - 16);
 }
 
 void bits_seek(AvcBitReader* r, size_t position) {
+    assert(position <= static_cast<size_t>(r->end - r->start) * 8);
     static_cast<BitWindow&>(*r) = {r->start + position / 8, 0, 0};
     r->padding_bits = 0;
     bits_skip(r, position % 8);

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/parameter_sets.h"
 
+#include <assert.h>
 #include <string.h>
 
 static constexpr AvcRefused kDamagedSps = {AvcRefusal::kSequenceSet};
 static constexpr AvcRefused kDamagedPps = {AvcRefusal::kPictureSet};
 
 int avc_parse_scaling_list(AvcBitReader* r, uint8_t* list, int size) {
+    assert(size == 16 || size == 64);
     int last_scale = 8;
     int next_scale = 8;
     for (int i = 0; i < size; ++i) {
@@ -20,6 +22,7 @@ int avc_parse_scaling_list(AvcBitReader* r, uint8_t* list, int size) {
 
 // count is 6 to 12: lists after the eighth, which 4:4:4 has, are read over.
 static void parse_scaling_lists(AvcBitReader* r, ScalingLists* lists, int count) {
+    assert(count >= 6 && count <= 12);
     uint8_t unused[64];
     for (int i = 0; i < count; ++i) {
         if (!bits_read_1(r)) continue;

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/picture_in_progress.h"
 
+#include <assert.h>
 #include <string.h>
 
 #include "runtime/owned.h"
 
 int picture_allocate(AvcPictureInProgress* p, uint16_t width_mbs, uint16_t height_mbs) {
+    assert(width_mbs != 0 && height_mbs != 0);
     p->deblock = owned_calloc<DeblockRecord>(uint64_t{kDeblockRows} * width_mbs).release();
     p->planes.width_mbs = width_mbs;
     p->planes.height_mbs = height_mbs;
@@ -18,6 +20,7 @@ void picture_release(AvcPictureInProgress* p) {
 }
 
 MbSamples picture_samples(const AvcPictureInProgress& p) {
+    assert(p.planes.plane[0] && p.x < p.planes.width_mbs && p.y < p.planes.height_mbs);
     const AvcPicture& planes = p.planes;
     const ptrdiff_t luma_pitch = planes.stride;
     const ptrdiff_t chroma_pitch = planes.stride / 2;
@@ -59,10 +62,12 @@ static void deblock_up_to(AvcPictureInProgress* p, uint32_t end) {
 }
 
 DeblockRecord* picture_record(const AvcPictureInProgress* p) {
+    assert(p->deblock && p->x < p->planes.width_mbs && p->y < p->planes.height_mbs);
     return deblock_ring(p, p->y) + p->x;
 }
 
 void picture_macroblock_done(AvcPictureInProgress* p) {
+    assert(p->next_mb < picture_size(*p));
     const uint32_t row = p->y;
     ++p->next_mb;
     if (++p->x < p->planes.width_mbs) return;
@@ -79,6 +84,7 @@ void picture_begin(AvcPictureInProgress* p) {
 }
 
 void picture_skip_to(AvcPictureInProgress* p, uint32_t address) {
+    assert(address <= picture_size(*p));
     while (p->next_mb < address) {
         const MbSamples to = picture_samples(*p);
         fill_block(to.plane[0], to.luma_pitch, 16, kMissingSample);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/quantiser.h"
 
+#include <assert.h>
 #include <string.h>
 
 #include "avcdec/parameter_sets.h"
@@ -83,6 +84,7 @@ void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const Av
 }
 
 static AvcScale make_scale4x4(AvcQuantiser* q, int component, int qp) {
+    assert(qp >= 0 && qp <= 51 && component >= kCompY && component <= kCompCr);
     int32_t* const factors = q->factors4x4[component][qp];
     const uint64_t bit = uint64_t{1} << qp;
     if (!(q->built4x4[component] & bit)) {
@@ -95,6 +97,7 @@ static AvcScale make_scale4x4(AvcQuantiser* q, int component, int qp) {
 }
 
 static AvcScale make_scale8x8(AvcQuantiser* q, int qp) {
+    assert(qp >= 0 && qp <= 51);
     int32_t* const factors = q->factors8x8[qp];
     // The weight of 16 that flat tables leave out is four more shifts; six are the standard's
     // rounding shift, taken out of the factor where it covers them.
@@ -125,6 +128,8 @@ static void set_dc_scales(AvcQuantiser* q) {
 }
 
 uint8_t quantiser_chroma_qp(const AvcQuantiser* q, int qp, int cr) {
+    assert(qp >= 0 && qp <= 51 && (cr == 0 || cr == 1));
+    assert(q->chroma_offset[cr] >= -12 && q->chroma_offset[cr] <= 12);
     return kChromaQp[12 + qp + q->chroma_offset[cr]];
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/slice_reader.h"
 
+#include <assert.h>
 #include <string.h>
 
 #include "avcdec/intra_modes.h"
@@ -8,6 +9,7 @@
 #include "runtime/owned.h"
 
 int slice_reader_allocate(AvcSliceReader* s, uint32_t width_mbs) {
+    assert(width_mbs != 0 && !s->columns);
     s->columns = owned_calloc<MbNeighbour>(width_mbs).release();
     return s->columns ? 0 : 1;
 }
@@ -35,6 +37,7 @@ void mb_set_modes(AvcSliceReader* s, const int8_t* fields) {
 }
 
 void mb_set_intra16(AvcSliceReader* s, uint32_t mb_type) {
+    assert(mb_type >= 1 && mb_type <= 24);  // H.264 Table 7-11
     AvcMacroblock* const mb = &s->mb;
     const uint32_t t = mb_type - 1;
     mb->kind = kMbIntra16x16;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "m4vdec/m4v_decoder.h"
 
+#include <assert.h>
+
 #include "m4vdec/h263_headers.h"
 #include "m4vdec/h263_picture.h"
 #include "m4vdec/m4v_headers.h"
@@ -146,6 +148,7 @@ bool m4v_can_hold_picture(const M4vDecoder* decoder, uint32_t sample_length) {
 }
 
 void m4v_set_output(M4vDecoder* d, uint8_t* planes) {
+    assert(planes && d->width != 0 && d->height != 0);
     const size_t pitch = round_up_16(d->width);
     const size_t luma = pitch * round_up_16(d->height);
     d->output = {{planes, planes + luma, planes + luma + luma / 4},

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "mp4/file_table.h"
 
+#include <assert.h>
+
 #include <algorithm>
 
 #include "mp4/work_limit.h"
@@ -8,6 +10,7 @@
 
 void file_table_declare(BufferedFile* file, FileTable* table, uint32_t count, uint32_t entry_words,
                         bool is_filled) {
+    assert(entry_words != 0);
     table->is_present = true;
     table->count = count;
     table->entry_words = entry_words;
@@ -20,6 +23,7 @@ void file_table_declare(BufferedFile* file, FileTable* table, uint32_t count, ui
 }
 
 void file_table_load(BufferedFile* file, FileTable* table, uint64_t index) {
+    assert(index < table->stored_words);
     table->window_start = index - index % kTableWindow;
     table->window_words = static_cast<uint32_t>(
         std::min<uint64_t>(table->stored_words - table->window_start, kTableWindow));

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "mp4/random_access.h"
 
+#include <assert.h>
+
 #include <algorithm>
 
 #include "mp4/work_limit.h"
@@ -30,6 +32,7 @@ static uint32_t read_number(BufferedFile* file, uint32_t size_code) {
 
 // Where an entry starts, if the file goes on that far; at most the largest position.
 static int64_t entry_position(const RandomAccessTable* table, uint32_t index) {
+    assert(index <= table->count);
     const uint64_t numbers = uint64_t{index} * table->bit_numbers;
     const uint64_t words = numbers - (numbers + table->first_phase) / kBitPhases;
     const uint64_t position =
@@ -104,6 +107,7 @@ void random_access_declare(BufferedFile* file, RandomAccessTable* table, uint32_
 // A field of the table. One that the file does not hold whole is 0.
 static uint64_t read_field(BufferedFile* file, RandomAccessTable* table, int64_t position,
                            int32_t width) {
+    assert(position >= 0 && (width == 4 || width == 8));
     if (position > file->handle->size - width) return 0;
     if (position < table->window_start ||
         position + width > table->window_start + table->window_length) {

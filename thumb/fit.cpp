@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "thumb/fit.h"
 
+#include <assert.h>
+
 // Below this a ratio does not bind the width.
 constexpr double kSmallestRatio = 0.01;
 
@@ -11,6 +13,8 @@ static int32_t whole_pixels(float side) {
 }
 
 PictureSize fit_size(PictureSize picture, PictureSize requested) {
+    assert(picture.width >= 1 && picture.height >= 1);
+    assert(requested.width >= 0 && requested.height >= 0);
     if (requested.width == 0 || requested.height == 0) return picture;
     const float width = static_cast<float>(picture.width);
     const float height = static_cast<float>(picture.height);

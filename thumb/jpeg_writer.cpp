@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "thumb/jpeg_writer.h"
 
+#include <assert.h>
 #include <setjmp.h>
 #include <string.h>
 
@@ -68,6 +69,7 @@ static bool are_planes_large_enough(int32_t height, int32_t width, int32_t pitch
 // A library error comes back through setjmp: no object with a destructor lives in here.
 int WriteJpegYuv420(const YuvPlanes* planes, FILE* file, int32_t height, int32_t width,
                     int32_t pitch, int32_t rows, int32_t quality) {
+    assert(file && quality >= 0 && quality <= 100);
     if (!are_planes_large_enough(height, width, pitch, rows)) return 1;
     jpeg_compress_struct info;
     JpegErrorContext error;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "thumb/pad.h"
 
+#include <assert.h>
 #include <string.h>
 
 static void pad_columns(uint8_t* plane, int32_t rows, int32_t last_column, int32_t count,
@@ -42,6 +43,7 @@ static void pad_all_rows(const YuvPlanes& planes, PictureSize size, int32_t pitc
 }
 
 void pad_to_blocks(const YuvPlanes& planes, PictureSize size, int32_t pitch) {
+    assert(size.width >= 1 && size.height >= 1 && size.width <= pitch);
     if (padded(size.width) > size.width) pad_all_columns(planes, size, pitch);
     if (padded(size.height) > size.height) pad_all_rows(planes, size, pitch);
 }

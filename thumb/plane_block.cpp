@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "thumb/plane_block.h"
 
+#include <assert.h>
 #include <string.h>
 
 #include <algorithm>
 #include <utility>
 
 uint64_t plane_block_length(PictureSize size) {
+    assert(size.width >= 0 && size.height >= 0);
     return static_cast<uint64_t>(align16(size.width)) *
            static_cast<uint64_t>(align16(size.height)) * 3 / 2;
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "thumb/scale.h"
 
+#include <assert.h>
+
 // Positions are 16.16 in 64 bits: sources can be wider than 32767 samples.
 constexpr int64_t kHalf = 0x8000;
 
@@ -83,6 +85,7 @@ void ScaleYuv420Nearest(const uint8_t* src_y, const uint8_t* src_u, const uint8_
 }
 
 PlaneExtent scale_source_extent(PictureSize from, PictureSize to, int32_t src_stride) {
+    assert(from.width >= 1 && from.height >= 1 && to.width >= 1 && to.height >= 1);
     const int64_t x_step = step_of(from.width, to.width);
     const int64_t y_step = step_of(from.height, to.height);
     const int64_t last_x = kHalf + (in_pairs(to.width) - 2) * x_step;  // of the last pair's first
@@ -93,6 +96,7 @@ PlaneExtent scale_source_extent(PictureSize from, PictureSize to, int32_t src_st
 }
 
 PlaneExtent scale_target_extent(PictureSize to, int32_t dst_stride) {
+    assert(to.width >= 1 && to.height >= 1 && dst_stride >= to.width);
     const int64_t last_pair = in_pairs(to.height) / 2 - 1;
     const int64_t luma =
         last_pair * pair_advance(to.width, dst_stride) + dst_stride + in_pairs(to.width);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "tool/key_frames.h"
 
+#include <assert.h>
 #include <string.h>
 
 #include <algorithm>
@@ -175,6 +176,7 @@ static uint8_t* copy_configuration(const ConfigBlock (&config)[2], int32_t* leng
 }
 
 Refusal key_frame_read(const KeyFrameRequest* request, int32_t index, KeyFrame* record) {
+    assert(index >= 0 && index < request->key_frame_count);
     const KeyFrameRun& run = *find_run(request->list, index);
     *record = {};
     record->length_prefix_size = request->length_prefix_size;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "tool/movie_index.h"
 
+#include <assert.h>
+
 #include <algorithm>
 
 #include "host/message_log.h"
@@ -68,6 +70,7 @@ static uint32_t key_index_at_time(BufferedFile* file, VideoState* state, uint64_
 }
 
 uint32_t movie_index_first(BufferedFile* file, VideoState* state, int32_t clip_offset_percent) {
+    assert(clip_offset_percent >= 0 && clip_offset_percent <= 100 && state->sync_sample_count != 0);
     const uint64_t percent = static_cast<uint64_t>(int64_t{clip_offset_percent});
     const uint64_t target = (percent * state->media_duration + 50) / 100;
     uint64_t sample;

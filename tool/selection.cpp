@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "tool/selection.h"
 
+#include <assert.h>
+
 #include <algorithm>
 
 static int32_t count_up_to(const KeyFrameList& list, int32_t size) {
@@ -63,6 +65,7 @@ static int32_t pick_among_equals(const KeyFrameList& list, int32_t frames, int32
 }
 
 int32_t selection_pick(const KeyFrameList& list, int32_t percentile) {
+    assert(percentile >= 0 && percentile <= 100);
     const int32_t frames = count_up_to(list, INT32_MAX);
     if (frames == 0) return -1;
     const int32_t index = percentile_index(frames, percentile);
