@@ -81,7 +81,7 @@ TEST(Movie, LooksUpLongTablesWithFewReads) {
     MemorySource source(plain_film(track_of(20000, 10000)));
     Movie movie(&source);
     EXPECT_EQ(times_ms(movie.key_frames_from(9000000, 1)), std::vector<int64_t>{10000000});
-    EXPECT_LE(source.reads, 60u);
+    EXPECT_LE(source.reads, 24u);
 }
 
 TEST(Movie, LooksIntoSamplesWhereTheSyncTableIsWrong) {
