@@ -36,6 +36,7 @@ void avcdec_create(const AvcDecoderOptions* options, AvcCreateResult* result) {
         return;
     }
     d->option_flags = options->flags;
+    d->sets.allows_interlaced = options->flags & kAvcInterlaced;
     if (has_table) memcpy(d->option_table, options->table, options->table_length);
     d->picture.kernels = recon_kernels_best();
     result->decoder = d;
@@ -69,8 +70,9 @@ void avcdec_get_stream_info(const AvcDecoder* d, AvcStreamInfo* info, uint32_t s
     info->cropped = sps->frame_cropping_flag;
     info->crop_left = sps->frame_crop_left_offset;
     info->crop_right = sps->frame_crop_right_offset;
-    info->crop_top = sps->frame_crop_top_offset;
-    info->crop_bottom = sps->frame_crop_bottom_offset;
+    const uint32_t rows = sps->frame_mbs_only_flag ? 1 : 2;  // of frames, H.264 (7-20)
+    info->crop_top = rows * sps->frame_crop_top_offset;
+    info->crop_bottom = rows * sps->frame_crop_bottom_offset;
     info->presentation = sps->presentation;
 }
 

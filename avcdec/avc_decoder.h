@@ -25,7 +25,13 @@ enum AvcError : uint32_t {
     kAvcBadPps = 138,
 };
 
-enum AvcOptionFlags : uint32_t { kAvcStartCodes = 1, kAvcOptionTable = 4 };
+enum AvcOptionFlags : uint32_t {
+    kAvcStartCodes = 1,
+    kAvcOptionTable = 4,
+    // Interlaced streams, as far as their pictures are coded as those of progressive ones: frames
+    // whose macroblocks do not come in pairs (field_pic_flag and MbaffFrameFlag 0).
+    kAvcInterlaced = 8,
+};
 enum AvcCallFlags : uint32_t { kAvcFlush = 1, kAvcOption64 = 2 };
 enum AvcEvents : uint32_t {
     kAvcEventSps = 1,
@@ -82,7 +88,7 @@ struct AvcStreamInfo {
     uint32_t planes;  // always 1
     uint32_t chroma_format;
     uint32_t cropped;
-    uint32_t crop_left;  // as coded
+    uint32_t crop_left;  // as coded, for frames
     uint32_t crop_right;
     uint32_t crop_top;
     uint32_t crop_bottom;

@@ -123,7 +123,8 @@ static AvcRefused decode(AvcDecoder* decoder, const AvcFrameRequest* request,
 }
 
 int DecodeKeyFrameAvc(const AvcFrameRequest* request, DecodedPicture* picture) {
-    const AvcDecoderOptions options = {};
+    AvcDecoderOptions options = {};
+    if (request->allows_interlaced) options.flags = kAvcInterlaced;
     AvcCreateResult created;
     avcdec_create(&options, &created);
     AvcRefused refused = {AvcRefusal::kNoMemory};

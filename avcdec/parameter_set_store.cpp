@@ -7,7 +7,7 @@
 
 AvcRefused avc_store_sps(AvcParameterSets* sets, AvcBitReader* r) {
     AvcSps sps;
-    if (const AvcRefused refused = avc_read_sps(r, &sps)) return refused;
+    if (const AvcRefused refused = avc_read_sps(r, &sps, sets->allows_interlaced)) return refused;
     // The last parsed set of a profile that codes the chroma format decides, active or not.
     if (sps.high_profile_syntax) sets->monochrome = sps.chroma_format_idc == 0;
 

@@ -8,10 +8,11 @@
 
 // Zeros are an empty store.
 struct AvcParameterSets {
-    AvcSps* active_sps;    // into sps
-    AvcPps* active_pps;    // into pps
-    AvcSps* last_sps;      // into sps: the one parsed last
-    uint8_t monochrome;    // of the last parsed SPS that coded a chroma format
+    AvcSps* active_sps;  // into sps
+    AvcPps* active_pps;  // into pps
+    AvcSps* last_sps;    // into sps: the one parsed last
+    uint8_t monochrome;  // of the last parsed SPS that coded a chroma format
+    bool allows_interlaced;
     AvcSps* sps[kMaxSps];  // owned records, by id
     AvcPps* pps[kMaxPps];
 };

@@ -81,7 +81,7 @@ static void parse_picture_size(AvcBitReader* r, AvcSps* sps) {
     sps->frame_mbs_only_flag = static_cast<uint8_t>(bits_read_1(r));
     if (!sps->frame_mbs_only_flag) {
         sps->height_mbs *= 2;  // these were pairs
-        bits_read_1(r);        // mb_adaptive_frame_field_flag
+        sps->mb_adaptive_frame_field_flag = static_cast<uint8_t>(bits_read_1(r));
     }
     if (sps->width_mbs > 0xffff / 16 || sps->height_mbs > 0xffff / 16) return;
     if (sps->width_mbs * sps->height_mbs > 0xffff) return;
@@ -172,16 +172,17 @@ static void parse_vui(AvcBitReader* r, StreamPresentation* presentation) {
 }
 
 // What cannot be decoded, of a set that was read to its end.
-static AvcRefused format_refusal(const AvcSps& sps) {
+static AvcRefused format_refusal(const AvcSps& sps, bool allows_interlaced) {
     if (sps.chroma_format_idc > 1) return {AvcRefusal::kChromaFormat, sps.chroma_format_idc};
     if (sps.bit_depth_luma != 8) return {AvcRefusal::kBitDepth, sps.bit_depth_luma};
     if (sps.bit_depth_chroma != 8) return {AvcRefusal::kBitDepth, sps.bit_depth_chroma};
     if (sps.qpprime_y_zero_transform_bypass_flag) return {AvcRefusal::kLossless};
-    if (!sps.frame_mbs_only_flag) return {AvcRefusal::kInterlaced};
-    return {};
+    if (sps.frame_mbs_only_flag) return {};
+    const bool may_be_frames = allows_interlaced && !sps.mb_adaptive_frame_field_flag;
+    return may_be_frames ? AvcRefused{} : AvcRefused{AvcRefusal::kInterlaced};
 }
 
-AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps) {
+AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps, bool allows_interlaced) {
     *sps = {};
     sps->profile_idc = static_cast<uint8_t>(bits_read(r, 8));
     sps->constraint_set_flags = static_cast<uint8_t>(bits_read(r, 4));
@@ -207,7 +208,7 @@ AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps) {
     sps->vui_parameters_present_flag = static_cast<uint8_t>(bits_read_1(r));
     if (sps->vui_parameters_present_flag) parse_vui(r, &sps->presentation);
     bits_skip_trailing(r);
-    return format_refusal(*sps);
+    return format_refusal(*sps, allows_interlaced);
 }
 
 static AvcRefused parse_pps_extension(AvcBitReader* r, AvcPps* pps) {

@@ -45,7 +45,8 @@ struct AvcSps {
     uint32_t num_ref_frames_in_pic_order_cnt_cycle;
     uint32_t max_num_ref_frames;
     uint8_t gaps_in_frame_num_value_allowed_flag;
-    uint8_t frame_mbs_only_flag;  // 1 in a set that is accepted
+    uint8_t frame_mbs_only_flag;  // 1 in a set that is accepted, unless others are allowed
+    uint8_t mb_adaptive_frame_field_flag;
     uint8_t direct_8x8_inference_flag;
     uint8_t frame_cropping_flag;
     uint16_t frame_crop_left_offset;  // as coded
@@ -85,9 +86,10 @@ struct AvcPps {
 };
 
 // Read the parameter set after the NAL header that the reader stands on. Return why it is refused,
-// if it is. A sequence parameter set of a format that is not decoded is filled all the same.
+// if it is. A sequence parameter set of a format that is not decoded is filled all the same. One
+// of an interlaced stream may be allowed, for its pictures that are coded as progressive ones are.
 // sps_table has kMaxSps entries, null where no set is stored.
-AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps);
+AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps, bool allows_interlaced = false);
 AvcRefused avc_read_pps(AvcBitReader* r, const AvcSps* const* sps_table, AvcPps* pps);
 
 // Why no picture of an accepted set can be decoded: its size, or the fields of its slice headers.

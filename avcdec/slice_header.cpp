@@ -81,6 +81,8 @@ AvcRefused avc_read_slice_fields(AvcBitReader* r, const NalHeader& nal, const Av
     const bool is_idr = nal.type == kNalIdrSlice;
     if (h->first_mb_in_slice >= sps.pic_size_in_mbs) return kDamaged;
     h->frame_num = bits_read(r, static_cast<int>(sps.log2_max_frame_num));
+    const bool is_field = !sps.frame_mbs_only_flag && bits_read_1(r);
+    if (is_field) return {AvcRefusal::kInterlaced};
     if (is_idr) h->idr_pic_id = bits_ue(r);
     parse_pic_order_cnt(r, sps, pps, h);
     if (pps.redundant_pic_cnt_present_flag) h->redundant_pic_cnt = bits_ue(r);

@@ -79,6 +79,7 @@ static Outcome decode(Movie* movie, const MovieKeyFrame& key_frame,
     frame.bytes_read = static_cast<int32_t>(sample.size());
     frame.sample_capacity = frame.bytes_read;
     frame.length_prefix_size = static_cast<int32_t>(description.length_prefix_size);
+    frame.allows_interlaced = true;
     if (decode_key_frame(frame, codec_kind(description.codec), &decoded->picture, refusal) != 0) {
         return outcome_of(description.codec, *refusal);
     }

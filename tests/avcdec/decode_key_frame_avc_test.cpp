@@ -23,7 +23,8 @@ struct Decoded {
 };
 
 // Decodes from blocks of the exact size and checks that nothing is left behind.
-Decoded decode_once(const std::string& sets, const std::string& sample, int length_size) {
+Decoded decode_once(const std::string& sets, const std::string& sample, int length_size,
+                    bool allows_interlaced = false) {
     std::vector<uint8_t> set_block(sets.begin(), sets.end());
     std::vector<uint8_t> sample_block(sample.begin(), sample.end());
     AvcFrameRequest request = {};
@@ -32,6 +33,7 @@ Decoded decode_once(const std::string& sets, const std::string& sample, int leng
     request.sample = sample_block.data();
     request.sample_length = static_cast<uint32_t>(sample.size());
     request.nal_length_size = length_size;
+    request.allows_interlaced = allows_interlaced;
     Decoded d = {};
     request.refused = &d.refused;
     upnp_memory_init();
@@ -179,6 +181,22 @@ TEST(DecodeKeyFrameAvc, RefusalsCarryTheirReason) {
         seen.insert(c.reason);
     }
     EXPECT_EQ(seen.size(), static_cast<size_t>(kAvcLastRefusal) + 1);
+}
+
+TEST(DecodeKeyFrameAvc, TakesFramesOfInterlacedStreamsIfAllowed) {
+    const SpsSpec interlaced = {.frame_mbs_only_flag = 0, .crop = {0, 1, 1, 2}};
+    const std::string frame = run_of({pcm_slice_nal({.field = "0"}, {kPcmA, kPcmB})});
+    const Decoded d = decode_once(sets_of(interlaced), frame, 4, true);
+    EXPECT_EQ(d.planes, std::string(256, 'a') + std::string(256, 'b') + std::string(64, 'a') +
+                            std::string(64, 'b') + std::string(64, 'a') + std::string(64, 'b'));
+    EXPECT_EQ(d.picture.crop_top, 4u);
+    EXPECT_EQ(d.picture.crop_bottom, 8u);
+    EXPECT_EQ(d.picture.crop_right, 2u);
+    const std::string field = run_of({pcm_slice_nal({.field = "10"}, {kPcmA})});
+    EXPECT_EQ(decode_once(sets_of(interlaced), field, 4, true).refused.reason,
+              AvcRefusal::kInterlaced);
+    const SpsSpec pairs = {.frame_mbs_only_flag = 0, .mb_adaptive = 1};
+    EXPECT_EQ(decode_once(sets_of(pairs), frame, 4, true).refused.reason, AvcRefusal::kInterlaced);
 }
 
 // A target is made for the first set. Slices of pictures of another size fail, wherever their set

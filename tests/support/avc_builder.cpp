@@ -13,7 +13,7 @@ std::string sps_nal(const SpsSpec& s) {
     p.ue(s.log2_max_frame_num_minus4).ue(s.pic_order_cnt_type).text(s.pic_order_cnt);
     p.ue(1).u(1, 0);  // max_num_ref_frames, gaps_in_frame_num_value_allowed_flag
     p.ue(s.width_mbs - 1).ue(s.height_mbs - 1).u(1, s.frame_mbs_only_flag);
-    if (!s.frame_mbs_only_flag) p.u(1, 0);
+    if (!s.frame_mbs_only_flag) p.u(1, s.mb_adaptive);
     p.u(1, 1).u(1, !s.crop.empty());  // direct_8x8_inference_flag, frame_cropping_flag
     for (const uint32_t offset : s.crop) p.ue(offset);
     p.u(1, !s.vui.empty()).text(s.vui).trailing();
@@ -32,7 +32,7 @@ std::string pps_nal(const PpsSpec& s) {
 
 BitPacker slice_header(const SliceSpec& s) {
     BitPacker p;
-    p.ue(s.first_mb).ue(s.slice_type).ue(s.pps_id).u(s.frame_num_bits, 0);
+    p.ue(s.first_mb).ue(s.slice_type).ue(s.pps_id).u(s.frame_num_bits, 0).text(s.field);
     if (s.is_idr) p.ue(0);
     p.text(s.pic_order_cnt).text(s.redundant);
     if (s.nal_ref_idc != 0) p.text(!s.marking.empty() ? s.marking : s.is_idr ? "00" : "0");

@@ -18,7 +18,7 @@ struct SpsSpec {
     std::string scaling = "";
     uint32_t log2_max_frame_num_minus4 = 0, pic_order_cnt_type = 2;
     std::string pic_order_cnt = "";  // the type's fields
-    uint32_t width_mbs = 1, height_mbs = 1, frame_mbs_only_flag = 1;
+    uint32_t width_mbs = 1, height_mbs = 1, frame_mbs_only_flag = 1, mb_adaptive = 0;
     std::vector<uint32_t> crop = {};  // left, right, top, bottom
     std::string vui = "";
 };
@@ -36,6 +36,7 @@ struct SliceSpec {
     uint32_t first_mb = 0, slice_type = 7, pps_id = 0;
     bool is_idr = true;
     int nal_ref_idc = 3, frame_num_bits = 4;
+    std::string field = "";  // field_pic_flag, where it is coded
     std::string pic_order_cnt = "", redundant = "";
     std::string marking = "";  // none: two flags of 0 (IDR) or one
     int32_t slice_qp_delta = 0;
