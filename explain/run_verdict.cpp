@@ -94,7 +94,9 @@ static void explain_unwritten(const ThumbnailRun& run, const WantedFrames& frame
                 {std::to_string(run.params.width), std::to_string(run.params.height)});
         case ThumbnailFailure::kNoMemory:
             return verdict_fail(verdict, Reason::kNoMemory);
-        default:
+        case ThumbnailFailure::kNone:
+        case ThumbnailFailure::kNotCreated:
+        case ThumbnailFailure::kNotWritten:
             return verdict_fail(verdict, Reason::kNotWritten);
     }
 }
@@ -129,7 +131,24 @@ void explain_run(const ThumbnailRun& run, const WantedFrames& frames, int64_t fi
                                 {std::to_string(frames.chosen_size)});
         case Refusal::kNotWritten:
             return explain_unwritten(run, frames, file_size, verdict);
-        default:
+        // Said already: what is wrong with the arguments, and what the boxes show to be missing.
+        case Refusal::kNegativeSide:
+        case Refusal::kOddSide:
+        case Refusal::kQuality:
+        case Refusal::kKeyFrameCount:
+        case Refusal::kClipOffset:
+        case Refusal::kSizePercentile:
+        case Refusal::kNoInput:
+        case Refusal::kIrregularInput:
+        case Refusal::kInputName:
+        case Refusal::kOutputIsInput:
+        case Refusal::kNoKeyFrameTable:
+        case Refusal::kNoSampleTables:
+        case Refusal::kNoConfiguration:
+        case Refusal::kOtherCodec:
+        // A file that was open a moment ago.
+        case Refusal::kInputNotOpened:
+        case Refusal::kNoMemory:
             return verdict_fail(verdict, Reason::kNoMemory);
     }
 }

@@ -40,4 +40,3 @@ enum class Refusal : uint8_t {
 
     kNotWritten,  // ThumbnailFailure says why
 };
-constexpr Refusal kLastRefusal = Refusal::kNotWritten;
