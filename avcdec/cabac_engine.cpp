@@ -2,7 +2,7 @@
 #include "avcdec/cabac_engine.h"
 
 // As long as eight bytes are left they are loaded in one piece; here they come one at a time, up
-// to the same number of bits, with zeros behind the end.
+// to the same number of bits, with zeros past the end.
 [[gnu::cold]] BitWord cabac_refill_near_end(CabacBytes* bytes, BitWord value) {
     for (int i = 0; i < kCabacRefillBits / 8; ++i) {
         BitWord byte = 0;

@@ -15,8 +15,8 @@
 // The bytes that an engine has not loaded yet.
 struct CabacBytes {
     const uint8_t* next;  // the next byte to load
-    const uint8_t* end;   // one past the last byte; zeros are read behind it
-    size_t padding_bits;  // zero bits supplied behind the end
+    const uint8_t* end;   // one past the last byte; zeros are read past it
+    size_t padding_bits;  // zero bits supplied past the end
 };
 
 // Readers copy the engine into a local, whose address they hand to nothing that is not inlined, so
@@ -46,7 +46,7 @@ enum CabacContextGroup : uint16_t {
     kCabacContexts = 258,
 };
 
-// A context variable, as all that a decision needs to know of it: behind a misprediction the load
+// A context variable, as all that a decision needs to know of it: after a misprediction the load
 // of an index and then of what it stands for would be waited for. In bytes from the lowest up: the
 // LPS range (H.264 Table 9-44) for each qCodIRangeIdx from the lowest up, valMPS, nothing, and
 // pStateIdx * 2 + valMPS after an LPS and after an MPS (Table 9-45).

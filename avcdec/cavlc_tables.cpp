@@ -157,7 +157,7 @@ static constexpr CoeffTokenTables coeff_token_tables() {
             }
         }
     }
-    // "0000000" of chroma DC: whatever the number of zeros behind it.
+    // "0000000" of chroma DC: whatever the number of zeros after it.
     for (int zeros = 8; zeros < 16; ++zeros) {
         for (int i = 0; i < 8; ++i) t.row[3][zeros * 8 + i] = t.row[3][7 * 8];
     }
@@ -176,7 +176,7 @@ constexpr CodeTable<16, kTotalZerosBits> kTotalZeros =
     code_table<16, kTotalZerosBits>(kTotalZerosCodes, 15);
 constexpr CodeTable<4, kTotalZerosChromaBits> kTotalZerosChroma =
     code_table<4, kTotalZerosChromaBits>(kTotalZerosChromaCodes, 3);
-// The row of seven zeros serves all larger numbers, with the unary codes behind 000.
+// The row of seven zeros serves all larger numbers, with the unary codes after 000.
 static constexpr CodeTable<16, kRunBeforeBits> run_before_table() {
     CodeTable<16, kRunBeforeBits> table = code_table<16, kRunBeforeBits>(kRunBeforeCodes, 7);
     table.entry[7][0] = kLongRun;

@@ -67,7 +67,7 @@ constexpr LevelRow kLevelRowTable[kLevelRows] = {
     {5, 0, 3}, {6, 0, 99}, {0, 2, 4}, {1, 2, 2},
 };
 
-// The row of the level behind one with the given prefix.
+// The row of the level after one with the given prefix.
 constexpr int level_row_behind(int row, int prefix) {
     const int length = row > 6 ? 0 : row;
     return (length == 0 ? 1 : length) + (prefix >= kLevelRowTable[row].large_prefix);

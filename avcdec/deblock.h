@@ -34,7 +34,7 @@ struct DeblockRecord {
 };
 
 // Rows of records that the decoder keeps: the one being decoded, and three for filtering two rows
-// behind it.
+// after it.
 constexpr uint32_t kDeblockRows = 4;
 
 // Filters the macroblocks of one row in order, with their edges to the left and to the row above.

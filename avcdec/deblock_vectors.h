@@ -32,7 +32,7 @@ static inline void to_each(Samples v, const Take& take) {
     }
 }
 
-// Lines of samples along an edge, line 0 being the first behind it: as they are in the picture, and
+// Lines of samples along an edge, line 0 being the first after it: as they are in the picture, and
 // turned. The second macroblock is distance away from the first.
 template <typename Samples>
 struct Rows {

@@ -83,7 +83,7 @@ static inline void vertical_right(uint8_t* dst, ptrdiff_t pitch, const Averages&
     const auto entering_or = [&](I16x8 entering, U8x16 row) {
         return (clip_to_u8(entering, entering) & is_entering) | (row & ~is_entering);
     };
-    // The first even row begins behind the entering samples, the first odd row with the last.
+    // The first even row begins after the entering samples, the first odd row with the last.
     U8x16 even = slide<1>(entering_or(even_triples, slide<kEntering>(around.pair)));
     U8x16 odd = entering_or(odd_triples, slide<kEntering>(around.triple));
 #pragma GCC unroll 4

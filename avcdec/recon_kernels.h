@@ -52,7 +52,7 @@ using DeblockLumaFn = void (*)(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges
 using DeblockChromaFn = void (*)(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch,
                                  const DeblockEdges edges[3]);
 
-// The same for two macroblocks at once, the second one distance behind the first. Their samples and
+// The same for two macroblocks at once, the second one distance after the first. Their samples and
 // those before them do not overlap, and the ones before are there to be read and written unchanged
 // even when an outer edge is off.
 using DeblockTwoLumaFn = void (*)(uint8_t* dst, ptrdiff_t pitch, ptrdiff_t distance,

@@ -25,7 +25,7 @@ struct CategoryLayout {
     uint16_t abs_level;
     uint8_t first;
     uint8_t final;
-    uint8_t max_greater;  // the highest ctxIdxInc - 5 of the bins of a level behind the first
+    uint8_t max_greater;  // the highest ctxIdxInc - 5 of the bins of a level after the first
     bool is_dc;           // its levels are not scaled
     const uint8_t* scan;
 };
@@ -82,7 +82,7 @@ static constexpr uint8_t kLast8x8[63] = {
 // clang-format on
 
 // Reads the significance map: the places of the coefficients that are not 0, in scan order. Returns
-// the end of the list, behind 1 to 64 places.
+// the end of the list, after 1 to 64 places.
 KS_INLINE uint8_t* read_map(CabacEngine* e, CabacContext* contexts, const CategoryLayout& layout,
                             uint8_t* places) {
     CabacContext* const significant = contexts + layout.significant;
@@ -142,7 +142,7 @@ KS_INLINE int read_large_level(CabacEngine* e, CabacContext* context) {
 KS_INLINE bool read_levels(CabacEngine* e, CabacContext* contexts, int max_greater,
                            const uint8_t* places, const uint8_t* end,
                            const ResidualTarget& target) {
-    int ones = 1;     // ctxIdxInc of the first bin: 1 + levels of 1 so far, 0 behind a larger one
+    int ones = 1;     // ctxIdxInc of the first bin: 1 + levels of 1 so far, 0 after a larger one
     int greater = 0;  // larger levels so far
     bool is_valid = true;
     do {
