@@ -4,6 +4,13 @@
 static std::string ue(uint32_t value) { return BitPacker().ue(value).bits(); }
 static std::string se(int32_t value) { return BitPacker().se(value).bits(); }
 
+// Signed values around 0, in order.
+static std::string ses(Choices* c, uint32_t most, uint32_t count) {
+    std::string codes;
+    while (count-- > 0) codes += se(c->around(most));
+    return codes;
+}
+
 // One unit in eight has a byte changed, which may be one of emulation prevention.
 static std::string maybe_damaged(Choices* c, std::string unit) {
     if (c->once_in(8)) unit[c->flag() ? 0 : c->word() % unit.size()] = static_cast<char>(c->byte());
@@ -28,10 +35,9 @@ static std::string scaling_lists(Choices* c, int count) {
 static std::string pic_order_fields(Choices* c, uint32_t type) {
     if (type == 0) return ue(c->rarely(8, 12));
     std::string fields = c->once_in(4) ? "0" : "1";  // delta_pic_order_always_zero_flag
-    fields += se(c->around(9)) + se(c->around(9));
+    fields += ses(c, 9, 2);
     const uint32_t cycle = c->value(3);
-    fields += ue(cycle);
-    for (uint32_t i = cycle % 300; i > 0; --i) fields += se(c->around(9));
+    fields += ue(cycle) + ses(c, 9, cycle % 300);
     return type == 1 ? fields : "";
 }
 
@@ -119,7 +125,7 @@ std::string write_slice(Choices* c, AvcSyntax* syntax) {
     if (pps.deblocking_control) {
         const uint32_t idc = c->value(2);
         s.deblocking = ue(idc);
-        if (idc != 1) s.deblocking += se(c->around(6)) + se(c->around(6));
+        if (idc != 1) s.deblocking += ses(c, 6, 2);
     }
     BitPacker data = slice_header(s);
     const uint32_t count = 1 + c->byte() % 32;

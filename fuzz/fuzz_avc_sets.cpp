@@ -51,7 +51,6 @@ static void feed(AvcDecoder* decoder, Choices* c, bool has_start_codes) {
         avcdec_get_stream_info(decoder, &info, c->flag() ? kAvcLastSps : c->byte());
         note_result(&info, offsetof(AvcStreamInfo, presentation));
     }
-    note_result(target.data(), target.size());
 }
 
 void run_target(Choices* c) {

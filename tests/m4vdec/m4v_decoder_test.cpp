@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// The decoder as the thumbnail writer calls it: pictures with every tool, headers wherever they
-// stand, what is refused, and damaged streams, which must neither leak nor touch what is not theirs
-// (the sanitizers watch).
+// The decoder as the thumbnail writer calls it: headers wherever they stand, what is refused, and
+// memory that is short. Pictures with every tool and damaged ones are the fuzz target's.
 #include "m4vdec/m4v_decoder.h"
 
 #include <gtest/gtest.h>
@@ -75,32 +74,6 @@ Bytes h263_plus(const Bytes& format_and_modes, const Bytes& type = "000000001") 
 }
 
 }  // namespace
-
-TEST(Decoder, MakesThePicturesThatWereWritten) {
-    for (unsigned seed = 1; seed <= 800; ++seed) {
-        const auto [config, sample, planes] = random_picture(seed % 2, seed);
-        ASSERT_TRUE(decode(config, sample) == planes) << "seed " << seed;
-    }
-}
-
-TEST(Decoder, SurvivesDamage) {
-    std::mt19937 random(11);
-    for (unsigned seed = 1; seed <= 20; ++seed) {
-        const auto [config, sample, planes] = random_picture(seed % 4 == 0, seed);
-        for (size_t n = std::max<size_t>(sample.size(), 400) - 400; n + 2 < sample.size(); ++n) {
-            ASSERT_TRUE(decode(config, sample.substr(0, n)).empty()) << seed << ", length " << n;
-        }
-        for (size_t n = 0; n < config.size(); ++n) decode(config.substr(0, n), sample);
-        for (int n = 0; n < 600; ++n) {
-            Bytes damaged[2] = {sample, config};
-            for (unsigned flips = 1 + random() % 4; flips > 0; --flips) {
-                Bytes& bytes = damaged[!config.empty() && random() % 3 == 0];
-                bytes[random() % bytes.size()] ^= static_cast<char>(1u << random() % 8);
-            }
-            decode(damaged[1], damaged[0], random() % 8 != 0);
-        }
-    }
-}
 
 // The sample at the top left, or why the picture is to be refused.
 struct Outcome {

@@ -312,7 +312,8 @@ class Writer {
     // The first row and column stay where their prediction has codes.
     Block random_levels(unsigned most) {
         Block levels{};
-        for (unsigned count = is_flat ? 0 : pick(3) * pick(5); count > 0; --count) {
+        const unsigned most_levels = is_flat ? 0 : pick(3);
+        for (unsigned count = most_levels * pick(5); count > 0; --count) {
             const unsigned i = pick(pick(4) ? 20 : 64);
             const bool is_edge = i < 8 || i % 8 == 0;
             const int level = 1 + static_cast<int>(pick(is_edge || pick(4) ? 30 : most));

@@ -91,6 +91,7 @@ TEST_F(Thumbnail, ShowsTheFittedPicture) {
         const JpegImage image = read_jpeg(read_file(output_));
         ASSERT_EQ(image.width, c.want.width);
         ASSERT_EQ(image.height, c.want.height);
+        EXPECT_TRUE(image.is_baseline_420_jfif);
         const int last_x = c.grid.width - static_cast<int>(c.crop.right) - 1;
         const int last_y = c.grid.height - static_cast<int>(c.crop.top + c.crop.bottom) - 1;
         for (int i = 0; i < image.width * image.height; ++i) {

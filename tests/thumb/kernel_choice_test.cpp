@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include "avcdec/recon_kernels.h"
+#include "m4vdec/m4v_idct.h"
 
 static bool is_scalar(const ReconKernels& k) {
     const ReconKernels scalar = recon_kernels_scalar();
@@ -19,4 +20,5 @@ TEST(KernelChoice, GoesByTheProcessor) {
     printf("kernels: %s\n", found);
     if (!expected) GTEST_SKIP() << "KEYSTILL_EXPECT_KERNELS is not set";
     EXPECT_STREQ(found, expected);
+    EXPECT_STREQ(m4v_idct_best() == m4v_idct_scalar ? "scalar" : "simd", expected);
 }
