@@ -39,12 +39,9 @@ static void feed(AvcDecoder* decoder, Choices* c, bool has_start_codes) {
         in.call_flags = c->once_in(4) ? c->byte() : 0;
         AvcDecodeOutput out;
         avcdec_decode_nal(&in, &out);
-        const uint32_t said[] = {out.error,
-                                 out.consumed,
-                                 out.events,
-                                 static_cast<uint32_t>(out.sps_id),
-                                 static_cast<uint32_t>(out.refused.reason),
-                                 out.refused.value};
+        // Not the reason: where a slice ends in damage, it depends on how far the reader looks.
+        const uint32_t said[] = {out.error, out.consumed, out.events,
+                                 static_cast<uint32_t>(out.sps_id)};
         note_result(said, sizeof said);
         if (c->flag()) avc_activate_pps(decoder, c->byte());
         AvcStreamInfo info;

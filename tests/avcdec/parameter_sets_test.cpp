@@ -111,6 +111,30 @@ TEST_F(ParameterSets, TakesOrRefusesASet) {
     for (const auto& c : kCases) EXPECT_EQ(feed(c.second) == 0, c.first) << &c - kCases;
 }
 
+// A set that no slice can use is stored all the same.
+TEST_F(ParameterSets, SizesAndLongNumbersAreRefusedAtActivation) {
+    const std::pair<bool, SpsSpec> kCases[] = {
+        {false, {.log2_max_frame_num_minus4 = 13}},
+        {true, {.log2_max_frame_num_minus4 = 12}},
+        {false, {.pic_order_cnt_type = 0, .pic_order_cnt = ue(13)}},
+        {true, {.pic_order_cnt_type = 0, .pic_order_cnt = ue(12)}},
+        {false, {.width_mbs = 4096}},
+        {true, {.width_mbs = 256, .height_mbs = 255}},
+        {false, {.width_mbs = 256, .height_mbs = 256}},
+        {false, {.width_mbs = 1, .height_mbs = 65535}},
+    };
+    feed(pps_nal({}));
+    for (const auto& [is_usable, spec] : kCases) {
+        SCOPED_TRACE(&spec - &kCases[0].second);
+        EXPECT_EQ(feed(sps_nal({})) | avc_activate_pps(decoder, 0), 0U);
+        EXPECT_EQ(feed(pps_nal({.id = 1, .sps_id = 1})), 0U);
+        SpsSpec other = spec;
+        other.id = 1;
+        EXPECT_EQ(feed(sps_nal(other)), 0U);
+        EXPECT_EQ(avc_activate_pps(decoder, 1), !is_usable);
+    }
+}
+
 TEST_F(ParameterSets, TakesOrRefusesASliceHeader) {
     static const std::string operations =
         "1" + ue(1) + ue(3) + ue(3) + ue(1) + ue(7) + ue(5) + ue(4) + ue(0) + ue(0);

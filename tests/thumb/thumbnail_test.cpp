@@ -61,7 +61,7 @@ class Thumbnail : public testing::Test {
     }
     int write_again(PictureSize requested, int32_t codec_kind = kCodecMpeg4) {
         KeyFrame record = {bytes_, 4, bytes_, 6, 4, 10};
-        ThumbnailParams params = {output_.c_str(), 90, requested.width, requested.height};
+        ThumbnailParams params = {output_.c_str(), quality_, requested.width, requested.height};
         const int status = WriteThumbnail(&record, &params, codec_kind);
         EXPECT_EQ(g_memUsed, 0);
         fitted_ = {params.width, params.height};
@@ -69,6 +69,7 @@ class Thumbnail : public testing::Test {
     }
 
     uint8_t bytes_[8] = {};
+    int32_t quality_ = 90;
     PictureSize fitted_;
     TempFolder folder_;
     std::string output_ = folder_.path("o.jpg");
@@ -105,6 +106,10 @@ TEST_F(Thumbnail, ShowsTheFittedPicture) {
     }
     write({96, 64}, {32, 0, 0, 0}, {0, 0});
     const JpegImage image = read_jpeg(read_file(output_));
+    const size_t length = read_file(output_).size();
+    quality_ = 50;
+    write({96, 64}, {32, 0, 0, 0}, {0, 0});
+    EXPECT_LT(read_file(output_).size(), length);
     EXPECT_NEAR(image.at(0, 0)[0], 32, 3);
     EXPECT_NEAR(image.at(0, 0)[1], 8, 3) << "columns on the left move chroma by a quarter";
 }
