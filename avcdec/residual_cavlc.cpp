@@ -90,10 +90,9 @@ struct Level {
 
 // The levels of a block from the lowest frequency up, which is from the last one that is coded to
 // the first. Three trailing ones are always written, those that are not there in front of the
-// others.
+// others, for which two places are kept.
 struct Levels {
-    int32_t in_front[2];
-    int32_t at[16];
+    int32_t value[2 + 16];
 };
 
 KS_INLINE void read_levels(BlockReader* r, const CoeffToken& token, Levels* levels) {
@@ -102,7 +101,8 @@ KS_INLINE void read_levels(BlockReader* r, const CoeffToken& token, Levels* leve
     const int total = token.total_coeff;
     const uint32_t signs = static_cast<uint32_t>(w->cache >> (kBitWordSize - 3));
     bits_drop(w, ones);
-    int32_t* const last = levels->in_front + total - 1;  // two before the highest frequency
+    int32_t* const at = levels->value + 2;
+    int32_t* const last = levels->value + total - 1;  // two before the highest frequency
     last[2] = 1 - static_cast<int32_t>(signs >> 1 & 2);
     last[1] = 1 - static_cast<int32_t>(signs & 2);
     last[0] = 1 - static_cast<int32_t>(signs << 1 & 2);
@@ -113,13 +113,13 @@ KS_INLINE void read_levels(BlockReader* r, const CoeffToken& token, Levels* leve
         if (entry != 0) [[likely]] {
             bits_drop(w, entry & 15);
             row = entry >> 4 & 15;
-            levels->at[i] = entry >> 8;
+            at[i] = entry >> 8;
         } else {
             static_cast<BitWindow&>(*r->source) = *w;
             const Level level = read_long_level(r->source, row);
             *w = *r->source;
             row = level.next_row;
-            levels->at[i] = level.value;
+            at[i] = level.value;
         }
     }
 }
@@ -172,7 +172,7 @@ KS_INLINE int read_block(BlockReader* r, int nc, int max_coefficients, const Res
     for (int left = total - 1;; --left) {
         const int index = left + zeros_left;
         target.coefficients[target.scan[index]] =
-            scale_level(levels.at[left], target.scale.factors[index], target.scale);
+            scale_level(levels.value[2 + left], target.scale.factors[index], target.scale);
         if (left == 0) return total;
         zeros_left -= read_run_before(r, zeros_left);
         if (zeros_left < 0) return -1;

@@ -132,7 +132,7 @@ static void print(const Examination& found, Format format, const PictureBuffer* 
         case Format::kJson:
             return print_json(found, out);
         case Format::kPage:
-            const bool can_draw = found.has_rows && found.file_size >= 0;
+            const bool can_draw = buffer && found.has_rows && found.file_size >= 0;
             const std::vector<Candidate> none;
             return print_page_part(
                 found, can_draw ? draw_candidates(found, kMostCandidates, *buffer) : none, out);

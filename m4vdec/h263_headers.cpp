@@ -51,7 +51,8 @@ static int parse_custom_format(BitReader* bits, H263Picture* picture) {
 static int parse_reference_selection(BitReader* bits) {
     bits_read(bits, 3);
     if (bits_read_1(bits)) bits_read(bits, 10);
-    return bits_read_1(bits) || !bits_read_1(bits);  // BCI "01": no back-channel message
+    if (bits_read_1(bits)) return 1;  // BCI: a back-channel message
+    return !bits_read_1(bits);        // or "01", none
 }
 
 // MPPTYPE, 9 bits: the picture's type, resampling, reduced resolution, and at last "001".

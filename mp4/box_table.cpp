@@ -130,7 +130,7 @@ static constexpr uint32_t slot_of(const char* type) {
 // One more than the row's number; 0 is a free slot.
 static constexpr auto kRowsBySlot = [] {
     std::array<uint8_t, kSlots> rows = {};
-    for (uint8_t row = 0; row < std::size(kBoxTable); ++row) {  // the first of a type is met first
+    for (size_t row = 0; row < std::size(kBoxTable); ++row) {  // the first of a type is met first
         uint32_t slot = slot_of(kBoxTable[row].type);
         while (rows[slot] != 0) slot = next_slot(slot);
         rows[slot] = static_cast<uint8_t>(row + 1);
