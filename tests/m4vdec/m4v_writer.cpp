@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <bitset>
-#include <map>
 
 #include "m4vdec/m4v_idct.h"
 #include "m4vdec/m4v_scan.h"
@@ -261,8 +260,9 @@ class Writer {
     // H.263 Annex I.
     Block code_aic_block(Mb* mb, unsigned n) {
         static const M4vScan* const kScans[3] = {&kScanZigzag, &kScanHorizontal, &kScanVertical};
-        const unsigned key = key_of(*mb, n), mode = mb->aic_mode;
-        const Coded *const left = block_at(key - kLeft), *const above = block_at(key - kAbove);
+        const unsigned place = place_of(*mb, n), mode = mb->aic_mode;
+        const Coded* const left = block_at(place - 1);
+        const Coded* const above = block_at(place - row_of_blocks);
         const Coded* const from = mode == 1 ? above : mode == 2 ? left : nullptr;
         Block f = random_levels(has_modified_quant ? 1023 : 127);
         f[0] = static_cast<int>(pick(40)) - 20;
@@ -276,14 +276,15 @@ class Writer {
         const int dc = dc_of(mode == 1 || (mode == 0 && !left) ? above : left);
         f[0] += has_both ? (dc_of(left) + dc_of(above)) / 2 : dc;
         f[0] = std::clamp(f[0] | 1, 0, 2047);
-        blocks[key] = {segment_number, 0, f};
+        blocks[place] = {segment_number, 0, f};
         return f;
     }
 
     Block code_mpeg4_block(Mb* mb, unsigned n) {
-        const unsigned key = key_of(*mb, n);
-        const Coded *const left = block_at(key - kLeft), *const above = block_at(key - kAbove);
-        const int corner_dc = dc_of(block_at(key - kAbove - kLeft));
+        const unsigned place = place_of(*mb, n);
+        const Coded* const left = block_at(place - 1);
+        const Coded* const above = block_at(place - row_of_blocks);
+        const int corner_dc = dc_of(block_at(place - row_of_blocks - 1));
         const bool from_above = abs(dc_of(left) - corner_dc) < abs(corner_dc - dc_of(above));
         const Coded* const from = from_above ? above : left;
         const int scaler = dc_scaler(quant, n >= 4);
@@ -291,7 +292,7 @@ class Writer {
         Block levels = random_levels(2047);
         Block f = dequantised(levels, quant);
         f[0] = levels[0] = dc_level * scaler;
-        blocks[key] = {segment_number, quant, levels};
+        blocks[place] = {segment_number, quant, levels};
 
         levels[0] = dc_level - rounded(dc_of(from), scaler);
         for (unsigned i = 1; i < 8 && mb->ac_pred && from; ++i) {
@@ -341,15 +342,14 @@ class Writer {
 
     static int dc_of(const Coded* block) { return block ? block->values[0] : 1024; }
 
-    static unsigned key_of(const Mb& mb, unsigned n) {
-        if (n >= 4) return n << 20 | mb.y * kAbove | mb.x * kLeft;
-        return (mb.y * 2 + (n >> 1)) * kAbove | (mb.x * 2 + (n & 1)) * kLeft;
+    // The planes lie below each other, each with a free column on its left and a free row above.
+    unsigned place_of(const Mb& mb, unsigned n) const {
+        const unsigned row = n < 4 ? mb.y * 2 + (n >> 1) + 1 : mb.y + (n - 2) * (h + 1);
+        return row * row_of_blocks + (n < 4 ? mb.x * 2 + (n & 1) : mb.x) + 1;
     }
 
-    const Coded* block_at(unsigned key) const {
-        const auto found = blocks.find(key);
-        const bool is_there = found != blocks.end() && found->second.segment == segment_number;
-        return is_there ? &found->second : nullptr;
+    const Coded* block_at(unsigned place) const {
+        return blocks[place].segment == segment_number ? &blocks[place] : nullptr;
     }
 
     void show(const Mb& mb, unsigned n, const Block& f) {
@@ -427,12 +427,12 @@ class Writer {
         }
     }
 
-    static constexpr unsigned kLeft = 1, kAbove = 1024;  // steps of the keys of blocks
+    const unsigned row_of_blocks = 2 * w + 1;
 
     int quant = 1 + static_cast<int>(pick(31));
     BitPacker sample;
     Block weights;  // quantiser matrix
-    std::map<unsigned, Coded> blocks;
+    std::vector<Coded> blocks = std::vector<Coded>(row_of_blocks * (4 * h + 3), {~0u, 0, {}});
     unsigned segment_number = 0;
 };
 
