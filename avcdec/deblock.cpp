@@ -44,7 +44,8 @@ static const DeblockRecord* neighbour(const DeblockRecord* p, const DeblockRecor
 struct DeblockJob {
     uint8_t* plane[3];  // its first samples
     const DeblockRecord* record;
-    const DeblockRecord* sides[2];  // across the outer edges, by DeblockDirection; null: left alone
+    const DeblockRecord* left;  // across the outer edges; null where they are left alone
+    const DeblockRecord* above;
     const SliceThresholds* thresholds;
 };
 
@@ -78,37 +79,50 @@ static void set_job(DeblockRowState* s, const AvcPicture& picture, uint32_t x, D
     const ptrdiff_t chroma = (static_cast<ptrdiff_t>(s->row) * (picture.stride / 2) + x) * 8;
     *job = {{picture.plane[0] + luma, picture.plane[1] + chroma, picture.plane[2] + chroma},
             &q,
-            {neighbour(x > 0 ? &s->records[x - 1] : nullptr, q, kDeblockLeft),
-             neighbour(s->above ? &s->above[x] : nullptr, q, kDeblockTop)},
+            neighbour(x > 0 ? &s->records[x - 1] : nullptr, q, kDeblockLeft),
+            neighbour(s->above ? &s->above[x] : nullptr, q, kDeblockTop),
             &s->thresholds};
 }
 
 static bool is_monochrome(const DeblockJob& job) { return job.record->flags & kDeblockMonochrome; }
 
-static void filter_one(const ReconKernels& k, const DeblockJob& job, ptrdiff_t pitch,
-                       DeblockDirection direction) {
+// Across the outer edge of the direction that is filtered.
+using DeblockJobSide = const DeblockRecord* DeblockJob::*;
+
+static void filter_one(const EdgeKernels& k, const DeblockJob& job, DeblockJobSide side,
+                       ptrdiff_t pitch) {
     __attribute__((uninitialized)) DeblockEdges e[3];
-    set_edges(*job.thresholds, job.sides[direction], *job.record, e);
-    if (is_on(e[0])) k.deblock_luma[direction](job.plane[0], pitch, e);
+    set_edges(*job.thresholds, job.*side, *job.record, e);
+    if (is_on(e[0])) k.luma(job.plane[0], pitch, 0, e);
     if (!is_monochrome(job) && (is_on(e[1]) || is_on(e[2]))) {
-        k.deblock_chroma[direction](job.plane[1], job.plane[2], pitch / 2, e);
+        k.chroma(job.plane[1], job.plane[2], pitch / 2, 0, e);
     }
 }
 
-static void filter_two(const ReconKernels& k, const DeblockJob jobs[2], ptrdiff_t pitch,
-                       DeblockDirection direction) {
+static void filter_two(const EdgeKernels& k, const DeblockJob jobs[2], DeblockJobSide side,
+                       ptrdiff_t pitch) {
     __attribute__((uninitialized)) DeblockEdges e[6];
     for (int i = 0; i < 2; ++i) {
-        set_edges(*jobs[i].thresholds, jobs[i].sides[direction], *jobs[i].record, e + 3 * i);
+        set_edges(*jobs[i].thresholds, jobs[i].*side, *jobs[i].record, e + 3 * i);
     }
     const DeblockJob& job = jobs[0];
     if (is_on(e[0]) || is_on(e[3])) {
-        k.deblock_two_luma[direction](job.plane[0], pitch, jobs[1].plane[0] - job.plane[0], e);
+        k.luma(job.plane[0], pitch, jobs[1].plane[0] - job.plane[0], e);
     }
     if (is_on(e[1]) || is_on(e[2]) || is_on(e[4]) || is_on(e[5])) {
-        k.deblock_two_chroma[direction](job.plane[1], job.plane[2], pitch / 2,
-                                        jobs[1].plane[1] - job.plane[1], e);
+        k.chroma(job.plane[1], job.plane[2], pitch / 2, jobs[1].plane[1] - job.plane[1], e);
     }
+}
+
+// All edges of a macroblock, or of two.
+static void filter_one(const ReconKernels& k, const DeblockJob& job, ptrdiff_t pitch) {
+    filter_one(k.deblock.vertical, job, &DeblockJob::left, pitch);
+    filter_one(k.deblock.horizontal, job, &DeblockJob::above, pitch);
+}
+
+static void filter_two(const ReconKernels& k, const DeblockJob jobs[2], ptrdiff_t pitch) {
+    filter_two(k.deblock_two.vertical, jobs, &DeblockJob::left, pitch);
+    filter_two(k.deblock_two.horizontal, jobs, &DeblockJob::above, pitch);
 }
 
 void deblock_row(const ReconKernels& k, const AvcPicture& picture, uint32_t row,
@@ -119,8 +133,7 @@ void deblock_row(const ReconKernels& k, const AvcPicture& picture, uint32_t row,
         DeblockJob job;
         if (!has_job(s, picture, x)) continue;
         set_job(&s, picture, x, &job);
-        filter_one(k, job, picture.stride, kVerticalEdge);
-        filter_one(k, job, picture.stride, kHorizontalEdge);
+        filter_one(k, job, picture.stride);
     }
 }
 
@@ -138,16 +151,11 @@ void deblock_two_rows(const ReconKernels& k, const AvcPicture& picture, uint32_t
         const bool has_lower = x >= kLag && has_job(lower, picture, x - kLag);
         if (has_upper) set_job(&upper, picture, x, &jobs[0]);
         if (has_lower) set_job(&lower, picture, x - kLag, &jobs[1]);
-        const bool is_together =
-            has_upper && has_lower && !is_monochrome(jobs[0]) && !is_monochrome(jobs[1]);
-        for (int d = 0; d < 2; ++d) {
-            const auto direction = static_cast<DeblockDirection>(d);
-            if (is_together) {
-                filter_two(k, jobs, picture.stride, direction);
-                continue;
-            }
-            if (has_upper) filter_one(k, jobs[0], picture.stride, direction);
-            if (has_lower) filter_one(k, jobs[1], picture.stride, direction);
+        if (has_upper && has_lower && !is_monochrome(jobs[0]) && !is_monochrome(jobs[1])) {
+            filter_two(k, jobs, picture.stride);
+            continue;
         }
+        if (has_upper) filter_one(k, jobs[0], picture.stride);
+        if (has_lower) filter_one(k, jobs[1], picture.stride);
     }
 }

@@ -81,48 +81,55 @@ static void chroma_strong(uint8_t* q, ptrdiff_t across) {
     q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
 }
 
-enum FilterKind { kLumaNormal, kLumaStrong, kChromaNormal, kChromaStrong };
+enum class FilterKind { kLumaNormal, kLumaStrong, kChromaNormal, kChromaStrong };
+enum class EdgeDirection { kVertical, kHorizontal };
 
 template <FilterKind kKind>
 static void filter_edge(uint8_t* q0, ptrdiff_t across, ptrdiff_t along, const EdgeThresholds& t) {
-    constexpr int kCount = kKind == kLumaNormal || kKind == kLumaStrong ? 16 : 8;
+    constexpr int kCount =
+        kKind == FilterKind::kLumaNormal || kKind == FilterKind::kLumaStrong ? 16 : 8;
     for (int i = 0; i < kCount; ++i) {
         uint8_t* const q = q0 + i * along;
         if (!is_filtered(q, across, t.alpha, t.beta)) continue;
-        if constexpr (kKind == kLumaNormal) luma_normal(q, across, t.beta, t.tc0);
-        if constexpr (kKind == kLumaStrong) luma_strong(q, across, t.beta, t.flat);
-        if constexpr (kKind == kChromaNormal) chroma_normal(q, across, t.tc0);
-        if constexpr (kKind == kChromaStrong) chroma_strong(q, across);
+        if constexpr (kKind == FilterKind::kLumaNormal) luma_normal(q, across, t.beta, t.tc0);
+        if constexpr (kKind == FilterKind::kLumaStrong) luma_strong(q, across, t.beta, t.flat);
+        if constexpr (kKind == FilterKind::kChromaNormal) chroma_normal(q, across, t.tc0);
+        if constexpr (kKind == FilterKind::kChromaStrong) chroma_strong(q, across);
     }
 }
 
-template <DeblockDirection kDirection>
-static void deblock_luma(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges edges[3]) {
+template <EdgeDirection kDirection>
+static void deblock_luma(uint8_t* dst, ptrdiff_t pitch, ptrdiff_t, const DeblockEdges* edges) {
     const DeblockEdges& e = edges[0];
-    const ptrdiff_t across = kDirection == kVerticalEdge ? 1 : pitch;
-    const ptrdiff_t along = kDirection == kVerticalEdge ? pitch : 1;
-    if (e.outer.is_on()) filter_edge<kLumaStrong>(dst, across, along, e.outer);
+    const ptrdiff_t across = kDirection == EdgeDirection::kVertical ? 1 : pitch;
+    const ptrdiff_t along = kDirection == EdgeDirection::kVertical ? pitch : 1;
+    if (e.outer.is_on()) filter_edge<FilterKind::kLumaStrong>(dst, across, along, e.outer);
     if (!e.inner.is_on()) return;
     for (int i = e.inner_step; i < 16; i += e.inner_step) {
-        filter_edge<kLumaNormal>(dst + i * across, across, along, e.inner);
+        filter_edge<FilterKind::kLumaNormal>(dst + i * across, across, along, e.inner);
     }
 }
 
-template <DeblockDirection kDirection>
-static void deblock_chroma(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, const DeblockEdges edges[3]) {
-    const ptrdiff_t across = kDirection == kVerticalEdge ? 1 : pitch;
-    const ptrdiff_t along = kDirection == kVerticalEdge ? pitch : 1;
+template <EdgeDirection kDirection>
+static void deblock_chroma(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, ptrdiff_t,
+                           const DeblockEdges* edges) {
+    const ptrdiff_t across = kDirection == EdgeDirection::kVertical ? 1 : pitch;
+    const ptrdiff_t along = kDirection == EdgeDirection::kVertical ? pitch : 1;
     for (int c = 0; c < 2; ++c) {
         uint8_t* const dst = c == 0 ? cb : cr;
         const DeblockEdges& e = edges[1 + c];
-        if (e.outer.is_on()) filter_edge<kChromaStrong>(dst, across, along, e.outer);
-        if (e.inner.is_on()) filter_edge<kChromaNormal>(dst + 4 * across, across, along, e.inner);
+        if (e.outer.is_on()) filter_edge<FilterKind::kChromaStrong>(dst, across, along, e.outer);
+        if (e.inner.is_on())
+            filter_edge<FilterKind::kChromaNormal>(dst + 4 * across, across, along, e.inner);
     }
 }
 
+template <EdgeDirection kDirection>
+static EdgeKernels edge_kernels() {
+    return {deblock_luma<kDirection>, deblock_chroma<kDirection>};
+}
+
 void deblock_use_scalar(ReconKernels* k) {
-    k->deblock_luma[kVerticalEdge] = deblock_luma<kVerticalEdge>;
-    k->deblock_luma[kHorizontalEdge] = deblock_luma<kHorizontalEdge>;
-    k->deblock_chroma[kVerticalEdge] = deblock_chroma<kVerticalEdge>;
-    k->deblock_chroma[kHorizontalEdge] = deblock_chroma<kHorizontalEdge>;
+    k->deblock = {edge_kernels<EdgeDirection::kVertical>(),
+                  edge_kernels<EdgeDirection::kHorizontal>()};
 }

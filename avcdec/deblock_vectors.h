@@ -277,8 +277,9 @@ static inline unsigned filter_luma(const Lines& lines, const DeblockEdges* edges
 }
 
 template <typename Samples>
-static inline void luma_horizontal(const Rows<Samples>& rows, const DeblockEdges* edges) {
-    filter_luma(rows, edges);
+static void luma_horizontal(uint8_t* dst, ptrdiff_t pitch, ptrdiff_t distance,
+                            const DeblockEdges* edges) {
+    filter_luma(Rows<Samples>{dst, pitch, distance}, edges);
 }
 
 // 16 rows of 4 samples from column x on to 4 columns, and back.
@@ -329,7 +330,9 @@ static inline void store_turned_16(const Rows<Samples>& rows, const Samples* col
 }
 
 template <typename Samples>
-static inline void luma_vertical(const Rows<Samples>& rows, const DeblockEdges* edges) {
+static void luma_vertical(uint8_t* dst, ptrdiff_t pitch, ptrdiff_t distance,
+                          const DeblockEdges* edges) {
+    const Rows<Samples> rows = {dst, pitch, distance};
     __attribute__((uninitialized)) Samples columns[4 + 16];
     if (has_outer<Samples>(edges, 0)) load_turned_4(rows, -4, columns);
     load_turned_16(rows, columns + 4);
@@ -375,38 +378,46 @@ static inline bool filter_chroma(const Lines& lines, const DeblockEdges* edges) 
 }
 
 template <typename Samples>
-static inline void chroma_horizontal(const ChromaRows<Samples>& rows, const DeblockEdges* edges) {
-    filter_chroma(rows, edges);
+static void chroma_horizontal(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, ptrdiff_t distance,
+                              const DeblockEdges* edges) {
+    filter_chroma(ChromaRows<Samples>{cb, cr, pitch, distance}, edges);
 }
 
 template <typename Samples>
-static inline void chroma_vertical(const ChromaRows<Samples>& rows, const DeblockEdges* edges) {
+static void chroma_vertical(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, ptrdiff_t distance,
+                            const DeblockEdges* edges) {
     // Eight columns hold all that both edges touch. Before the first there may be nothing to read.
     const ptrdiff_t lead = has_outer_chroma<Samples>(edges) ? 2 : 0;
     const auto load_two_rows = [&](const uint8_t* first) {
         return of_each<Samples>([&](int i) {
-            const uint8_t* const row = first + i * rows.distance;
-            return load_8_8(row, row + rows.pitch);
+            const uint8_t* const row = first + i * distance;
+            return load_8_8(row, row + pitch);
         });
     };
     const auto store_two_rows = [&](uint8_t* first, Samples v) {
         to_each(v, [&](int i, U8x16 of) {
-            uint8_t* const row = first + i * rows.distance;
-            store_8_8(row, row + rows.pitch, of);
+            uint8_t* const row = first + i * distance;
+            store_8_8(row, row + pitch, of);
         });
     };
     Samples v[8];
 #pragma GCC unroll 4
     for (ptrdiff_t i = 0; i < 4; ++i) {
-        v[i] = load_two_rows(rows.cb + 2 * i * rows.pitch - lead);
-        v[i + 4] = load_two_rows(rows.cr + 2 * i * rows.pitch - lead);
+        v[i] = load_two_rows(cb + 2 * i * pitch - lead);
+        v[i + 4] = load_two_rows(cr + 2 * i * pitch - lead);
     }
     perfect_shuffle<4>(v);
     if (!filter_chroma(Columns<Samples>{v + lead}, edges)) return;
     perfect_shuffle<3>(v);
 #pragma GCC unroll 4
     for (ptrdiff_t i = 0; i < 4; ++i) {
-        store_two_rows(rows.cb + 2 * i * rows.pitch - lead, v[i]);
-        store_two_rows(rows.cr + 2 * i * rows.pitch - lead, v[i + 4]);
+        store_two_rows(cb + 2 * i * pitch - lead, v[i]);
+        store_two_rows(cr + 2 * i * pitch - lead, v[i + 4]);
     }
+}
+
+template <typename Samples>
+static inline DeblockKernels deblock_kernels() {
+    return {{luma_vertical<Samples>, chroma_vertical<Samples>},
+            {luma_horizontal<Samples>, chroma_horizontal<Samples>}};
 }

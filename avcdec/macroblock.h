@@ -5,11 +5,11 @@
 
 #include <stdint.h>
 
-enum MbKind : uint8_t {
-    kMbIntra4x4 = 12,
-    kMbIntra8x8 = 13,  // I_NxN with transform_size_8x8_flag
-    kMbIntra16x16 = 14,
-    kMbPcm = 15,
+enum class MbKind : uint8_t {
+    kIntra4x4,
+    kIntra8x8,  // I_NxN with transform_size_8x8_flag
+    kIntra16x16,
+    kPcm,
 };
 
 // Which neighbouring macroblocks belong to the same slice.
@@ -80,7 +80,7 @@ constexpr int kDcBlock = 24;  // of Y; those of Cb and Cr follow
 constexpr int kBlocks = 27;
 
 struct AvcMacroblock {
-    uint8_t kind;          // MbKind
+    MbKind kind;
     uint8_t available;     // MbAvailability
     uint8_t intra16_mode;  // table index of the 16x16 predictor
     uint8_t chroma_mode;   // table index of the chroma predictor
@@ -113,7 +113,7 @@ constexpr int block_y(int b) { return (b >> 1 & 1) + (b >> 2 & 2); }
 constexpr uint32_t kMbTypePcm = 25;
 
 // Mode fields of an I_NxN macroblock.
-constexpr int mode_field_count(uint8_t kind) { return kind == kMbIntra8x8 ? 4 : 16; }
+constexpr int mode_field_count(MbKind kind) { return kind == MbKind::kIntra8x8 ? 4 : 16; }
 
 // The blocks that a macroblock has by its coded_block_pattern, bits in the order of the syntax: DC
 // of Y, 16 of Y, DC of Cb and Cr, 4 of Cb, 4 of Cr.

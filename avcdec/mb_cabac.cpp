@@ -82,7 +82,7 @@ uint32_t cabac_read_prediction(AvcSliceReader* s) {
         CabacContext* const transform =
             s->contexts + kCtxTransform8x8 + count_flags(s, kTransform8x8);
         const bool is_8x8 = s->transform_8x8_mode && cabac_decode_branch(&e, transform);
-        mb->kind = is_8x8 ? kMbIntra8x8 : kMbIntra4x4;
+        mb->kind = is_8x8 ? MbKind::kIntra8x8 : MbKind::kIntra4x4;
         __attribute__((uninitialized)) ModeField fields[16];
         read_mode_fields(&e, s->contexts + kCtxIntraMode, fields, mode_field_count(mb->kind));
         mb_set_modes(s, fields);

@@ -30,7 +30,7 @@ uint32_t cavlc_read_prediction(AvcSliceReader* s) {
     const uint32_t mb_type = bits_ue(r);
     if (mb_type >= kMbTypePcm) return kMbTypePcm;
     if (mb_type == 0) {
-        mb->kind = s->transform_8x8_mode && bits_read_1(r) ? kMbIntra8x8 : kMbIntra4x4;
+        mb->kind = s->transform_8x8_mode && bits_read_1(r) ? MbKind::kIntra8x8 : MbKind::kIntra4x4;
         __attribute__((uninitialized)) ModeField fields[16];
         for (int b = 0; b < mode_field_count(mb->kind); ++b) fields[b] = read_mode_field(r);
         mb_set_modes(s, fields);

@@ -43,7 +43,7 @@ static DeblockRecord* deblock_ring(const AvcPictureInProgress* p, uint32_t row) 
 
 // Deblocks the rows before end, or leaves one to be filtered together with the next.
 static void deblock_up_to(AvcPictureInProgress* p, uint32_t end) {
-    const bool has_pairs = p->kernels.deblock_two_luma[0];
+    const bool has_pairs = p->kernels.deblock_two.vertical.luma;
     while (p->deblocked_rows < end) {
         const uint32_t row = p->deblocked_rows;
         const DeblockRecord* const above = row == 0 ? nullptr : deblock_ring(p, row - 1);

@@ -42,23 +42,30 @@ struct DeblockEdges {
     int inner_step;        // from edge to edge, in samples: 4 or 8; chroma has one inner edge, at 4
 };
 
-enum DeblockDirection { kVerticalEdge = 0, kHorizontalEdge = 1 };
+// Filter the edges of one direction (H.264 8.7.2.3, 8.7.2.4), the outer one first, of one
+// macroblock or of two at once.
+//   dst, cb, cr  the 16x16 or 8x8 samples of the first macroblock; with outer on, up to 4 luma (2
+//                chroma) samples before them are read and 3 (1) changed, otherwise none
+//   distance     from them to those of the second one. Their samples and those before them do not
+//                overlap, and the ones before are there to be read and written unchanged even when
+//                an outer edge is off. Kernels for one macroblock do not use it
+//   edges        of all three planes of each macroblock; chroma is not read by the one, luma not by
+//                the other
+using DeblockLumaFn = void (*)(uint8_t* dst, ptrdiff_t pitch, ptrdiff_t distance,
+                               const DeblockEdges* edges);
+using DeblockChromaFn = void (*)(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, ptrdiff_t distance,
+                                 const DeblockEdges* edges);
 
-// Filters the edges of one direction (H.264 8.7.2.3, 8.7.2.4), the outer one first.
-//   dst, cb, cr  the 16x16 or 8x8 samples of the macroblock; with outer on, up to 4 luma (2 chroma)
-//                samples before them are read and 3 (1) changed, otherwise none
-//   edges        of all three planes; chroma is not read by the one, luma not by the other
-using DeblockLumaFn = void (*)(uint8_t* dst, ptrdiff_t pitch, const DeblockEdges edges[3]);
-using DeblockChromaFn = void (*)(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch,
-                                 const DeblockEdges edges[3]);
+// Those of one direction.
+struct EdgeKernels {
+    DeblockLumaFn luma;
+    DeblockChromaFn chroma;
+};
 
-// The same for two macroblocks at once, the second one distance after the first. Their samples and
-// those before them do not overlap, and the ones before are there to be read and written unchanged
-// even when an outer edge is off.
-using DeblockTwoLumaFn = void (*)(uint8_t* dst, ptrdiff_t pitch, ptrdiff_t distance,
-                                  const DeblockEdges edges[6]);
-using DeblockTwoChromaFn = void (*)(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, ptrdiff_t distance,
-                                    const DeblockEdges edges[6]);
+struct DeblockKernels {
+    EdgeKernels vertical;
+    EdgeKernels horizontal;
+};
 
 struct ReconKernels {
     IntraPredFn pred4x4[16];  // by IntraNxNMode
@@ -71,10 +78,8 @@ struct ReconKernels {
     AddBlockFn add_four_4x4_dc;
     AddBlockFn add_8x8;
     AddBlockFn add_8x8_dc;
-    DeblockLumaFn deblock_luma[2];  // by DeblockDirection
-    DeblockChromaFn deblock_chroma[2];
-    DeblockTwoLumaFn deblock_two_luma[2];  // these null where one at a time is as good
-    DeblockTwoChromaFn deblock_two_chroma[2];
+    DeblockKernels deblock;
+    DeblockKernels deblock_two;  // two macroblocks at once; null where one at a time is as good
 };
 
 // The reference kernels, always built.

@@ -70,10 +70,10 @@ static void predict_add_chroma(const ReconKernels& k, AvcMacroblock* mb, int c, 
 
 static void predict_add(const ReconKernels& k, AvcMacroblock* mb, const MbSamples& to) {
     switch (mb->kind) {
-        case kMbIntra4x4:
+        case MbKind::kIntra4x4:
             predict_add_4x4(k, mb, to.plane[0], to.luma_pitch);
             break;
-        case kMbIntra8x8:
+        case MbKind::kIntra8x8:
             predict_add_8x8(k, mb, to.plane[0], to.luma_pitch);
             break;
         default:

@@ -192,7 +192,7 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
 
 // Reads blocks (bits of blocks_of_pattern), each with its coded_block_flag. Returns the grid.
 [[gnu::noinline]] static CodedGrid read_blocks(AvcSliceReader* s, uint32_t blocks, CodedGrid grid) {
-    const CodedBlock* const list = kCodedBlocks.row[s->mb.kind == kMbIntra16x16];
+    const CodedBlock* const list = kCodedBlocks.row[s->mb.kind == MbKind::kIntra16x16];
     CabacEngine e = s->cabac;
     for (; blocks != 0; blocks &= blocks - 1) {
         const CodedBlock& coded = list[__builtin_ctz(blocks)];
@@ -243,11 +243,11 @@ void cabac_read_residual(AvcSliceReader* s) {
     if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
     CodedGrid grid = (s->left.coded & kGridLeft) | (s->top->coded & kGridTop);
     uint32_t pattern = mb->cbp;
-    if (mb->kind == kMbIntra8x8) {
+    if (mb->kind == MbKind::kIntra8x8) {
         grid |= read_quadrants_8x8(s, pattern & 15);
         pattern &= 0x30;
     }
-    grid = read_blocks(s, blocks_of_pattern(pattern, mb->kind == kMbIntra16x16), grid);
+    grid = read_blocks(s, blocks_of_pattern(pattern, mb->kind == MbKind::kIntra16x16), grid);
     s->left.coded = grid_for_right(grid);
     s->top->coded = grid_for_below(grid);
     mb_set_dc(s);

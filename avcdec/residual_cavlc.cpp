@@ -229,8 +229,10 @@ static constexpr CodedLists coded_lists() {
 }
 static constexpr CodedLists kCodedLists = coded_lists();
 
-static const CodedList* lists_of(uint8_t kind) {
-    const ListRow row = kind == kMbIntra16x16 ? kRow16x16 : kind == kMbIntra8x8 ? kRow8x8 : kRow4x4;
+static const CodedList* lists_of(MbKind kind) {
+    const ListRow row = kind == MbKind::kIntra16x16 ? kRow16x16
+                        : kind == MbKind::kIntra8x8 ? kRow8x8
+                                                    : kRow4x4;
     return kCodedLists.row[row];
 }
 
@@ -298,6 +300,6 @@ KS_INLINE void read_list(BlockReader* r, AvcMacroblock* mb, const CodedList& lis
 void cavlc_read_residual(AvcSliceReader* s) {
     const int32_t mb_qp_delta = bits_se(&s->bits);
     if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
-    read_blocks(s, blocks_of_pattern(s->mb.cbp, s->mb.kind == kMbIntra16x16));
+    read_blocks(s, blocks_of_pattern(s->mb.cbp, s->mb.kind == MbKind::kIntra16x16));
     mb_set_dc(s);
 }

@@ -44,7 +44,7 @@ static void read_pcm(AvcSliceReader* s, const AvcPictureInProgress& picture) {
     const size_t from = (position + 7) / 8;
     const size_t length = static_cast<size_t>(s->bits.end - s->bits.start);
     const size_t size = s->monochrome ? 256 : 384;
-    mb->kind = kMbPcm;
+    mb->kind = MbKind::kPcm;
     const size_t first = std::min(from, length);
     const size_t there = std::min(length - first, size);
     uint8_t padded[384] = {};
@@ -66,7 +66,7 @@ static void read_macroblock(AvcSliceReader* s, const AvcPictureInProgress& pictu
     const uint32_t mb_type = (s->is_cabac ? cabac_read_prediction : cavlc_read_prediction)(s);
     if (mb_type == kMbTypePcm) {
         read_pcm(s, picture);
-    } else if (mb->cbp == 0 && mb->kind != kMbIntra16x16) {
+    } else if (mb->cbp == 0 && mb->kind != MbKind::kIntra16x16) {
         set_blocks(s, false, 0);
         mb->qp_delta_coded = 0;
         reconstruct_macroblock(picture, mb);
@@ -74,8 +74,8 @@ static void read_macroblock(AvcSliceReader* s, const AvcPictureInProgress& pictu
         (s->is_cabac ? cabac_read_residual : cavlc_read_residual)(s);
         reconstruct_macroblock(picture, mb);
     }
-    if (mb->kind == kMbIntra16x16 || mb->kind == kMbPcm) mb->flags |= kNotINxN;
-    if (mb->kind == kMbIntra8x8) mb->flags |= kTransform8x8;
+    if (mb->kind == MbKind::kIntra16x16 || mb->kind == MbKind::kPcm) mb->flags |= kNotINxN;
+    if (mb->kind == MbKind::kIntra8x8) mb->flags |= kTransform8x8;
     s->top->cbp = s->left.cbp = mb->cbp;
     s->top->flags = s->left.flags = mb->flags;
 }
@@ -109,7 +109,7 @@ static void begin_macroblock(AvcSliceReader* s, const AvcPictureInProgress& pict
 static uint8_t deblock_flags(const AvcSliceReader* s) {
     const uint8_t idc = s->header.disable_deblocking_filter_idc;
     uint8_t flags = kDeblockDecoded;
-    if (s->mb.kind == kMbIntra8x8) flags |= kDeblockTransform8x8;
+    if (s->mb.kind == MbKind::kIntra8x8) flags |= kDeblockTransform8x8;
     if (s->monochrome) flags |= kDeblockMonochrome;
     if (idc == 1) return flags;
     flags |= kDeblockInner;
@@ -121,7 +121,7 @@ static uint8_t deblock_flags(const AvcSliceReader* s) {
 static void note_for_deblocking(const AvcSliceReader* s, DeblockRecord* record) {
     const AvcSliceHeader& header = s->header;
     const AvcQuantiser& q = s->quantiser;
-    const bool is_pcm = s->mb.kind == kMbPcm;
+    const bool is_pcm = s->mb.kind == MbKind::kPcm;
     record->qp[0] = is_pcm ? 0 : q.qp;
     for (int c = 0; c < 2; ++c) {
         record->qp[1 + c] = is_pcm ? quantiser_chroma_qp(&q, 0, c) : q.chroma_qp[c];

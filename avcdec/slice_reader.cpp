@@ -29,7 +29,7 @@ void slice_reader_start_cabac(AvcSliceReader* s) {
 
 void mb_set_modes(AvcSliceReader* s, const int8_t* fields) {
     MbNeighbour* const top = s->top;
-    if (s->mb.kind == kMbIntra8x8) {
+    if (s->mb.kind == MbKind::kIntra8x8) {
         derive_intra8x8_modes(&s->mb, fields, top, &s->left);
     } else {
         derive_intra4x4_modes(&s->mb, fields, top, &s->left);
@@ -40,7 +40,7 @@ void mb_set_intra16(AvcSliceReader* s, uint32_t mb_type) {
     assert(mb_type >= 1 && mb_type <= 24);  // H.264 Table 7-11
     AvcMacroblock* const mb = &s->mb;
     const uint32_t t = mb_type - 1;
-    mb->kind = kMbIntra16x16;
+    mb->kind = MbKind::kIntra16x16;
     mb->intra16_mode = intra16_table_mode(t & 3, mb->available);
     const uint32_t chroma = s->monochrome ? 0 : (t >> 2) % 3 << 4;
     mb->cbp = static_cast<uint8_t>(chroma | (t < 12 ? 0 : 15));

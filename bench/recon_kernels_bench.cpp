@@ -72,17 +72,18 @@ std::map<std::string, Call> kernel_calls(const ReconKernels& k, M4vIdctFn idct) 
     idct_of("m4v_idct_8x4", 8, 4);
     idct_of("m4v_idct_4x8", 4, 8);
     idct_of("m4v_idct_4x4", 4, 4);
-    for (const int d : {kVerticalEdge, kHorizontalEdge}) {
-        const std::string edges = d == kVerticalEdge ? "_vertical" : "_horizontal";
-        calls["deblock_luma" + edges] = [fn = k.deblock_luma[d]](Work* w) {
+    const auto edges_of = [&](const char* direction, const EdgeKernels& edges) {
+        calls[std::string("deblock_luma_") + direction] = [fn = edges.luma](Work* w) {
             memcpy(w->samples, start.samples, sizeof w->samples);
-            fn(w->block(), kPitch, kEdges);
+            fn(w->block(), kPitch, 0, kEdges);
         };
-        calls["deblock_chroma" + edges] = [fn = k.deblock_chroma[d]](Work* w) {
+        calls[std::string("deblock_chroma_") + direction] = [fn = edges.chroma](Work* w) {
             memcpy(w->samples, start.samples, sizeof w->samples);
-            fn(w->block(), w->second(), kPitch, kEdges);
+            fn(w->block(), w->second(), kPitch, 0, kEdges);
         };
-    }
+    };
+    edges_of("vertical", k.deblock.vertical);
+    edges_of("horizontal", k.deblock.horizontal);
     for (int mode = 0; mode <= kIntraDcTop; ++mode) {
         const std::string digits = {static_cast<char>('0' + mode / 10),
                                     static_cast<char>('0' + mode % 10)};

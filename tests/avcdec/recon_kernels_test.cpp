@@ -99,9 +99,9 @@ TEST_F(ReconKernelSets, DeblockAnyThresholdsAsTheReferenceDoes) {
                 static_cast<uint8_t>(rng() % 66)};
     };
     for (int round = 0; round < 20000; ++round) {
-        const bool direction = round % 2, is_luma = round % 4 < 2;
+        const bool is_vertical = round % 2 == 0, is_luma = round % 4 < 2;
         const bool is_corner = round % 5 == 0;
-        const int count = is_corner || !kBest.deblock_two_luma[0] ? 1 : 1 + round / 4 % 2;
+        const int count = is_corner || !kBest.deblock_two.vertical.luma ? 1 : 1 + round / 4 % 2;
         DeblockEdges edges[6];
         for (DeblockEdges& e : edges) {
             e = {thresholds(), thresholds(), is_luma && rng() % 2 == 0 ? 8 : 4};
@@ -117,20 +117,14 @@ TEST_F(ReconKernelSets, DeblockAnyThresholdsAsTheReferenceDoes) {
                        level = rng() % (257 - spread);
         for (uint8_t& s : got) s = static_cast<uint8_t>(level + rng() % spread);
         std::vector<uint8_t> want = got;
-        const auto run = [&](const ReconKernels& set, uint8_t* first, const DeblockEdges* e) {
-            is_luma ? set.deblock_luma[direction](first, pitch, e)
-                    : set.deblock_chroma[direction](first, first + length, pitch, e);
+        const auto run = [&](const DeblockKernels& set, uint8_t* first, const DeblockEdges* e) {
+            const EdgeKernels& k = is_vertical ? set.vertical : set.horizontal;
+            is_luma ? k.luma(first, pitch, distance, e)
+                    : k.chroma(first, first + length, pitch, distance, e);
         };
-        uint8_t* const first = got.data() + start;
-        if (count == 1) {
-            run(kBest, first, edges);
-        } else if (is_luma) {
-            kBest.deblock_two_luma[direction](first, pitch, distance, edges);
-        } else {
-            kBest.deblock_two_chroma[direction](first, first + length, pitch, distance, edges);
-        }
+        run(count == 1 ? kBest.deblock : kBest.deblock_two, got.data() + start, edges);
         for (int i = 0; i < count; ++i) {
-            run(kReference, want.data() + start + i * distance, edges + 3 * i);
+            run(kReference.deblock, want.data() + start + i * distance, edges + 3 * i);
         }
         ASSERT_TRUE(got == want) << round;
     }

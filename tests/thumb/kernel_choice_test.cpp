@@ -11,7 +11,7 @@
 static bool is_scalar(const ReconKernels& k) {
     const ReconKernels scalar = recon_kernels_scalar();
     return k.add_4x4 == scalar.add_4x4 && k.pred16x16[0] == scalar.pred16x16[0] &&
-           k.deblock_luma[0] == scalar.deblock_luma[0];
+           k.deblock.vertical.luma == scalar.deblock.vertical.luma;
 }
 
 TEST(KernelChoice, GoesByTheProcessor) {
