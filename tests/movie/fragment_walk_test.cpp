@@ -7,12 +7,10 @@
 #include <algorithm>
 #include <functional>
 
-#include "movie/movie.h"
-#include "tests/support/film_builder.h"
-#include "tests/support/memory_source.h"
+#include "tests/movie/opened_movie.h"
 
 using Base = TrafSpec::Base;
-constexpr size_t kAll = 1000000;
+using Times = std::vector<int64_t>;
 
 static TrackSpec video_track() {
     TrackSpec track;
@@ -35,22 +33,6 @@ static TrafSpec sound(uint32_t length) {
     traf.track = 3;
     traf.samples = {{std::string(length, 's')}, {std::string(length / 2, 't')}};
     return traf;
-}
-
-struct KeyFrames {
-    std::vector<std::string> bytes;
-    std::vector<int64_t> times_s;
-};
-
-static KeyFrames key_frames(Movie* movie, int64_t from_s = 0, size_t count = kAll) {
-    KeyFrames out;
-    for (const MovieKeyFrame& key_frame : movie->key_frames_from(from_s * 1000000, count)) {
-        std::vector<uint8_t> sample;
-        EXPECT_TRUE(movie->read_sample(key_frame, &sample));
-        out.bytes.emplace_back(sample.begin(), sample.end());
-        out.times_s.push_back(key_frame.time_us / 1000000);
-    }
-    return out;
 }
 
 // The tracks of a fragment by letters: v is the video, w more of it, s sound.
@@ -98,15 +80,14 @@ TEST(FragmentWalk, TakesWhatFragmentsSayInEveryWay) {
             std::for_each(tracks.begin(), tracks.end(), [&](TrafSpec& t) { c.change(&t); });
             file += film_fragment(tracks, file.size());
         }
-        MemorySource source(file);
-        Movie movie(&source);
-        EXPECT_EQ(movie.duration_us(), 20000000);
-        const KeyFrames found = key_frames(&movie);
-        EXPECT_EQ(found.times_s, (std::vector<int64_t>{0, 4, 8, 12, 16}));
-        ASSERT_EQ(found.bytes.size(), 5u);
-        for (uint32_t n = 0; n < 5; ++n) EXPECT_EQ(found.bytes[n], idr_sample(n));
-        EXPECT_EQ(key_frames(&movie, 9, 1).times_s, std::vector<int64_t>{12});
-        EXPECT_EQ(key_frames(&movie, 99, 9).times_s, std::vector<int64_t>{16});
+        OpenedMovie movie(file);
+        EXPECT_EQ(movie->duration_us(), 20000000);
+        EXPECT_EQ(movie.times_ms(), (Times{0, 4000, 8000, 12000, 16000}));
+        const std::vector<std::string> found = movie.samples();
+        ASSERT_EQ(found.size(), 5u);
+        for (uint32_t n = 0; n < 5; ++n) EXPECT_EQ(found[n], idr_sample(n));
+        EXPECT_EQ(movie.times_ms(9000, 1), Times{12000});
+        EXPECT_EQ(movie.times_ms(99000, 9), Times{16000});
     }
 }
 
@@ -119,10 +100,9 @@ TEST(FragmentWalk, GoesOnWhereTheMovieBoxEnds) {
     const std::string data = type + box("mdat", sample_data(track));
     std::string file = data + film_header(film_track(track, type.size() + 8) + extends, 2000);
     file += film_fragment({video(1, 4, -1)}, file.size());
-    MemorySource source(file);
-    Movie movie(&source);
-    EXPECT_EQ(key_frames(&movie).times_s, (std::vector<int64_t>{0, 5, 10, 15, 20}));
-    EXPECT_EQ(movie.duration_us(), 24000000);
+    OpenedMovie movie(file);
+    EXPECT_EQ(movie.times_ms(), (Times{0, 5000, 10000, 15000, 20000}));
+    EXPECT_EQ(movie->duration_us(), 24000000);
 }
 
 TEST(FragmentWalk, CountsFromTheFirstFragment) {
@@ -130,10 +110,9 @@ TEST(FragmentWalk, CountsFromTheFirstFragment) {
     for (uint32_t n = 0; n < 3; ++n) {
         file += film_fragment({video(n, 4, 16000000000 + 40 * n)}, file.size());
     }
-    MemorySource source(file);
-    Movie movie(&source);
-    EXPECT_EQ(movie.duration_us(), 12000000);
-    EXPECT_EQ(key_frames(&movie, 1).times_s, (std::vector<int64_t>{4, 8}));
+    OpenedMovie movie(file);
+    EXPECT_EQ(movie->duration_us(), 12000000);
+    EXPECT_EQ(movie.times_ms(1000), (Times{4000, 8000}));
 }
 
 static std::string segment_index(uint32_t time, const std::vector<uint64_t>& sizes,
@@ -207,15 +186,12 @@ TEST(FragmentWalk, LooksUpLongFilmsWithFewReads) {
     // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
-        MemorySource source(c.file);
-        Movie movie(&source);
-        EXPECT_EQ(movie.duration_us(), int64_t{4} * kFragments * 1000000);
-        EXPECT_EQ(key_frames(&movie, 3001, 2).bytes,
-                  (std::vector{idr_sample(751), idr_sample(752)}));
-        EXPECT_LE(source.reads, c.most_reads);
-        EXPECT_EQ(key_frames(&movie, 4 * kFragments, 2).bytes,
-                  std::vector{idr_sample(kFragments - 1)});
-        EXPECT_EQ(key_frames(&movie, 401, 1).bytes, std::vector{idr_sample(101)});
+        OpenedMovie movie(c.file);
+        EXPECT_EQ(movie->duration_us(), int64_t{4} * kFragments * 1000000);
+        EXPECT_EQ(movie.samples(3001000, 2), (std::vector{idr_sample(751), idr_sample(752)}));
+        EXPECT_LE(movie.source.reads, c.most_reads);
+        EXPECT_EQ(movie.samples(4000 * kFragments, 2), std::vector{idr_sample(kFragments - 1)});
+        EXPECT_EQ(movie.samples(401000, 1), std::vector{idr_sample(101)});
     }
 }
 
@@ -227,12 +203,9 @@ TEST(FragmentWalk, TruncatedFilmsEndEarlier) {
     }
     file.insert(head, segment_index(0, {file.size() - head}, 60));
     for (size_t length = head; length < file.size(); ++length) {
-        MemorySource source(file.substr(0, length));
-        Movie movie(&source);
-        movie.duration_us();
-        for (const MovieKeyFrame& key_frame : movie.key_frames_from(2000000, kAll)) {
-            ASSERT_LE(key_frame.offset + key_frame.size, length);
-        }
+        OpenedMovie movie(file.substr(0, length));
+        movie->duration_us();
+        movie.samples(2000);
     }
 }
 
@@ -269,11 +242,6 @@ TEST(FragmentWalk, HostileFragmentsEndSoon) {
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         // Zeros behind it: a file that was never filled.
-        MemorySource source(head + c.fragments, uint64_t{1} << 40);
-        Movie movie(&source);
-        EXPECT_GE(movie.duration_us(), 0);
-        movie.key_frames_from(0, 16);
-        movie.key_frames_from(1000000000, 16);
-        EXPECT_LE(source.bytes_read, kMovieWork);
+        OpenedMovie(head + c.fragments, uint64_t{1} << 40).expect_to_end_soon();
     }
 }

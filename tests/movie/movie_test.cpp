@@ -7,27 +7,9 @@
 #include <functional>
 #include <sstream>
 
-#include "movie/source_reader.h"
-#include "tests/support/film_builder.h"
-#include "tests/support/memory_source.h"
-
-constexpr size_t kAll = 1000000;
-
-static std::string bytes_of(Movie* movie, const MovieKeyFrame& key_frame) {
-    std::vector<uint8_t> sample;
-    if (!movie->read_sample(key_frame, &sample)) return "unreadable";
-    return {sample.begin(), sample.end()};
-}
+#include "tests/movie/opened_movie.h"
 
 static const std::string kStartCode("\0\0\0\1", 4);
-
-static std::vector<std::string> key_frame_bytes(Movie* movie) {
-    std::vector<std::string> out;
-    for (const MovieKeyFrame& key_frame : movie->key_frames_from(0, kAll)) {
-        out.push_back(bytes_of(movie, key_frame));
-    }
-    return out;
-}
 
 static std::vector<std::string> sync_bytes(const TrackSpec& track) {
     std::vector<std::string> out;
@@ -41,12 +23,6 @@ static TrackSpec track_of(uint32_t count, uint32_t distance) {
     TrackSpec track;
     track.samples = film_samples(count, distance);
     return track;
-}
-
-static std::vector<int64_t> times_ms(const std::vector<MovieKeyFrame>& key_frames) {
-    std::vector<int64_t> out;
-    for (const MovieKeyFrame& key_frame : key_frames) out.push_back(key_frame.time_us / 1000);
-    return out;
 }
 
 TEST(Movie, ReadsTablesAndHeadersOfEveryShape) {
@@ -67,21 +43,19 @@ TEST(Movie, ReadsTablesAndHeadersOfEveryShape) {
             track.samples[k].bytes =
                 k % 3 == 0 ? idr_sample(k, length) : predicted_sample(k, length);
         }
-        MemorySource source(plain_film(track));
-        Movie movie(&source);
-        EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(track));
-        EXPECT_EQ(times_ms(movie.key_frames_from(4000000, 9)), (std::vector<int64_t>{6000, 9000}));
-        EXPECT_EQ(movie.duration_us(), 12000000);
-        EXPECT_EQ(movie.display_width(), 96u);
-        EXPECT_EQ(movie.orientation(), Orientation::kMirrored);
+        OpenedMovie movie(plain_film(track));
+        EXPECT_EQ(movie.samples(), sync_bytes(track));
+        EXPECT_EQ(movie.times_ms(4000, 9), (std::vector<int64_t>{6000, 9000}));
+        EXPECT_EQ(movie->duration_us(), 12000000);
+        EXPECT_EQ(movie->display_width(), 96u);
+        EXPECT_EQ(movie->orientation(), Orientation::kMirrored);
     }
 }
 
 TEST(Movie, LooksUpLongTablesWithFewReads) {
-    MemorySource source(plain_film(track_of(20000, 10000)));
-    Movie movie(&source);
-    EXPECT_EQ(times_ms(movie.key_frames_from(9000000, 1)), std::vector<int64_t>{10000000});
-    EXPECT_LE(source.reads, 24u);
+    OpenedMovie movie(plain_film(track_of(20000, 10000)));
+    EXPECT_EQ(movie.times_ms(9000, 1), std::vector<int64_t>{10000000});
+    EXPECT_LE(movie.source.reads, 24u);
 }
 
 TEST(Movie, LooksIntoSamplesWhereTheSyncTableIsWrong) {
@@ -100,26 +74,24 @@ TEST(Movie, LooksIntoSamplesWhereTheSyncTableIsWrong) {
         for (FilmSample& sample : track.samples) {
             sample.is_sync = sample.is_sync ? c.lists_key_frames : c.lists_others;
         }
-        MemorySource source(plain_film(track));
-        Movie movie(&source);
-        EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(right));
+        OpenedMovie movie(plain_film(track));
+        EXPECT_EQ(movie.samples(), sync_bytes(right));
         // Who trusts the index gets what it says, where that tells samples apart.
         const bool is_misled = c.lists_others && !c.lists_key_frames;
-        const MovieKeyFrame first = movie.key_frames_from(0, 1, Trust::kIndex).at(0);
-        EXPECT_EQ(bytes_of(&movie, first), right.samples[is_misled].bytes);
+        const MovieKeyFrame first = movie->key_frames_from(0, 1, Trust::kIndex).at(0);
+        EXPECT_EQ(movie.bytes_of(first), right.samples[is_misled].bytes);
     }
     // A number behind the last sample says nothing, although a picture lies where it would be.
     TrackSpec four = track_of(4, 1);
     four.size_bits = 0;
     std::string file = plain_film(four);
-    MemorySource three(file.replace(file.find("stsz") + 12, 4, u32(3)));
-    EXPECT_EQ(Movie(&three).key_frames_from(0, kAll).size(), 3u);
+    OpenedMovie three(file.replace(file.find("stsz") + 12, 4, u32(3)));
+    EXPECT_EQ(three.samples().size(), 3u);
 }
 
 TEST(Movie, StartsWhereItIsAskedTo) {
     TrackSpec track = track_of(20, 5);  // key frames at 0, 5, 10 and 15 seconds
-    MemorySource source(plain_film(track));
-    Movie movie(&source);
+    OpenedMovie movie(plain_film(track));
     // clang-format off
     static const struct { int64_t from_ms; size_t count; std::vector<int64_t> want; } kCases[] = {
         {INT64_MIN / 1000, 2, {0, 5000}}, {0, 2, {0, 5000}}, {1, 2, {5000, 10000}}, {0, 0, {}},
@@ -129,15 +101,13 @@ TEST(Movie, StartsWhereItIsAskedTo) {
     // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.from_ms);
-        EXPECT_EQ(times_ms(movie.key_frames_from(c.from_ms * 1000, c.count)), c.want);
+        EXPECT_EQ(movie.times_ms(c.from_ms, c.count), c.want);
     }
     // Without a table of sync samples the same ones are found, also behind what an edit cuts off.
     track.has_sync_table = false;
-    MemorySource untold(plain_film(track));
-    EXPECT_EQ(times_ms(Movie(&untold).key_frames_from(5000001, 1)), std::vector<int64_t>{10000});
+    EXPECT_EQ(OpenedMovie(plain_film(track)).times_ms(5001, 1), std::vector<int64_t>{10000});
     track.edits = words({1, 9100, 60, 0x10000});
-    MemorySource cut(plain_film(track));
-    EXPECT_EQ(times_ms(Movie(&cut).key_frames_from(0, 2)), (std::vector<int64_t>{4000, 9000}));
+    EXPECT_EQ(OpenedMovie(plain_film(track)).times_ms(0, 2), (std::vector<int64_t>{4000, 9000}));
 }
 
 TEST(Movie, ShowsTimesBehindCompositionAndEdits) {
@@ -163,8 +133,7 @@ TEST(Movie, ShowsTimesBehindCompositionAndEdits) {
         TrackSpec track = track_of(20, 5);
         for (FilmSample& sample : track.samples) sample.composition = c.composition;
         track.edits = c.edits;
-        MemorySource source(plain_film(track));
-        EXPECT_EQ(times_ms(Movie(&source).key_frames_from(0, kAll)), c.want);
+        EXPECT_EQ(OpenedMovie(plain_film(track)).times_ms(), c.want);
     }
 }
 
@@ -176,21 +145,16 @@ TEST(Movie, GivesWhatATruncatedFileHas) {
     const std::string whole =
         type + film_header(film_track(track, data)) + box("mdat", sample_data(track));
     for (size_t length = 0; length <= whole.size(); ++length) {
-        MemorySource source(whole.substr(0, length));
-        Movie movie(&source);
-        movie.duration_us();
-        const std::vector<MovieKeyFrame> found = movie.key_frames_from(3000000, kAll);
-        for (const MovieKeyFrame& key_frame : found) {
-            ASSERT_LE(key_frame.offset + key_frame.size, length);
-            ASSERT_NE(bytes_of(&movie, key_frame), "unreadable");
-        }
         SCOPED_TRACE(length);
+        OpenedMovie movie(whole.substr(0, length));
+        movie->duration_us();
+        const std::vector<std::string> found = movie.samples(3000);
         // A key frame of 40 bytes and two others of 20 make a group.
         if (length < data) continue;
-        EXPECT_EQ(found.empty(), length == data);
+        ASSERT_EQ(found.empty(), length == data);
         if (length == data) continue;
-        EXPECT_EQ(found[0].time_us, length < data + 120 ? 0 : 3000000);
-        EXPECT_EQ(found[0].size, std::min<size_t>(length - data, 40));
+        EXPECT_EQ(movie.times_ms(3000)[0], length < data + 120 ? 0 : 3000);
+        EXPECT_EQ(found[0].size(), std::min<size_t>(length - data, 40));
     }
 }
 
@@ -200,11 +164,10 @@ static std::string described(const std::string& entry) {
     static const char* const kCodecs[] = {"none", "MPEG-4", "H.263", "H.264"};
     TrackSpec track = track_of(1, 1);
     track.entries = {entry};
-    MemorySource source(plain_film(track));
-    const Movie movie(&source);
-    if (movie.refusal() == MovieRefusal::kEncrypted) return "encrypted " + movie.refused_format();
-    if (movie.refusal() == MovieRefusal::kOtherCodec) return "other " + movie.refused_format();
-    const VideoDescription& d = movie.descriptions().at(0);
+    OpenedMovie movie(plain_film(track));
+    if (movie->refusal() == MovieRefusal::kEncrypted) return "encrypted " + movie->refused_format();
+    if (movie->refusal() == MovieRefusal::kOtherCodec) return "other " + movie->refused_format();
+    const VideoDescription& d = movie->descriptions().at(0);
     std::ostringstream text;
     text << kCodecs[static_cast<int>(d.codec)] << '/' << d.length_prefix_size;
     text << ' ' << d.width << 'x' << d.height;
@@ -284,15 +247,14 @@ TEST(Movie, GoesByTheChunksDescription) {
     track.samples[0].bytes = kStartCode + "\x09x" + zeros(1) + kStartCode + idr_sample(0).substr(4);
     track.samples[2].bytes =
         idr_sample(2, 40, 3) + std::string("\0\0\2xy", 5) + std::string("\0\0\7cut", 6);
-    MemorySource source(plain_film(track));
-    Movie movie(&source);
-    const std::vector<MovieKeyFrame> found = movie.key_frames_from(0, kAll);
+    OpenedMovie movie(plain_film(track));
+    const std::vector<MovieKeyFrame> found = movie->key_frames_from(0, kAll);
     ASSERT_EQ(found.size(), 5u);  // without the encrypted one
     const uint32_t want[] = {0, 2, 2, 0, 0};
     for (size_t i = 0; i < 5; ++i) EXPECT_EQ(found[i].description, want[i]) << i;
-    EXPECT_EQ(movie.descriptions()[2].length_prefix_size, 4u);
-    EXPECT_EQ(bytes_of(&movie, found[0]), u32(2) + "\x09x" + idr_sample(0));
-    EXPECT_EQ(bytes_of(&movie, found[1]),
+    EXPECT_EQ(movie->descriptions()[2].length_prefix_size, 4u);
+    EXPECT_EQ(movie.bytes_of(found[0]), u32(2) + "\x09x" + idr_sample(0));
+    EXPECT_EQ(movie.bytes_of(found[1]),
               zeros(1) + idr_sample(2, 40, 3) + u32(2) + "xy" + u32(7) + "cut");
 }
 
@@ -327,15 +289,13 @@ TEST(Movie, ChoosesTheVideo) {
         SCOPED_TRACE(c.name);
         TrackSpec a = film, b = other;
         c.change(&a, &b);
-        MemorySource source(box("mdat", zeros(99)) +
-                            film_header(film_track(a, 8) + film_track(b, 8)));
-        const Movie movie(&source);
-        EXPECT_EQ(movie.display_width(), (c.is_other ? b : a).width);
+        OpenedMovie movie(box("mdat", zeros(99)) +
+                          film_header(film_track(a, 8) + film_track(b, 8)));
+        EXPECT_EQ(movie->display_width(), (c.is_other ? b : a).width);
     }
     film.entries = {visual_entry_of("png ")};
     film.samples.resize(1);
-    MemorySource cover(plain_film(film));
-    EXPECT_EQ(Movie(&cover).refusal(), MovieRefusal::kNoVideo);
+    EXPECT_EQ(OpenedMovie(plain_film(film))->refusal(), MovieRefusal::kNoVideo);
 }
 
 TEST(Movie, TurnsAndMirrors) {
@@ -355,13 +315,12 @@ TEST(Movie, TurnsAndMirrors) {
         SCOPED_TRACE(testing::Message() << c.a << ' ' << c.b << ' ' << c.c << ' ' << c.d);
         TrackSpec track = track_of(1, 1);
         track.matrix = {c.a, c.b, 0, c.c, c.d, 0, 0, 0, 0x40000000};
-        MemorySource source(plain_film(track));
-        EXPECT_EQ(Movie(&source).orientation(), c.want);
+        EXPECT_EQ(OpenedMovie(plain_film(track))->orientation(), c.want);
         // Half a turn by the movie's matrix comes on top: EXIF's 1 and 3, 2 and 4, 5 and 7, 6 and 8
         // change places.
-        MemorySource turned(film_header(film_track(track, 0), 0, half_turn));
+        OpenedMovie turned(film_header(film_track(track, 0), 0, half_turn));
         const uint8_t number = static_cast<uint8_t>(c.want);
-        EXPECT_EQ(static_cast<uint8_t>(Movie(&turned).orientation()),
+        EXPECT_EQ(static_cast<uint8_t>(turned->orientation()),
                   (number - 1) / 4 * 4 + (number + 1) % 4 + 1);
     }
 }
@@ -372,9 +331,7 @@ TEST(Movie, FindsTheMovieBoxWhereverItIs) {
     const std::string meta = box("meta", box("hdlr", zeros(20))), full_meta = full_box("meta", "x");
     const std::string udta = box("udta", box("name", "x") + u32(0));
     const auto expect_movie = [&](const char* name, const std::string& file) {
-        MemorySource source(file);
-        Movie movie(&source);
-        EXPECT_EQ(key_frame_bytes(&movie), sync_bytes(track)) << name;
+        EXPECT_EQ(OpenedMovie(file).samples(), sync_bytes(track)) << name;
     };
     // Up to where the data starts; the movie box behind it goes to the end of the file.
     const std::pair<const char*, std::string> kFronts[] = {
@@ -417,19 +374,17 @@ TEST(Movie, RefusesWhatIsNoMovie) {
     // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
-        MemorySource source(c.file);
-        Movie movie(&source);
-        EXPECT_EQ(movie.refusal(), c.want);
-        EXPECT_EQ(movie.duration_us(), 0);
-        EXPECT_EQ(movie.refused_format(), "");
-        EXPECT_TRUE(movie.key_frames_from(0, kAll).empty());
+        OpenedMovie movie(c.file);
+        EXPECT_EQ(movie->refusal(), c.want);
+        EXPECT_EQ(movie->duration_us(), 0);
+        EXPECT_EQ(movie->refused_format(), "");
+        EXPECT_TRUE(movie.times_ms().empty());
         std::vector<uint8_t> sample(3);
-        EXPECT_FALSE(movie.read_sample({0, 0, 1, 0}, &sample));
+        EXPECT_FALSE(movie->read_sample({0, 0, 1, 0}, &sample));
         EXPECT_TRUE(sample.empty());
     }
 }
 
-// Work stays within the budget, and memory with it, whatever a file claims.
 TEST(Movie, HostileFilesEndSoon) {
     constexpr uint64_t kMany = UINT32_MAX;
     const std::string media = media_header(10, 0) + handler("vide");
@@ -465,18 +420,11 @@ TEST(Movie, HostileFilesEndSoon) {
         for (const char* const type : {"moov", "trak", "mdia", "minf", "stbl"}) {
             file.replace(file.find(type) - 4, 4, u32(0));
         }
-        MemorySource source(file, uint64_t{1} << 41);
-        Movie movie(&source);
-        movie.duration_us();
-        movie.key_frames_from(1000000, 16);
-        movie.key_frames_from(INT64_MAX, 16);
-        EXPECT_LE(source.bytes_read, kMovieWork);
-        EXPECT_LE(source.reads, kMovieWork / 512);
+        OpenedMovie(file, uint64_t{1} << 41).expect_to_end_soon();
     }
     std::string nested;
     for (int i = 0; i < 100000; ++i) nested += u32(0) + "moov";
-    MemorySource source(nested + film(sizes));
-    EXPECT_EQ(Movie(&source).refusal(), MovieRefusal::kNoVideo);
+    EXPECT_EQ(OpenedMovie(nested + film(sizes))->refusal(), MovieRefusal::kNoVideo);
 }
 
 TEST(FileSource, ReadsRegularFilesAlone) {
