@@ -2,9 +2,7 @@
 // The report, on files of every kind that gives no thumbnail and some that do. The last sentence
 // has to be right, and has to agree with what keystill itself does.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "explain/report.h"
@@ -13,6 +11,7 @@
 #include "tests/support/avc_builder.h"
 #include "tests/support/box_builder.h"
 #include "tests/support/failing_malloc.h"
+#include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
 #include "tool/run_keystill.h"
 #include "wording/printable.h"
@@ -184,14 +183,10 @@ class Explain : public testing::Test {
  protected:
     // The status; the report is in report_.
     int run(const std::vector<std::string>& args) {
-        char* text = nullptr;
-        size_t length = 0;
-        FILE* const out = open_memstream(&text, &length);
-        const std::vector<const char*> argv = pointers("keystill-explain", args);
-        const int status = run_explain(static_cast<int>(argv.size()), argv.data(), out);
-        fclose(out);
-        report_.assign(text, length);
-        free(text);
+        CommandLine line = line_of("keystill-explain", args);
+        int status = 0;
+        report_ =
+            written_by([&](FILE* out) { status = run_explain(line.argc(), line.argv(), out); });
         EXPECT_EQ(g_memUsed, 0);
         expect_printable_report();
         return status;
@@ -201,9 +196,9 @@ class Explain : public testing::Test {
         write_file(path_, file);
         std::vector<std::string> args = {path_, path_ + ".jpg", "16", "16", "85", "5", "10", "70"};
         if (!value.empty()) args[changed] = value;
-        const std::vector<const char*> argv = pointers("keystill", args);
+        CommandLine line = line_of("keystill", args);
         const int status = run(args);
-        EXPECT_EQ(run_keystill(static_cast<int>(argv.size()), argv.data()), status) << report_;
+        EXPECT_EQ(run_keystill(line.argc(), line.argv()), status) << report_;
         return status;
     }
     std::string sentence_of_report() const {
@@ -218,11 +213,9 @@ class Explain : public testing::Test {
         std::erase(text, '\\');
         EXPECT_EQ(printable(text), text);
     }
-    static std::vector<const char*> pointers(const char* name,
-                                             const std::vector<std::string>& args) {
-        std::vector<const char*> argv = {name};
-        for (const std::string& arg : args) argv.push_back(arg.c_str());
-        return argv;
+    static CommandLine line_of(const char* program, std::vector<std::string> args) {
+        args.insert(args.begin(), program);
+        return CommandLine(args);
     }
     void expect_report(std::initializer_list<const char*> texts) {
         for (const char* text : texts) EXPECT_NE(report_.find(text), std::string::npos) << report_;
@@ -495,19 +488,15 @@ TEST_F(Explain, TheSandboxChangesNoReport) {
         const int want = run(args);
         const std::string want_page = args[0] == "--html" ? read_file(page) : "";
         FILE* const out = fopen(report.c_str(), "wb");
-        const pid_t child = fork();
-        if (child == 0) {
-            const std::vector<const char*> argv = pointers("keystill-explain", args);
-            const int status = run_explain(static_cast<int>(argv.size()), argv.data(), out,
-                                           Surroundings::kSandbox);
-            fclose(out);
-            _exit(status);
-        }
+        EXPECT_EQ(status_apart([&] {
+                      CommandLine line = line_of("keystill-explain", args);
+                      const int status =
+                          run_explain(line.argc(), line.argv(), out, Surroundings::kSandbox);
+                      fclose(out);
+                      return status;
+                  }),
+                  want);
         fclose(out);
-        int status = 0;
-        waitpid(child, &status, 0);
-        EXPECT_TRUE(WIFEXITED(status));
-        EXPECT_EQ(WEXITSTATUS(status), want);
         EXPECT_EQ(read_file(report), report_);
         EXPECT_EQ(args[0] == "--html" ? read_file(page) : "", want_page);
     }

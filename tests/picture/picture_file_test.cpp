@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/support/jpeg_reader.h"
+#include "tests/support/program_run.h"
 
 namespace {
 
@@ -34,25 +35,14 @@ struct Slope {
     }
 };
 
-std::string written(const std::function<bool(FILE*)>& write) {
-    char* data = nullptr;
-    size_t length = 0;
-    FILE* const file = open_memstream(&data, &length);
-    EXPECT_TRUE(write(file));
-    fclose(file);
-    const std::string bytes(data, length);
-    free(data);
-    return bytes;
-}
-
 TEST(PictureFile, PngGivesTheSameSamplesBack) {
     for (const int32_t width : {2, 34, 250}) {
         Slope slope(width, 6);
         for (size_t i = 0; i < slope.bytes.size(); ++i) {
             slope.bytes[i] = static_cast<uint8_t>(i * i * 37 >> 3);
         }
-        const std::string file = written([&](FILE* f) {
-            return write_png(slope.upright, {{"Thumb::URI", "file:///a%20b.mp4"}}, f);
+        const std::string file = written_by([&](FILE* f) {
+            EXPECT_TRUE(write_png(slope.upright, {{"Thumb::URI", "file:///a%20b.mp4"}}, f));
         });
         EXPECT_NE(file.find(std::string("tEXtThumb::URI\0file:///a%20b.mp4", 31)),
                   std::string::npos);
@@ -75,7 +65,7 @@ TEST(PictureFile, PngGivesTheSameSamplesBack) {
 TEST(PictureFile, JpegShowsThePicture) {
     Slope slope(250, 37);
     const JpegImage image =
-        read_jpeg(written([&](FILE* f) { return write_jpeg(slope.upright, 90, f); }));
+        read_jpeg(written_by([&](FILE* f) { EXPECT_TRUE(write_jpeg(slope.upright, 90, f)); }));
     ASSERT_EQ(image.width, 250);
     ASSERT_EQ(image.height, 37);
     EXPECT_TRUE(image.is_baseline_420_jfif);

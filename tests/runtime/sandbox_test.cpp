@@ -14,24 +14,19 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
 #include <string>
 
+#include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
 
 using Action = std::function<bool()>;  // returns whether it could be done
 
 // In a process of its own.
 static bool can(const Action& action) {
-    const pid_t child = fork();
-    if (child == 0) _exit(action() ? 0 : 1);
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
-    return status == 0;
+    return status_apart([&] { return action() ? 0 : 1; }) == 0;
 }
 
 static bool can_inside(const SandboxNeeds& needs, const Action& action) {

@@ -10,6 +10,7 @@
 #include "movie/movie.h"
 #include "runtime/accounted_memory.h"
 #include "tests/support/memory_source.h"
+#include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
 #include "thumbnailer/picture_check.h"
 
@@ -18,14 +19,11 @@ namespace {
 // Draws and checks that there is either a whole picture or a sentence, and that nothing stays.
 Verdict draw(const std::string& movie, const Options& options) {
     MemorySource source(movie);
-    char* data = nullptr;
-    size_t length = 0;
-    FILE* const file = open_memstream(&data, &length);
-    const Outcome outcome = draw_thumbnail(&source, options, {}, file);
-    fclose(file);
-    const bool is_whole =
-        is_whole_picture({reinterpret_cast<const uint8_t*>(data), length}, options.format);
-    free(data);
+    Outcome outcome;
+    const std::string picture =
+        written_by([&](FILE* file) { outcome = draw_thumbnail(&source, options, {}, file); });
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(picture.data());
+    const bool is_whole = is_whole_picture({bytes, picture.size()}, options.format);
     EXPECT_EQ(is_whole, outcome.verdict == Verdict::kDone);
     EXPECT_EQ(outcome.sentence.empty(), outcome.verdict == Verdict::kDone);
     EXPECT_EQ(g_memUsed, 0);

@@ -6,6 +6,8 @@
 #include <sstream>
 #include <vector>
 
+#include "tests/support/program_run.h"
+
 namespace {
 
 // What the words ask for: size, start, quality, format, frames@percentile, fallback, what is
@@ -14,12 +16,10 @@ std::string read(const std::string& words) {
     std::vector<std::string> parts = {"keystill-thumbnailer"};
     std::istringstream in(words);
     for (std::string word; in >> word;) parts.push_back(word == "EMPTY" ? "" : word);
-    std::vector<char*> argv;
-    for (std::string& part : parts) argv.push_back(part.data());
-    argv.push_back(nullptr);
+    CommandLine line(parts);
     Options o;
     std::string complaint;
-    switch (read_options(static_cast<int>(parts.size()), argv.data(), &o, &complaint)) {
+    switch (read_options(line.argc(), line.argv(), &o, &complaint)) {
         case OptionsOutcome::kHelp:
             return "help";
         case OptionsOutcome::kVersion:
@@ -63,30 +63,13 @@ TEST(Options, AreReadAsWords) {
     };
     // clang-format on
     for (const auto& [words, want] : kCases) EXPECT_EQ(read(words), want) << words;
-    for (const char* words : {"-s -1",
-                              "-s 1x",
-                              "-s 65501",
-                              "-s 1x2x3",
-                              "-t 101%",
-                              "-t a",
-                              "-t 1:2:3:4",
-                              "-t 1:-2",
-                              "-t :",
-                              "-t 0:0.x",
-                              "-q 11",
-                              "-c rgb",
-                              "--frames 0",
-                              "--frames 1001",
-                              "--percentile 101",
-                              "--fallback EMPTY",
-                              "--none",
-                              "-z",
-                              "stray",
-                              "-s EMPTY",
-                              "-t EMPTY",
-                              "--time"}) {
-        EXPECT_EQ(read(files + " " + words), "wrong") << words;
-    }
+    // clang-format off
+    static const char* const kWrong[] = {
+        "-s -1", "-s 1x", "-s 65501", "-s 1x2x3", "-s EMPTY", "-t 101%", "-t a", "-t 1:2:3:4",
+        "-t 1:-2", "-t :", "-t 0:0.x", "-t EMPTY", "-q 11", "-c rgb", "--frames 0", "--frames 1001",
+        "--percentile 101", "--fallback EMPTY", "--none", "-z", "stray", "--time"};
+    // clang-format on
+    for (const char* words : kWrong) EXPECT_EQ(read(files + " " + words), "wrong") << words;
 }
 
 TEST(Options, SizesAndTimes) {

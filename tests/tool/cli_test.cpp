@@ -5,7 +5,6 @@
 #include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <utime.h>
 
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/jpeg_reader.h"
+#include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
 
 static const std::string kSample = KEYSTILL_MEDIA "sample.mp4";  // 640x360
@@ -28,25 +28,18 @@ class Cli : public testing::Test {
     int run(const Changes& changes = {}, const std::function<void()>& prepare = nullptr) {
         Args words = arguments_;
         for (const auto& [position, text] : changes) words[position] = text;
-        std::vector<char*> argv;
-        for (std::string& word : words) argv.push_back(word.data());
-        argv.push_back(nullptr);
+        CommandLine line(words);
         const std::string out = folder_.path("out.txt"), err = folder_.path("err.txt");
-        const pid_t child = fork();
-        if (child == 0) {
+        const int status = status_apart([&] {
             dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
             dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
-            setenv("QEMU_ARGV0", argv[0], 1);  // an emulated program starts behind a script
+            setenv("QEMU_ARGV0", line.argv()[0], 1);  // an emulated program starts behind a script
             if (prepare) prepare();
-            execv(KEYSTILL_PROGRAM, argv.data());
-            _exit(127);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
+            return execv(KEYSTILL_PROGRAM, line.argv());
+        });
         EXPECT_EQ(read_file(out), "");
         EXPECT_EQ(read_file(err), usage_);
-        EXPECT_TRUE(WIFEXITED(status));
-        return WEXITSTATUS(status);
+        return status;
     }
 
     TempFolder folder_;

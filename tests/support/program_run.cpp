@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: BSD-2-Clause
+#include "tests/support/program_run.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+std::string written_by(const std::function<void(FILE*)>& write) {
+    char* bytes = nullptr;
+    size_t length = 0;
+    FILE* const file = open_memstream(&bytes, &length);
+    write(file);
+    fclose(file);
+    const std::string out(bytes, length);
+    free(bytes);
+    return out;
+}
+
+int status_apart(const std::function<int()>& work) {
+    const pid_t child = fork();
+    if (child == 0) _exit(work());
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
