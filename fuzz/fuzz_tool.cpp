@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // The fixed tools on one file, behind six bytes that choose the numbers: what keystill-explain
-// forecasts is what keystill does, its report is text, and any key frame can be read.
+// forecasts is what keystill does, its report is text, memory is bounded, and any key frame can be
+// read.
 #include <stdio.h>
 
 #include <string>
@@ -52,11 +53,14 @@ void run_target(Choices* c) {
         numbers[i] = std::to_string(i < 2 ? value * 2 : i == 3 ? value + 1 : value);
         argv[3 + i] = numbers[i].c_str();
     }
-    argv[1] = store_file(make_file(c));
+    const std::string file = make_file(c);
+    argv[1] = store_file(file);
     int forecast;
     const std::string report = report_of(argv, &forecast);
     const int status = run_keystill(9, argv);
-    if (forecast != status || !is_text(report)) {
+    // The formula of README.md, for the largest picture that there is: 65535 macroblocks.
+    const size_t most_memory = (4 << 20) + 8 * file.size() + 2 * (65535 * 384 + 120 * 120 * 3 / 2);
+    if (forecast != status || !is_text(report) || g_memPeak > static_cast<int64_t>(most_memory)) {
         fputs(report.c_str(), stderr);
         abort();
     }

@@ -12,7 +12,6 @@
 #include <fstream>
 #include <functional>
 #include <numeric>
-#include <random>
 
 #include "runtime/accounted_memory.h"
 #include "tests/support/avc_builder.h"
@@ -281,40 +280,4 @@ TEST_F(Faults, AKeyFrameIsHeldOnce) {
     write_file(path, movie_file(spec));
     EXPECT_EQ(run(path, "1"), 0);
     EXPECT_LT(g_memPeak, most_memory(0, 384) + static_cast<int64_t>(sample.size() + 128));
-}
-
-// Sets, removes and inserts bytes, in half of the mutants those of the index alone.
-static std::string mutate(std::string clip, uint32_t seed) {
-    std::mt19937 random(seed);
-    const size_t index = seed & 1 ? std::min(clip.find("moov"), clip.find("moof")) : 0;
-    for (uint32_t i = 1 + random() % 8; i > 0 && clip.size() > index + 8; --i) {
-        const size_t range = clip.size() - index;
-        const size_t at = index + random() % (seed & 1 ? std::min<size_t>(range, 1200) : range);
-        const std::string pieces[] = {u32(random()).substr(random() % 4),
-                                      u32(0),
-                                      u32(~0u),
-                                      u32(INT32_MAX),
-                                      u32(1),
-                                      u32(0xffff),
-                                      clip.substr(random() % clip.size(), random() % 64)};
-        const std::string& piece = pieces[random() % 7];
-        clip.replace(at, random() % 4 == 0 ? random() % 16 : piece.size(), piece);
-        if (random() % 64 == 0) clip.resize(at);
-    }
-    return clip;
-}
-
-TEST_F(Faults, MutantsOfRealFilesCostLittleTimeAndMemory) {
-    const std::string path = folder_.path("mutant.mp4");
-    int written = 0;
-    for (uint32_t seed = 0; seed < 10000; ++seed) {
-        SCOPED_TRACE(seed);
-        const std::string mutant = mutate(read_file(kMedia + kClips[seed % 11]), seed);
-        write_file(path, mutant);
-        written += run(path) == 0;
-        // The largest H.264 picture has 65535 macroblocks.
-        ASSERT_LT(g_memPeak, most_memory(mutant.size(), 65535 * 384));
-    }
-    EXPECT_GT(written, 100);  // the mutants are close to real files
-    EXPECT_LT(written, 9900);
 }
