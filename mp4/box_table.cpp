@@ -38,7 +38,7 @@ static constexpr BoxTableRow kBoxTable[] = {
     {"dinf", mp4_parse_container},
     {"stbl", mp4_parse_container},
     {"mvex", mp4_parse_container},
-    {"moof", mp4_parse_container},
+    {"moof", mp4_parse_moof},
     {"traf", mp4_parse_container},
     {"mfra", mp4_parse_container},
     {"udta", mp4_parse_container},

@@ -9,10 +9,48 @@
 
 static void drop_buffer(BufferedFile* file) { file->cursor = file->bytes_left = 0; }
 
+static int64_t buffer_position(const BufferedFile* file) {
+    return file->handle->position - (file->cursor + file->bytes_left);
+}
+
+void upnp_file_remember_b(BufferedFile* file) {
+    if (!file || file->remembered_count == kMostRemembered) return;
+    const uint32_t index = file->remembered_count;
+    const RememberedBuffer found = {buffer_position(file), file->cursor + file->bytes_left};
+    if (index > 0 && file->remembered[index - 1].position == found.position) return;
+    if (!file->memory) {
+        file->memory = static_cast<uint8_t*>(upnp_malloc(kMostRemembered * file->capacity));
+        if (!file->memory) return;
+    }
+    memcpy(file->memory + index * file->capacity, file->buffer, found.length);
+    file->remembered[file->remembered_count++] = found;
+}
+
+void upnp_file_forget_b(BufferedFile* file) {
+    if (file->memory) upnp_free(file->memory);
+    file->memory = nullptr;
+    file->remembered_count = 0;
+}
+
+// Fills the buffer with what is remembered of the bytes at the handle's position, as a read would.
+static bool recall(BufferedFile* file) {
+    for (uint32_t i = 0; i < file->remembered_count; ++i) {
+        const RememberedBuffer& kept = file->remembered[i];
+        const int64_t skipped = file->handle->position - kept.position;
+        if (skipped < 0 || skipped >= kept.length) continue;
+        file->bytes_left = kept.length - static_cast<uint32_t>(skipped);
+        memcpy(file->buffer, file->memory + i * file->capacity + skipped, file->bytes_left);
+        file->handle->position += file->bytes_left;
+        return true;
+    }
+    return false;
+}
+
 // At the end of the file, as it was when it was opened, the buffer stays: seeks go back from there.
 static bool refill(BufferedFile* file) {
     if (file->handle->position >= file->handle->size) return false;
     drop_buffer(file);
+    if (recall(file)) return true;
     const int32_t count = upnp_file_read(file->handle, file->buffer, file->capacity);
     if (count > 0) file->bytes_left = static_cast<uint32_t>(count);
     return file->bytes_left != 0;
@@ -34,6 +72,7 @@ void upnp_file_close_b(BufferedFile* file) {
     if (!file) return;
     upnp_file_close(file->handle);
     if (file->buffer) upnp_free(file->buffer);
+    upnp_file_forget_b(file);
     upnp_free(file);
 }
 
@@ -125,7 +164,7 @@ int64_t upnp_file_seek_b(BufferedFile* file, int64_t offset, int32_t whence) {
     int64_t target;
     if (__builtin_add_overflow(base, offset, &target)) target = -1;
     const uint32_t fill = file->cursor + file->bytes_left;
-    const int64_t range_start = file->handle->position - fill;
+    const int64_t range_start = buffer_position(file);
     if (target >= range_start && target <= range_start + fill) {  // its end is where it is refilled
         file->cursor = static_cast<uint32_t>(target - range_start);
         file->bytes_left = fill - file->cursor;

@@ -9,6 +9,15 @@
 
 #include "mp4/file_handle.h"
 
+// Buffers that can be remembered: those of a film's first fragments. Of a film with far more of
+// them, what look-ups read again is little beside the walk.
+constexpr uint32_t kMostRemembered = 64;
+
+struct RememberedBuffer {
+    int64_t position;  // in the file
+    uint32_t length;   // bytes
+};
+
 struct BufferedFile {
     FileHandle* handle;   // owned; its position is past the buffered bytes
     uint8_t* buffer;      // owned
@@ -17,6 +26,9 @@ struct BufferedFile {
     uint32_t bytes_left;  // unread bytes from the cursor on
     uint32_t bit_word;    // of the bit reader
     int32_t bits_left;    // in bit_word
+    uint8_t* memory;      // owned; a capacity for each buffer; null before the first one
+    uint32_t remembered_count;
+    RememberedBuffer remembered[kMostRemembered];
 };
 
 // Opens the file and fills the buffer once. Null when that fails.
@@ -54,3 +66,8 @@ int64_t upnp_file_bytes_ahead_b(const BufferedFile* file);
 // whence 0 is absolute, 1 relative to tell, 2 relative to the end. Returns the new position; 0
 // without any effect for another whence; -1 for a negative position, which drops the buffer.
 int64_t upnp_file_seek_b(BufferedFile* file, int64_t offset, int32_t whence);
+
+// Keeps the bytes that the buffer holds: where a later refill starts among them, they are taken
+// instead of a read. Does nothing without memory, or after kMostRemembered buffers.
+void upnp_file_remember_b(BufferedFile* file);
+void upnp_file_forget_b(BufferedFile* file);

@@ -17,6 +17,13 @@ static bool is_locating(const FragmentState* fragments) {
     return fragments->has_table && fragments->is_collecting;
 }
 
+void mp4_parse_moof(BufferedFile* file, const BoxHeader* header, int64_t end,
+                    ParseContext* context) {
+    upnp_file_remember_b(file);
+    mp4_parse_container(file, header, end, context);
+    upnp_file_remember_b(file);  // another buffer if the fragment's header did not end in the first
+}
+
 void mp4_parse_mehd(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context) {
     if (mp4_is_box_too_large(file, header, context)) return;

@@ -9,6 +9,10 @@
 #include "mp4/parse_context.h"
 #include "mp4/video_state.h"
 
+// Movie fragment. What is read of it is remembered, for the look-up of a key frame there.
+void mp4_parse_moof(BufferedFile* file, const BoxHeader* header, int64_t end,
+                    ParseContext* context);
+
 // Movie extends header: the duration of the whole fragmented movie.
 void mp4_parse_mehd(BufferedFile* file, const BoxHeader* header, int64_t end,
                     ParseContext* context);

@@ -140,6 +140,7 @@ static Refusal collect(const char* path, ParseContext* context, KeyFrameRequest*
     const uint32_t first = movie_index_first(file, state, request->clip_offset_percent);
     int32_t collected = 0;
     const Refusal refusal = collect_from(file, state, first, requested, &request->list, &collected);
+    upnp_file_forget_b(file);
     if (refusal != Refusal::kNone) return refusal;
     request->key_frame_count = collected;
     request->duration_s = static_cast<int32_t>(state->duration_s);

@@ -43,3 +43,27 @@ TEST_F(BufferedFileTest, BitsComeFromBit15AndDoubled) {
     EXPECT_EQ(upnp_file_read_bits_b(f, 24), 2 * (0xffffu << 4)) << "4 of the old word, then 20";
     EXPECT_EQ(upnp_file_tell_b(f), 8);
 }
+
+TEST_F(BufferedFileTest, RemembersBuffersUntilItForgets) {
+    BufferedFile* const f = open(std::string(2000, 'a'));
+    for (int64_t i = 0; i < 100; ++i) {
+        upnp_file_seek_b(f, i * 20, 0);
+        upnp_file_read_u8_b(f);
+        upnp_file_remember_b(f);
+        upnp_file_remember_b(f);
+    }
+    write_file(folder.path("f"), std::string(2000, 'b'));
+    const auto text_at = [f](int64_t position) {
+        std::string text(20, ' ');
+        upnp_file_seek_b(f, position, 0);
+        EXPECT_EQ(upnp_file_read_b(f, text.data(), 8), 8);
+        EXPECT_EQ(upnp_file_read_b(f, text.data() + 8, 12), 12);
+        return text;
+    };
+    EXPECT_EQ(text_at(43), std::string(13, 'a') + "bbbbbbb")
+        << "with what is missing from the file";
+    EXPECT_EQ(text_at(63 * 20), std::string(16, 'a') + "bbbb");
+    EXPECT_EQ(text_at(64 * 20), std::string(20, 'b')) << "one buffer too many";
+    upnp_file_forget_b(f);
+    EXPECT_EQ(text_at(43), std::string(20, 'b'));
+}

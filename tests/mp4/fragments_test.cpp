@@ -119,6 +119,18 @@ TEST(Fragments, KeyFrameIsPlacedByItsFragment) {
     }
 }
 
+TEST(Fragments, LookUpReadsNothingThatTheWalkHasRead) {
+    const std::string moof =
+        fragment(full_box("tfhd", u32(1)) + full_box("trun", words({1, 100, 44}), 0x201));
+    const WalkedFile walked(with_fragment(moof + box("free", std::string(9000, 'x'))));
+    const RandomAccessEntry entry = entry_of(walked, 0);
+    write_file(walked.folder.path("x.mp4"), std::string(20000, 'y'));
+    SamplePlace place;
+    ASSERT_EQ(mp4_locate_fragment_sample(walked.file.get(), &walked.state, 0, &place), 0);
+    EXPECT_EQ(place.size, 44u);
+    EXPECT_EQ(place.offset, entry.offset + 100);
+}
+
 TEST(Fragments, OddTargetsEndTheLookUpOrTheCollection) {
     const std::string base = full_box("tfhd", u32(1) + u64(0x500000777), 1);
     const std::string run = full_box("trun", words({1, 100, 44}), 0x201);
