@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // The report, on files of every kind that gives no thumbnail and some that do. The last sentence
 // has to be right, and has to agree with what keystill itself does.
+#include <fnmatch.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,7 +15,6 @@
 #include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
 #include "tool/run_keystill.h"
-#include "wording/printable.h"
 
 static MovieSpec movie(const SpsSpec& sps = {}, const PpsSpec& pps = {}, uint32_t slice_type = 7) {
     const std::string slice = pcm_slice_nal({.slice_type = slice_type}, {std::string(384, '\x80')});
@@ -88,23 +88,13 @@ static std::string with_number(std::string file, const char* type, int at, uint3
     return file.replace(file.find(type) + 8 + 4 * static_cast<size_t>(at), 4, u32(number));
 }
 
-static std::string with_byte(std::string file, size_t at, int value) {
-    file[at] = static_cast<char>(value);
-    return file;
-}
-
-// Puts a box between the movie's header and its track, which the media data stands in front of.
-static std::string with_inserted(std::string file, const std::string& inserted) {
-    const size_t moov = file.find("moov") - 4;
-    file.insert(file.find("trak") - 4, inserted);
-    return file.replace(moov, 4, u32(file.size() - moov));
-}
-
-// The box of the movie's first track, or one like it for a second track.
-static std::string track_of(const std::string& file) {
-    const size_t track = file.find("trak") - 4;
-    return file.substr(track, file.find("mvex") != std::string::npos ? file.find("mvex") - 4 - track
-                                                                     : std::string::npos);
+// Puts a box into the movie, which is the file's end or has fragments behind it, in front of
+// another. The media data stands in front of it.
+static std::string with_inserted(std::string file, const std::string& inserted,
+                                 const char* following = "trak") {
+    const size_t moov = file.find("moov") - 4, end = std::min(file.find("moof") - 4, file.size());
+    file.insert(file.find(following) - 4, inserted);
+    return file.replace(moov, 4, u32(end + inserted.size() - moov));
 }
 
 // With that place for each fragment in the random access table.
@@ -112,22 +102,6 @@ static std::string with_fragments_at(std::string file, uint32_t offset) {
     const size_t entries = file.find("tfra") + 20;
     for (size_t i = 0; i < 5; ++i) file.replace(entries + 11 * i + 4, 4, u32(offset));
     return file;
-}
-
-// With a track of sound behind that of the video.
-static std::string with_sound(std::string file) {
-    const std::string sound = box("trak", track_header(7) + box("mdia", handler("soun")));
-    const size_t moov = file.find("moov") - 4, mvex = file.find("mvex") - 4;
-    const size_t old_size = file.find("moof") - 4 - moov;
-    file.insert(mvex, sound);
-    return file.replace(moov, 4, u32(old_size + sound.size()));
-}
-
-// Packets of a stream for broadcasting, without content.
-static std::string transport_stream() {
-    std::string packets;
-    for (int i = 0; i < 3; ++i) packets += "\x47" + std::string(187, '\xff');
-    return packets;
 }
 
 static std::string hidden_in_free(const std::string& file) {
@@ -153,16 +127,9 @@ static std::string far_apart() {
 }
 
 // Whether the text is the sentence with something in place of each {}.
-static bool is_filled_in(const std::string& sentence, const std::string& text) {
-    size_t at = 0, from = 0;
-    for (size_t place; (place = sentence.find("{}", from)) != std::string::npos; from = place + 2) {
-        const std::string piece = sentence.substr(from, place - from);
-        at = text.find(piece, at);
-        if (at == std::string::npos || (from == 0 && at != 0)) return false;
-        at += piece.size();
-    }
-    const std::string rest = sentence.substr(from);
-    return from == 0 ? text == rest : text.size() >= at + rest.size() && text.ends_with(rest);
+static bool is_filled_in(std::string sentence, const std::string& text) {
+    for (size_t at; (at = sentence.find("{}")) != std::string::npos;) sentence.replace(at, 2, "*");
+    return fnmatch(sentence.c_str(), text.c_str(), 0) == 0;
 }
 
 // Each reason has a file that shows it, but those that no file brings about: arguments that are
@@ -188,7 +155,6 @@ class Explain : public testing::Test {
         report_ =
             written_by([&](FILE* out) { status = run_explain(line.argc(), line.argv(), out); });
         EXPECT_EQ(g_memUsed, 0);
-        expect_printable_report();
         return status;
     }
     // The same for the file with all arguments, which has to agree with keystill's own status.
@@ -205,13 +171,6 @@ class Explain : public testing::Test {
         const std::string before = "\nThere will be no thumbnail. ";
         const size_t begin = report_.find(before) + before.size();
         return report_.substr(begin, report_.find('\n', begin) - begin);
-    }
-    // Lines of what is seen, and nothing that printable() has not been asked about.
-    void expect_printable_report() {
-        std::string text = report_;
-        std::erase(text, '\n');
-        std::erase(text, '\\');
-        EXPECT_EQ(printable(text), text);
     }
     static CommandLine line_of(const char* program, std::vector<std::string> args) {
         args.insert(args.begin(), program);
@@ -233,7 +192,8 @@ TEST_F(Explain, EachRefusalHasItsReason) {
     write_file(text, good);
     mkdir(folder_.path("folder.mp4").c_str(), 0700);
     mkfifo(folder_.path("pipe.mp4").c_str(), 0600);
-    const std::string mpeg4 = of_vop(layer());
+    const std::string mpeg4 = of_vop(layer()), sound = box("mdia", handler("soun"));
+    const std::string packet = "\x47" + std::string(187, '\xff');
     const size_t last_data = fragmented.rfind("mdat") + 20;
     const size_t avcc = good.find("avcC") + 4;
     const size_t picture_sets = avcc + 8 + sps_nal({}).size();
@@ -244,7 +204,7 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The file is too short", ""},
         {"It is no MP4, QuickTime or 3GPP file", std::string(64, 'x')},
         {"It is a file of another kind, Matroska or WebM;", "\x1a\x45\xdf\xa3" + zeros(60)},
-        {"It is a file of another kind, an MPEG transport stream;", transport_stream()},
+        {"It is a file of another kind, an MPEG transport stream;", packet + packet + packet},
         {"The last box that the reader gets to has a 64-bit size of 0", good + u32(1) + "free" + zeros(8)},
         {"The file has no index (moov).", box("ftyp", "isom" + zeros(4))},
         {"The file is cut off: it ends at 1000, its mdat box should go on", good.substr(0, 1000)},
@@ -289,16 +249,18 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"A box of the video track (hdlr) has a 64-bit or open size", with_number(good, "hdlr", -3, 0)},
         {"The video track does not say what codec", with_number(good, "stsd", 0, 0)},
         {"The last video track's codec is HEVC (hvc1)",
-         with_inserted(renamed(good, "avc1", "hvc1"), track_of(good))},
+         with_inserted(renamed(good, "avc1", "hvc1"), good.substr(good.find("trak") - 4))},
         {"The video's sample description (stsd) cannot be read", with_number(good, "stsd", -3, 0)},
-        {"The H.264 decoder configuration (avcC) has no sequence", with_byte(good, avcc + 5, 0xe0)},
-        {"The H.264 decoder configuration (avcC) has no picture", with_byte(good, picture_sets, 0)},
+        {"The H.264 decoder configuration (avcC) has no sequence", std::string(good).replace(avcc + 5, 1, "\xe0")},
+        {"The H.264 decoder configuration (avcC) has no picture",
+         std::string(good).replace(picture_sets, 1, zeros(1))},
         {"The video's codec is JPEG (mp4v with object type 108)",
          of_sample(sample, mpeg4_entry(std::string("\0\4\1\x6c", 4)))},
         {"The MPEG-4 decoder configuration (esds) is missing.", renamed(mpeg4, "esds", "abcd")},
         {"The MPEG-4 decoder configuration (esds) is not the first",
          of_sample(sample, box("mp4v", zeros(78) + box("pasp", zeros(8)) + full_box("esds", "")))},
-        {"The movie is fragmented, and its last track", with_sound(fragmented)},
+        {"The movie is fragmented, and its last track",
+         with_inserted(fragmented, box("trak", track_header(7) + sound), "mvex")},
         {"The video's random access table (tfra) is passed", renamed(fragmented, "trun", "free")},
         {"The video's random access table (tfra) has more", with_number(fragmented, "tfra", 2, 300'000'000)},
         {"A fragment has no box header", with_fragments_at(fragmented, fragmented.find(zeros(8)))},
@@ -433,19 +395,6 @@ TEST_F(Explain, LongTablesAreCutUnlessAllIsAskedFor) {
     // Behind a double dash it is the name of the output.
     EXPECT_EQ(run({"--", path_, "--all"}), 0);
     EXPECT_EQ(report_.find("        20     0:00:20.000"), std::string::npos);
-}
-
-TEST_F(Explain, NoFileBreaksIt) {
-    const std::string good = movie_file(movie());
-    for (size_t length = 0; length < good.size(); length += 7) run_both(good.substr(0, length));
-    srand(6);
-    const size_t index = good.find("moov");
-    for (int i = 0; i < 400; ++i) {
-        std::string damaged = good;
-        damaged[index + static_cast<size_t>(rand()) % (good.size() - index)] =
-            static_cast<char>(rand());
-        run_both(damaged);
-    }
 }
 
 TEST_F(Explain, WhatComesFromTheFileOrItsNameIsEscaped) {
