@@ -19,39 +19,35 @@ std::string text_of(const std::optional<VisibleArea>& area) {
            std::to_string(area->top);
 }
 
-TEST(DisplaySize, ShowsWhatCroppingLeaves) {
+// The container cuts only the last macroblocks, where the stream has no cropping window.
+TEST(DisplaySize, ShowsWhatTheStreamOrTheContainerLeaves) {
+    constexpr DisplaySize kSmall = {64, 48}, kLarge = {1920, 1088};
     // clang-format off
-    const struct { uint32_t left, right, top, bottom; const char* want; } kCases[] = {
-        {0, 0, 0, 0, "64x48+0+0"}, {2, 3, 4, 5, "59x39+2+4"}, {63, 0, 47, 0, "1x1+63+47"},
-        {64, 0, 0, 0, "nothing"}, {0, 65535, 0, 0, "nothing"}, {0, 0, 0xfffffffe, 0, "nothing"},
+    const struct {
+        DisplaySize coded, stated; uint8_t is_cropped; uint32_t left, right, top, bottom; const char* want;
+    } kCases[] = {
+        {kSmall, {60, 40}, 1, 0, 0, 0, 0, "64x48+0+0"}, {kSmall, {60, 40}, 1, 2, 3, 4, 5, "59x39+2+4"},
+        {kSmall, {0, 0}, 1, 63, 0, 47, 0, "1x1+63+47"}, {kSmall, {0, 0}, 1, 64, 0, 0, 0, "nothing"},
+        {kSmall, {0, 0}, 1, 0, 65535, 0, 0, "nothing"}, {kSmall, {0, 0}, 1, 0, 0, ~1u, 0, "nothing"},
+        {kLarge, {1920, 1080}, 0, 0, 0, 0, 0, "1920x1080+0+0"},
+        {kLarge, {0, 0}, 0, 0, 0, 0, 0, "1920x1088+0+0"},
+        {kLarge, {1920, 1072}, 0, 0, 0, 0, 0, "1920x1088+0+0"},
+        {kLarge, {960, 540}, 0, 0, 0, 0, 0, "1920x1088+0+0"},
+        {kLarge, {1921, 1080}, 0, 0, 0, 0, 0, "1920x1088+0+0"},
+        {kLarge, {-1, 1080}, 0, 0, 0, 0, 0, "1920x1088+0+0"},
+        {kLarge, {1905, 1073}, 0, 0, 0, 0, 0, "1905x1073+0+0"},
     };
     // clang-format on
     for (const auto& c : kCases) {
         DecodedPicture picture = {};
-        picture.width = picture.stride = 64;
-        picture.height = 48;
-        picture.cropped = 1;
+        picture.width = picture.stride = static_cast<uint32_t>(c.coded.width);
+        picture.height = static_cast<uint32_t>(c.coded.height);
+        picture.cropped = c.is_cropped;
         picture.crop_left = c.left;
         picture.crop_right = c.right;
         picture.crop_top = c.top;
         picture.crop_bottom = c.bottom;
-        EXPECT_EQ(text_of(visible_area(picture, {60, 40})), c.want);
-    }
-}
-
-TEST(DisplaySize, TheContainerCutsOnlyTheLastMacroblocks) {
-    // clang-format off
-    const struct { DisplaySize stated; const char* want; } kCases[] = {
-        {{1920, 1080}, "1920x1080+0+0"}, {{0, 0}, "1920x1088+0+0"}, {{1920, 1072}, "1920x1088+0+0"},
-        {{960, 540}, "1920x1088+0+0"}, {{1921, 1080}, "1920x1088+0+0"},
-        {{-1, 1080}, "1920x1088+0+0"}, {{1905, 1073}, "1905x1073+0+0"},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        DecodedPicture picture = {};
-        picture.width = picture.stride = 1920;
-        picture.height = 1088;
-        EXPECT_EQ(text_of(visible_area(picture, c.stated)), c.want) << text_of(c.stated);
+        EXPECT_EQ(text_of(visible_area(picture, c.stated)), c.want) << &c - kCases;
     }
 }
 

@@ -5,44 +5,25 @@
 #include <png.h>
 
 #include <cstring>
-#include <functional>
 #include <string>
-#include <vector>
 
+#include "tests/picture/test_picture.h"
 #include "tests/support/jpeg_reader.h"
 #include "tests/support/program_run.h"
 
 namespace {
 
-// A slope from left to right, grey.
-struct Slope {
-    std::vector<uint8_t> bytes;
-    DecodedPicture decoded = {};
-    UprightPicture upright;
-
-    explicit Slope(int32_t width, int32_t height) {
-        bytes.assign(static_cast<size_t>(width * height) * 2, 128);
-        for (int32_t i = 0; i < width * height; ++i) {
-            bytes[static_cast<size_t>(i)] = static_cast<uint8_t>(i % width * 255 / width);
-        }
-        decoded.planes = bytes.data();
-        decoded.width = decoded.stride = static_cast<uint32_t>(width);
-        decoded.height = static_cast<uint32_t>(height);
-        decoded.u_offset = decoded.v_offset = static_cast<uint32_t>(width * height);
-        ShowingHints full;
-        full.full_range = 1;
-        EXPECT_EQ(make_upright(decoded, full, {}, &upright), UprightStatus::kDone);
-    }
-};
+UprightPicture upright_of(const TestPicture& source) { return upright_of(source, hints_of(1)); }
 
 TEST(PictureFile, PngGivesTheSameSamplesBack) {
     for (const int32_t width : {2, 34, 250}) {
-        Slope slope(width, 6);
-        for (size_t i = 0; i < slope.bytes.size(); ++i) {
-            slope.bytes[i] = static_cast<uint8_t>(i * i * 37 >> 3);
+        TestPicture source(static_cast<uint32_t>(width), 6);
+        for (size_t i = 0; i < source.bytes.size(); ++i) {
+            source.bytes[i] = static_cast<uint8_t>(i * i * 37 >> 3);
         }
+        const UprightPicture upright = upright_of(source);
         const std::string file = written_by([&](FILE* f) {
-            EXPECT_TRUE(write_png(slope.upright, {{"Thumb::URI", "file:///a%20b.mp4"}}, f));
+            EXPECT_TRUE(write_png(upright, {{"Thumb::URI", "file:///a%20b.mp4"}}, f));
         });
         EXPECT_NE(file.find(std::string("tEXtThumb::URI\0file:///a%20b.mp4", 31)),
                   std::string::npos);
@@ -56,16 +37,17 @@ TEST(PictureFile, PngGivesTheSameSamplesBack) {
         ASSERT_TRUE(png_image_finish_read(&image, nullptr, got.data(), 0, nullptr));
         std::vector<uint8_t> row(static_cast<size_t>(width) * 3);
         for (int y = 0; y < 6; ++y) {
-            upright_row_rgb(slope.upright, y, row.data());
+            upright_row_rgb(upright, y, row.data());
             EXPECT_EQ(memcmp(row.data(), &got[static_cast<size_t>(y) * row.size()], row.size()), 0);
         }
     }
 }
 
 TEST(PictureFile, JpegShowsThePicture) {
-    Slope slope(250, 37);
+    const TestPicture slope(250, 37, [](uint32_t x, uint32_t) { return x * 255 / 250; });
+    const UprightPicture upright = upright_of(slope);
     const JpegImage image =
-        read_jpeg(written_by([&](FILE* f) { EXPECT_TRUE(write_jpeg(slope.upright, 90, f)); }));
+        read_jpeg(written_by([&](FILE* f) { EXPECT_TRUE(write_jpeg(upright, 90, f)); }));
     ASSERT_EQ(image.width, 250);
     ASSERT_EQ(image.height, 37);
     EXPECT_TRUE(image.is_baseline_420_jfif);
@@ -76,15 +58,16 @@ TEST(PictureFile, JpegShowsThePicture) {
 }
 
 TEST(PictureFile, AFailingWriteIsReported) {
-    Slope slope(250, 200);
+    const TestPicture source(250, 200);
+    const UprightPicture upright = upright_of(source);
     const auto fails = [&](const std::function<bool(FILE*)>& write) {
         FILE* const full = fopen("/dev/full", "wb");
         ASSERT_TRUE(full);
         EXPECT_FALSE(write(full));
         fclose(full);
     };
-    fails([&](FILE* f) { return write_png(slope.upright, {}, f); });
-    fails([&](FILE* f) { return write_jpeg(slope.upright, 85, f); });
+    fails([&](FILE* f) { return write_png(upright, {}, f); });
+    fails([&](FILE* f) { return write_jpeg(upright, 85, f); });
 }
 
 }  // namespace
