@@ -30,24 +30,38 @@ std::string full_box(const std::string& type, const std::string& content, uint32
     return box(type, u32(flags) + content);
 }
 
-static std::string visual_entry(const std::string& type, const std::string& config) {
-    return box(type, zeros(24) + u16(64) + u16(48) + zeros(50) + config);
+std::string visual_entry_of(const std::string& type, const std::string& boxes, uint32_t width,
+                            uint32_t height) {
+    return box(type, zeros(6) + u16(1) + zeros(16) + u16(width) + u16(height) + zeros(50) + boxes);
+}
+
+static std::string sets_of(const std::vector<std::string>& sets) {
+    std::string out;
+    for (const std::string& set : sets) out += u16(set.size()) + set;
+    return out;
+}
+
+std::string avc_configuration(const std::vector<std::string>& sequence_sets,
+                              const std::vector<std::string>& picture_sets, int length_size) {
+    const char sizes[] = {static_cast<char>(0xfc | (length_size - 1)),
+                          static_cast<char>(0xe0 | sequence_sets.size())};
+    return box("avcC", "\1\x64" + zeros(1) + "\x1e" + std::string(sizes, 2) +
+                           sets_of(sequence_sets) + static_cast<char>(picture_sets.size()) +
+                           sets_of(picture_sets));
 }
 
 std::string avc_entry(const std::string& sequence_set, const std::string& picture_set,
                       int length_size) {
-    const char lengths = static_cast<char>(0xfc | (length_size - 1));
-    return visual_entry("avc1", box("avcC", "\1\x64" + zeros(1) + "\x1e" + lengths + "\xe1" +
-                                                u16(sequence_set.size()) + sequence_set + "\1" +
-                                                u16(picture_set.size()) + picture_set));
+    return visual_entry_of("avc1", avc_configuration({sequence_set}, {picture_set}, length_size));
 }
 
 std::string mpeg4_entry(const std::string& decoder_specific_info) {
     const std::string length(1, static_cast<char>(decoder_specific_info.size()));
-    return visual_entry("mp4v", full_box("esds", "\3\4\5" + length + decoder_specific_info + "\6"));
+    return visual_entry_of("mp4v",
+                           full_box("esds", "\3\4\5" + length + decoder_specific_info + "\6"));
 }
 
-std::string h263_entry() { return visual_entry("s263", box("d263", "test" + zeros(3))); }
+std::string h263_entry() { return visual_entry_of("s263", box("d263", "test" + zeros(3))); }
 
 std::string track_header(uint32_t track_id, uint32_t width, uint32_t height) {
     const std::string sides = words({width << 16, height << 16});

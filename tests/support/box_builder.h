@@ -19,7 +19,12 @@ std::string large_box(const std::string& type, const std::string& content);  // 
 // With the word of version and flags in front of the content.
 std::string full_box(const std::string& type, const std::string& content, uint32_t flags = 0);
 
-// Sample entries with their decoder configuration.
+// Sample entries of any type, with boxes behind the 78 bytes that all have.
+std::string visual_entry_of(const std::string& type, const std::string& boxes = "",
+                            uint32_t width = 64, uint32_t height = 48);
+std::string avc_configuration(const std::vector<std::string>& sequence_sets,
+                              const std::vector<std::string>& picture_sets, int length_size = 4);
+// Those with their decoder configuration.
 std::string avc_entry(const std::string& sequence_set, const std::string& picture_set,
                       int length_size = 4);
 std::string mpeg4_entry(const std::string& decoder_specific_info);

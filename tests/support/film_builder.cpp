@@ -19,29 +19,7 @@ std::string predicted_sample(uint32_t number, uint32_t length, uint32_t prefix_s
     return unit_sample('\x41', '\xe0', number, length, prefix_size);
 }
 
-std::string visual_entry_of(const std::string& type, const std::string& boxes, uint32_t width,
-                            uint32_t height) {
-    return box(type, zeros(6) + u16(1) + zeros(16) + u16(width) + u16(height) + zeros(50) + boxes);
-}
-
-static std::string sets_of(const std::vector<std::string>& sets) {
-    std::string out;
-    for (const std::string& set : sets) out += u16(set.size()) + set;
-    return out;
-}
-
-std::string avc_configuration(const std::vector<std::string>& sequence_sets,
-                              const std::vector<std::string>& picture_sets, int length_size) {
-    const char sizes[] = {static_cast<char>(0xfc | (length_size - 1)),
-                          static_cast<char>(0xe0 | sequence_sets.size())};
-    return box("avcC", "\1\x64" + zeros(1) + "\x1e" + std::string(sizes, 2) +
-                           sets_of(sequence_sets) + static_cast<char>(picture_sets.size()) +
-                           sets_of(picture_sets));
-}
-
-std::string plain_avc_entry() {
-    return visual_entry_of("avc1", avc_configuration({"\x67sequence"}, {"\x68picture"}));
-}
+std::string plain_avc_entry() { return avc_entry("\x67sequence", "\x68picture"); }
 
 std::vector<FilmSample> film_samples(uint32_t count, uint32_t distance) {
     std::vector<FilmSample> samples(count);

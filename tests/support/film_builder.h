@@ -13,11 +13,6 @@
 std::string idr_sample(uint32_t number, uint32_t length = 40, uint32_t prefix_size = 4);
 std::string predicted_sample(uint32_t number, uint32_t length = 20, uint32_t prefix_size = 4);
 
-// Sample entries of any type, with boxes behind the 78 bytes that all have.
-std::string visual_entry_of(const std::string& type, const std::string& boxes = "",
-                            uint32_t width = 64, uint32_t height = 48);
-std::string avc_configuration(const std::vector<std::string>& sequence_sets,
-                              const std::vector<std::string>& picture_sets, int length_size = 4);
 std::string plain_avc_entry();  // one set of each kind, prefixes of four bytes
 
 struct FilmSample {

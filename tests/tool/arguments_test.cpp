@@ -28,24 +28,20 @@ TEST(Arguments, AreReadAsNumbersOf32Bits) {
 }
 
 TEST(Arguments, AreHeldToTheirRanges) {
-    static const std::vector<const char*> kInside[] = {
-        {"0", "2147483646"}, {"0"}, {"0", "100"}, {"1"}, {"0", "100"}, {"0", "100"}};
-    static const std::vector<std::pair<const char*, Refusal>> kOutside[] = {
-        {{"161", Refusal::kOddSide}, {"-2", Refusal::kNegativeSide}},
-        {{"1", Refusal::kOddSide}, {"-240", Refusal::kNegativeSide}},
-        {{"101", Refusal::kQuality}, {"-1", Refusal::kQuality}},
-        {{"0", Refusal::kKeyFrameCount}},
-        {{"101", Refusal::kClipOffset}, {"-5", Refusal::kClipOffset}},
-        {{"101", Refusal::kSizePercentile}, {"-1", Refusal::kSizePercentile}}};
-    for (int i = 0; i < 6; ++i) {
-        SCOPED_TRACE(i + 3);
-        // Inside, the next thing is that there is no in.mp4.
-        for (auto text : kInside[i]) {
-            EXPECT_EQ(arguments_refusal(with(i + 3, text)), Refusal::kNoInput);
-        }
-        for (auto [text, want] : kOutside[i]) {
-            EXPECT_EQ(arguments_refusal(with(i + 3, text)), want);
-        }
+    using enum Refusal;
+    // Inside, the next thing is that there is no in.mp4.
+    // clang-format off
+    static const struct { int position; const char* text; Refusal want; } kCases[] = {
+        {3, "0", kNoInput}, {3, "2147483646", kNoInput}, {3, "161", kOddSide}, {3, "-2", kNegativeSide},
+        {4, "0", kNoInput}, {4, "1", kOddSide}, {4, "-240", kNegativeSide},
+        {5, "0", kNoInput}, {5, "100", kNoInput}, {5, "101", kQuality}, {5, "-1", kQuality},
+        {6, "1", kNoInput}, {6, "0", kKeyFrameCount},
+        {7, "0", kNoInput}, {7, "100", kNoInput}, {7, "101", kClipOffset}, {7, "-5", kClipOffset},
+        {8, "0", kNoInput}, {8, "100", kNoInput}, {8, "101", kSizePercentile}, {8, "-1", kSizePercentile},
+    };
+    // clang-format on
+    for (const auto& [position, text, want] : kCases) {
+        EXPECT_EQ(arguments_refusal(with(position, text)), want) << position << ' ' << text;
     }
 }
 

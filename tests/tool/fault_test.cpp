@@ -258,13 +258,6 @@ TEST_F(Faults, HolesCostLittleTimeAndMemory) {
     }
 }
 
-TEST_F(Faults, OnlyTheChosenKeyFrameTakesMemory) {
-    const std::string path = folder_.path("x.mp4");
-    write_file(path, overlapping_movie(1000, 60000, 1 << 20));
-    run(path, "1000");
-    EXPECT_LT(g_memPeak, 4 << 20);
-}
-
 // The part of the formula that has a file size: one key frame and its configuration are held once,
 // whatever is in them.
 TEST_F(Faults, AKeyFrameIsHeldOnce) {
