@@ -1,31 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Inverse transforms of residual blocks and their addition to the prediction, with SSE2 or NEON.
-// Coefficients come column by column, so the first pass, along the rows, needs no turning. Sums are
-// unsigned, which wraps as the reference does.
 #include "avcdec/recon_kernels.h"
-#include "avcdec/residual_pass.h"
-#include "runtime/simd_vectors.h"
-
-static inline U16x8 half(U16x8 v) { return (U16x8)((I16x8)v >> 1); }
-static inline U16x8 quarter(U16x8 v) { return (U16x8)((I16x8)v >> 2); }
-
-static inline void transform(U16x8 (&x)[4]) { idct4<half>(x); }
-static inline void transform(U16x8 (&x)[8]) { idct8<half, quarter>(x); }
-
-static inline U16x8 load_8_values(const int16_t* p) {
-    U16x8 v;
-    memcpy(&v, p, sizeof v);
-    return v;
-}
-
-static constexpr U16x8 kZeros = {};
-
-// Vector by vector: compilers make slow things of a memset of this size.
-template <int kCount>
-static inline void clear(int16_t* coefficients) {
-#pragma GCC unroll 8
-    for (int i = 0; i < kCount; i += 8) memcpy(coefficients + i, &kZeros, sizeof kZeros);
-}
+#include "avcdec/residual_vectors.h"
 
 // Adds 16 transformed values that lack the last shift; those of low belong to the first 8 samples.
 static inline U8x16 add_residual(U8x16 samples, U16x8 low, U16x8 high) {
@@ -57,7 +33,7 @@ static void add_4x4(uint8_t* dst, ptrdiff_t pitch, int16_t* coefficients) {
     store_4x4(dst, pitch, add_residual(samples, low_halves(x[0], x[1]), low_halves(x[2], x[3])));
 }
 
-// Two blocks beside each other, one in the lower halves of the vectors and one in the upper.
+// Two blocks beside each other.
 static inline void add_pair(uint8_t* dst, ptrdiff_t pitch, const int16_t* coefficients) {
     const U16x8 a01 = load_8_values(coefficients);
     const U16x8 a23 = load_8_values(coefficients + 8);
@@ -65,20 +41,7 @@ static inline void add_pair(uint8_t* dst, ptrdiff_t pitch, const int16_t* coeffi
     const U16x8 b23 = load_8_values(coefficients + 24);
     U16x8 x[4] = {low_halves(a01, b01), high_halves(a01, b01), low_halves(a23, b23),
                   high_halves(a23, b23)};
-    transform(x);
-    const U16x8 a_even = interleave_low(x[0], x[2]);
-    const U16x8 a_odd = interleave_low(x[1], x[3]);
-    const U16x8 b_even = interleave_high(x[0], x[2]);
-    const U16x8 b_odd = interleave_high(x[1], x[3]);
-    const U16x8 a_rows01 = interleave_low(a_even, a_odd);
-    const U16x8 a_rows23 = interleave_high(a_even, a_odd);
-    const U16x8 b_rows01 = interleave_low(b_even, b_odd);
-    const U16x8 b_rows23 = interleave_high(b_even, b_odd);
-    x[0] = low_halves(a_rows01, b_rows01) + 32;
-    x[1] = high_halves(a_rows01, b_rows01);
-    x[2] = low_halves(a_rows23, b_rows23);
-    x[3] = high_halves(a_rows23, b_rows23);
-    transform(x);
+    transform_pairs(x);
     add_two_rows(dst, pitch, x[0], x[1]);
     add_two_rows(dst + 2 * pitch, pitch, x[2], x[3]);
 }

@@ -8,6 +8,7 @@ ReconKernels recon_kernels_scalar() {
     intra_pred_use_scalar(&k);
     add_block_use_scalar(&k);
     deblock_use_scalar(&k);
+    intra_nxn_use_scalar(&k);
     return k;
 }
 
@@ -20,7 +21,9 @@ ReconKernels recon_kernels_best() {
     deblock_use_simd(&k);
 #endif
 #if KEYSTILL_HAS_AVX2
-    if (processor_has_avx2()) deblock_use_avx2(&k);
+    if (!processor_has_avx2()) return k;
+    deblock_use_avx2(&k);
+    intra_nxn_use_avx2(&k);
 #endif
     return k;
 }

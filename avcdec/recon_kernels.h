@@ -6,6 +6,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+struct AvcMacroblock;
+
 // Predicts one block from its reconstructed neighbours.
 //   dst    the block: 4x4, 16x16 or (chroma, one component) 8x8 samples, rows pitch bytes apart;
 //          the row above, the column before and the samples between them are read as the mode
@@ -67,6 +69,16 @@ struct DeblockKernels {
     EdgeKernels horizontal;
 };
 
+// Predicts the blocks of a macroblock, each from those before it, and adds their residuals.
+//   k    for kernels that go block by block
+//   mb   its modes, masks and coefficients, which are cleared
+//   dst  the macroblock; samples around it are read as IntraPredFn says, of those before it the
+//   four
+//        of each row next to it
+struct ReconKernels;
+using IntraNxNFn = void (*)(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst,
+                            ptrdiff_t pitch);
+
 struct ReconKernels {
     IntraPredFn pred4x4[16];  // by IntraNxNMode
     Pred8x8Fn pred8x8[16];
@@ -78,6 +90,7 @@ struct ReconKernels {
     AddBlockFn add_four_4x4_dc;
     AddBlockFn add_8x8;
     AddBlockFn add_8x8_dc;
+    IntraNxNFn intra_4x4;
     DeblockKernels deblock;
     DeblockKernels deblock_two;  // two macroblocks at once; null where one at a time is as good
 };
@@ -89,6 +102,7 @@ ReconKernels recon_kernels_scalar();
 ReconKernels recon_kernels_best();
 
 // Parts of the reference, each beside its functions.
+void intra_nxn_use_scalar(ReconKernels* k);
 void intra_pred_use_scalar(ReconKernels* k);
 void add_block_use_scalar(ReconKernels* k);
 void deblock_use_scalar(ReconKernels* k);
@@ -99,4 +113,5 @@ void add_block_use_simd(ReconKernels* k);
 void deblock_use_simd(ReconKernels* k);
 
 // For AVX2.
+void intra_nxn_use_avx2(ReconKernels* k);
 void deblock_use_avx2(ReconKernels* k);

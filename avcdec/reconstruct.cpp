@@ -3,17 +3,6 @@
 
 #include <string.h>
 
-static void predict_add_4x4(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst,
-                            ptrdiff_t pitch) {
-    for (int b = 0; b < 16; ++b) {
-        uint8_t* const block = dst + block_y(b) * 4 * pitch + block_x(b) * 4;
-        k.pred4x4[mb->modes[b]](block, pitch);
-        const uint32_t bit = block_bit(b);
-        if (!(mb->coded_mask & bit)) continue;
-        (mb->ac_mask & bit ? k.add_4x4 : k.add_4x4_dc)(block, pitch, mb->coefficients + b * 16);
-    }
-}
-
 // Which corner samples each 8x8 block has.
 static unsigned corners8x8(const AvcMacroblock* mb, int b) {
     const auto flags = [](bool top_left, bool top_right) {
@@ -71,7 +60,7 @@ static void predict_add_chroma(const ReconKernels& k, AvcMacroblock* mb, int c, 
 static void predict_add(const ReconKernels& k, AvcMacroblock* mb, const MbSamples& to) {
     switch (mb->kind) {
         case MbKind::kIntra4x4:
-            predict_add_4x4(k, mb, to.plane[0], to.luma_pitch);
+            k.intra_4x4(k, mb, to.plane[0], to.luma_pitch);
             break;
         case MbKind::kIntra8x8:
             predict_add_8x8(k, mb, to.plane[0], to.luma_pitch);
@@ -97,38 +86,40 @@ struct BorderArea {
 };
 
 // Copies the neighbours of one plane that are there. The one above to the left never is: with it
-// all others are there too, and the macroblock is not at the border.
-static void copy_neighbours(const uint8_t* from, ptrdiff_t pitch, int size, uint8_t available,
-                            uint8_t* to) {
+// all others are there too, and the macroblock is not at the border. Inlined, each row would be
+// checked against the end of the area by a call of the C library.
+template <size_t kSize>
+[[gnu::noinline]] static void copy_neighbours(const uint8_t* from, ptrdiff_t pitch,
+                                              uint8_t available, uint8_t* to) {
     const ptrdiff_t to_pitch = BorderArea::kPitch;
-    const auto n = static_cast<size_t>(size);
-    memset(to - to_pitch - 1, kMissingSample, 2 * n + 1);
-    if (available & kHasTop) memcpy(to - to_pitch, from - pitch, n);
-    if (available & kHasTopRight) memcpy(to - to_pitch + size, from - pitch + size, n);
-    for (int y = 0; y < size; ++y) {
-        to[y * to_pitch - 1] = available & kHasLeft ? from[y * pitch - 1] : kMissingSample;
+    memset(to - to_pitch - 4, kMissingSample, 2 * kSize + 4);
+    if (available & kHasTop) memcpy(to - to_pitch, from - pitch, kSize);
+    if (available & kHasTopRight) memcpy(to - to_pitch + kSize, from - pitch + kSize, kSize);
+    for (size_t y = 0; y < kSize; ++y, from += pitch, to += to_pitch) {
+        // Four samples, of which the last counts: some kernels load them all.
+        uint32_t left = kMissingSample * 0x01010101U;
+        if (available & kHasLeft) memcpy(&left, from - 4, sizeof left);
+        memcpy(to - 4, &left, sizeof left);
     }
 }
 
-static void copy_block(const uint8_t* from, ptrdiff_t from_pitch, int size, uint8_t* to,
-                       ptrdiff_t to_pitch) {
-    for (int y = 0; y < size; ++y) {
-        memcpy(to + y * to_pitch, from + y * from_pitch, static_cast<size_t>(size));
-    }
+template <size_t kSize>
+static void copy_block(const uint8_t* from, ptrdiff_t from_pitch, uint8_t* to, ptrdiff_t to_pitch) {
+    for (size_t y = 0; y < kSize; ++y, from += from_pitch, to += to_pitch) memcpy(to, from, kSize);
 }
 
 static void reconstruct_at_border(const ReconKernels& k, AvcMacroblock* mb, const MbSamples& to) {
     __attribute__((uninitialized)) BorderArea area;
     const MbSamples inside = {
         {area.block(0), area.block(1), area.block(2)}, BorderArea::kPitch, BorderArea::kPitch};
-    for (int i = 0; i < 3; ++i) {
-        copy_neighbours(to.plane[i], i == 0 ? to.luma_pitch : to.chroma_pitch, i == 0 ? 16 : 8,
-                        mb->available, inside.plane[i]);
+    copy_neighbours<16>(to.plane[0], to.luma_pitch, mb->available, inside.plane[0]);
+    for (int i = 1; i < 3; ++i) {
+        copy_neighbours<8>(to.plane[i], to.chroma_pitch, mb->available, inside.plane[i]);
     }
     predict_add(k, mb, inside);
-    for (int i = 0; i < 3; ++i) {
-        copy_block(inside.plane[i], BorderArea::kPitch, i == 0 ? 16 : 8, to.plane[i],
-                   i == 0 ? to.luma_pitch : to.chroma_pitch);
+    copy_block<16>(inside.plane[0], BorderArea::kPitch, to.plane[0], to.luma_pitch);
+    for (int i = 1; i < 3; ++i) {
+        copy_block<8>(inside.plane[i], BorderArea::kPitch, to.plane[i], to.chroma_pitch);
     }
 }
 
@@ -145,12 +136,12 @@ void reconstruct_macroblock(const AvcPictureInProgress& picture, AvcMacroblock* 
 void reconstruct_pcm(const AvcPictureInProgress& picture, const uint8_t* samples,
                      bool is_monochrome) {
     const MbSamples to = picture_samples(picture);
-    copy_block(samples, 16, 16, to.plane[0], to.luma_pitch);
+    copy_block<16>(samples, 16, to.plane[0], to.luma_pitch);
     for (int c = 0; c < 2; ++c) {
         if (is_monochrome) {
             fill_block(to.plane[1 + c], to.chroma_pitch, 8, kMissingSample);
         } else {
-            copy_block(samples + 256 + 64 * c, 8, 8, to.plane[1 + c], to.chroma_pitch);
+            copy_block<8>(samples + 256 + 64 * c, 8, to.plane[1 + c], to.chroma_pitch);
         }
     }
 }

@@ -7,7 +7,9 @@
 #include <stdint.h>
 
 typedef uint8_t U8x32 __attribute__((vector_size(32)));
+typedef uint16_t U16x16 __attribute__((vector_size(32)));
 typedef int16_t I16x16 __attribute__((vector_size(32)));
+typedef uint64_t U64x4 __attribute__((vector_size(32)));
 
 // Lanes 0 to 15 from low, the others from high.
 static inline U8x32 join(U8x16 low, U8x16 high) {
@@ -22,11 +24,28 @@ static inline U8x32 interleave_low(U8x32 a, U8x32 b) {
 static inline U8x32 interleave_high(U8x32 a, U8x32 b) {
     return (U8x32)_mm256_unpackhi_epi8((__m256i)a, (__m256i)b);
 }
-static inline U8x32 low_halves(U8x32 a, U8x32 b) {
-    return (U8x32)_mm256_unpacklo_epi64((__m256i)a, (__m256i)b);
+static inline U16x16 interleave_low(U16x16 a, U16x16 b) {
+    return (U16x16)_mm256_unpacklo_epi16((__m256i)a, (__m256i)b);
 }
-static inline U8x32 high_halves(U8x32 a, U8x32 b) {
-    return (U8x32)_mm256_unpackhi_epi64((__m256i)a, (__m256i)b);
+static inline U16x16 interleave_high(U16x16 a, U16x16 b) {
+    return (U16x16)_mm256_unpackhi_epi16((__m256i)a, (__m256i)b);
+}
+static inline U16x16 low_halves(U16x16 a, U16x16 b) {
+    return (U16x16)_mm256_unpacklo_epi64((__m256i)a, (__m256i)b);
+}
+static inline U16x16 high_halves(U16x16 a, U16x16 b) {
+    return (U16x16)_mm256_unpackhi_epi64((__m256i)a, (__m256i)b);
+}
+// The first (second) vector of 16 bytes of a, then that of b.
+static inline U16x16 join_low(U16x16 a, U16x16 b) {
+    return (U16x16)_mm256_permute2x128_si256((__m256i)a, (__m256i)b, 0x20);
+}
+static inline U16x16 join_high(U16x16 a, U16x16 b) {
+    return (U16x16)_mm256_permute2x128_si256((__m256i)a, (__m256i)b, 0x31);
+}
+template <int kCount>
+static inline U8x32 slide(U8x32 v) {
+    return (U8x32)_mm256_srli_si256((__m256i)v, kCount);
 }
 static inline I16x16 widen_low(U8x32 v) { return (I16x16)interleave_low(v, U8x32{}); }
 static inline I16x16 widen_high(U8x32 v) { return (I16x16)interleave_high(v, U8x32{}); }

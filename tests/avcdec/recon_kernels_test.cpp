@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "avcdec/intra_modes.h"
+#include "avcdec/macroblock.h"
 
 namespace {
 
@@ -86,6 +87,35 @@ TEST_F(ReconKernelSets, AddAnyCoefficientsAsTheReferenceDoes) {
             c.kernels[i](p, Samples::kPitch, blocks[i]);
         });
         for (const int16_t left : blocks[0]) ASSERT_EQ(left, 0);
+    }
+}
+
+// Blocks with all, some and no coefficients, each of which reads what the one before it left.
+TEST_F(ReconKernelSets, PutMacroblocksTogetherAsTheReferenceDoes) {
+    for (int round = 0; round < 3000; ++round) {
+        SCOPED_TRACE(round);
+        AvcMacroblock mb = {};
+        mb.coded_mask = static_cast<uint32_t>(rng() & (round % 4 == 0 ? 0 : rng())) & kLumaMask;
+        mb.ac_mask = mb.coded_mask & static_cast<uint32_t>(rng());
+        const unsigned bits = 1 + rng() % 16;
+        for (int b = 0; b < 16; ++b) {
+            const bool has_right = b % 4 != 3 && b != 13;
+            mb.modes[b] = static_cast<uint8_t>(rng() % (kIntraVerticalLeftNoRight + 1));
+            if (!has_right && mb.modes[b] == kIntraVerticalLeft) mb.modes[b] = kIntraDc;
+            if (!has_right && mb.modes[b] == kIntraDiagonalDownLeft) mb.modes[b] = kIntraVertical;
+            const int count = !(mb.coded_mask & block_bit(b)) ? 0
+                              : mb.ac_mask & block_bit(b)     ? 16
+                                                              : 1;
+            for (int i = 0; i < count; ++i) {
+                mb.coefficients[16 * b + i] =
+                    static_cast<int16_t>(static_cast<int16_t>(rng()) >> (16 - bits));
+            }
+        }
+        AvcMacroblock mbs[2] = {mb, mb};
+        compare([&](const ReconKernels& k, uint8_t* p, int i) {
+            k.intra_4x4(k, &mbs[i], p, Samples::kPitch);
+        });
+        for (const int16_t left : mbs[0].coefficients) ASSERT_EQ(left, 0);
     }
 }
 

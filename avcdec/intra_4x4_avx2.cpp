@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Macroblocks of 4x4 blocks with AVX2. Modes are as good as random, and so is which blocks have
+// coefficients: nothing here branches on a block. All residuals are transformed before the first
+// block is predicted; a block then is its line of neighbours, the averages along it, and from these
+// whatever its mode takes. Blocks go in pairs, as one has to wait for the samples of another.
+#include "avcdec/intra_modes.h"
+#include "avcdec/macroblock.h"
+#include "avcdec/recon_kernels.h"
+#include "avcdec/residual_vectors.h"
+
+// The line of a block: the left column from the bottom up, the corner, the row above and to the
+// right, with its first and last sample twice.
+enum LinePlace { kBottomLeft = 1, kLeft = 4, kCorner = 5, kTop = 6, kLineEnd = 15 };
+
+// Bytes of one of the sources for each sample of a block; none is a zero.
+struct alignas(16) Places {
+    uint8_t at[16];
+};
+static constexpr uint8_t kNone = 0x80;
+static constexpr Places kNothing = {{kNone, kNone, kNone, kNone, kNone, kNone, kNone, kNone, kNone,
+                                     kNone, kNone, kNone, kNone, kNone, kNone, kNone}};
+
+// How a mode makes a block of its line. The block is the sum of what it takes of each source.
+struct ModeRecipe {
+    Places line_above;  // the part of the line that comes from the row above
+    Places mean;        // the eight samples of which the DC modes take the mean; of the line
+    Places from_mean;
+    Places from_line;
+    Places from_pairs;    // at i the mean of samples i and i + 1 of the line
+    Places from_triples;  // at i the one of samples i to i + 2, the middle one counted twice
+};
+
+// What is above a block, as it is loaded: the row above, the samples to the right of it, and four
+// samples that end with the corner.
+enum AbovePlace { kAboveRight = 4, kAboveCorner = 11 };
+
+static constexpr Places line_above(bool has_right) {
+    Places p = kNothing;
+    p.at[kCorner] = kAboveCorner;
+    const int last = has_right ? 7 : 3;
+    for (int i = 0; kTop + i < kLineEnd; ++i) {
+        p.at[kTop + i] = static_cast<uint8_t>(i < last ? i : last);
+    }
+    return p;
+}
+
+static constexpr Places mean_of(bool has_left, bool has_top) {
+    Places p = kNothing;
+    for (int i = 0; i < 4; ++i) {
+        p.at[i] = static_cast<uint8_t>(i + (has_left ? int{kBottomLeft} : int{kTop}));
+        p.at[4 + i] = static_cast<uint8_t>(i + (has_top ? int{kTop} : int{kBottomLeft}));
+    }
+    return p;
+}
+
+// One sample of the directional modes (H.264 8.3.1.2.1 to 8.3.1.2.9).
+static constexpr void add_sample(ModeRecipe* r, int mode, int x, int y) {
+    const int i = 4 * y + x;
+    const auto line = [&](int place) { r->from_line.at[i] = static_cast<uint8_t>(place); };
+    const auto pair = [&](int place) { r->from_pairs.at[i] = static_cast<uint8_t>(place); };
+    const auto around = [&](int place) { r->from_triples.at[i] = static_cast<uint8_t>(place - 1); };
+    const int half_x = x >> 1, half_y = y >> 1;
+    switch (mode) {
+        case kIntraVertical:
+            return line(kTop + x);
+        case kIntraHorizontal:
+            return line(kLeft - y);
+        case kIntraDiagonalDownLeft:
+        case kIntraDownLeftNoRight:
+            return around(kTop + x + y + 1);
+        case kIntraDiagonalDownRight:
+            return around(kCorner + x - y);
+        case kIntraVerticalRight:
+            if (2 * x - y < -1) return around(kLeft - (y - 2));
+            return y % 2 ? around(kCorner + x - half_y) : pair(kCorner + x - half_y);
+        case kIntraHorizontalDown:
+            if (2 * y - x < -1) return around(kTop + x - 2);
+            return x % 2 ? around(kCorner - y + half_x) : pair(kLeft - y + half_x);
+        case kIntraVerticalLeft:
+        case kIntraVerticalLeftNoRight:
+            return y % 2 ? around(kTop + x + half_y + 1) : pair(kTop + x + half_y);
+        case kIntraHorizontalUp:
+            if (x + 2 * y > 5) return line(kBottomLeft);
+            return x % 2 ? around(kLeft - y - half_x - 1) : pair(kLeft - y - half_x - 1);
+        default:
+            r->from_mean.at[i] = 0;
+    }
+}
+
+struct ModeRecipes {
+    ModeRecipe of[kIntraVerticalLeftNoRight + 1];  // by IntraNxNMode
+};
+
+static constexpr ModeRecipes make_recipes() {
+    ModeRecipes recipes = {};
+    int mode = 0;
+    for (ModeRecipe& r : recipes.of) {
+        const bool has_right = mode != kIntraDownLeftNoRight && mode != kIntraVerticalLeftNoRight;
+        r = {line_above(has_right),
+             mean_of(mode != kIntraDcTop, mode != kIntraDcLeft),
+             kNothing,
+             kNothing,
+             kNothing,
+             kNothing};
+        for (int y = 0; y < 4; ++y) {
+            for (int x = 0; x < 4; ++x) add_sample(&r, mode, x, y);
+        }
+        ++mode;
+    }
+    return recipes;
+}
+
+static constexpr ModeRecipes kRecipes = make_recipes();
+
+// Two blocks that do not need each other, in the halves of vectors.
+struct BlockPair {
+    uint8_t* block[2];
+    const ModeRecipe* recipe[2];
+};
+
+static inline U8x16 take(U8x16 source, const Places& places) {
+    return (U8x16)_mm_shuffle_epi8((__m128i)source, (__m128i)load_16(places.at));
+}
+
+static inline U8x32 take(U8x32 source, const BlockPair& pair, Places ModeRecipe::*places) {
+    const U8x32 both =
+        join(load_16((pair.recipe[0]->*places).at), load_16((pair.recipe[1]->*places).at));
+    return (U8x32)_mm256_shuffle_epi8((__m256i)source, (__m256i)both);
+}
+
+static inline U8x16 load_line(const uint8_t* block, ptrdiff_t pitch, ptrdiff_t to_right,
+                              const ModeRecipe& recipe) {
+    static constexpr Places kLineLeft = {{15, 15, 11, 7, 3, kNone, kNone, kNone, kNone, kNone,
+                                          kNone, kNone, kNone, kNone, kNone, kNone}};
+    const uint8_t* const top = block - pitch;
+    const U8x16 above = (U8x16)U32x4{load_4(top), load_4(top + to_right), load_4(top - 4)};
+    return take(load_4x4(block - 4, pitch), kLineLeft) | take(above, recipe.line_above);
+}
+
+// Rows of four samples.
+static inline U8x32 predict(U8x32 line, const BlockPair& pair) {
+    const U8x32 next = slide<1>(line);
+    const U8x32 pairs = average(line, next);
+    const U8x32 triples = average(next, average_down(line, slide<2>(line)));
+    const U8x32 eight = take(line, pair, &ModeRecipe::mean);
+    const U64x4 sum = (U64x4)_mm256_sad_epu8((__m256i)eight, (__m256i)U8x32{});
+    const U8x32 mean = (U8x32)((sum + 4) >> 3);
+    return (take(mean, pair, &ModeRecipe::from_mean) | take(line, pair, &ModeRecipe::from_line)) |
+           (take(pairs, pair, &ModeRecipe::from_pairs) |
+            take(triples, pair, &ModeRecipe::from_triples));
+}
+
+// Where a block is, and from where to load the four samples that its place in the macroblock may
+// give it above and to the right: those above where it gives none.
+struct BlockAt {
+    int8_t x, y, to_right;
+};
+
+struct BlocksAt {
+    BlockAt of[16];
+};
+
+static constexpr BlocksAt make_blocks() {
+    BlocksAt blocks = {};
+    for (int b = 0; b < 16; ++b) {
+        const bool has_right = b % 4 != 3 && b != 13;
+        blocks.of[b] = {static_cast<int8_t>(4 * block_x(b)), static_cast<int8_t>(4 * block_y(b)),
+                        static_cast<int8_t>(has_right ? 4 : 0)};
+    }
+    return blocks;
+}
+
+static constexpr BlocksAt kBlocksAt = make_blocks();
+
+// In this order a block comes after those to the left, above, and above to either side of it. Where
+// there is but one, it is done twice.
+static constexpr uint8_t kPairs[][2] = {{0, 0}, {1, 1},   {4, 2},   {5, 3},   {6, 8},
+                                        {7, 9}, {12, 10}, {13, 11}, {14, 14}, {15, 15}};
+
+// From the coefficients of four blocks to their residuals, row by row.
+static inline void transform_four(int16_t* coefficients) {
+    U16x16 x[4];
+    memcpy(x, coefficients, sizeof x);
+    const U16x16 ab_even = low_halves(x[0], x[1]), ab_odd = high_halves(x[0], x[1]);
+    const U16x16 cd_even = low_halves(x[2], x[3]), cd_odd = high_halves(x[2], x[3]);
+    x[0] = join_low(ab_even, cd_even);
+    x[1] = join_low(ab_odd, cd_odd);
+    x[2] = join_high(ab_even, cd_even);
+    x[3] = join_high(ab_odd, cd_odd);
+    transform_pairs(x);
+#pragma GCC unroll 4
+    for (U16x16& rows : x) rows = (U16x16)((I16x16)rows >> 6);
+    const U16x16 ac_rows01 = low_halves(x[0], x[1]), bd_rows01 = high_halves(x[0], x[1]);
+    const U16x16 ac_rows23 = low_halves(x[2], x[3]), bd_rows23 = high_halves(x[2], x[3]);
+    x[0] = join_low(ac_rows01, ac_rows23);
+    x[1] = join_low(bd_rows01, bd_rows23);
+    x[2] = join_high(ac_rows01, ac_rows23);
+    x[3] = join_high(bd_rows01, bd_rows23);
+    memcpy(coefficients, x, sizeof x);
+}
+
+static inline void predict_add(const uint8_t (&b)[2], AvcMacroblock* mb, uint8_t* dst,
+                               ptrdiff_t pitch) {
+    BlockPair pair;
+    U8x16 line[2];
+#pragma GCC unroll 2
+    for (int i = 0; i < 2; ++i) {
+        const BlockAt at = kBlocksAt.of[b[i]];
+        pair.block[i] = dst + at.y * pitch + at.x;
+        pair.recipe[i] = &kRecipes.of[mb->modes[b[i]]];
+        line[i] = load_line(pair.block[i], pitch, at.to_right, *pair.recipe[i]);
+    }
+    int16_t* const residual[2] = {mb->coefficients + 16 * b[0], mb->coefficients + 16 * b[1]};
+    const auto load_two_rows = [&](int first) {
+        return (I16x16)join((U8x16)load_8_values(residual[0] + 4 * first),
+                            (U8x16)load_8_values(residual[1] + 4 * first));
+    };
+    const U8x32 samples = predict(join(line[0], line[1]), pair);
+    const U8x32 sum =
+        clip_to_u8(widen_low(samples) + load_two_rows(0), widen_high(samples) + load_two_rows(2));
+    store_4x4(pair.block[0], pitch, low_half(sum));
+    store_4x4(pair.block[1], pitch, high_half(sum));
+    clear<16>(residual[0]);
+    clear<16>(residual[1]);
+}
+
+static void intra_4x4(const ReconKernels&, AvcMacroblock* mb, uint8_t* dst, ptrdiff_t pitch) {
+    for (int quadrant = 0; quadrant < 4; ++quadrant) {
+        const bool is_coded = mb->coded_mask << 4 * quadrant >> 28;
+        if (is_coded) transform_four(mb->coefficients + 64 * quadrant);
+    }
+    for (const auto& pair : kPairs) predict_add(pair, mb, dst, pitch);
+}
+
+void intra_nxn_use_avx2(ReconKernels* k) { k->intra_4x4 = intra_4x4; }
