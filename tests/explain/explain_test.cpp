@@ -83,12 +83,12 @@ static std::string renamed(std::string file, const std::string& from, const std:
     return file;
 }
 
-// With another number at that place behind the version and flags of that box; -3 is its size.
+// With another number at that place after the version and flags of that box; -3 is its size.
 static std::string with_number(std::string file, const char* type, int at, uint32_t number) {
     return file.replace(file.find(type) + 8 + 4 * static_cast<size_t>(at), 4, u32(number));
 }
 
-// Puts a box into the movie, which is the file's end or has fragments behind it, in front of
+// Puts a box into the movie, which is the file's end or has fragments after it, in front of
 // another. The media data stands in front of it.
 static std::string with_inserted(std::string file, const std::string& inserted,
                                  const char* following = "trak") {
@@ -214,7 +214,6 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The file's tables lead on and on", far_apart(), 5, "1000000"},
         {"The video's codec is HEVC (hvc1)", renamed(good, "avc1", "hvc1")},
         {"The video's codec is not known here (\\x01\\x02ab)", renamed(good, "avc1", "\1\2ab")},
-        {"The video is protected (encv)", renamed(good, "avc1", "encv")},
         {"The video is protected (drmi)", renamed(good, "avc1", "drmi")},
         {"The video has no table of key frames (stss)", renamed(good, "stss", "free")},
         {"The video has no table of key frames", renamed(hidden_in_free(good), "stss", "skip")},
@@ -222,8 +221,6 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The video has 64-bit chunk offsets only", renamed(good, "stco", "co64")},
         {"The video's sample tables are missing, empty or cannot be read: stts.",
          renamed(good, "stts", "free")},
-        {"The video's sample tables are missing, empty or cannot be read: stsz.",
-         renamed(good, "stsz", "free")},
         {"All samples of the video have one size", with_number(good, "stsz", 0, 500)},
         {"A key frame is said to have 4294967295", with_number(good, "stsz", 6, ~0u), 6, "100"},
         {"The video's table of key frames (stss) has a 64-bit or open size",
@@ -322,7 +319,6 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The width 161 is odd: thumbnails have even sides.\nAsk for 160", good, 2, "161"},
         {"The height -2 is negative.", good, 3, "-2"},
         {"The JPEG quality is 101", good, 4, "101"},
-        {"The JPEG quality is -1", good, 4, "-1"},
         {"The number of key frames to look at is 0.", good, 5, "0"},
         {"The clip offset is -5", good, 6, "-5"},
         {"The size percentile is 101", good, 7, "101"},
@@ -392,7 +388,7 @@ TEST_F(Explain, LongTablesAreCutUnlessAllIsAskedFor) {
     expect_report({"        20     0:00:20.000"});
     EXPECT_EQ(run({path_, "--all"}), 0);
     expect_report({"        20     0:00:20.000"});
-    // Behind a double dash it is the name of the output.
+    // After a double dash it is the name of the output.
     EXPECT_EQ(run({"--", path_, "--all"}), 0);
     EXPECT_EQ(report_.find("        20     0:00:20.000"), std::string::npos);
 }

@@ -58,11 +58,11 @@ TEST(FragmentWalk, TakesWhatFragmentsSayInEveryWay) {
         {"sound last", "vs", [](TrafSpec*) {}},
         {"sound first", "sv", [](TrafSpec*) {}},
         {"stated base", "sv", state_base},
-        {"base behind the sound", "ssv", [](TrafSpec* t) { t->base = Base::kImplicit; }},
-        {"no offset behind a stated base", "sv",
+        {"base after the sound", "ssv", [](TrafSpec* t) { t->base = Base::kImplicit; }},
+        {"no offset after a stated base", "sv",
          [&](TrafSpec* t) { state_base(t), t->has_data_offset = false; }},
         {"several runs", "vs", [](TrafSpec* t) { t->runs = 3; }},
-        {"runs one behind another", "sv",
+        {"runs one after another", "sv",
          [&](TrafSpec* t) { state_base(t), t->has_data_offset = false, t->runs = 4; }},
         {"defaults and flags of the first sample", "vs",
          [](TrafSpec* t) { t->states_each = t->track != 7; }},
@@ -123,7 +123,7 @@ static std::string segment_index(uint32_t time, const std::vector<uint64_t>& siz
 }
 
 // What looks like a fragment of the video from far away: one of another track, one whose header has
-// another length, one behind which no box of the top level stands, and one without a time.
+// another length, one after which no box of the top level stands, and one without a time.
 static std::string decoys() {
     const auto moof = [](uint32_t track, const std::string& header, const std::string& time) {
         return box("moof", header + box("traf", full_box("tfhd", u32(track)) + time));
@@ -195,20 +195,6 @@ TEST(FragmentWalk, LooksUpLongFilmsWithFewReads) {
     }
 }
 
-TEST(FragmentWalk, TruncatedFilmsEndEarlier) {
-    std::string file = fragmented_head(video_track());
-    const size_t head = file.size();
-    for (uint32_t n = 0; n < 3; ++n) {
-        file += film_fragment({sound(9), video(n, 2, 20 * n)}, file.size());
-    }
-    file.insert(head, segment_index(0, {file.size() - head}, 60));
-    for (size_t length = head; length < file.size(); ++length) {
-        OpenedMovie movie(file.substr(0, length));
-        movie->duration_us();
-        movie.samples(2000);
-    }
-}
-
 TEST(FragmentWalk, HostileFragmentsEndSoon) {
     const std::string head = fragmented_head(video_track());
     const auto moof = [](const std::string& traf) {
@@ -230,7 +216,7 @@ TEST(FragmentWalk, HostileFragmentsEndSoon) {
         {"four billion samples alike", moof(sized + many_alike)},
         {"and many runs", moof(sized + runs)},
         {"without sizes", moof(header + runs)},
-        {"each behind all before", box("moof", tracks)},
+        {"each after all before", box("moof", tracks)},
         {"index of nothing", back + back + moof(header)},
         {"index far away", full_box("sidx", words({7, 1, 0, UINT32_MAX, 0, 0, 0}), 1 << 24)},
         {"empty fragment", box("moof") + box("moof", box("traf"))},
@@ -241,7 +227,7 @@ TEST(FragmentWalk, HostileFragmentsEndSoon) {
     // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
-        // Zeros behind it: a file that was never filled.
+        // Zeros after it: a file that was never filled.
         OpenedMovie(head + c.fragments, uint64_t{1} << 40).expect_to_end_soon();
     }
 }

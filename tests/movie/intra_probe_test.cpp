@@ -26,7 +26,7 @@ TEST(IntraProbe, ReadsTheFirstSliceOfAvc) {
     // clang-format off
     const struct { const char* name; std::string sample; IntraGuess want; } kCases[] = {
         {"IDR", unit("\x65\x88"), kIntra},
-        {"IDR behind delimiter, sets and a long message",
+        {"IDR after delimiter, sets and a long message",
          unit("\x09\x10") + sets + message + unit("\x65\x88"), kIntra},
         {"I slice of type 7", intra_slice, kIntra},
         {"I slice of type 2", all_intra, kIntra},
@@ -53,7 +53,7 @@ TEST(IntraProbe, ReadsTheHeadersOfPart2AndH263) {
         const char* name; VideoCodec codec; std::string sample; IntraGuess want;
     } kCases[] = {
         {"I-VOP", kMpeg4, vop + "\x10", kIntra},
-        {"I-VOP behind a layer", kMpeg4, layer + vop + "\x10", kIntra},
+        {"I-VOP after a layer", kMpeg4, layer + vop + "\x10", kIntra},
         {"P-VOP", kMpeg4, vop + "\x50", kNotIntra},
         {"cut start code", kMpeg4, vop, kUnknown},
         {"no VOP", kMpeg4, zeros(2000), kUnknown},

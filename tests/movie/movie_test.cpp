@@ -81,7 +81,7 @@ TEST(Movie, LooksIntoSamplesWhereTheSyncTableIsWrong) {
         const MovieKeyFrame first = movie->key_frames_from(0, 1, Trust::kIndex).at(0);
         EXPECT_EQ(movie.bytes_of(first), right.samples[is_misled].bytes);
     }
-    // A number behind the last sample says nothing, although a picture lies where it would be.
+    // A number after the last sample says nothing, although a picture lies where it would be.
     TrackSpec four = track_of(4, 1);
     four.size_bits = 0;
     std::string file = plain_film(four);
@@ -103,14 +103,14 @@ TEST(Movie, StartsWhereItIsAskedTo) {
         SCOPED_TRACE(c.from_ms);
         EXPECT_EQ(movie.times_ms(c.from_ms, c.count), c.want);
     }
-    // Without a table of sync samples the same ones are found, also behind what an edit cuts off.
+    // Without a table of sync samples the same ones are found, also after what an edit cuts off.
     track.has_sync_table = false;
     EXPECT_EQ(OpenedMovie(plain_film(track)).times_ms(5001, 1), std::vector<int64_t>{10000});
     track.edits = words({1, 9100, 60, 0x10000});
     EXPECT_EQ(OpenedMovie(plain_film(track)).times_ms(0, 2), (std::vector<int64_t>{4000, 9000}));
 }
 
-TEST(Movie, ShowsTimesBehindCompositionAndEdits) {
+TEST(Movie, ShowsTimesWithCompositionAndEdits) {
     // clang-format off
     static const struct {
         const char* name; std::string edits; int32_t composition; std::vector<int64_t> want;
@@ -333,7 +333,7 @@ TEST(Movie, FindsTheMovieBoxWhereverItIs) {
     const auto expect_movie = [&](const char* name, const std::string& file) {
         EXPECT_EQ(OpenedMovie(file).samples(), sync_bytes(track)) << name;
     };
-    // Up to where the data starts; the movie box behind it goes to the end of the file.
+    // Up to where the data starts; the movie box after it goes to the end of the file.
     const std::pair<const char*, std::string> kFronts[] = {
         {"without a file type", mdat},
         {"wide data", box("wide") + u32(1) + "mdat" + u64(data.size() + 16)},
@@ -344,7 +344,7 @@ TEST(Movie, FindsTheMovieBoxWhereverItIs) {
         {"swallowed by open data", box("free", "\0\0\0\7moov") + u32(0) + "mdat"},
         {"swallowed by long data", u32(99999) + "mdat"},
         {"begun by long data", u32(data.size() + 48) + "mdat"},
-        {"behind short data", u32(data.size()) + "mdat"},
+        {"after short data", u32(data.size()) + "mdat"},
     };
     for (const auto& [name, front] : kFronts) {
         const std::string movie = film_header(film_track(track, front.size()) + meta);

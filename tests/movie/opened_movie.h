@@ -16,7 +16,7 @@
 constexpr size_t kAll = 1000000;
 
 struct OpenedMovie {
-    // With zeros behind the bytes if the size is larger.
+    // With zeros after the bytes if the size is larger.
     explicit OpenedMovie(std::string bytes, uint64_t size = 0)
         : source(bytes, std::max<uint64_t>(bytes.size(), size)) {}
     Movie* operator->() { return &movie; }

@@ -32,7 +32,7 @@ TEST(Presentation, EditsMoveTimes) {
         {"none", {}, 25, 2500, 0},
         {"starts later", {{5000, 20}}, 25, 500, 5000},
         {"before the start", {{5000, 20}}, 15, -500, 5000},
-        {"behind the end", {{1000, 20}}, 50, 3000, 1000, true},
+        {"after the end", {{1000, 20}}, 50, 3000, 1000, true},
         {"between two", {{1000, 20}, {1000, 50}}, 40, 2000, 2000, true},
         {"nothing first", {{3000, -1}, {5000, 0}}, 25, 5500, 8000},
         {"open end", {{0, 10}}, 25, 1500, 0},

@@ -31,7 +31,7 @@ TEST(BoxReader, WalkReachesWhatFollowsABox) {
         EXPECT_EQ(walked.context.video_track_id == 7, c.is_reached);
     }
     EXPECT_EQ(WalkedFile(zeros(7)).result, 0u);
-    EXPECT_EQ(WalkedFile(box("free") + zeros(3)).result, 8u) << "a cut header behind others";
+    EXPECT_EQ(WalkedFile(box("free") + zeros(3)).result, 8u) << "a cut header after others";
 }
 
 TEST(BoxReader, MovieHiddenInFreeCountsOnce) {

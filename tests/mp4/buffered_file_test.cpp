@@ -25,7 +25,7 @@ TEST_F(BufferedFileTest, SeeksStayInTheBufferWhenTheyCan) {
     EXPECT_EQ(upnp_file_seek_b(f, -8, 1), 0);
     EXPECT_EQ(f->handle->position, 16) << "the system's position moved";
     EXPECT_EQ(upnp_file_read_u16_b(f), 0x0001);
-    EXPECT_EQ(upnp_file_seek_b(f, 16, 0), 16) << "just behind the buffer";
+    EXPECT_EQ(upnp_file_seek_b(f, 16, 0), 16) << "just after the buffer";
     EXPECT_EQ(upnp_file_read_u8_b(f), 16);
     EXPECT_EQ(upnp_file_seek_b(f, -3, 2), 97);
     EXPECT_EQ(upnp_file_read_u32_b(f), 0u) << "three bytes are no 32-bit number";

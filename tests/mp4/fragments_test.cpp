@@ -8,7 +8,7 @@ static const std::string kHeld = full_box("trun", u32(0));  // leaves its conten
 
 static std::string fragment(const std::string& boxes) { return box("moof", box("traf", boxes)); }
 
-// A movie of track 1 at 0, the fragment behind it, and a random access table that leads there.
+// A movie of track 1 at 0, the fragment after it, and a random access table that leads there.
 static std::string with_fragment(const std::string& moof, uint32_t default_size = 0) {
     const std::string movie = movie_of("") + full_box("trex", words({1, 1, 0, default_size, 0}));
     const uint32_t offset = static_cast<uint32_t>(movie.size());
@@ -56,7 +56,7 @@ static std::vector<RandomAccessEntry> read_in_order(BufferedFile* file, uint32_t
     return entries;
 }
 
-TEST(Fragments, TableIsTheSameInAnyOrderAndBehindTheEndOfTheFile) {
+TEST(Fragments, TableIsTheSameInAnyOrderAndAfterTheEndOfTheFile) {
     std::string bytes;
     for (int i = 0; i < 6000; ++i) bytes += static_cast<char>(i * 7 + i / 251 + 1);
     const TempFolder folder;
@@ -102,7 +102,7 @@ TEST(Fragments, KeyFrameIsPlacedByItsFragment) {
         {"default size", fragment(mine + run_of_defaults), 100, 9},
         {"size at the track number", fragment(full_box("tfhd", words({1, 55}), 0x10) + run_of_defaults),
          100, 1},
-        {"size behind two fields", fragment(full_box("tfhd", words({1, 4, 55}), 0x1a) + run_of_defaults),
+        {"size after two fields", fragment(full_box("tfhd", words({1, 4, 55}), 0x1a) + run_of_defaults),
          100, 55},
         {"later runs do not count", fragment(mine + run + full_box("trun", words({1, 9}), 0x1)), 100, 44},
         {"audio in front", fragment(other + full_box("trun", words({1, 5, 6}), 0x201) + mine + run),

@@ -48,5 +48,5 @@ TEST(TrackHeaders, LateHandlerParsesAgainWhatItMissed) {
     // The last of three boxes is taken for times, whatever it is.
     EXPECT_EQ(file_table_word(walked.file.get(), &walked.state.time_to_sample, 3), 4u);
     EXPECT_FALSE(walked.state.sample_to_chunk.is_present);
-    EXPECT_EQ(walked.state.chunk_offsets.count, 2u) << "the walk goes on behind the handler";
+    EXPECT_EQ(walked.state.chunk_offsets.count, 2u) << "the walk goes on after the handler";
 }

@@ -55,7 +55,7 @@ inline std::string log_of(const std::string& bytes) {
     return read_file(folder.path("log"));
 }
 
-// A movie of one video track with these boxes in its media box, behind the handler.
+// A movie of one video track with these boxes in its media box, after the handler.
 inline std::string movie_of(const std::string& boxes, const std::string& front = handler("vide")) {
     return box("moov",
                box("trak", track_header(1) + box("mdia", media_header(10, 50) + front + boxes)));

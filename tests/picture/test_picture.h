@@ -18,7 +18,7 @@ struct TestPicture {
                 const std::function<int(uint32_t, uint32_t)>& luma = nullptr) {
         const uint32_t pitch = (width + 15) / 16 * 16;
         const uint32_t rows = (height + 15) / 16 * 16;
-        bytes.assign(pitch * rows * 3 / 2, 128);  // its exact size: sanitizers see what lies behind
+        bytes.assign(pitch * rows * 3 / 2, 128);  // its exact size: sanitizers see what follows
         decoded.planes = bytes.data();
         decoded.width = width;
         decoded.height = height;

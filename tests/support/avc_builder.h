@@ -29,7 +29,7 @@ struct PpsSpec {
     int32_t pic_init_qp_minus26 = 0, chroma_qp_index_offset = 0;
     uint32_t deblocking_control = 0, redundant_pic_cnt_present = 0;
     std::string extension = "";
-    std::string behind = "";  // bytes behind the trailing bits
+    std::string behind = "";  // bytes after the trailing bits
 };
 
 struct SliceSpec {

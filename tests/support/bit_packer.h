@@ -32,5 +32,5 @@ std::string escaped(const std::string& payload);
 // Header byte and escaped payload.
 std::string nal_unit(int nal_ref_idc, int nal_unit_type, const BitPacker& payload);
 
-// The unit behind its big-endian length.
+// The unit after its big-endian length.
 std::string with_length(const std::string& nal, int length_size);

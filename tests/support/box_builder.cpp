@@ -119,7 +119,7 @@ std::string fragmented_file(const MovieSpec& spec, uint32_t duration) {
     std::string entries = words({1, 0, spec.samples.size()});
     for (size_t i = 0; i < spec.samples.size(); ++i) {
         entries += words({i * spec.sample_duration, out.size()}) + "\1\1\1";
-        // The data starts behind 56 bytes of fragment and the 8 of the media data's header.
+        // The data starts after 56 bytes of fragment and the 8 of the media data's header.
         const std::string run = full_box("trun", words({1, 64, spec.samples[i].size()}), 0x201);
         out += box("moof", box("traf", full_box("tfhd", u32(1), 0x20000) + run)) +
                box("mdat", spec.samples[i]);

@@ -19,7 +19,7 @@ std::string large_box(const std::string& type, const std::string& content);  // 
 // With the word of version and flags in front of the content.
 std::string full_box(const std::string& type, const std::string& content, uint32_t flags = 0);
 
-// Sample entries of any type, with boxes behind the 78 bytes that all have.
+// Sample entries of any type, with boxes after the 78 bytes that all have.
 std::string visual_entry_of(const std::string& type, const std::string& boxes = "",
                             uint32_t width = 64, uint32_t height = 48);
 std::string avc_configuration(const std::vector<std::string>& sequence_sets,
@@ -42,9 +42,9 @@ struct MovieSpec {
     uint32_t time_scale = 10;
     uint32_t sample_duration = 10;
 };
-// The sample tables. Chunks lie behind each other from there on in the file.
+// The sample tables. Chunks lie one after another from there on in the file.
 std::string sample_table(const MovieSpec& spec, uint32_t first_chunk_offset);
-// File type, media data and the movie box behind it.
+// File type, media data and the movie box after it.
 std::string movie_file(const MovieSpec& spec);
 // Movie box, a fragment for each sample, which counts as a key frame, then the random access table.
 // A duration other than 0 goes to the movie extends header. sync is not used.

@@ -9,7 +9,7 @@
 
 #include "tests/support/box_builder.h"
 
-// H.264 samples of one NAL unit behind a length prefix; no two numbers give the same bytes.
+// H.264 samples of one NAL unit after a length prefix; no two numbers give the same bytes.
 std::string idr_sample(uint32_t number, uint32_t length = 40, uint32_t prefix_size = 4);
 std::string predicted_sample(uint32_t number, uint32_t length = 20, uint32_t prefix_size = 4);
 
@@ -35,7 +35,7 @@ struct TrackSpec {
     uint32_t duration = 0;  // of the media header
     std::vector<uint64_t> matrix = {0x10000, 0, 0, 0, 0x10000, 0, 0, 0, 0x40000000};
     uint32_t width = 64, height = 48;
-    std::string edits;               // content of "elst" behind version and flags
+    std::string edits;               // content of "elst" after version and flags
     std::string references;          // content of "tref"
     uint32_t samples_per_chunk = 2;  // less where the description changes
     uint32_t size_bits = 32;  // 4, 8 and 16 are "stz2"; 0: all samples have the size of the first
@@ -43,9 +43,9 @@ struct TrackSpec {
     bool is_wide = false;            // headers of version 1, edits too
     bool has_sync_table = true;
 };
-// "trak". Samples lie one behind another from the offset on.
+// "trak". Samples lie one after another from the offset on.
 std::string film_track(const TrackSpec& track, uint64_t first_offset);
-// "moov" behind "mvhd" of time scale 1000.
+// "moov" after "mvhd" of time scale 1000.
 std::string film_header(const std::string& boxes, uint32_t duration = 0,
                         const std::vector<uint64_t>& matrix = {0x10000, 0, 0, 0, 0x10000, 0, 0, 0,
                                                                0x40000000});

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Bytes in memory as a source for movies, with zeros behind them if it is to be larger. Counts what
+// Bytes in memory as a source for movies, with zeros after them if it is to be larger. Counts what
 // is read.
 #pragma once
 

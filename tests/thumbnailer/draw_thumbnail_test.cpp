@@ -30,23 +30,6 @@ Verdict draw(const std::string& movie, const Options& options) {
     return outcome.verdict;
 }
 
-TEST(DrawThumbnail, SurvivesTheEndAtEveryByte) {
-    Options options;
-    options.size = {32, 32};
-    for (const char* clip :
-         {"grey.mp4", "mpeg4_interlaced_odd.mp4", "h263.3gp", "fragmented.mp4"}) {
-        const std::string movie = read_file(std::string(KEYSTILL_MEDIA) + clip);
-        ASSERT_EQ(draw(movie, options), Verdict::kDone) << clip;
-        // Dense where boxes are likely, at the ends, and every seventh byte of the samples.
-        const size_t dense = std::min<size_t>(movie.size(), 1500);
-        for (size_t length = 0; length < movie.size();
-             length += length < dense || length > movie.size() - dense ? 1 : 7) {
-            ASSERT_NO_FATAL_FAILURE(draw(movie.substr(0, length), options))
-                << clip << ' ' << length;
-        }
-    }
-}
-
 TEST(DrawThumbnail, TriesOtherKeyFramesWhenTheChosenOneIsDamaged) {
     const std::string movie = read_file(std::string(KEYSTILL_MEDIA) + "sample.mp4");
     Options options;

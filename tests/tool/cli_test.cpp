@@ -33,7 +33,8 @@ class Cli : public testing::Test {
         const int status = status_apart([&] {
             dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
             dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
-            setenv("QEMU_ARGV0", line.argv()[0], 1);  // an emulated program starts behind a script
+            setenv("QEMU_ARGV0", line.argv()[0],
+                   1);  // an emulated program starts by way of a script
             if (prepare) prepare();
             return execv(KEYSTILL_PROGRAM, line.argv());
         });

@@ -69,7 +69,7 @@ TEST(KeyFrames, CollectionStartsAtThePartOfTheClip) {
     collect(fragmented_file(ten_seconds(), 100), 45, 3, {"f", "h", "i"});  // 4.5 s; 6 s is empty
 }
 
-TEST(KeyFrames, SyncSampleNumber0IsBehindEveryTimeAndEmpty) {
+TEST(KeyFrames, SyncSampleNumber0IsAfterEveryTimeAndEmpty) {
     MovieSpec spec = ten_seconds();
     spec.sync = {2, 0, 5, 8};
     collect(movie_file(spec), 51, 2, {"eee", "h"});
