@@ -24,15 +24,32 @@ static int clip_coef(int v) {
 #endif
 }
 
+// What the H.263 method makes of the levels of the tables, which need no clipping:
+// 31 * (2 * 27 + 1).
+static constexpr int kTableLevels = 32;
+static constexpr struct H263Coefs {
+    int16_t of[32][2 * kTableLevels];  // by quantiser and kTableLevels + level
+    constexpr H263Coefs() : of() {
+        for (int quant = 1; quant < 32; ++quant) {
+            for (int level = 1; level < kTableLevels; ++level) {
+                const int magnitude = quant * (2 * level + 1) - (~quant & 1);
+                of[quant][kTableLevels + level] = static_cast<int16_t>(magnitude);
+                of[quant][kTableLevels - level] = static_cast<int16_t>(-magnitude);
+            }
+        }
+    }
+} kH263Coefs;
+
 struct Dequantiser {
     int scale;   // 2 * quant
     int offset;  // what the H.263 method adds to the magnitude
     const uint8_t* matrix;
+    const int16_t* coefs;  // of the H.263 method, by level, for those of the tables
 };
 
 static Dequantiser make_dequantiser(const M4vBlockDecoder& d) {
     assert(d.quant >= 1 && d.quant <= 31);
-    return {2 * d.quant, d.quant - (~d.quant & 1), d.matrix};
+    return {2 * d.quant, d.quant - (~d.quant & 1), d.matrix, kH263Coefs.of[d.quant] + kTableLevels};
 }
 
 template <Method kMethod>
@@ -42,6 +59,12 @@ static int dequantise(const Dequantiser& q, int level, unsigned position) {
         return clip_coef(level * q.matrix[position] * q.scale / 16);
     const int sign = level >> 31;
     return level * q.scale + ((q.offset ^ sign) - sign);
+}
+
+template <Method kMethod>
+static int dequantise_table_level(const Dequantiser& q, int level, unsigned position) {
+    if (kMethod == Method::kH263 || kMethod == Method::kMpeg4H263) return q.coefs[level];
+    return dequantise<kMethod>(q, level, position);
 }
 
 // Puts what stands at scan index `index` into the block and its edge.
@@ -54,53 +77,62 @@ static inline void store(M4vBlockDecoder* d, const M4vScan& scan, M4vBlockEdge* 
         static_cast<int16_t>(kMethod == Method::kAic ? coef : level);
 }
 
+// Takes the event after an entry of kTcoefEscape.
+static inline TcoefEntry take_escaped_event(BitWindow* bits, M4vBlockDecoder* d, TcoefEntry entry) {
+    bits_drop(bits, entry.length());
+    bits_refill(bits, &d->bits);
+    static_assert(kTcoefEscapedBits <= kBitWordSize);  // all of which are right now
+    const TcoefEntry event = m4v_escaped_event(bits->cache, *d->tcoef, entry);
+    int length = event.length();
+    if (length > kBitsGuaranteed) {  // more than the reader counts in 32 bits
+        bits_drop(bits, kBitsGuaranteed);
+        bits_refill(bits, &d->bits);
+        length -= kBitsGuaranteed;
+    }
+    bits_drop(bits, length);
+    return event;
+}
+
 // Reads events after scan index `index` (-1: from the DC on) up to the last one. Returns its scan
 // index, or -1 on an error. A function of its own, so that what its loop needs has registers.
 template <Method kMethod>
 [[gnu::noinline]] static int read_events(M4vBlockDecoder* d, const M4vScan& scan, int index,
                                          M4vBlockEdge* edge) {
     const TcoefEntry* const primary = d->tcoef->primary;
-    const Dequantiser q = make_dequantiser(*d);
-    BitWindow bits = d->bits;
-    const auto take = [&](int i, const TcoefEntry* entry) {
-        const int level = entry->level;
+    Dequantiser q = make_dequantiser(*d);
+    asm("" : "+r"(q.coefs));  // a register for it, not a sum anew for every event
+    BitWindow bits = bits_window(d->bits);
+    const auto take = [&](int i, TcoefEntry event) {
         const unsigned position = scan.position[i];
-        bits_drop(&bits, entry->length);
-        // The levels of the tables need no clipping: 31 * (2 * 27 + 1).
-        store<kMethod>(d, scan, edge, i, level, position, dequantise<kMethod>(q, level, position));
+        bits_drop(&bits, event.length());
+        const int coef = dequantise_table_level<kMethod>(q, event.level(), position);
+        store<kMethod>(d, scan, edge, i, event.level(), position, coef);
     };
     for (;;) {
         bits_need(&bits, &d->bits, kTcoefPrimaryBits + kTcoefSecondaryBits);
-        const TcoefEntry* entry = &primary[bits_cached(&bits, kTcoefPrimaryBits)];
-        int next = index + entry->step;
-        if (next > 63) [[unlikely]] {  // neither the last event nor a special step fits below
-            if (entry->step == kTcoefLong) {
-                entry = m4v_long_event(bits, *d->tcoef, *entry);
-                next = index + entry->step;
-            }
-            if (next > 63 && entry->step < kTcoefLong) {
-                next -= static_cast<int>(kTcoefLast);
-                const bool is_valid = entry->step >= kTcoefLast && next <= 63;
-                if (is_valid) take(next, entry);
-                static_cast<BitWindow&>(d->bits) = bits;
-                return is_valid ? next : -1;
-            }
-            if (next > 63) {
-                static_cast<BitWindow&>(d->bits) = bits;
-                const TcoefEntry event = m4v_read_escaped_event(&d->bits, *d->tcoef, *entry);
-                index += event.step & (kTcoefLast - 1);
-                if (index > 63) return -1;  // as after kTcoefInvalid
-                const unsigned position = scan.position[index];
-                const int coef = clip_coef(dequantise<kMethod>(q, event.level, position));
-                store<kMethod>(d, scan, edge, index, event.level, position, coef);
-                if (event.step >= kTcoefLast) return index;
-                bits = d->bits;
-                continue;
-            }
+        TcoefEntry event = primary[bits_cached(&bits, kTcoefPrimaryBits)];
+        const int next = index + static_cast<int>(event.step());
+        if (next <= 63) [[likely]] {  // neither the last event nor a special step is that short
+            take(next, event);
+            index = next;
+            continue;
         }
-        take(next, entry);
-        index = next;
+        event = m4v_whole_entry(bits.cache, *d->tcoef, event);
+        const bool is_escaped = event.step() >= kTcoefEscape;
+        if (is_escaped) event = take_escaped_event(&bits, d, event);
+        index += event.step() & (kTcoefLast - 1);
+        if (index > 63) break;  // as after kTcoefInvalid
+        if (is_escaped) {
+            const unsigned position = scan.position[index];
+            const int coef = clip_coef(dequantise<kMethod>(q, event.level(), position));
+            store<kMethod>(d, scan, edge, index, event.level(), position, coef);
+        } else {
+            take(index, event);
+        }
+        if (event.step() >= kTcoefLast) break;
     }
+    bits_return(&d->bits, bits);
+    return index <= 63 ? index : -1;
 }
 
 static void fill(int dc, M4vTarget target) {

@@ -6,90 +6,84 @@ static int sign_extend(unsigned value, unsigned bits) {
     return static_cast<int>(value ^ sign) - static_cast<int>(sign);
 }
 
-static constexpr TcoefEntry kInvalidEvent = {0, kTcoefInvalid, 0};
+// n bits (1 up) after the first `at` ones.
+static unsigned field(BitWord bits, unsigned at, unsigned n) {
+    return static_cast<unsigned>(bits << at >> (kBitWordSize - static_cast<int>(n)));
+}
 
-static TcoefEntry make_event(bool last, unsigned run, int level) {
-    if (level == 0 || run > 63) return kInvalidEvent;
-    const unsigned step = run + 1 + (last ? kTcoefLast : 0);
-    return {static_cast<int16_t>(level), static_cast<uint8_t>(step), 0};
+static TcoefEntry invalid_event(unsigned length) { return {0, kTcoefInvalid, length}; }
+
+// Level 0 says that the event is not valid.
+static TcoefEntry make_event(bool last, unsigned run, int level, unsigned length) {
+    if (level == 0) return invalid_event(length);
+    return {level, run + 1 + (last ? kTcoefLast : 0), length};
 }
 
 // ISO/IEC 14496-2 7.4.1.3: a code of the table follows, whose level or run is to be raised above
 // what the table has, or all three with fixed lengths.
-static TcoefEntry read_mpeg4_escape(BitReader* bits, const TcoefTable& table) {
-    BitWindow window = *bits;
-    bits_need(&window, bits, 2);
-    const bool is_level_offset = bits_take(&window, 1) == 0;
-    const bool is_fixed_length = !is_level_offset && bits_take(&window, 1) != 0;
-    bits_refill(&window, bits);
-    if (is_fixed_length) {
-        const unsigned fields =
-            bits_take(&window, 21);  // last 1, run 6, marker 1, level 12, marker 1
-        static_cast<BitWindow&>(*bits) = window;
-        if ((fields & 0x2001) != 0x2001) return kInvalidEvent;
-        return make_event(fields >> 20, fields >> 14 & 63, sign_extend(fields >> 1 & 0xfff, 12));
+static TcoefEntry mpeg4_escaped_event(BitWord bits, const TcoefTable& table) {
+    if (field(bits, 0, 2) == 3) {
+        const unsigned fields = field(bits, 2, 21);  // last 1, run 6, marker 1, level 12, marker 1
+        const bool has_markers = (fields & 0x2001) == 0x2001;
+        const int level = has_markers ? sign_extend(fields >> 1 & 0xfff, 12) : 0;
+        return make_event(fields >> 20, fields >> 14 & 63, level, 23);
     }
-    const TcoefEntry* entry = &table.primary[bits_cached(&window, kTcoefPrimaryBits)];
-    if (entry->step == kTcoefLong) entry = m4v_long_event(window, table, *entry);
-    bits_drop(&window, entry->length);
-    static_cast<BitWindow&>(*bits) = window;
-    if (entry->step >= kTcoefLong) return kInvalidEvent;
-    const bool last = entry->step >= kTcoefLast;
-    unsigned run = (entry->step & (kTcoefLast - 1)) - 1;
-    const int sign = entry->level >> 15;
-    int magnitude = (entry->level ^ sign) - sign;
-    if (is_level_offset) {
-        magnitude += table.max_level[last][run];
-    } else {
-        run += table.max_run[last][magnitude] + 1u;
+    const bool is_run_offset = field(bits, 0, 1);
+    const unsigned kind_bits = is_run_offset ? 2 : 1;
+    bits <<= kind_bits;
+    const TcoefEntry event =
+        m4v_whole_entry(bits, table, table.primary[field(bits, 0, kTcoefPrimaryBits)]);
+    const unsigned length = static_cast<unsigned>(event.length()) + kind_bits;
+    if (event.step() >= kTcoefLong) return invalid_event(length);
+    const bool last = event.step() >= kTcoefLast;
+    const int sign = event.level() < 0 ? -1 : 1;
+    if (is_run_offset) {
+        const unsigned offset = table.max_run[last][event.level() * sign] + 1u;
+        return {event.level(), event.step() + offset, length};
     }
-    return make_event(last, run, (magnitude ^ sign) - sign);
+    const int offset = table.max_level[last][(event.step() & (kTcoefLast - 1)) - 1];
+    return {event.level() + sign * offset, event.step(), length};
 }
 
 // ISO/IEC 14496-2 tables B-24, B-25: last 1, run 6, marker 1, level 11, marker 1, 0000, sign.
-static TcoefEntry read_reversible_escape(BitReader* bits) {
-    const unsigned head = bits_read(bits, 8);
-    const unsigned tail = bits_read(bits, 17);
-    if ((head & 1) == 0 || (tail >> 1 & 31) != 16) return kInvalidEvent;
-    const int level = static_cast<int>(tail >> 6);
-    return make_event(head >> 7, head >> 1 & 63, tail & 1 ? -level : level);
+static TcoefEntry reversible_escaped_event(BitWord bits) {
+    const bool is_valid = field(bits, 7, 1) && field(bits, 19, 5) == 16;
+    const int level = is_valid ? static_cast<int>(field(bits, 8, 11)) : 0;
+    const bool is_negative = field(bits, 24, 1);
+    return make_event(field(bits, 0, 1), field(bits, 1, 6), is_negative ? -level : level, 25);
 }
 
-static TcoefEntry read_long_reversible(BitReader* bits) {
-    bits_refill(bits);
-    TcoefEntry entry = m4v_reversible_event(bits_cached(bits, 16));
-    if (entry.step >= kTcoefLong) return kInvalidEvent;
-    bits_drop(bits, entry.length);
-    return entry;
+static TcoefEntry long_reversible_event(BitWord bits) {
+    const TcoefEntry event = m4v_reversible_event(field(bits, 0, 16));
+    return event.step() < kTcoefLong ? event : invalid_event(0);
 }
 
 // H.263 5.4.2: last 1, run 6, level 8. T.4: level -128 announces one of 11 bits that are rotated by
 // five positions.
-static TcoefEntry read_h263_escape(BitReader* bits, bool is_extended) {
-    bits_refill(bits);
-    const unsigned fields = bits_take(bits, 15);
-    int level = sign_extend(fields & 255, 8);
+static TcoefEntry h263_escaped_event(BitWord bits, bool is_extended) {
+    unsigned length = 15;
+    int level = sign_extend(field(bits, 7, 8), 8);
     if (level == -128) {
-        if (!is_extended) return kInvalidEvent;
-        const unsigned rotated = bits_read(bits, 11);
-        level = sign_extend((rotated & 63) << 5 | rotated >> 6, 11);
+        const unsigned rotated = field(bits, 15, 11);
+        level = is_extended ? sign_extend((rotated & 63) << 5 | rotated >> 6, 11) : 0;
+        length = is_extended ? 26 : 15;
     }
-    return make_event(fields >> 14, fields >> 8 & 63, level);
+    return make_event(field(bits, 0, 1), field(bits, 1, 6), level, length);
 }
 
-TcoefEntry m4v_read_escaped_event(BitReader* bits, const TcoefTable& table, TcoefEntry entry) {
-    if (entry.step == kTcoefInvalid) return kInvalidEvent;
-    bits_drop(bits, entry.length);
+TcoefEntry m4v_escaped_event(BitWord bits, const TcoefTable& table, TcoefEntry entry) {
+    if (entry.step() == kTcoefInvalid) return invalid_event(0);
     switch (table.escapes) {
         case TcoefEscapes::kMpeg4:
-            return read_mpeg4_escape(bits, table);
+            return mpeg4_escaped_event(bits, table);
         case TcoefEscapes::kReversible:
-            return entry.length == 0 ? read_long_reversible(bits) : read_reversible_escape(bits);
+            return entry.length() == 0 ? long_reversible_event(bits)
+                                       : reversible_escaped_event(bits);
         case TcoefEscapes::kH263:
         case TcoefEscapes::kH263Extended:
-            return read_h263_escape(bits, table.escapes == TcoefEscapes::kH263Extended);
+            return h263_escaped_event(bits, table.escapes == TcoefEscapes::kH263Extended);
     }
-    return kInvalidEvent;
+    return invalid_event(0);
 }
 
 namespace {

@@ -9,11 +9,22 @@
 
 // --- Transform coefficients -----------------------------------------------------------------
 
-// One event, the sign bit included in code and level.
-struct TcoefEntry {
-    int16_t level;   // signed; for kTcoefLong the first of a group in `secondary`
-    uint8_t step;    // run + 1, + kTcoefLast on the last event of the block, or a kTcoef... below
-    uint8_t length;  // bits of the code and the sign, 0 when invalid
+// One event, the sign bit included in code and level. A word, so that one load brings it.
+class TcoefEntry {
+ public:
+    constexpr TcoefEntry() = default;
+    constexpr TcoefEntry(int level, unsigned step, unsigned length)
+        : word(step << 24 | (static_cast<unsigned>(level) & 0xffff) << 8 | length) {}
+
+    // Signed, 16 bits; for kTcoefLong the first of a group in `secondary`.
+    constexpr int level() const { return static_cast<int>(word << 8) >> 16; }
+    // run + 1, + kTcoefLast on the last event of the block, or a kTcoef... below
+    constexpr unsigned step() const { return word >> 24; }
+    // Bits of the code and the sign, 0 when invalid.
+    constexpr int length() const { return static_cast<int>(word & 255); }
+
+ private:
+    uint32_t word = 0;
 };
 constexpr unsigned kTcoefLast = 128;
 constexpr unsigned kTcoefLong = 253;     // longer than kTcoefPrimaryBits: see `secondary`
@@ -46,20 +57,24 @@ extern const TcoefTable kTcoefH263Extended;  // the same with Annex T escapes
 extern const TcoefTable kTcoefAic;           // H.263 table I.2
 extern const TcoefTable kTcoefAicExtended;   // the same with Annex T escapes
 
-// The entry after one of kTcoefLong.
-inline const TcoefEntry* m4v_long_event(const BitWindow& bits, const TcoefTable& table,
-                                        TcoefEntry link) {
+// The entry of the code that `bits`, the next ones from the top bit down, begin with, where the
+// primary table has `entry` for it.
+inline TcoefEntry m4v_whole_entry(BitWord bits, const TcoefTable& table, TcoefEntry entry) {
+    if (entry.step() != kTcoefLong) return entry;
     constexpr unsigned kMask = (1u << kTcoefSecondaryBits) - 1;
-    const unsigned low = bits_cached(&bits, kTcoefPrimaryBits + kTcoefSecondaryBits) & kMask;
-    return &table.secondary[static_cast<unsigned>(link.level) + low];
+    const BitWord code =
+        bits >> (kBitWordSize - static_cast<int>(kTcoefPrimaryBits + kTcoefSecondaryBits));
+    return table.secondary[static_cast<unsigned>(entry.level()) + (code & kMask)];
 }
 
 // Which code of kTcoefReversible the next 16 bits begin with.
 TcoefEntry m4v_reversible_event(unsigned bits);
 
-// Reads the event after an entry of kTcoefEscape, whose length is not skipped yet. The step is
-// kTcoefInvalid when it is not valid, or that of the entry is.
-TcoefEntry m4v_read_escaped_event(BitReader* bits, const TcoefTable& table, TcoefEntry entry);
+// The event after an entry of kTcoefEscape, with the length of all that follows it. The step is
+// kTcoefInvalid when the event is not valid, or that of the entry is.
+//   bits   those after the entry from the top bit down, kTcoefEscapedBits of them at least
+constexpr int kTcoefEscapedBits = 26;
+TcoefEntry m4v_escaped_event(BitWord bits, const TcoefTable& table, TcoefEntry entry);
 
 // --- Macroblock headers and DC --------------------------------------------------------------
 

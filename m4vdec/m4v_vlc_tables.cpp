@@ -50,22 +50,21 @@ struct Lookup {
     }
 
     constexpr void add(unsigned code, unsigned length, int level, unsigned step) {
-        const TcoefEntry entry = {static_cast<int16_t>(level), static_cast<uint8_t>(step),
-                                  static_cast<uint8_t>(length)};
+        const TcoefEntry entry(level, step, length);
         if (length <= kTcoefPrimaryBits) {
             const unsigned spare = kTcoefPrimaryBits - length;
             for (unsigned i = 0; i < 1u << spare; ++i) primary[code << spare | i] = entry;
             return;
         }
         TcoefEntry& link = primary[code >> (length - kTcoefPrimaryBits)];
-        if (link.step != kTcoefLong) {
-            link = {static_cast<int16_t>(groups << kTcoefSecondaryBits), kTcoefLong, 0};
+        if (link.step() != kTcoefLong) {
+            link = {static_cast<int>(groups << kTcoefSecondaryBits), kTcoefLong, 0};
             ++groups;  // more than kGroups does not compile: the write below leaves the array
         }
         const unsigned spare = kMaxBits - length;
         const unsigned low = (code << spare) & ((1u << kTcoefSecondaryBits) - 1);
         for (unsigned i = 0; i < 1u << spare; ++i) {
-            secondary[static_cast<unsigned>(link.level) + low + i] = entry;
+            secondary[static_cast<unsigned>(link.level()) + low + i] = entry;
         }
     }
 
@@ -256,9 +255,7 @@ constexpr TcoefEntry reversible_event(unsigned bits) {
     const unsigned shorter_words = (length - 3) * (length - 2) - (length >= 4 ? 1 : 0);
     if (shorter_words + index >= std::size(kReversibleEvents)) return kInvalid;
     const auto& [last, run, level] = kReversibleEvents[shorter_words + index];
-    return {static_cast<int16_t>(is_negative ? -level : level),
-            static_cast<uint8_t>(run + 1 + (last ? kTcoefLast : 0)),
-            static_cast<uint8_t>(length + 1)};
+    return {is_negative ? -level : level, run + 1 + (last ? kTcoefLast : 0), length + 1};
 }
 
 struct ReversibleLookup {
@@ -267,7 +264,8 @@ struct ReversibleLookup {
     constexpr ReversibleLookup() : primary() {
         for (unsigned code = 0; code < 1u << kTcoefPrimaryBits; ++code) {
             const TcoefEntry entry = reversible_event(code << (16 - kTcoefPrimaryBits));
-            const bool is_long = entry.length == 0 || entry.length > kTcoefPrimaryBits;
+            const bool is_long =
+                entry.length() == 0 || entry.length() > static_cast<int>(kTcoefPrimaryBits);
             primary[code] = is_long ? TcoefEntry{0, kTcoefEscape, 0} : entry;
         }
     }

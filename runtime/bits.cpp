@@ -12,6 +12,7 @@ void bits_refill_near_end(BitReader* r) {
         r->cache |= byte << (kBitWordSize - 8 - r->available);
         r->available += 8;
     }
+    if (r->next < r->end) r->cache |= BitWord{*r->next} >> (r->available - (kBitWordSize - 8));
 }
 
 uint32_t bits_read(BitReader* r, int n) {

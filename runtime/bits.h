@@ -25,7 +25,7 @@ static_assert(kMostBitsRead <= kBitsGuaranteed);
 // local, whose address is handed to nothing that is not inlined, so that it stays in registers.
 struct BitWindow {
     const uint8_t* next;  // first byte that available does not count
-    BitWord cache;        // the next unread bits, in the top bits; right data may follow them
+    BitWord cache;        // the next unread bits, in the top bits; after a refill all are right
     int available;        // unread bits in cache that count
 };
 
@@ -33,6 +33,15 @@ struct BitReader : BitWindow {
     const uint8_t* end;   // one past the last byte
     size_t padding_bits;  // zero bits supplied after the end
 };
+
+// A reader's window, and its return. By members, since a copy of the whole, gap included, would
+// keep the local one in memory.
+inline BitWindow bits_window(const BitReader& r) { return {r.next, r.cache, r.available}; }
+inline void bits_return(BitReader* r, const BitWindow& w) {
+    r->next = w.next;
+    r->cache = w.cache;
+    r->available = w.available;
+}
 
 inline BitReader bits_start(const uint8_t* data, size_t length) {
     return {{data, 0, 0}, data + length, 0};
@@ -54,9 +63,11 @@ inline BitWord bits_load_word(const uint8_t* p) {
         w->next += (kBitWordSize - 1 - w->available) >> 3;
         w->available |= kBitWordSize - 8;
     } else {
-        static_cast<BitWindow&>(*r) = *w;
+        bits_return(r, *w);
         bits_refill_near_end(r);
-        *w = *r;
+        w->next = r->next;
+        w->cache = r->cache;
+        w->available = r->available;
     }
 }
 

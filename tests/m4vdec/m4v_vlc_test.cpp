@@ -11,10 +11,12 @@ TEST(Bits, AreAsWrittenAndZerosAfterTheEnd) {
     for (size_t length = 0; length < data.size(); ++length) {
         const std::string part = data.substr(0, length);
         const int bit_count = static_cast<int>(8 * length);
-        const std::string digits = BitPacker().bytes(part).bits() + std::string(100, '0');
+        const std::string digits = BitPacker().bytes(part).bits() + std::string(200, '0');
         BitReader bits = bits_start(reinterpret_cast<const uint8_t*>(part.data()), length);
         for (int at = 0, n = 1; at < bit_count + 70; at += n, n = n % kMostBitsRead + 1) {
             ASSERT_EQ(bits_overrun(&bits), at > bit_count);
+            bits_refill(&bits);
+            ASSERT_EQ(bits.cache, stoull(digits.substr(at, kBitWordSize), nullptr, 2));
             ASSERT_EQ(bits_read(&bits, n), stoul(digits.substr(at, n), nullptr, 2))
                 << length << " " << at;
         }
@@ -64,10 +66,14 @@ TEST(Tcoef, ReadsPrintedCodesAndRefusesOthers) {
         BitReader bits = bits_start(reinterpret_cast<const uint8_t*>(data.data()), data.size());
         bits_refill(&bits);
         TcoefEntry entry = c.table->primary[bits_cached(&bits, kTcoefPrimaryBits)];
-        if (entry.step == kTcoefLong) entry = *m4v_long_event(bits, *c.table, entry);
-        if (entry.step >= kTcoefLong) entry = m4v_read_escaped_event(&bits, *c.table, entry);
+        entry = m4v_whole_entry(bits.cache, *c.table, entry);
+        if (entry.step() >= kTcoefLong) {
+            bits_drop(&bits, entry.length());
+            bits_refill(&bits);
+            entry = m4v_escaped_event(bits.cache, *c.table, entry);
+        }
         const unsigned step = c.level == 0 ? kTcoefInvalid : c.step + (c.last ? kTcoefLast : 0);
-        EXPECT_EQ(entry.level, c.level) << c.digits;
-        EXPECT_EQ(entry.step, step) << c.digits;
+        EXPECT_EQ(entry.level(), c.level) << c.digits;
+        EXPECT_EQ(entry.step(), step) << c.digits;
     }
 }
