@@ -54,9 +54,3 @@ inline std::string log_of(const std::string& bytes) {
     upnp_log_stop();
     return read_file(folder.path("log"));
 }
-
-// A movie of one video track with these boxes in its media box, after the handler.
-inline std::string movie_of(const std::string& boxes, const std::string& front = handler("vide")) {
-    return box("moov",
-               box("trak", track_header(1) + box("mdia", media_header(10, 50) + front + boxes)));
-}

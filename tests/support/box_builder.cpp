@@ -76,6 +76,11 @@ std::string handler(const std::string& type, const std::string& component) {
     return full_box("hdlr", component + type + zeros(13));
 }
 
+std::string movie_of(const std::string& boxes, const std::string& front) {
+    return box("moov",
+               box("trak", track_header(1) + box("mdia", media_header(10, 50) + front + boxes)));
+}
+
 std::string sample_table(const MovieSpec& spec, uint32_t first_chunk_offset) {
     std::vector<uint64_t> sizes = {0, spec.samples.size()}, offsets = {0};
     uint64_t offset = first_chunk_offset;

@@ -34,6 +34,9 @@ std::string track_header(uint32_t track_id, uint32_t width = 0, uint32_t height 
 std::string media_header(uint32_t time_scale, uint32_t duration);
 std::string handler(const std::string& type, const std::string& component = zeros(4));
 
+// A movie box of one video track with these boxes in its media box, after the handler.
+std::string movie_of(const std::string& boxes, const std::string& front = handler("vide"));
+
 struct MovieSpec {
     std::string entry;                 // sample entry of the video track
     std::vector<std::string> samples;  // coded, in order

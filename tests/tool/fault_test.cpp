@@ -210,9 +210,7 @@ TEST_F(Faults, HostileFilesCostLittleTimeAndMemory) {
 
 // A movie with these boxes in its sample table, after the description.
 static std::string movie_of_tables(const std::string& tables) {
-    const std::string table = full_box("stsd", u32(1) + avc_entry("SPS", "PPS")) + tables;
-    return box("moov", box("trak", track_header(1) + box("mdia", media_header(10, 1000) +
-                                                                     handler("vide") + table)));
+    return movie_of(full_box("stsd", u32(1) + avc_entry("SPS", "PPS")) + tables);
 }
 
 // A few kilobytes that claim tables and samples in the hole after them.

@@ -11,17 +11,27 @@
 
 using Samples = std::vector<std::string>;
 
+// What the collector says of a file.
+struct Collected {
+    explicit Collected(const std::string& file, int32_t percent = 0,
+                       int32_t count = kMostKeyFrames) {
+        write_file(folder.path("x.mp4"), file);
+        request.clip_offset_percent = percent;
+        request.key_frame_count = count;
+        result = GetKeyFrameMpeg4(folder.path("x.mp4").c_str(), &request);
+    }
+    TempFolder folder;
+    KeyFrameRequest request = {};
+    int result;
+};
+
 // Collects and compares the samples. Returns the result.
 static int collect(const std::string& file, int32_t percent, int32_t count, const Samples& want) {
     SCOPED_TRACE(percent);
-    const TempFolder folder;
-    write_file(folder.path("x.mp4"), file);
-    KeyFrameRequest request = {};
-    request.clip_offset_percent = percent;
-    request.key_frame_count = count;
-    const int result = GetKeyFrameMpeg4(folder.path("x.mp4").c_str(), &request);
+    Collected collected(file, percent, count);
+    KeyFrameRequest& request = collected.request;
     Samples samples;
-    for (int32_t i = 0; result == 0 && i < request.key_frame_count; ++i) {
+    for (int32_t i = 0; collected.result == 0 && i < request.key_frame_count; ++i) {
         KeyFrame record;
         EXPECT_EQ(key_frame_read(&request, i, &record), Refusal::kNone);
         samples.emplace_back(record.sample, record.sample + record.bytes_read);
@@ -30,24 +40,10 @@ static int collect(const std::string& file, int32_t percent, int32_t count, cons
         key_frame_release(&record);
     }
     EXPECT_EQ(samples, want);
-    EXPECT_EQ(request.duration_s, result == 0 ? 10 : 0);
+    EXPECT_EQ(request.duration_s, collected.result == 0 ? 10 : 0);
     request = {};
     EXPECT_EQ(g_memUsed, 0);
-    return result;
-}
-
-struct Collected {
-    int result;
-    int32_t key_frames, runs;
-};
-
-static Collected collect_all(const std::string& file) {
-    const TempFolder folder;
-    write_file(folder.path("x.mp4"), file);
-    KeyFrameRequest request = {};
-    request.key_frame_count = kMostKeyFrames;
-    const int result = GetKeyFrameMpeg4(folder.path("x.mp4").c_str(), &request);
-    return {result, request.key_frame_count, request.list.run_count};
+    return collected.result;
 }
 
 // Ten seconds of ten samples; the key frames are b, e, h and j, and g is one without bytes.
@@ -81,11 +77,11 @@ TEST(KeyFrames, AreCollectedHoweverManyThereAre) {
         spec.samples.assign(count, "123456789");
         spec.sync.resize(count);
         std::iota(spec.sync.begin(), spec.sync.end(), 1);
-        EXPECT_EQ(collect_all(movie_file(spec)).key_frames, static_cast<int32_t>(count));
+        EXPECT_EQ(Collected(movie_file(spec)).request.key_frame_count, static_cast<int32_t>(count));
     }
     spec.samples = {std::string(1 << 20, 'x')};
     spec.sync.assign(60, 1);  // all of them the same sample
-    EXPECT_EQ(collect_all(movie_file(spec)).key_frames, 60);
+    EXPECT_EQ(Collected(movie_file(spec)).request.key_frame_count, 60);
 }
 
 // A fragmented movie that starts with a fragment, in which a table without entries lies.
@@ -104,9 +100,9 @@ TEST(KeyFrames, RandomAccessEntriesThatAreNotInTheFileAreZeros) {
     const std::string stored = words({0, 0}) + "\1\1\1";
     collect(with_table(3, stored), 0, 9, {"first", "first", "first"});
     collect(with_table(3, stored), 99, 9, {"first"});
-    const Collected all = collect_all(with_table(60'000'000, stored));
-    EXPECT_EQ(all.key_frames, 60'000'000);
-    EXPECT_EQ(all.runs, 1);
+    const Collected all(with_table(60'000'000, stored));
+    EXPECT_EQ(all.request.key_frame_count, 60'000'000);
+    EXPECT_EQ(all.request.list.run_count, 1);
 }
 
 TEST(KeyFrames, NegativeFragmentOffsetLeadsToTheStartOfTheFile) {
@@ -120,8 +116,8 @@ TEST(KeyFrames, FragmentSamplesNeedATableOfThem) {
         const std::string media = handler("vide") + full_box("stss", u32(count));
         return movie + box("moov", box("trak", box("mdia", media)));
     };
-    EXPECT_EQ(collect_all(with_sync_count(kUpnpMaxBlock / 8)).result, 0);
-    EXPECT_EQ(collect_all(with_sync_count(kUpnpMaxBlock / 8 + 1)).result, -1);
+    EXPECT_EQ(Collected(with_sync_count(kUpnpMaxBlock / 8)).result, 0);
+    EXPECT_EQ(Collected(with_sync_count(kUpnpMaxBlock / 8 + 1)).result, -1);
 }
 
 TEST(KeyFrames, SampleMayBeLongerThanTheFileButNotThanABlock) {
