@@ -3,10 +3,15 @@
 
 #include "avcdec/deblock_tables.h"
 
+// Stands for the macroblock across an edge that is left alone: any mean with its QP is off.
+static constexpr DeblockRecord kNoNeighbour = {{104, 104, 104}, 0, 0, 0};
+constexpr int kFirstOff = 52;  // (104 + 0 + 1) >> 1
+constexpr int kLastOff = (104 + 51 + 1) >> 1;
+
 // The thresholds of a slice by the mean QP of the two sides of an edge (H.264 8.7.2.2). Few slices
 // differ in their offsets: macroblock by macroblock a look is enough.
 struct SliceThresholds {
-    EdgeThresholds by_qp[52];
+    EdgeThresholds by_qp[kLastOff + 1];
     int offset_a;
     int offset_b;
 };
@@ -14,126 +19,139 @@ struct SliceThresholds {
 static void set_thresholds(SliceThresholds* t, int offset_a, int offset_b) {
     t->offset_a = offset_a;
     t->offset_b = offset_b;
-    for (int qp = 0; qp < 52; ++qp) {
+    for (int qp = 0; qp < kFirstOff; ++qp) {
         const int index_a = kDeblockPad + qp + offset_a;
         const int index_b = kDeblockPad + qp + offset_b;
         const uint8_t alpha = kDeblockAlpha[index_a];
         t->by_qp[qp] = {alpha, kDeblockBeta[index_b], kDeblockTc0[index_a],
                         static_cast<uint8_t>((alpha >> 2) + 2)};
     }
+    for (int qp = kFirstOff; qp <= kLastOff; ++qp) t->by_qp[qp] = {};
 }
 
-// Sets the edges of one direction in all planes. p is the macroblock on the other side of the outer
-// edge; null when that edge is not filtered.
-static void set_edges(const SliceThresholds& t, const DeblockRecord* p, const DeblockRecord& q,
-                      DeblockEdges edges[3]) {
-    for (int c = 0; c < 3; ++c) {
-        edges[c].inner = t.by_qp[q.qp[c]];
-        edges[c].inner_step = c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;
-        edges[c].outer = p ? t.by_qp[(p->qp[c] + q.qp[c] + 1) >> 1] : EdgeThresholds{};
+// A row on its way.
+struct DeblockRow {
+    uint8_t* plane[3];           // its first samples
+    const DeblockRecord* above;  // null for the first row
+    const DeblockRecord* records;
+    SliceThresholds thresholds;
+};
+
+static void start_row(DeblockRow* r, const AvcPicture& picture, uint32_t row,
+                      const DeblockRecord* above, const DeblockRecord* records) {
+    const ptrdiff_t chroma = static_cast<ptrdiff_t>(row) * (picture.stride / 2) * 8;
+    r->plane[0] = picture.plane[0] + static_cast<ptrdiff_t>(row) * picture.stride * 16;
+    r->plane[1] = picture.plane[1] + chroma;
+    r->plane[2] = picture.plane[2] + chroma;
+    r->above = above;
+    r->records = records;
+    set_thresholds(&r->thresholds, records[0].offset_a, records[0].offset_b);
+}
+
+// The edges of one macroblock or two that are filtered together, three for each of them.
+struct EdgesByDirection {
+    DeblockEdges vertical[6];
+    DeblockEdges horizontal[6];
+};
+
+// The macroblock p across an edge that q filters if it has the flag.
+static const DeblockRecord& across(const DeblockRecord* p, const DeblockRecord& q, int flag) {
+    return q.flags & flag && p->flags & kDeblockDecoded ? *p : kNoNeighbour;
+}
+
+static const EdgeThresholds& between(const SliceThresholds& t, const DeblockRecord& p,
+                                     const DeblockRecord& q, int c) {
+    return t.by_qp[(p.qp[c] + q.qp[c] + 1) >> 1];
+}
+
+// Sets the edges of the macroblock in column x, which are number i.
+static void set_edges(DeblockRow* r, uint32_t x, int i, EdgesByDirection* e) {
+    const DeblockRecord& q = r->records[x];
+    SliceThresholds* const t = &r->thresholds;
+    if (q.offset_a != t->offset_a || q.offset_b != t->offset_b) {
+        set_thresholds(t, q.offset_a, q.offset_b);
     }
+    const DeblockRecord& left = x > 0 ? across(&q - 1, q, kDeblockLeft) : kNoNeighbour;
+    const DeblockRecord& above = r->above ? across(r->above + x, q, kDeblockTop) : kNoNeighbour;
+    for (int c = 0; c < 3; ++c) {
+        DeblockEdges* const vertical = &e->vertical[3 * i + c];
+        DeblockEdges* const horizontal = &e->horizontal[3 * i + c];
+        vertical->outer = between(*t, left, q, c);
+        horizontal->outer = between(*t, above, q, c);
+        vertical->inner = horizontal->inner = t->by_qp[q.qp[c]];
+        vertical->inner_step = horizontal->inner_step =
+            c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;
+    }
+}
+
+static bool is_filtered(const DeblockRow& r, const AvcPicture& picture, uint32_t x) {
+    return x < picture.width_mbs && r.records[x].flags & kDeblockInner;
+}
+
+static bool is_monochrome(const DeblockRow& r, uint32_t x) {
+    return r.records[x].flags & kDeblockMonochrome;
 }
 
 static bool is_on(const DeblockEdges& e) { return e.outer.is_on() || e.inner.is_on(); }
 
-static const DeblockRecord* neighbour(const DeblockRecord* p, const DeblockRecord& q, int flag) {
-    return q.flags & flag && p && p->flags & kDeblockDecoded ? p : nullptr;
-}
-
-// A macroblock to be filtered.
-struct DeblockJob {
-    uint8_t* plane[3];  // its first samples
-    const DeblockRecord* record;
-    const DeblockRecord* left;  // across the outer edges; null where they are left alone
-    const DeblockRecord* above;
-    const SliceThresholds* thresholds;
+// Where macroblocks that are filtered together are. Without planes of chroma they are monochrome.
+struct DeblockPlace {
+    uint8_t* plane[3];
+    ptrdiff_t pitch;  // of luma
+    ptrdiff_t luma_distance;
+    ptrdiff_t chroma_distance;
 };
 
-// A row on its way.
-struct DeblockRowState {
-    const DeblockRecord* above;  // null for the first row
-    const DeblockRecord* records;
-    uint32_t row;
-    SliceThresholds thresholds;
-};
-
-static void start_row(DeblockRowState* s, uint32_t row, const DeblockRecord* above,
-                      const DeblockRecord* records) {
-    s->row = row;
-    s->above = above;
-    s->records = records;
-    set_thresholds(&s->thresholds, records[0].offset_a, records[0].offset_b);
-}
-
-static bool has_job(const DeblockRowState& s, const AvcPicture& picture, uint32_t x) {
-    return x < picture.width_mbs && s.records[x].flags & kDeblockInner;
-}
-
-// The job of column x, which has one. It is good up to the next of the row.
-static void set_job(DeblockRowState* s, const AvcPicture& picture, uint32_t x, DeblockJob* job) {
-    const DeblockRecord& q = s->records[x];
-    if (q.offset_a != s->thresholds.offset_a || q.offset_b != s->thresholds.offset_b) {
-        set_thresholds(&s->thresholds, q.offset_a, q.offset_b);
-    }
-    const ptrdiff_t luma = (static_cast<ptrdiff_t>(s->row) * picture.stride + x) * 16;
-    const ptrdiff_t chroma = (static_cast<ptrdiff_t>(s->row) * (picture.stride / 2) + x) * 8;
-    *job = {{picture.plane[0] + luma, picture.plane[1] + chroma, picture.plane[2] + chroma},
-            &q,
-            neighbour(x > 0 ? &s->records[x - 1] : nullptr, q, kDeblockLeft),
-            neighbour(s->above ? &s->above[x] : nullptr, q, kDeblockTop),
-            &s->thresholds};
-}
-
-static bool is_monochrome(const DeblockJob& job) { return job.record->flags & kDeblockMonochrome; }
-
-// Across the outer edge of the direction that is filtered.
-using DeblockJobSide = const DeblockRecord* DeblockJob::*;
-
-static void filter_one(const EdgeKernels& k, const DeblockJob& job, DeblockJobSide side,
-                       ptrdiff_t pitch) {
-    __attribute__((uninitialized)) DeblockEdges e[3];
-    set_edges(*job.thresholds, job.*side, *job.record, e);
-    if (is_on(e[0])) k.luma(job.plane[0], pitch, 0, e);
-    if (!is_monochrome(job) && (is_on(e[1]) || is_on(e[2]))) {
-        k.chroma(job.plane[1], job.plane[2], pitch / 2, 0, e);
+template <int kCount>
+static void filter(const EdgeKernels& k, const DeblockPlace& at, const DeblockEdges* e) {
+    const DeblockEdges* const second = e + 3 * (kCount - 1);
+    if (is_on(e[0]) || is_on(second[0])) k.luma(at.plane[0], at.pitch, at.luma_distance, e);
+    if (!at.plane[1]) return;
+    if (is_on(e[1]) || is_on(e[2]) || is_on(second[1]) || is_on(second[2])) {
+        k.chroma(at.plane[1], at.plane[2], at.pitch / 2, at.chroma_distance, e);
     }
 }
 
-static void filter_two(const EdgeKernels& k, const DeblockJob jobs[2], DeblockJobSide side,
-                       ptrdiff_t pitch) {
-    __attribute__((uninitialized)) DeblockEdges e[6];
-    for (int i = 0; i < 2; ++i) {
-        set_edges(*jobs[i].thresholds, jobs[i].*side, *jobs[i].record, e + 3 * i);
-    }
-    const DeblockJob& job = jobs[0];
-    if (is_on(e[0]) || is_on(e[3])) {
-        k.luma(job.plane[0], pitch, jobs[1].plane[0] - job.plane[0], e);
-    }
-    if (is_on(e[1]) || is_on(e[2]) || is_on(e[4]) || is_on(e[5])) {
-        k.chroma(job.plane[1], job.plane[2], pitch / 2, jobs[1].plane[1] - job.plane[1], e);
-    }
+template <int kCount>
+static void filter(const DeblockKernels& k, const DeblockPlace& at, const EdgesByDirection& e) {
+    filter<kCount>(k.vertical, at, e.vertical);
+    filter<kCount>(k.horizontal, at, e.horizontal);
 }
 
-// All edges of a macroblock, or of two.
-static void filter_one(const ReconKernels& k, const DeblockJob& job, ptrdiff_t pitch) {
-    filter_one(k.deblock.vertical, job, &DeblockJob::left, pitch);
-    filter_one(k.deblock.horizontal, job, &DeblockJob::above, pitch);
+static DeblockPlace place_of(const DeblockRow& r, const AvcPicture& picture, uint32_t x) {
+    const bool has_chroma = !is_monochrome(r, x);
+    return {{r.plane[0] + 16 * x, has_chroma ? r.plane[1] + 8 * x : nullptr,
+             has_chroma ? r.plane[2] + 8 * x : nullptr},
+            picture.stride,
+            0,
+            0};
 }
 
-static void filter_two(const ReconKernels& k, const DeblockJob jobs[2], ptrdiff_t pitch) {
-    filter_two(k.deblock_two.vertical, jobs, &DeblockJob::left, pitch);
-    filter_two(k.deblock_two.horizontal, jobs, &DeblockJob::above, pitch);
+static void filter_one(const ReconKernels& k, DeblockRow* r, const AvcPicture& picture,
+                       uint32_t x) {
+    __attribute__((uninitialized)) EdgesByDirection e;
+    set_edges(r, x, 0, &e);
+    filter<1>(k.deblock, place_of(*r, picture, x), e);
+}
+
+// Column x of the upper row and the one lag columns before it of the lower row.
+static void filter_two(const ReconKernels& k, DeblockRow* upper, DeblockRow* lower,
+                       const AvcPicture& picture, uint32_t x, uint32_t lag) {
+    __attribute__((uninitialized)) EdgesByDirection e;
+    set_edges(upper, x, 0, &e);
+    set_edges(lower, x - lag, 1, &e);
+    DeblockPlace at = place_of(*upper, picture, x);
+    at.luma_distance = static_cast<ptrdiff_t>(picture.stride) * 16 - 16 * ptrdiff_t{lag};
+    at.chroma_distance = static_cast<ptrdiff_t>(picture.stride / 2) * 8 - 8 * ptrdiff_t{lag};
+    filter<2>(k.deblock_two, at, e);
 }
 
 void deblock_row(const ReconKernels& k, const AvcPicture& picture, uint32_t row,
                  const DeblockRecord* above, const DeblockRecord* records) {
-    DeblockRowState s;
-    start_row(&s, row, above, records);
+    DeblockRow r;
+    start_row(&r, picture, row, above, records);
     for (uint32_t x = 0; x < picture.width_mbs; ++x) {
-        DeblockJob job;
-        if (!has_job(s, picture, x)) continue;
-        set_job(&s, picture, x, &job);
-        filter_one(k, job, picture.stride);
+        if (is_filtered(r, picture, x)) filter_one(k, &r, picture, x);
     }
 }
 
@@ -142,20 +160,17 @@ void deblock_two_rows(const ReconKernels& k, const AvcPicture& picture, uint32_t
     // A macroblock changes samples of its neighbours to the left and above. Two columns behind, the
     // lower row finds all that the standard's order has changed before it, and nothing more.
     constexpr uint32_t kLag = 2;
-    DeblockRowState upper, lower;
-    start_row(&upper, row, records[0], records[1]);
-    start_row(&lower, row + 1, records[1], records[2]);
+    DeblockRow upper, lower;
+    start_row(&upper, picture, row, records[0], records[1]);
+    start_row(&lower, picture, row + 1, records[1], records[2]);
     for (uint32_t x = 0; x < picture.width_mbs + kLag; ++x) {
-        __attribute__((uninitialized)) DeblockJob jobs[2];
-        const bool has_upper = has_job(upper, picture, x);
-        const bool has_lower = x >= kLag && has_job(lower, picture, x - kLag);
-        if (has_upper) set_job(&upper, picture, x, &jobs[0]);
-        if (has_lower) set_job(&lower, picture, x - kLag, &jobs[1]);
-        if (has_upper && has_lower && !is_monochrome(jobs[0]) && !is_monochrome(jobs[1])) {
-            filter_two(k, jobs, picture.stride);
+        const bool has_upper = is_filtered(upper, picture, x);
+        const bool has_lower = x >= kLag && is_filtered(lower, picture, x - kLag);
+        if (has_upper && has_lower && !is_monochrome(upper, x) && !is_monochrome(lower, x - kLag)) {
+            filter_two(k, &upper, &lower, picture, x, kLag);
             continue;
         }
-        if (has_upper) filter_one(k, jobs[0], picture.stride);
-        if (has_lower) filter_one(k, jobs[1], picture.stride);
+        if (has_upper) filter_one(k, &upper, picture, x);
+        if (has_lower) filter_one(k, &lower, picture, x - kLag);
     }
 }
