@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "tests/support/bit_packer.h"
+
 static std::string unit_sample(char header, char slice, uint32_t number, uint32_t length,
                                uint32_t prefix_size) {
     std::string unit = {header, slice};
@@ -49,17 +51,13 @@ static std::string size_box(const TrackSpec& track) {
     if (track.size_bits == 0) {
         return full_box("stsz", words({samples[0].bytes.size(), samples.size()}));
     }
-    std::string sizes;
-    for (size_t i = 0; i < samples.size(); ++i) {
-        const size_t size = samples[i].bytes.size();
-        if (track.size_bits == 32) sizes += u32(size);
-        if (track.size_bits == 16) sizes += u16(size);
-        if (track.size_bits == 8) sizes += static_cast<char>(size);
-        if (track.size_bits == 4 && i % 2 == 0) sizes += static_cast<char>(size << 4);
-        if (track.size_bits == 4 && i % 2 == 1) sizes.back() |= static_cast<char>(size);
+    BitPacker sizes;
+    for (const FilmSample& sample : samples) {
+        sizes.u(static_cast<int>(track.size_bits), sample.bytes.size());
     }
-    if (track.size_bits == 32) return full_box("stsz", words({0, samples.size()}) + sizes);
-    return full_box("stz2", words({track.size_bits, samples.size()}) + sizes);
+    const bool is_plain = track.size_bits == 32;
+    return full_box(is_plain ? "stsz" : "stz2",
+                    words({is_plain ? 0 : track.size_bits, samples.size()}) + sizes.str());
 }
 
 static std::string film_tables(const TrackSpec& track, uint64_t offset) {
@@ -129,11 +127,9 @@ std::string plain_film(const TrackSpec& track) {
 
 // The samples [first, end) in a "trun".
 static std::string film_run(const TrafSpec& spec, size_t first, size_t end, uint32_t data_offset) {
-    uint32_t flags = spec.has_data_offset ? 1 : 0;
+    const uint32_t flags = (spec.has_data_offset ? 1 : 0) | (spec.states_each ? 0xf00 : 0x204);
     std::string content = u32(end - first);
     if (spec.has_data_offset) content += u32(data_offset);
-    if (spec.states_each) flags |= 0xf00;
-    if (!spec.states_each) flags |= 0x204;
     if (!spec.states_each) content += u32(spec.samples[first].is_sync ? 0x2000000 : 0x1010000);
     for (size_t i = first; i < end; ++i) {
         const FilmSample& sample = spec.samples[i];
