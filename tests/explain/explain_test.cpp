@@ -427,9 +427,10 @@ TEST_F(Explain, TheSandboxChangesNoReport) {
         {good, {"--json", path_, old, "16", "16", "85", "2", "0", "0"}},
         {good, {"--html", page, path_, old, path_}},
     };
-    for (const auto& [file, args] : kCases) {
+    for (const auto& c : kCases) {
+        const std::vector<std::string>& args = c.second;
         SCOPED_TRACE(args[0]);
-        write_file(path_, file);
+        write_file(path_, c.first);
         const int want = run(args);
         const std::string want_page = args[0] == "--html" ? read_file(page) : "";
         FILE* const out = fopen(report.c_str(), "wb");
