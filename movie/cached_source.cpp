@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <utility>
 
 // The movie box of half an hour: read at one go that costs less than two places on a disk.
 constexpr uint64_t kShortStretch = 512 << 10;
@@ -58,7 +59,18 @@ const CachedSource::Block* CachedSource::block_with(uint64_t offset, size_t want
     return nullptr;
 }
 
+uint64_t CachedSource::append(std::vector<uint8_t> bytes) {
+    appended_ = std::move(bytes);
+    return source_->size();
+}
+
 size_t CachedSource::read(uint64_t offset, std::span<uint8_t> into) {
+    if (offset >= source_->size()) {
+        const uint64_t skipped = std::min<uint64_t>(offset - source_->size(), appended_.size());
+        const size_t count = std::min<size_t>(into.size(), appended_.size() - skipped);
+        if (count != 0) memcpy(into.data(), appended_.data() + skipped, count);
+        return count;
+    }
     size_t done = 0;
     while (done < into.size()) {
         const Block* const block = block_with(offset + done, into.size() - done);

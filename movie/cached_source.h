@@ -15,7 +15,10 @@ class CachedSource final : public ByteSource {
     // is one, a longer one is cut from its end on. Of stretches the last two count.
     void keep(uint64_t begin, uint64_t end);
 
-    uint64_t size() const override { return source_->size(); }
+    // Puts bytes behind those of the source. Returns their place.
+    uint64_t append(std::vector<uint8_t> bytes);
+
+    uint64_t size() const override { return source_->size() + appended_.size(); }
     size_t read(uint64_t offset, std::span<uint8_t> into) override;
 
  private:
@@ -36,6 +39,7 @@ class CachedSource final : public ByteSource {
 
     ByteSource* source_;
     WorkBudget* work_;
+    std::vector<uint8_t> appended_;
     Stretch stretches_[2] = {};
     std::vector<Block> blocks_;
     size_t oldest_ = 0;

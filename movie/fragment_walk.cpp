@@ -340,7 +340,8 @@ bool FragmentWalk::visit_run(const Box& trun, TrackFragment* fragment, KeyFrameV
                 flags & (kRunHasDurations | kRunHasSizes | kRunHasFlags | kRunHasCompositions)));
     if (entry_size != 0) count = std::min(count, (trun.end - field) / entry_size);
     for (uint64_t i = 0; i < count; ++i) {
-        if (entry_size == 0 && i == 1 && (!visitor || !is_sync(defaults.flags))) {
+        const bool is_wanted = visitor && (shows_all_ || is_sync(defaults.flags));
+        if (entry_size == 0 && i == 1 && !is_wanted) {
             // All further samples are alike, and none is of interest.
             fragment->time = wrapped_sum(fragment->time, (count - 1) * defaults.duration);
             fragment->next_data += (count - 1) * defaults.size;
@@ -359,11 +360,11 @@ bool FragmentWalk::visit_run(const Box& trun, TrackFragment* fragment, KeyFrameV
         const uint32_t sample_flags = i == 0 && has_first_flags ? first_flags : stated;
         // Signed with version 1, and with version 0 by many writers.
         const int64_t composition = static_cast<int32_t>(value(kRunHasCompositions, 0));
-        if (visitor && size != 0 && is_sync(sample_flags)) {
+        if (visitor && size != 0 && (shows_all_ || is_sync(sample_flags))) {
             const int64_t shown = wrapped_sum(fragment->time, static_cast<uint64_t>(composition));
             if (visitor->wants(shown) &&
                 !visitor->take({shown, fragment->next_data, size, defaults.description,
-                                is_said_independent(sample_flags)})) {
+                                !shows_all_ && is_said_independent(sample_flags)})) {
                 return false;
             }
         }

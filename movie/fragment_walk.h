@@ -5,6 +5,7 @@
 #pragma once
 
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "movie/fragment_finder.h"
@@ -21,6 +22,10 @@ class FragmentWalk {
     // Shows the visitor the sync samples of all fragments from the one that holds media_time on,
     // in the track's time scale. Returns false once the visitor has enough.
     bool visit(int64_t media_time, KeyFrameVisitor* visitor);
+
+    // From now on all samples are shown, as ones that no index tells apart. Returns whether that is
+    // new.
+    bool distrust_flags() { return !std::exchange(shows_all_, true); }
 
     // Where the first fragment's samples start and the last one's end, in the track's time scale.
     int64_t begin_time();
@@ -57,4 +62,5 @@ class FragmentWalk {
     int64_t least_distance_ = 0;  // of their times
     std::optional<FragmentPlace> last_place_;
     bool has_looked_for_last_ = false;
+    bool shows_all_ = false;
 };

@@ -13,12 +13,11 @@ CandidateState CandidateCheck::check(const FoundKeyFrame& found, MovieKeyFrame* 
     const size_t description =
         std::min<size_t>(std::max(found.description, 1U) - 1, entries_.size() - 1);
     const SampleEntry& entry = entries_[description];
-    const uint64_t source_size = reader_->source_size();
-    if (entry.description.refusal != MovieRefusal::kNone || found.offset >= source_size ||
+    if (entry.description.refusal != MovieRefusal::kNone || found.offset >= media_end_ ||
         !reader_->spend(kCheckCost)) {
         return CandidateState::kAbsent;
     }
-    const uint64_t there = std::min<uint64_t>(found.size, source_size - found.offset);
+    const uint64_t there = std::min<uint64_t>(found.size, media_end_ - found.offset);
     *key_frame = {shown_at(found.media_time), found.offset, static_cast<uint32_t>(there),
                   static_cast<uint32_t>(description)};
     const bool is_probed = trust_ == Trust::kSamples || !found.is_told_apart;

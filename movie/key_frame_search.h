@@ -21,9 +21,14 @@ enum class CandidateState : uint8_t {
 
 class CandidateCheck {
  public:
-    CandidateCheck(SourceReader* reader, const Presentation& presentation,
+    // Samples end where the media does, at `media_end` of the source.
+    CandidateCheck(SourceReader* reader, uint64_t media_end, const Presentation& presentation,
                    const std::vector<SampleEntry>& entries, Trust trust)
-        : reader_(reader), presentation_(presentation), entries_(entries), trust_(trust) {}
+        : reader_(reader),
+          media_end_(media_end),
+          presentation_(presentation),
+          entries_(entries),
+          trust_(trust) {}
     int64_t shown_at(int64_t media_time) const { return presentation_.shown_at(media_time); }
     bool is_cut_off_behind(int64_t media_time) const {
         return presentation_.is_cut_off_behind(media_time);
@@ -33,6 +38,7 @@ class CandidateCheck {
 
  private:
     SourceReader* reader_;
+    uint64_t media_end_;
     const Presentation& presentation_;
     const std::vector<SampleEntry>& entries_;
     Trust trust_;

@@ -18,12 +18,20 @@ constexpr int64_t kEver = std::numeric_limits<int64_t>::max();
 
 // All that is known of an open movie.
 struct Movie::Parts {
-    explicit Parts(ByteSource* from) : source(from, &work), reader(&source, &work) {}
+    Parts(ByteSource* from, Inflater inflates)
+        : inflater(inflates),
+          media_end(from->size()),
+          source(from, &work),
+          reader(&source, &work) {}
     void open();
     bool read_header(const Box& moov);
+    bool inflate_header(const Box& moov, Box* inflated);
+    void look_into_free_space();
     void search_header();
     bool visit_key_frames(int64_t time_us, KeyFrameVisitor* visitor);
 
+    Inflater inflater;
+    uint64_t media_end;
     WorkBudget work;
     CachedSource source;
     SourceReader reader;
@@ -46,12 +54,36 @@ static bool is_first_box(uint32_t type) {
     return std::find(std::begin(kTypes), std::end(kTypes), type) != std::end(kTypes);
 }
 
+// QuickTime's compressed movie box: the method, then the size and the bytes of what the box is.
+// That stands after the end of the source from then on.
+bool Movie::Parts::inflate_header(const Box& moov, Box* inflated) {
+    constexpr uint64_t kMost = 16 << 20;
+    Box compressed, method, data;
+    if (!inflater || !find_child(&reader, moov, fourcc("cmov"), &compressed)) return false;
+    if (!find_child(&reader, compressed, fourcc("dcom"), &method)) return false;
+    if (reader.u32_at(method.content) != fourcc("zlib")) return false;
+    if (!find_child(&reader, compressed, fourcc("cmvd"), &data) || data.length() < 4) return false;
+    const uint32_t size = reader.u32_at(data.content);
+    const uint64_t stored = data.length() - 4;
+    if (size > kMost || stored > kMost || !work.spend(size + stored)) return false;
+    std::vector<uint8_t> in(stored), out(size);
+    if (source.read(data.content + 4, in) < stored || !inflater(in, out)) return false;
+    const uint64_t begin = source.append(std::move(out));
+    return BoxWalk(&reader, begin, source.size()).next(inflated) &&
+           inflated->type == fourcc("moov");
+}
+
 // Reads a movie box. Returns whether no other one can be better: a box with no video in it, or no
 // samples, may be a placeholder.
 bool Movie::Parts::read_header(const Box& moov) {
     source.keep(moov.begin, moov.end);
     MovieHeaders read;
-    const MovieRefusal why = read_movie_headers(&reader, moov, &read);
+    MovieRefusal why = read_movie_headers(&reader, moov, &read);
+    Box inflated;
+    if (why == MovieRefusal::kCompressedHeader && inflate_header(moov, &inflated)) {
+        read = {};
+        why = read_movie_headers(&reader, inflated, &read);
+    }
     const bool has_samples = read.has_fragments || read.video.tables.sample_count != 0;
     const bool is_final = why == MovieRefusal::kNone ? has_samples : why != MovieRefusal::kNoVideo;
     if (header_end == 0 || is_final) {
@@ -60,6 +92,15 @@ bool Movie::Parts::read_header(const Box& moov) {
         refusal = why;
     }
     return is_final;
+}
+
+// Old editors made a movie box free space by its type alone.
+void Movie::Parts::look_into_free_space() {
+    BoxWalk walk(&reader, 0, source.size());
+    for (Box box, child; walk.find(fourcc("free"), &box);) {
+        const bool is_movie = BoxWalk(&reader, box).next(&child) && child.type == fourcc("mvhd");
+        if (is_movie && read_header(box)) return;
+    }
 }
 
 // A box in front may claim what is the movie box, which mostly is the last one then.
@@ -87,6 +128,7 @@ void Movie::Parts::open() {
         if (box.type == fourcc("moov") && read_header(box)) break;
         if (box.type == fourcc("moof") && !first_fragment) first_fragment = box.begin;
     } while (walk.next(&box));
+    if (header_end == 0 && is_known && !first_fragment) look_into_free_space();
     if (header_end == 0 && is_known && !first_fragment) search_header();
     if (refusal != MovieRefusal::kNone) return;
     const VideoTrack& video = headers.video;
@@ -112,7 +154,8 @@ bool Movie::Parts::visit_key_frames(int64_t time_us, KeyFrameVisitor* visitor) {
     return !fragments || fragments->visit(media_time, visitor);
 }
 
-Movie::Movie(ByteSource* source) : parts_(std::make_unique<Parts>(source)) {
+Movie::Movie(ByteSource* source, Inflater inflater)
+    : parts_(std::make_unique<Parts>(source, inflater)) {
     parts_->open();
     if (parts_->refusal != MovieRefusal::kNone) return;
     for (const SampleEntry& entry : parts_->headers.video.entries) {
@@ -152,11 +195,32 @@ static CombinedMatrix combine(const DisplayMatrix& track, const DisplayMatrix& m
             entry(track.c, movie.a, track.d, movie.c), entry(track.c, movie.b, track.d, movie.d)};
 }
 
-double Movie::stretch() const {
-    const auto [a, b, c, d] = combine(parts_->headers.video.matrix, parts_->headers.matrix);
-    const double horizontally = a * a + c * c;
-    const double vertically = b * b + d * d;
+// How much more is stretched horizontally than vertically.
+static double stretch_of(const CombinedMatrix& matrix) {
+    const double horizontally = matrix.a * matrix.a + matrix.c * matrix.c;
+    const double vertically = matrix.b * matrix.b + matrix.d * matrix.d;
     return horizontally > 0 && vertically > 0 ? std::sqrt(horizontally / vertically) : 1;
+}
+
+// Less is rounding, or cropping that a header leaves out.
+static bool is_square(double aspect) {
+    constexpr double kMost = 1.02;
+    return aspect < kMost && aspect > 1 / kMost;
+}
+
+double Movie::pixel_aspect(size_t description) const {
+    const VideoDescription& entry = parts_->descriptions[description];
+    if (entry.pixel_width != 0 && entry.pixel_height != 0) {
+        return static_cast<double>(entry.pixel_width) / entry.pixel_height;
+    }
+    const VideoTrack& video = parts_->headers.video;
+    const double stretch = stretch_of(combine(video.matrix, parts_->headers.matrix));
+    if (!is_square(stretch)) return stretch;
+    const uint64_t width = uint64_t{video.width} * entry.height;
+    const uint64_t height = uint64_t{video.height} * entry.width;
+    if (width == 0 || height == 0) return 0;
+    const double aspect = static_cast<double>(width) / static_cast<double>(height);
+    return is_square(aspect) ? 0 : aspect;
 }
 
 Orientation Movie::orientation() const {
@@ -201,8 +265,8 @@ int64_t Movie::duration_us() {
 
 std::vector<MovieKeyFrame> Movie::key_frames_from(int64_t time_us, size_t count, Trust trust) {
     if (refusal() != MovieRefusal::kNone || count == 0) return {};
-    const CandidateCheck check(&parts_->reader, parts_->presentation, parts_->headers.video.entries,
-                               trust);
+    const CandidateCheck check(&parts_->reader, parts_->media_end, parts_->presentation,
+                               parts_->headers.video.entries, trust);
     FirstFrom wanted(&check, time_us, count);
     parts_->visit_key_frames(time_us, &wanted);
     std::vector<MovieKeyFrame> found = wanted.take_found();
@@ -225,6 +289,10 @@ std::vector<MovieKeyFrame> Movie::key_frames_from(int64_t time_us, size_t count,
         visit_table_key_frames(&parts_->source, &parts_->work, tables, 0, &any);
         found = any.take_found();
         if (!found.empty()) return found;
+    }
+    // So may be the flags of all fragments.
+    if (parts_->fragments && parts_->fragments->distrust_flags()) {
+        return key_frames_from(time_us, count, Trust::kSamples);
     }
     if (last.any_one()) return {*last.any_one()};
     return {};

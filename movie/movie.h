@@ -8,6 +8,7 @@
 #include <stdint.h>
 
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -27,13 +28,16 @@ enum class Orientation : uint8_t {
     kTurned270 = 8,
 };
 
+// Fills `into` with what the zlib stream inflates to. Returns false unless that is its size.
+using Inflater = bool (*)(std::span<const uint8_t> stream, std::span<uint8_t> into);
+
 class Movie {
  public:
     // Reads the headers and chooses the video track: not a cover picture or a chapter track; one
     // with samples before one without, an enabled one before a disabled one, one that can be
     // decoded before another, then the longest.
-    // The source has to outlive the movie.
-    explicit Movie(ByteSource* source);
+    // The source has to outlive the movie. Without an inflater compressed headers are refused.
+    explicit Movie(ByteSource* source, Inflater inflater = nullptr);
     ~Movie();
     Movie(const Movie&) = delete;
     Movie& operator=(const Movie&) = delete;
@@ -48,9 +52,10 @@ class Movie {
     const std::vector<VideoDescription>& descriptions() const;
     // What the display matrices of track and movie come nearest to.
     Orientation orientation() const;
-    // How much more they stretch what is shown horizontally than vertically, 1 if nothing is said.
-    // Greater than 0. Players stretch the coded picture by it, also when they turn it.
-    double stretch() const;
+    // Width of a coded pixel by its height, 0 if nothing is said. As players do it, this goes by
+    // the sample entry with that index, else by how the display matrices stretch, else by the size
+    // in the track header.
+    double pixel_aspect(size_t description) const;
     // The track header's size in pixels before it is turned, fractions cut off. 0 if not stated.
     uint32_t display_width() const;
     uint32_t display_height() const;

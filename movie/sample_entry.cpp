@@ -174,28 +174,33 @@ static void read_pixel_aspect(SourceReader* reader, const Box& pasp, VideoDescri
     out->pixel_height = height;
 }
 
+static uint32_t in_capitals(uint32_t format) {
+    uint32_t capitals = 0;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const uint32_t letter = format >> shift & 0xff;
+        capitals |= (letter >= 'a' && letter <= 'z' ? letter - 'a' + 'A' : letter) << shift;
+    }
+    return capitals;
+}
+
 static VideoCodec codec_of_format(uint32_t format) {
-    // The registered ones, then what programs carried over from AVI into QuickTime files.
+    // The registered ones, then what programs carried over from AVI into QuickTime files, which
+    // write them in letters of either size.
     static constexpr struct {
-        uint32_t format;
         VideoCodec codec;
-    } kFormats[] = {
-        {fourcc("avc1"), VideoCodec::kAvc},   {fourcc("avc2"), VideoCodec::kAvc},
-        {fourcc("avc3"), VideoCodec::kAvc},   {fourcc("avc4"), VideoCodec::kAvc},
-        {fourcc("dva1"), VideoCodec::kAvc},   {fourcc("dvav"), VideoCodec::kAvc},
-        {fourcc("mp4v"), VideoCodec::kMpeg4}, {fourcc("s263"), VideoCodec::kH263},
-        {fourcc("h263"), VideoCodec::kH263},  {fourcc("H263"), VideoCodec::kH263},
-        {fourcc("AVC1"), VideoCodec::kAvc},   {fourcc("h264"), VideoCodec::kAvc},
-        {fourcc("H264"), VideoCodec::kAvc},   {fourcc("x264"), VideoCodec::kAvc},
-        {fourcc("X264"), VideoCodec::kAvc},   {fourcc("DAVC"), VideoCodec::kAvc},
-        {fourcc("VSSH"), VideoCodec::kAvc},   {fourcc("3IV2"), VideoCodec::kMpeg4},
-        {fourcc("DIVX"), VideoCodec::kMpeg4}, {fourcc("divx"), VideoCodec::kMpeg4},
-        {fourcc("DX50"), VideoCodec::kMpeg4}, {fourcc("FMP4"), VideoCodec::kMpeg4},
-        {fourcc("fmp4"), VideoCodec::kMpeg4}, {fourcc("MP4V"), VideoCodec::kMpeg4},
-        {fourcc("XVID"), VideoCodec::kMpeg4}, {fourcc("xvid"), VideoCodec::kMpeg4},
-    };
-    for (const auto& known : kFormats) {
-        if (known.format == format) return known.codec;
+        char formats[20][5];
+    } kCodecs[] = {
+        {VideoCodec::kAvc,
+         {"AVC1", "AVC2", "AVC3", "AVC4", "DVA1", "DVAV", "H264", "X264", "Q264", "DAVC", "VSSH"}},
+        {VideoCodec::kMpeg4,
+         {"MP4V", "3IV2", "DIVX", "DX50", "FMP4", "XVID", "XVIX", "MP4S", "M4S2", "RMP4", "SEDG",
+          "UMP4", "DM4V", "HDX4", "BLZ0", "WV1F"}},
+        {VideoCodec::kH263, {"S263", "H263", "U263", "M263", "L263", "X263", "D263", "ILVR"}}};
+    const uint32_t wanted = in_capitals(format);
+    for (const auto& known : kCodecs) {
+        for (const auto& text : known.formats) {
+            if (text[0] != '\0' && fourcc(text) == wanted) return known.codec;
+        }
     }
     return VideoCodec::kNone;
 }
@@ -204,10 +209,11 @@ static bool is_picture_format(uint32_t format) {
     return format == fourcc("jpeg") || format == fourcc("png ");
 }
 
-// Boxes that the entry has, by which it may yet be refused.
-static void read_extensions(SourceReader* reader, const Box& box, SampleEntry* entry) {
+// Boxes that the entry has, by which it may yet be refused. QuickTime may have some of them in a
+// box that is meant for sound ("wave").
+static void read_extensions(SourceReader* reader, BoxWalk extensions, bool is_nested,
+                            SampleEntry* entry) {
     VideoDescription* const description = &entry->description;
-    BoxWalk extensions(reader, box.content + kVisualEntrySize, box.end);
     for (Box child; extensions.next(&child);) {
         switch (child.type) {
             case fourcc("avcC"):
@@ -239,6 +245,9 @@ static void read_extensions(SourceReader* reader, const Box& box, SampleEntry* e
             case fourcc("sinf"):
                 description->refusal = MovieRefusal::kEncrypted;
                 break;
+            case fourcc("wave"):
+                if (!is_nested) read_extensions(reader, BoxWalk(reader, child), true, entry);
+                break;
             default:
                 break;
         }
@@ -254,7 +263,8 @@ static SampleEntry read_entry(SourceReader* reader, const Box& box) {
     if (box.length() >= kVisualEntrySize) {
         description->width = reader->u16_at(box.content + 24);
         description->height = reader->u16_at(box.content + 26);
-        read_extensions(reader, box, &entry);
+        const BoxWalk extensions(reader, box.content + kVisualEntrySize, box.end);
+        read_extensions(reader, extensions, false, &entry);
     }
     entry.is_picture = is_picture_format(description->format);
     const bool is_known = codec_of_format(description->format) != VideoCodec::kNone;

@@ -119,11 +119,10 @@ static DisplaySize turned_size(Turn turn, DisplaySize size) {
 
 // Width of a pixel by its height, as shown.
 static double choose_aspect(const StreamPresentation& stream, const ShowingHints& container) {
-    double aspect = container.stretch;
-    if (container.pixel_width != 0 && container.pixel_height != 0) {
-        aspect *= static_cast<double>(container.pixel_width) / container.pixel_height;
-    } else if (stream.pixel_width != 0 && stream.pixel_height != 0) {
-        aspect *= static_cast<double>(stream.pixel_width) / stream.pixel_height;
+    double aspect = container.pixel_aspect;
+    if (aspect == 0) {
+        const bool is_said = stream.pixel_width != 0 && stream.pixel_height != 0;
+        aspect = is_said ? static_cast<double>(stream.pixel_width) / stream.pixel_height : 1;
     }
     return container.turn.is_transposed ? 1 / aspect : aspect;
 }

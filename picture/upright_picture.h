@@ -16,9 +16,7 @@
 // stream, and then from custom.
 struct ShowingHints {
     DisplaySize stated_size = {0, 0};  // of the coded picture, before it is turned
-    uint32_t pixel_width = 0;          // shape of a pixel before it is turned, 0 when not said
-    uint32_t pixel_height = 0;
-    double stretch = 1;  // of the rows, by the container and on top of that
+    double pixel_aspect = 0;  // width of a pixel by its height before it is turned; 0: not said
     Turn turn;
     int matrix_coefficients = 0;  // ISO/IEC 23091-2 8.3; 0 and 2: not said
     int full_range = -1;          // 0 or 1; -1: not said

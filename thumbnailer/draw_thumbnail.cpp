@@ -6,6 +6,7 @@
 #include "movie/movie.h"
 #include "thumbnailer/decode_frame.h"
 #include "thumbnailer/frame_choice.h"
+#include "thumbnailer/inflate.h"
 #include "thumbnailer/refusals.h"
 
 // How many key frames are tried before the file is given up.
@@ -59,9 +60,7 @@ static ShowingHints hints_of(const Movie& movie, const MovieKeyFrame& frame,
         hints.stated_size = {static_cast<int32_t>(std::min(description.width, kMost)),
                              static_cast<int32_t>(std::min(description.height, kMost))};
     }
-    hints.pixel_width = description.pixel_width;
-    hints.pixel_height = description.pixel_height;
-    hints.stretch = movie.stretch();
+    hints.pixel_aspect = movie.pixel_aspect(frame.description);
     if (!options.keeps_orientation_as_stored) {
         hints.turn = turn_of_orientation(static_cast<int>(movie.orientation()));
     }
@@ -81,7 +80,7 @@ static bool write_picture(const UprightPicture& upright, const Options& options,
 
 Outcome draw_thumbnail(ByteSource* source, const Options& options,
                        const std::vector<PngText>& texts, FILE* file) {
-    Movie movie(source);
+    Movie movie(source, inflate_zlib);
     if (movie.refusal() != MovieRefusal::kNone) {
         return outcome_of(movie.refusal(), movie.refused_format());
     }

@@ -68,6 +68,8 @@ TEST(FragmentWalk, TakesWhatFragmentsSayInEveryWay) {
          [](TrafSpec* t) { t->states_each = t->track != 7; }},
         {"all claim to be sync samples", "vs",
          [](TrafSpec* t) { for (FilmSample& sample : t->samples) sample.is_sync = true; }},
+        {"none claims to be one", "vs",
+         [](TrafSpec* t) { for (FilmSample& sample : t->samples) sample.is_sync = false; }},
         {"two fragments of the track", "vw", [](TrafSpec*) {}},
         {"no times", "v", [](TrafSpec* t) { t->time = -1; }},
     };

@@ -207,6 +207,8 @@ TEST(Movie, DescribesWhatItReadsAndRefuses) {
     const std::pair<std::string, std::string> kCases[] = {
         {visual_entry_of("avc1", avc), "H.264/4 64x48 " + sets},
         {visual_entry_of("AVC1", avc), "H.264/4 64x48 " + sets},
+        {visual_entry_of("q264", box("wave", box("frma", "q264") + avc + zeros(8))),
+         "H.264/4 64x48 " + sets},
         {visual_entry_of("avc3"), "H.264/4 64x48 []"},
         {visual_entry_of("avc1", two + shape, 720, 486),
          "H.264/2 720x486 4:8 9/16/10 full [" + u16(4) + "\x67one" + u16(7) +
@@ -325,6 +327,25 @@ TEST(Movie, TurnsAndMirrors) {
     }
 }
 
+TEST(Movie, StatesTheShapeOfPixelsOnce) {
+    // clang-format off
+    static const struct {
+        uint32_t entry[2]; uint64_t a; uint32_t width, height; double want;
+    } kCases[] = {
+        {{0, 0}, 0x10000, 64, 48, 0}, {{4, 3}, 0x20000, 128, 48, 4.0 / 3}, {{4, 0}, 0x20000, 128, 48, 2},
+        {{0, 0}, 0x10000, 128, 48, 2}, {{0, 0}, 0x10000, 65, 48, 0}, {{0, 0}, 0x10000, 128, 0, 0},
+    };
+    // clang-format on
+    for (const auto& c : kCases) {
+        TrackSpec track = track_of(1, 1);
+        track.entries = {visual_entry_of("avc1", box("pasp", u32(c.entry[0]) + u32(c.entry[1])))};
+        track.matrix[0] = c.a;
+        track.width = c.width;
+        track.height = c.height;
+        EXPECT_DOUBLE_EQ(OpenedMovie(plain_film(track))->pixel_aspect(0), c.want) << &c - kCases;
+    }
+}
+
 TEST(Movie, FindsTheMovieBoxWhereverItIs) {
     const TrackSpec track = track_of(3, 1);
     const std::string data = sample_data(track), mdat = u32(data.size() + 8) + "mdat";
@@ -352,6 +373,14 @@ TEST(Movie, FindsTheMovieBoxWhereverItIs) {
     }
     const size_t header = film_header(udta + film_track(track, 0)).size();
     const std::string movie = film_header(udta + film_track(track, header + 8));
+    const std::string moved = film_header(film_track(track, 8)), all = box("mdat", data);
+    expect_movie("in free space", all + box("free", moved.substr(8)));
+    for (const uint32_t more : {0, 1}) {
+        const std::string stored = u32(static_cast<uint32_t>(moved.size()) + more) + moved;
+        const std::string compressed = box("cmov", box("dcom", "zlib") + box("cmvd", stored));
+        EXPECT_EQ(OpenedMovie(all + box("moov", compressed)).samples(),
+                  more ? std::vector<std::string>() : sync_bytes(track));
+    }
     expect_movie("open data last", movie + u32(0) + "mdat" + data);
     expect_movie("data too long", movie + u32(99999) + "mdat" + data);
 }

@@ -52,5 +52,5 @@ struct OpenedMovie {
     }
 
     MemorySource source;
-    Movie movie{&source};
+    Movie movie{&source, inflate_as_it_is};
 };

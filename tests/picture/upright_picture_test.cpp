@@ -102,12 +102,11 @@ TEST(UprightPicture, ConvertsColoursByMatrixAndRange) {
 TEST(UprightPicture, MakesPixelsSquare) {
     // clang-format off
     const struct {
-        uint16_t stream[2]; uint32_t container[2]; double stretch; int orientation, width, height;
+        uint16_t stream[2]; double container; int orientation, width, height;
     } kCases[] = {
-        {{0, 0}, {0, 0}, 1, 1, 48, 32}, {{4, 3}, {0, 0}, 1, 1, 64, 32},
-        {{4, 3}, {1, 1}, 1, 1, 48, 32}, {{4, 3}, {0, 9}, 1, 1, 64, 32},
-        {{2, 1}, {0, 0}, 1, 6, 16, 48}, {{0, 0}, {1, 2}, 1, 8, 64, 48},
-        {{0, 0}, {0, 0}, 2, 1, 96, 32}, {{0, 0}, {2, 1}, 0.5, 1, 48, 32},
+        {{0, 0}, 0, 1, 48, 32}, {{4, 3}, 0, 1, 64, 32}, {{4, 3}, 1, 1, 48, 32},
+        {{4, 0}, 0, 1, 48, 32}, {{2, 1}, 0, 6, 16, 48}, {{0, 0}, 0.5, 8, 64, 48},
+        {{0, 0}, 2, 1, 96, 32},
     };
     // clang-format on
     for (const auto& c : kCases) {
@@ -116,9 +115,7 @@ TEST(UprightPicture, MakesPixelsSquare) {
         source.decoded.presentation.pixel_width = c.stream[0];
         source.decoded.presentation.pixel_height = c.stream[1];
         ShowingHints hints = hints_of(-1, c.orientation);
-        hints.pixel_width = c.container[0];
-        hints.pixel_height = c.container[1];
-        hints.stretch = c.stretch;
+        hints.pixel_aspect = c.container;
         const UprightPicture upright = upright_of(source, hints);
         EXPECT_EQ(upright.width, c.width);
         EXPECT_EQ(upright.height, c.height);
