@@ -2,7 +2,7 @@
 // Macroblocks of 4x4 blocks with AVX2. Modes are as good as random, and so is which blocks have
 // coefficients: nothing here branches on a block. All residuals are transformed before the first
 // block is predicted; a block then is its line of neighbours, the averages along it, and from these
-// whatever its mode takes. Blocks go in pairs, as one has to wait for the samples of another.
+// whatever its mode takes. As each block waits for the one before, they go in pairs.
 #include "avcdec/intra_modes.h"
 #include "avcdec/macroblock.h"
 #include "avcdec/recon_kernels.h"
@@ -30,16 +30,16 @@ struct ModeRecipe {
     Places from_triples;  // at i the one of samples i to i + 2, the middle one counted twice
 };
 
-// What is above a block, as it is loaded: the row above, the samples to the right of it, and four
-// samples that end with the corner.
-enum AbovePlace { kAboveRight = 4, kAboveCorner = 11 };
+// What is above a block: the row above, four samples that end with the corner, and in the last four
+// places those above and to the right.
+enum AbovePlace { kAboveCorner = 7, kAboveRight = 12 };
 
 static constexpr Places line_above(bool has_right) {
     Places p = kNothing;
     p.at[kCorner] = kAboveCorner;
-    const int last = has_right ? 7 : 3;
     for (int i = 0; kTop + i < kLineEnd; ++i) {
-        p.at[kTop + i] = static_cast<uint8_t>(i < last ? i : last);
+        const int right = !has_right ? 3 : i < 8 ? kAboveRight + i - 4 : kAboveRight + 3;
+        p.at[kTop + i] = static_cast<uint8_t>(i < 4 ? i : right);
     }
     return p;
 }
@@ -115,26 +115,32 @@ static constexpr ModeRecipes kRecipes = make_recipes();
 // Two blocks that do not need each other, in the halves of vectors.
 struct BlockPair {
     uint8_t* block[2];
+    int16_t* residual[2];
     const ModeRecipe* recipe[2];
 };
 
-static inline U8x16 take(U8x16 source, const Places& places) {
-    return (U8x16)_mm_shuffle_epi8((__m128i)source, (__m128i)load_16(places.at));
+static inline U8x32 take(U8x32 source, const Places& low, const Places& high) {
+    return (U8x32)_mm256_shuffle_epi8((__m256i)source,
+                                      (__m256i)join(load_16(low.at), load_16(high.at)));
 }
 
 static inline U8x32 take(U8x32 source, const BlockPair& pair, Places ModeRecipe::*places) {
-    const U8x32 both =
-        join(load_16((pair.recipe[0]->*places).at), load_16((pair.recipe[1]->*places).at));
-    return (U8x32)_mm256_shuffle_epi8((__m256i)source, (__m256i)both);
+    return take(source, pair.recipe[0]->*places, pair.recipe[1]->*places);
 }
 
-static inline U8x16 load_line(const uint8_t* block, ptrdiff_t pitch, ptrdiff_t to_right,
-                              const ModeRecipe& recipe) {
+// left has the four rows before the blocks, four samples each; the last four samples of right are
+// those above and to the right.
+static inline U8x32 make_line(const BlockPair& pair, ptrdiff_t pitch, U8x32 left, U8x32 right) {
     static constexpr Places kLineLeft = {{15, 15, 11, 7, 3, kNone, kNone, kNone, kNone, kNone,
                                           kNone, kNone, kNone, kNone, kNone, kNone}};
-    const uint8_t* const top = block - pitch;
-    const U8x16 above = (U8x16)U32x4{load_4(top), load_4(top + to_right), load_4(top - 4)};
-    return take(load_4x4(block - 4, pitch), kLineLeft) | take(above, recipe.line_above);
+    const auto load_above = [&](int i) {
+        const uint8_t* const top = pair.block[i] - pitch;
+        return (U8x16)U32x4{load_4(top), load_4(top - 4)};
+    };
+    const U8x32 above = join(load_above(0), load_above(1));
+    constexpr int kLastOfEach = 0x88;
+    const auto with_right = (U8x32)_mm256_blend_epi32((__m256i)above, (__m256i)right, kLastOfEach);
+    return take(left, kLineLeft, kLineLeft) | take(with_right, pair, &ModeRecipe::line_above);
 }
 
 // Rows of four samples.
@@ -150,37 +156,47 @@ static inline U8x32 predict(U8x32 line, const BlockPair& pair) {
             take(triples, pair, &ModeRecipe::from_triples));
 }
 
-// Where a block is, and from where to load the four samples that its place in the macroblock may
-// give it above and to the right: those above where it gives none.
-struct BlockAt {
-    int8_t x, y, to_right;
+// A macroblock whose coefficients have become residuals.
+struct Macroblock {
+    AvcMacroblock* mb;
+    uint8_t* dst;
+    ptrdiff_t pitch;
+
+    uint8_t* block(int b) const { return dst + 4 * block_y(b) * pitch + 4 * block_x(b); }
+    // What make_line takes from outside the macroblock.
+    U8x16 left(int b) const { return load_4x4(block(b) - 4, pitch); }
+    U8x16 right(int b) const { return (U8x16)U32x4{0, 0, 0, load_4(block(b) - pitch + 4)}; }
 };
 
-struct BlocksAt {
-    BlockAt of[16];
-};
-
-static constexpr BlocksAt make_blocks() {
-    BlocksAt blocks = {};
-    for (int b = 0; b < 16; ++b) {
-        const bool has_right = b % 4 != 3 && b != 13;
-        blocks.of[b] = {static_cast<int8_t>(4 * block_x(b)), static_cast<int8_t>(4 * block_y(b)),
-                        static_cast<int8_t>(has_right ? 4 : 0)};
-    }
-    return blocks;
+// Makes two blocks, or one twice, and returns their samples.
+[[gnu::noinline]] static U8x32 make_pair(const Macroblock& m, int b0, int b1, U8x32 left,
+                                         U8x32 right) {
+    const auto recipe = [&](int b) { return &kRecipes.of[m.mb->modes[b]]; };
+    const BlockPair pair = {{m.block(b0), m.block(b1)},
+                            {m.mb->coefficients + 16 * b0, m.mb->coefficients + 16 * b1},
+                            {recipe(b0), recipe(b1)}};
+    const auto load_two_rows = [&](int first) {
+        return (I16x16)join((U8x16)load_8_values(pair.residual[0] + 4 * first),
+                            (U8x16)load_8_values(pair.residual[1] + 4 * first));
+    };
+    const U8x32 samples = predict(make_line(pair, m.pitch, left, right), pair);
+    const U8x32 sum =
+        clip_to_u8(widen_low(samples) + load_two_rows(0), widen_high(samples) + load_two_rows(2));
+    store_4x4(pair.block[0], m.pitch, low_half(sum));
+    store_4x4(pair.block[1], m.pitch, high_half(sum));
+    clear<16>(pair.residual[0]);
+    clear<16>(pair.residual[1]);
+    return sum;
 }
 
-static constexpr BlocksAt kBlocksAt = make_blocks();
-
-// In this order a block comes after those to the left, above, and above to either side of it. Where
-// there is but one, it is done twice.
-static constexpr uint8_t kPairs[][2] = {{0, 0}, {1, 1},   {4, 2},   {5, 3},   {6, 8},
-                                        {7, 9}, {12, 10}, {13, 11}, {14, 14}, {15, 15}};
+static inline U8x32 twice(U8x16 v) { return join(v, v); }
+static inline U8x32 swap_halves(U8x32 v) { return join(high_half(v), low_half(v)); }
 
 // From the coefficients of four blocks to their residuals, row by row.
 static inline void transform_four(int16_t* coefficients) {
     U16x16 x[4];
-    memcpy(x, coefficients, sizeof x);
+#pragma GCC unroll 4
+    for (int i = 0; i < 4; ++i) x[i] = load_16_values(coefficients + 16 * i);
     const U16x16 ab_even = low_halves(x[0], x[1]), ab_odd = high_halves(x[0], x[1]);
     const U16x16 cd_even = low_halves(x[2], x[3]), cd_odd = high_halves(x[2], x[3]);
     x[0] = join_low(ab_even, cd_even);
@@ -192,44 +208,30 @@ static inline void transform_four(int16_t* coefficients) {
     for (U16x16& rows : x) rows = (U16x16)((I16x16)rows >> 6);
     const U16x16 ac_rows01 = low_halves(x[0], x[1]), bd_rows01 = high_halves(x[0], x[1]);
     const U16x16 ac_rows23 = low_halves(x[2], x[3]), bd_rows23 = high_halves(x[2], x[3]);
-    x[0] = join_low(ac_rows01, ac_rows23);
-    x[1] = join_low(bd_rows01, bd_rows23);
-    x[2] = join_high(ac_rows01, ac_rows23);
-    x[3] = join_high(bd_rows01, bd_rows23);
-    memcpy(coefficients, x, sizeof x);
+    store_16_values(coefficients, join_low(ac_rows01, ac_rows23));
+    store_16_values(coefficients + 16, join_low(bd_rows01, bd_rows23));
+    store_16_values(coefficients + 32, join_high(ac_rows01, ac_rows23));
+    store_16_values(coefficients + 48, join_high(bd_rows01, bd_rows23));
 }
 
-static inline void predict_add(const uint8_t (&b)[2], AvcMacroblock* mb, uint8_t* dst,
-                               ptrdiff_t pitch) {
-    BlockPair pair;
-    U8x16 line[2];
-#pragma GCC unroll 2
-    for (int i = 0; i < 2; ++i) {
-        const BlockAt at = kBlocksAt.of[b[i]];
-        pair.block[i] = dst + at.y * pitch + at.x;
-        pair.recipe[i] = &kRecipes.of[mb->modes[b[i]]];
-        line[i] = load_line(pair.block[i], pitch, at.to_right, *pair.recipe[i]);
-    }
-    int16_t* const residual[2] = {mb->coefficients + 16 * b[0], mb->coefficients + 16 * b[1]};
-    const auto load_two_rows = [&](int first) {
-        return (I16x16)join((U8x16)load_8_values(residual[0] + 4 * first),
-                            (U8x16)load_8_values(residual[1] + 4 * first));
-    };
-    const U8x32 samples = predict(join(line[0], line[1]), pair);
-    const U8x32 sum =
-        clip_to_u8(widen_low(samples) + load_two_rows(0), widen_high(samples) + load_two_rows(2));
-    store_4x4(pair.block[0], pitch, low_half(sum));
-    store_4x4(pair.block[1], pitch, high_half(sum));
-    clear<16>(residual[0]);
-    clear<16>(residual[1]);
-}
-
+// Blocks of even rows are in the lower halves and those of odd rows, two columns behind, in the
+// upper ones. Samples that the next pair waits for stay in registers.
 static void intra_4x4(const ReconKernels&, AvcMacroblock* mb, uint8_t* dst, ptrdiff_t pitch) {
     for (int quadrant = 0; quadrant < 4; ++quadrant) {
         const bool is_coded = mb->coded_mask << 4 * quadrant >> 28;
         if (is_coded) transform_four(mb->coefficients + 64 * quadrant);
     }
-    for (const auto& pair : kPairs) predict_add(pair, mb, dst, pitch);
+    const Macroblock m = {mb, dst, pitch};
+    U8x32 s = make_pair(m, 0, 0, twice(m.left(0)), twice(m.right(0)));
+    s = make_pair(m, 1, 1, s, twice(m.right(1)));
+    s = make_pair(m, 4, 2, join(low_half(s), m.left(2)), join(m.right(4), low_half(s)));
+    s = make_pair(m, 5, 3, s, join(m.right(5), low_half(s)));
+    s = make_pair(m, 8, 6, join(m.left(8), high_half(s)), swap_halves(s));
+    s = make_pair(m, 9, 7, s, swap_halves(s));
+    s = make_pair(m, 12, 10, join(low_half(s), m.left(10)), swap_halves(s));
+    s = make_pair(m, 13, 11, s, swap_halves(s));
+    s = make_pair(m, 14, 14, twice(high_half(s)), twice(low_half(s)));
+    make_pair(m, 15, 15, s, s);
 }
 
-void intra_nxn_use_avx2(ReconKernels* k) { k->intra_4x4 = intra_4x4; }
+void intra_4x4_use_avx2(ReconKernels* k) { k->intra_4x4 = intra_4x4; }

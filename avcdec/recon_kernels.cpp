@@ -23,7 +23,7 @@ ReconKernels recon_kernels_best() {
 #if KEYSTILL_HAS_AVX2
     if (!processor_has_avx2()) return k;
     deblock_use_avx2(&k);
-    intra_nxn_use_avx2(&k);
+    intra_4x4_use_avx2(&k);
 #endif
     return k;
 }

@@ -113,5 +113,5 @@ void add_block_use_simd(ReconKernels* k);
 void deblock_use_simd(ReconKernels* k);
 
 // For AVX2.
-void intra_nxn_use_avx2(ReconKernels* k);
+void intra_4x4_use_avx2(ReconKernels* k);
 void deblock_use_avx2(ReconKernels* k);

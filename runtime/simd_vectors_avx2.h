@@ -18,6 +18,14 @@ static inline U8x32 join(U8x16 low, U8x16 high) {
 static inline U8x16 low_half(U8x32 v) { return (U8x16)_mm256_castsi256_si128((__m256i)v); }
 static inline U8x16 high_half(U8x32 v) { return (U8x16)_mm256_extracti128_si256((__m256i)v, 1); }
 
+// Not by memcpy: GCC would copy an array of vectors by halves, and wait for them.
+static inline U16x16 load_16_values(const int16_t* p) {
+    return (U16x16)_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+}
+static inline void store_16_values(int16_t* p, U16x16 v) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), (__m256i)v);
+}
+
 static inline U8x32 interleave_low(U8x32 a, U8x32 b) {
     return (U8x32)_mm256_unpacklo_epi8((__m256i)a, (__m256i)b);
 }
