@@ -122,7 +122,7 @@ static DeblockPlace place_of(const DeblockRow& r, const AvcPicture& picture, uin
     const bool has_chroma = !is_monochrome(r, x);
     return {{r.plane[0] + 16 * x, has_chroma ? r.plane[1] + 8 * x : nullptr,
              has_chroma ? r.plane[2] + 8 * x : nullptr},
-            picture.stride,
+            static_cast<ptrdiff_t>(picture.stride),
             0,
             0};
 }
@@ -141,8 +141,9 @@ static void filter_two(const ReconKernels& k, DeblockRow* upper, DeblockRow* low
     set_edges(upper, x, 0, &e);
     set_edges(lower, x - lag, 1, &e);
     DeblockPlace at = place_of(*upper, picture, x);
-    at.luma_distance = static_cast<ptrdiff_t>(picture.stride) * 16 - 16 * ptrdiff_t{lag};
-    at.chroma_distance = static_cast<ptrdiff_t>(picture.stride / 2) * 8 - 8 * ptrdiff_t{lag};
+    const auto back = static_cast<ptrdiff_t>(lag);
+    at.luma_distance = at.pitch * 16 - 16 * back;
+    at.chroma_distance = at.pitch / 2 * 8 - 8 * back;
     filter<2>(k.deblock_two, at, e);
 }
 
