@@ -4,6 +4,11 @@
 #include "m4vdec/m4v_idct_pass.h"
 #include "runtime/simd_vectors.h"
 
+// What a pass makes of columns 0 to 3 (4 to 7) before the shift: see idct_parts.
+struct Parts {
+    U32x4 even[4], odd[4];
+};
+
 #if defined(__ARM_NEON)
 
 // Lanes 0 to 3 (4 to 7) of two rows.
@@ -36,12 +41,28 @@ static inline U32x4 products(const LanePairs& v) {
     return (U32x4)add_product<kSecond>(product, v.second);
 }
 
-// Signed sums, shifted down as far as one instruction does it, and saturated to 16 bits.
+// Signed sums, shifted down and saturated to 16 bits.
 template <int kShift>
 static inline I16x8 shift_to_i16(U32x4 low, U32x4 high) {
-    constexpr int kNarrowing = kShift < 16 ? kShift : 16;
-    return (I16x8)vcombine_s16(vqshrn_n_s32((int32x4_t)low, kNarrowing),
-                               vqshrn_n_s32((int32x4_t)high, kNarrowing));
+    return (I16x8)vcombine_s16(vqshrn_n_s32((int32x4_t)low, kShift),
+                               vqshrn_n_s32((int32x4_t)high, kShift));
+}
+// Values i (7 - i) of the result, shifted down as far as one instruction does it.
+template <int kShift>
+static inline I16x8 shift_sums(const Parts& low, const Parts& high, int i) {
+    if constexpr (kShift < 16) {
+        return shift_to_i16<kShift>(low.even[i] + low.odd[i], high.even[i] + high.odd[i]);
+    }
+    return (I16x8)vcombine_u16(vaddhn_u32((uint32x4_t)low.even[i], (uint32x4_t)low.odd[i]),
+                               vaddhn_u32((uint32x4_t)high.even[i], (uint32x4_t)high.odd[i]));
+}
+template <int kShift>
+static inline I16x8 shift_differences(const Parts& low, const Parts& high, int i) {
+    if constexpr (kShift < 16) {
+        return shift_to_i16<kShift>(low.even[i] - low.odd[i], high.even[i] - high.odd[i]);
+    }
+    return (I16x8)vcombine_u16(vsubhn_u32((uint32x4_t)low.even[i], (uint32x4_t)low.odd[i]),
+                               vsubhn_u32((uint32x4_t)high.even[i], (uint32x4_t)high.odd[i]));
 }
 
 // The samples of two rows of those, with the rest of the shift.
@@ -78,6 +99,16 @@ static inline I16x8 shift_to_i16(U32x4 low, U32x4 high) {
                                   (__m128i)((I32x4)high >> kShift));
 }
 
+// Values i (7 - i) of the result.
+template <int kShift>
+static inline I16x8 shift_sums(const Parts& low, const Parts& high, int i) {
+    return shift_to_i16<kShift>(low.even[i] + low.odd[i], high.even[i] + high.odd[i]);
+}
+template <int kShift>
+static inline I16x8 shift_differences(const Parts& low, const Parts& high, int i) {
+    return shift_to_i16<kShift>(low.even[i] - low.odd[i], high.even[i] - high.odd[i]);
+}
+
 // The samples of two rows of those.
 template <int kShift>
 static inline U8x16 finish_shift(I16x8 a, I16x8 b) {
@@ -86,35 +117,38 @@ static inline U8x16 finish_shift(I16x8 a, I16x8 b) {
 
 #endif
 
-// One pass down columns 0 to 3 (4 to 7): the sums before the shift. kRows: rows from there on are
-// zero.
+// One pass down columns 0 to 3 (4 to 7). kRows: rows from there on are zero.
 template <int kRows, int kShift, LanePairs (*pair)(I16x8, I16x8)>
-[[gnu::always_inline]] static inline void transform_columns(const I16x8 row[8], U32x4 out[8]) {
+[[gnu::always_inline]] static inline void transform_columns(const I16x8 row[8], Parts* out) {
     const U32x4 round = U32x4{} + (1u << (kShift - 1));
-    idct_pass<kRows>(pair(row[0], row[4]), pair(row[2], row[6]), pair(row[1], row[3]),
-                     pair(row[5], row[7]), round, out);
+    idct_parts<kRows>(pair(row[0], row[4]), pair(row[2], row[6]), pair(row[1], row[3]),
+                      pair(row[5], row[7]), round, out->even, out->odd);
 }
 
 // One pass down all columns, in place.
 template <int kRows, int kShift>
 [[gnu::always_inline]] static inline void transform_rows(I16x8 row[8]) {
-    U32x4 low[8], high[8];
-    transform_columns<kRows, kShift, pair_low>(row, low);
-    transform_columns<kRows, kShift, pair_high>(row, high);
-#pragma GCC unroll 8
-    for (int i = 0; i < 8; ++i) row[i] = shift_to_i16<kShift>(low[i], high[i]);
+    Parts low, high;
+    transform_columns<kRows, kShift, pair_low>(row, &low);
+    transform_columns<kRows, kShift, pair_high>(row, &high);
+#pragma GCC unroll 4
+    for (int i = 0; i < 4; ++i) {
+        row[i] = shift_sums<kShift>(low, high, i);
+        row[7 - i] = shift_differences<kShift>(low, high, i);
+    }
 }
 
 // The first pass and the transposition when columns 4 to 7 are zero: rows 0 to 3 of the result.
 template <int kRows>
 [[gnu::always_inline]] static inline void transform_half_rows(I16x8 row[8]) {
-    U32x4 sums[8];
-    I16x8 two_rows[4];
-    transform_columns<kRows, kIdctShift1, pair_low>(row, sums);
-#pragma GCC unroll 4
-    for (int i = 0; i < 4; ++i) {
-        two_rows[i] = shift_to_i16<kIdctShift1>(sums[2 * i], sums[2 * i + 1]);
-    }
+    Parts parts;
+    transform_columns<kRows, kIdctShift1, pair_low>(row, &parts);
+    const U32x4* const even = parts.even;
+    const U32x4* const odd = parts.odd;
+    I16x8 two_rows[4] = {shift_to_i16<kIdctShift1>(even[0] + odd[0], even[1] + odd[1]),
+                         shift_to_i16<kIdctShift1>(even[2] + odd[2], even[3] + odd[3]),
+                         shift_to_i16<kIdctShift1>(even[3] - odd[3], even[2] - odd[2]),
+                         shift_to_i16<kIdctShift1>(even[1] - odd[1], even[0] - odd[0])};
     perfect_shuffle<3>(two_rows);
 #pragma GCC unroll 4
     for (int i = 0; i < 4; ++i) row[i] = two_rows[i];
