@@ -13,6 +13,7 @@ struct PictureDecoder {
     H263Picture header;
     const M4vPicture* picture;
     M4vEdgeRows edges;
+    M4vNeighbours near;        // of the macroblock that is decoded, with advanced intra coding
     Owned<uint8_t> quants;     // of each macroblock; 0 until it is decoded
     Owned<uint32_t> segments;  // of each macroblock, with independent segments only
     uint32_t decoded;          // macroblocks so far
@@ -65,14 +66,19 @@ static M4vAicMode read_intra_mode(BitReader* bits) {
 static int decode_blocks(PictureDecoder* d, M4vAicMode mode, unsigned cbp) {
     const int chroma_quant =
         d->header.has_modified_quant ? h263_chroma_quant(static_cast<uint8_t>(d->quant)) : d->quant;
-    const M4vNeighbours near = m4v_enter_macroblock(&d->edges, d->x, d->y, d->segment_number);
+    const bool has_advanced_intra = d->header.has_advanced_intra;
+    __attribute__((uninitialized)) M4vTarget targets[6];
+    d->picture->locate_blocks(d->x, d->y, false, targets);
+    if (has_advanced_intra) {
+        m4v_enter_macroblock(&d->edges, d->x, d->y, d->segment_number, &d->near);
+    }
     for (unsigned n = 0; n < 6; ++n) {
         const bool is_coded = cbp >> (5 - n) & 1;
-        const M4vTarget target = d->picture->block(d->x, d->y, n, false);
         d->blocks.quant = n < 4 ? d->quant : chroma_quant;
-        const int failed = d->header.has_advanced_intra
-                               ? m4v_decode_aic_block(&d->blocks, near, mode, n, is_coded, target)
-                               : m4v_decode_h263_block(&d->blocks, is_coded, target);
+        const int failed =
+            has_advanced_intra
+                ? m4v_decode_aic_block(&d->blocks, d->near, mode, n, is_coded, targets[n])
+                : m4v_decode_h263_block(&d->blocks, is_coded, targets[n]);
         if (failed) return 1;
     }
     return bits_overrun(&d->blocks.bits);

@@ -35,26 +35,19 @@ struct M4vMbEdge {
 constexpr int kMissingDc = 1024;
 extern const M4vMbEdge kMissingMbEdge;
 
+struct M4vBlockNeighbours {
+    const M4vBlockEdge* left;
+    const M4vBlockEdge* above;
+    const M4vBlockEdge* corner;  // above left
+};
+
 // The macroblock to decode and those around it; missing ones are kMissingMbEdge.
 struct M4vNeighbours {
     M4vMbEdge* current;
     const M4vMbEdge* left;
     const M4vMbEdge* above;
-    const M4vMbEdge* corner;  // above left
+    M4vBlockNeighbours of[6];  // its blocks
 
-    const M4vBlockEdge& left_of(unsigned n) const {
-        if (n >= 4) return left->block[n];
-        return n & 1 ? current->block[n - 1] : left->block[n + 1];
-    }
-    const M4vBlockEdge& above_of(unsigned n) const {
-        if (n >= 4) return above->block[n];
-        return n & 2 ? current->block[n - 2] : above->block[n + 2];
-    }
-    const M4vBlockEdge& corner_of(unsigned n) const {
-        if (n >= 4) return corner->block[n];
-        if (n == 3) return current->block[0];
-        return n == 0 ? corner->block[3] : n == 1 ? above->block[2] : left->block[1];
-    }
     bool has_left_of(unsigned n) const { return (n < 4 && (n & 1)) || left != &kMissingMbEdge; }
     bool has_above_of(unsigned n) const { return (n < 4 && (n & 2)) || above != &kMissingMbEdge; }
 };
@@ -74,14 +67,25 @@ struct M4vEdgeRows {
 // Enters the macroblock at (x, y), below the width of the rows, into its segment, which must not be
 // 0. Neighbours count when they carry the same one. A segment covers its macroblocks in raster
 // order (of its rectangle), so a stale entry never carries it.
-inline M4vNeighbours m4v_enter_macroblock(M4vEdgeRows* rows, uint32_t x, uint32_t y,
-                                          uint32_t segment) {
+inline void m4v_enter_macroblock(M4vEdgeRows* rows, uint32_t x, uint32_t y, uint32_t segment,
+                                 M4vNeighbours* near) {
     assert(segment != 0 && x + 1 < rows->pitch);
     const auto present = [segment](const M4vMbEdge* mb) {
         return mb->segment == segment ? mb : &kMissingMbEdge;
     };
-    const M4vMbEdge* const above = rows->entries.get() + (~y & 1) * rows->pitch + x + 1;
     M4vMbEdge* const current = rows->entries.get() + (y & 1) * rows->pitch + x + 1;
+    const M4vMbEdge* const row_above = rows->entries.get() + (~y & 1) * rows->pitch + x + 1;
+    const M4vMbEdge* const above = present(row_above);
+    const M4vMbEdge* const corner = present(row_above - 1);
+    const M4vMbEdge* const left = present(current - 1);
     current->segment = segment;
-    return {current, present(current - 1), present(above), present(above - 1)};
+    near->current = current;
+    near->left = left;
+    near->above = above;
+    near->of[0] = {&left->block[1], &above->block[2], &corner->block[3]};
+    near->of[1] = {&current->block[0], &above->block[3], &above->block[2]};
+    near->of[2] = {&left->block[3], &current->block[0], &left->block[1]};
+    near->of[3] = {&current->block[2], &current->block[1], &current->block[0]};
+    near->of[4] = {&left->block[4], &above->block[4], &corner->block[4]};
+    near->of[5] = {&left->block[5], &above->block[5], &corner->block[5]};
 }

@@ -225,11 +225,11 @@ static bool is_sum_even(const M4vBlockDecoder& d, int dc) {
 }
 
 template <Method kMethod>
-[[gnu::noinline]] static int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb,
-                                                unsigned n, bool is_coded, M4vTarget target) {
-    const M4vBlockEdge& left = mb.near.left_of(n);
-    const M4vBlockEdge& above = mb.near.above_of(n);
-    const int corner_dc = mb.near.corner_of(n).slot[0];
+static inline int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n,
+                                     bool is_coded, M4vTarget target) {
+    const M4vBlockEdge& left = *mb.near.of[n].left;
+    const M4vBlockEdge& above = *mb.near.of[n].above;
+    const int corner_dc = mb.near.of[n].corner->slot[0];
     M4vBlockEdge* const edge = &mb.near.current->block[n];
 
     // 14496-2 7.4.3.1: predict across the direction of the smaller gradient.
@@ -274,10 +274,19 @@ template <Method kMethod>
     return 0;
 }
 
-int m4v_decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n, bool is_coded,
-                           M4vTarget target) {
-    if (d->matrix) return decode_intra_block<Method::kMpeg4Matrix>(d, mb, n, is_coded, target);
-    return decode_intra_block<Method::kMpeg4H263>(d, mb, n, is_coded, target);
+template <Method kMethod>
+[[gnu::noinline]] static int decode_intra_blocks(M4vBlockDecoder* d, const M4vIntraMb& mb,
+                                                 unsigned cbp, const M4vTarget targets[6]) {
+    for (unsigned n = 0; n < 6; ++n) {
+        if (decode_intra_block<kMethod>(d, mb, n, cbp >> (5 - n) & 1, targets[n])) return 1;
+    }
+    return 0;
+}
+
+int m4v_decode_intra_blocks(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned cbp,
+                            const M4vTarget targets[6]) {
+    if (d->matrix) return decode_intra_blocks<Method::kMpeg4Matrix>(d, mb, cbp, targets);
+    return decode_intra_blocks<Method::kMpeg4H263>(d, mb, cbp, targets);
 }
 
 int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target) {
@@ -312,8 +321,8 @@ static unsigned predict_aic_ac(M4vBlockDecoder* d, const M4vBlockEdge& from, boo
 }
 
 static int predict_aic_dc(const M4vNeighbours& near, M4vAicMode mode, unsigned n) {
-    const int left = near.left_of(n).slot[0];
-    const int above = near.above_of(n).slot[0];
+    const int left = near.of[n].left->slot[0];
+    const int above = near.of[n].above->slot[0];
     if (mode == M4vAicMode::kVertical) return above;
     if (mode == M4vAicMode::kHorizontal) return left;
     if (!near.has_left_of(n)) return above;
@@ -336,7 +345,7 @@ int m4v_decode_aic_block(M4vBlockDecoder* d, const M4vNeighbours& near, M4vAicMo
     edge->slot[0] = static_cast<int16_t>(dc);
     if (mode != M4vAicMode::kDcOnly) {
         const bool from_above = mode == M4vAicMode::kVertical;
-        const M4vBlockEdge& from = from_above ? near.above_of(n) : near.left_of(n);
+        const M4vBlockEdge& from = *(from_above ? near.of[n].above : near.of[n].left);
         extent.include(predict_aic_ac(d, from, from_above, edge), from_above);
     }
     reconstruct(d, dc, extent.width, extent.height, target);

@@ -47,10 +47,12 @@ struct M4vIntraMb {
     const int16_t* dc_differences;  // six, with kPartition
 };
 
-// Block n (0 to 3 Y, 4 Cb, 5 Cr) of an MPEG-4 macroblock. Returns 1 on a syntax error; overrun is
-// the caller's to test. The same for the others.
-[[nodiscard]] int m4v_decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned n,
-                                         bool is_coded, M4vTarget target);
+// The six blocks of an MPEG-4 macroblock, four of Y, Cb, Cr. Returns 1 on a syntax error; overrun
+// is the caller's to test. The same for single blocks below.
+//   cbp      which are coded, the first at bit 5
+//   targets  where they go
+[[nodiscard]] int m4v_decode_intra_blocks(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned cbp,
+                                          const M4vTarget targets[6]);
 
 // A block of H.263 or with a short video header: DC with 8 bits, no prediction.
 [[nodiscard]] int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target);

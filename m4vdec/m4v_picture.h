@@ -19,13 +19,19 @@ struct M4vPicture {
 
     uint32_t total_mbs() const { return width_mbs * height_mbs; }
 
-    // Where block n (0 to 3 Y, 4 Cb, 5 Cr) of a macroblock goes. With field DCT the upper two
-    // luma blocks hold the even rows and the lower two the odd ones.
-    M4vTarget block(uint32_t x, uint32_t y, unsigned n, bool is_field_dct) const {
-        assert(n < 6 && x < width_mbs && y < height_mbs);
-        if (n >= 4) return {plane[n - 3] + size_t{y} * 8 * (pitch / 2) + x * 8, pitch / 2};
-        uint8_t* const luma = plane[0] + size_t{y} * 16 * pitch + x * 16 + (n & 1) * 8;
-        if (is_field_dct) return {luma + (n >> 1) * pitch, 2 * pitch};
-        return {luma + (n >> 1) * 8 * pitch, pitch};
+    // Where the blocks of a macroblock go: four of Y, Cb, Cr. With field DCT the upper two luma
+    // blocks hold the even rows and the lower two the odd ones.
+    void locate_blocks(uint32_t x, uint32_t y, bool is_field_dct, M4vTarget targets[6]) const {
+        assert(x < width_mbs && y < height_mbs);
+        uint8_t* const luma = plane[0] + size_t{y} * 16 * pitch + x * 16;
+        uint8_t* const lower = luma + (is_field_dct ? pitch : 8 * pitch);
+        const size_t luma_pitch = is_field_dct ? 2 * pitch : pitch;
+        const size_t chroma = size_t{y} * 8 * (pitch / 2) + x * 8;
+        targets[0] = {luma, luma_pitch};
+        targets[1] = {luma + 8, luma_pitch};
+        targets[2] = {lower, luma_pitch};
+        targets[3] = {lower + 8, luma_pitch};
+        targets[4] = {plane[1] + chroma, pitch / 2};
+        targets[5] = {plane[2] + chroma, pitch / 2};
     }
 };

@@ -133,6 +133,7 @@ constexpr struct DcTables {
 const M4vDcEntry* const kM4vDcDifference[2] = {kDcTables.of[0], kDcTables.of[1]};
 
 int m4v_read_long_dc_difference(BitReader* bits, bool is_chroma) {
+    bits_refill(bits);
     const unsigned window = bits_cached(bits, 13);
     if (window < 2) return kM4vNoDc;  // twelve zeros
     const unsigned zeros = static_cast<unsigned>(__builtin_clz(window)) - 19;

@@ -125,7 +125,7 @@ int m4v_read_long_dc_difference(BitReader* bits, bool is_chroma);
 
 // Returns the difference, or kM4vNoDc.
 [[nodiscard]] inline int m4v_read_dc_difference(BitReader* bits, bool is_chroma) {
-    bits_refill(bits);
+    bits_need(bits, kM4vDcBits);
     const M4vDcEntry entry = kM4vDcDifference[is_chroma][bits_cached(bits, kM4vDcBits)];
     if (entry.length == 0) [[unlikely]] {
         return m4v_read_long_dc_difference(bits, is_chroma);

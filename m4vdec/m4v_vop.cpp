@@ -17,6 +17,7 @@ struct PartitionedMb {
 
 struct VopDecoder {
     M4vBlockDecoder blocks;
+    M4vIntraMb mb;  // the one that is decoded
     const M4vLayer* layer;
     const M4vPicture* picture;
     M4vVop vop;
@@ -55,16 +56,16 @@ static M4vDcCoding read_quant(VopDecoder* d, unsigned mcbpc) {
 }
 
 // Decodes the blocks of the next macroblock and steps on. cbp has block 0 at bit 5.
-static int decode_blocks(VopDecoder* d, M4vIntraMb* mb, unsigned cbp, bool is_field_dct) {
-    mb->near = m4v_enter_macroblock(&d->edges, d->x, d->y, d->segment);
+static int decode_blocks(VopDecoder* d, unsigned cbp, bool is_field_dct) {
+    M4vIntraMb* const mb = &d->mb;
+    __attribute__((uninitialized)) M4vTarget targets[6];
+    d->picture->locate_blocks(d->x, d->y, is_field_dct, targets);
+    m4v_enter_macroblock(&d->edges, d->x, d->y, d->segment, &mb->near);
     mb->near.current->quant = d->blocks.quant;
     mb->fixed_scan = d->vop.alternate_vertical_scan ? &kScanVertical
                      : mb->ac_pred_flag             ? nullptr
                                                     : &kScanZigzag;
-    for (unsigned n = 0; n < 6; ++n) {
-        const M4vTarget target = d->picture->block(d->x, d->y, n, is_field_dct);
-        if (m4v_decode_intra_block(&d->blocks, *mb, n, cbp >> (5 - n) & 1, target)) return 1;
-    }
+    if (m4v_decode_intra_blocks(&d->blocks, *mb, cbp, targets)) return 1;
     ++d->address;
     if (++d->x == d->picture->width_mbs) {
         d->x = 0;
@@ -78,14 +79,12 @@ static int decode_macroblock(VopDecoder* d) {
     const unsigned mcbpc = m4v_read_mcbpc(bits);
     if (mcbpc == kMcbpcStuffing) return 0;
     if (mcbpc == kMcbpcInvalid) return 1;
-    M4vIntraMb mb;
-    mb.ac_pred_flag = bits_take(bits, 1);
+    d->mb.ac_pred_flag = bits_take(bits, 1);
     const unsigned cbpy = m4v_read_cbpy(bits);
     if (cbpy > 15) return 1;
-    mb.dc_coding = read_quant(d, mcbpc);
-    mb.dc_differences = nullptr;
+    d->mb.dc_coding = read_quant(d, mcbpc);
     const bool is_field_dct = d->layer->is_interlaced && bits_read_1(bits);
-    return decode_blocks(d, &mb, cbpy << 2 | (mcbpc & 3), is_field_dct);
+    return decode_blocks(d, cbpy << 2 | (mcbpc & 3), is_field_dct);
 }
 
 // The first partition: MCBPC, DQUANT and DC of every macroblock of the packet, up to the marker.
@@ -134,12 +133,11 @@ static int decode_partitioned_packet(VopDecoder* d) {
     if (read_dc_partition(d, &count) || read_cbp_partition(d, count)) return 1;
     for (uint32_t n = 0; n < count; ++n) {
         const PartitionedMb& from = d->partitioned[n];
-        M4vIntraMb mb;
-        mb.dc_coding = from.dc_coding;
-        mb.ac_pred_flag = from.ac_pred_flag;
-        mb.dc_differences = from.dc_differences;
+        d->mb.dc_coding = from.dc_coding;
+        d->mb.ac_pred_flag = from.ac_pred_flag;
+        d->mb.dc_differences = from.dc_differences;
         d->blocks.quant = from.quant;
-        if (decode_blocks(d, &mb, from.cbp, false)) return 1;
+        if (decode_blocks(d, from.cbp, false)) return 1;
     }
     return 0;
 }
