@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/cabac_engine.h"
 
-// As long as eight bytes are left they are loaded in one piece; here they come one at a time, up
-// to the same number of bits, with zeros past the end.
-[[gnu::cold]] BitWord cabac_refill_near_end(CabacBytes* bytes, BitWord value) {
+// As long as four bytes are left they are loaded in one piece; here they come one at a time, with
+// zeros past the end.
+[[gnu::cold]] BitWord cabac_bits_near_end(CabacBytes* bytes) {
+    BitWord bits = 0;
     for (int i = 0; i < kCabacRefillBits / 8; ++i) {
         BitWord byte = 0;
         if (bytes->next < bytes->end) {
@@ -11,9 +12,9 @@
         } else {
             bytes->padding_bits += 8;
         }
-        value = value << 8 | byte;
+        bits = bits << 8 | byte;
     }
-    return value;
+    return bits;
 }
 
 void cabac_init_contexts(const int8_t (*pairs)[2], CabacContext* contexts, int32_t slice_qp,
@@ -25,6 +26,9 @@ void cabac_init_contexts(const int8_t (*pairs)[2], CabacContext* contexts, int32
 }
 
 void cabac_start(CabacEngine* e, CabacBytes* bytes) {
-    *e = CabacEngine{0, 510, -9, bytes};
-    while (e->lookahead < kCabacMinLookahead) cabac_refill(e);
+    *e = CabacEngine{BitWord{1} << (kBitWordSize - 1), BitWord{510} << kCabacUnit, bytes};
+    cabac_keep_lookahead(e);
+    // No codIOffset may begin as 510 or 511 (H.264 9.3.1.2). Either makes every decision an LPS, so
+    // that an I_PCM macroblock comes first; but 511 would outgrow its 9 bits.
+    if (e->value >> kCabacUnit == 511) e->value -= BitWord{1} << kCabacUnit;
 }

@@ -31,11 +31,15 @@ static constexpr uint8_t kTransIdxLps[64] = {
 static constexpr CabacContext context_of(int variable) {
     const int state = variable >> 1;
     const int mps = variable & 1;
-    uint64_t rows = 0;
-    for (int i = 0; i < 4; ++i) rows |= static_cast<uint64_t>(kRangeTabLps[state][i]) << 8 * i;
+    BitWord rows = 0;
+    for (int i = 0; i < 4; ++i) {
+        const BitWord range = BitWord{kRangeTabLps[state][i]} << kCabacUnit;
+        rows |= kBitWordSize == 64 ? range >> 8 * i : std::rotl(range, 8 * i);
+    }
     const int after_lps = kTransIdxLps[state] * 2 + (state == 0 ? 1 - mps : mps);
     const int after_mps = (state < 62 ? state + 1 : state) * 2 + mps;
-    return static_cast<uint64_t>(after_mps << 24 | after_lps << 16 | mps) << 32 | rows;
+    const auto states = static_cast<CabacContext>(after_lps << 8 | after_mps);
+    return states << kCabacStatesShift | rows;
 }
 
 static constexpr std::array<CabacContext, 128> all_contexts() {
