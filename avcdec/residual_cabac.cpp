@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/residual_cabac.h"
 
-#include <string.h>
+#include <array>
 
 #include "avcdec/quant_tables.h"
 #include "avcdec/residual_target.h"
@@ -43,9 +43,10 @@ struct CodedBlock {
     BlockPlace place;
     uint8_t category;
     uint8_t component;
+    uint8_t flag;  // where its category has the contexts of coded_block_flag
 };
 struct CodedBlocks {
-    CodedBlock row[2][kBlocks];  // of Intra 4x4 and Intra 16x16 macroblocks
+    CodedBlock row[2][kBlocks + 1];  // of Intra 4x4 and Intra 16x16 macroblocks, with an end
 };
 
 static constexpr CodedBlocks coded_blocks() {
@@ -58,8 +59,10 @@ static constexpr CodedBlocks coded_blocks() {
             const auto component = static_cast<uint8_t>(i < 17   ? kCompY
                                                         : i < 23 ? kCompCb
                                                                  : kCompCr);
-            blocks.row[is_16x16][i] = {block_place(i), category, component};
+            blocks.row[is_16x16][i] = {block_place(i), category, component,
+                                       static_cast<uint8_t>(kCtxCodedBlockFlag + 4 * category)};
         }
+        blocks.row[is_16x16][kBlocks] = blocks.row[is_16x16][0];
     }
     return blocks;
 }
@@ -81,11 +84,33 @@ static constexpr uint8_t kLast8x8[63] = {
 };
 // clang-format on
 
+// The contexts that may follow the one of a place of an 8x8 block, from kCtxSignificant8x8 on.
+struct Step8x8 {
+    uint8_t last;  // of the same place
+    uint8_t next;  // of the next place, if that is not the final one
+};
+
+static constexpr std::array<Step8x8, 63> steps_8x8() {
+    std::array<Step8x8, 63> steps{};
+    for (int i = 0; i < 63; ++i) {
+        const int last = kCtxLast8x8 - kCtxSignificant8x8 + kLast8x8[i];
+        steps[i] = {static_cast<uint8_t>(last), i == 62 ? uint8_t{0} : kSignificant8x8[i + 1]};
+    }
+    return steps;
+}
+static constexpr std::array<Step8x8, 63> kSteps8x8 = steps_8x8();
+
+// Has the address ready before the decision that comes next. Compilers would find it after the
+// branch, where the processor waits for it when the branch is mispredicted; 32-bit ones, which run
+// less ahead, keep it there.
+KS_INLINE void find_now(CabacContext*& context) {
+    if constexpr (kBitWordSize == 64) asm volatile("" : "+r"(context));
+}
+
 // Reads the significance map: the places of the coefficients that are not 0, in scan order. Returns
 // the end of the list, after 1 to 64 places.
-KS_INLINE uint8_t* read_map(CabacEngine* e, CabacContext* contexts, const CategoryLayout& layout,
+KS_INLINE uint8_t* read_map(CabacEngine* e, CabacContext* significant, const CategoryLayout& layout,
                             uint8_t* places) {
-    CabacContext* const significant = contexts + layout.significant;
     const int final = layout.final;
     for (int i = layout.first; i < final; ++i) {
         if (!cabac_decode_branch(e, significant + i)) continue;
@@ -98,10 +123,18 @@ KS_INLINE uint8_t* read_map(CabacEngine* e, CabacContext* contexts, const Catego
 
 // The same for 8x8 blocks.
 KS_INLINE uint8_t* read_map_8x8(CabacEngine* e, CabacContext* contexts, uint8_t* places) {
+    CabacContext* const base = contexts + kCtxSignificant8x8;
+    CabacContext* significant = base;
     for (int i = 0; i < 63; ++i) {
-        if (!cabac_decode_branch(e, contexts + kCtxSignificant8x8 + kSignificant8x8[i])) continue;
+        CabacContext* last = base + kSteps8x8[i].last;
+        CabacContext* next = base + kSteps8x8[i].next;
+        find_now(last);
+        find_now(next);
+        const bool is_significant = cabac_decode_branch(e, significant);
+        significant = next;
+        if (!is_significant) continue;
         *places++ = static_cast<uint8_t>(i);
-        if (cabac_decode_branch(e, contexts + kCtxLast8x8 + kLast8x8[i])) return places;
+        if (cabac_decode_branch(e, last)) return places;
     }
     *places++ = 63;
     return places;
@@ -190,29 +223,44 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
     return grid;
 }
 
-// Reads blocks (bits of blocks_of_pattern), each with its coded_block_flag. Returns the grid.
+// The context of a block's coded_block_flag.
+KS_INLINE CabacContext* flag_of(CabacContext* contexts, const CodedBlock& coded, CodedGrid grid) {
+    const auto neighbours = static_cast<uint32_t>(grid >> (coded.place.grid - 8));
+    return contexts + coded.flag + (neighbours >> 7 & 1) + 2 * (neighbours & 1);
+}
+
+// Reads blocks (bits of blocks_of_pattern), each with its coded_block_flag. Returns the grid. The
+// context of the next flag is found before the block is read: after the misprediction that its end
+// costs there would be nothing else to do.
 [[gnu::noinline]] static CodedGrid read_blocks(AvcSliceReader* s, uint32_t blocks, CodedGrid grid) {
     const CodedBlock* const list = kCodedBlocks.row[s->mb.kind == MbKind::kIntra16x16];
+    if (blocks == 0) return grid;
+    blocks |= 1U << kBlocks;
     CabacEngine e = s->cabac;
-    for (; blocks != 0; blocks &= blocks - 1) {
-        const CodedBlock& coded = list[__builtin_ctz(blocks)];
-        const int place = coded.place.grid;
+    const CodedBlock* next = list + __builtin_ctz(blocks);
+    CabacContext* next_flag = flag_of(s->contexts, *next, grid);
+    do {
+        const CodedBlock& coded = *next;
+        CabacContext* const flag = next_flag;
+        blocks &= blocks - 1;
+        next = list + __builtin_ctz(blocks);
+        if (!cabac_decode_branch(&e, flag)) {
+            next_flag = flag_of(s->contexts, *next, grid);
+            continue;
+        }
+        grid |= CodedGrid{1} << coded.place.grid;
+        next_flag = flag_of(s->contexts, *next, grid);
         const CategoryLayout& layout = kLayouts[coded.category];
-        const auto neighbours = static_cast<uint32_t>(grid >> (place - 8));
-        CabacContext* const flag = s->contexts + kCtxCodedBlockFlag + 4 * coded.category +
-                                   (neighbours >> 7 & 1) + 2 * (neighbours & 1);
-        if (!cabac_decode_branch(&e, flag)) continue;
-        grid |= CodedGrid{1} << place;
         const ResidualTarget target = {
             layout.scan, layout.is_dc ? kUnitScale : s->quantiser.scale4x4[coded.component],
             s->mb.coefficients + coded.place.block * 16};
         __attribute__((uninitialized)) uint8_t places[16];
-        const uint8_t* const end = read_map(&e, s->contexts, layout, places);
+        const uint8_t* const end = read_map(&e, s->contexts + layout.significant, layout, places);
         const int highest = end[-1];
         const bool is_valid = read_levels(&e, s->contexts + layout.abs_level, layout.max_greater,
                                           places, end, target);
         note_block(&s->mb, coded.place.block, highest, is_valid);
-    }
+    } while (next != list + kBlocks);
     s->cabac = e;
     return grid;
 }
