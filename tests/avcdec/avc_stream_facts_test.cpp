@@ -29,32 +29,23 @@ TEST(AvcStreamFacts, AreReadBehindWhatIsRefused) {
     std::string lists;
     for (int i = 0; i < 11; ++i) lists += "1 000010001";
     // The size is 4 x 6 macroblocks less the crop.
+    const std::vector<uint32_t> crop = {1, 2, 3, 4}, wide = {65534, 65534, 0, 0};
+    const SpsSpec monochrome = {.profile_idc = 100, .chroma_format_idc = 0, .crop = crop};
+    SpsSpec high_422 = {.profile_idc = 122, .chroma_format_idc = 2, .crop = crop};
+    high_422.bit_depth_luma_minus8 = 2;
+    SpsSpec high_444 = {.profile_idc = 244, .chroma_format_idc = 3, .crop = crop};
+    high_444.scaling = lists + "0";
     const struct {
         SpsSpec sps;
         AvcRefusal reason;
         uint32_t width, height, depth;
     } kCases[] = {
-        {{.crop = {1, 2, 3, 4}}, AvcRefusal::kNone, 58, 82, 8},
-        {{.profile_idc = 100, .chroma_format_idc = 0, .crop = {1, 2, 3, 4}},
-         AvcRefusal::kNone,
-         61,
-         89,
-         8},
-        {{.profile_idc = 122,
-          .chroma_format_idc = 2,
-          .bit_depth_luma_minus8 = 2,
-          .crop = {1, 2, 3, 4}},
-         AvcRefusal::kChromaFormat,
-         58,
-         89,
-         10},
-        {{.profile_idc = 244, .chroma_format_idc = 3, .scaling = lists + "0", .crop = {1, 2, 3, 4}},
-         AvcRefusal::kChromaFormat,
-         61,
-         89,
-         8},
-        {{.frame_mbs_only_flag = 0, .crop = {1, 2, 3, 4}}, AvcRefusal::kInterlaced, 58, 164, 8},
-        {{.crop = {65534, 65534, 0, 0}}, AvcRefusal::kNone, 0, 96, 8},
+        {{.crop = crop}, AvcRefusal::kNone, 58, 82, 8},
+        {monochrome, AvcRefusal::kNone, 61, 89, 8},
+        {high_422, AvcRefusal::kChromaFormat, 58, 89, 10},
+        {high_444, AvcRefusal::kChromaFormat, 61, 89, 8},
+        {{.frame_mbs_only_flag = 0, .crop = crop}, AvcRefusal::kInterlaced, 58, 164, 8},
+        {{.crop = wide}, AvcRefusal::kNone, 0, 96, 8},
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(&c - kCases);

@@ -57,6 +57,8 @@ std::string sets_of(const SpsSpec& sps, const PpsSpec& pps = {}) {
     return run_of({sps_nal(sps), pps_nal(pps)}, 2);
 }
 
+std::string ue(uint32_t value) { return BitPacker().ue(value).bits(); }
+
 std::string nal(int type) { return nal_unit(0, type, BitPacker("10101010")); }
 
 const std::string kPcmA(384, 'a'), kPcmB(384, 'b');
@@ -136,8 +138,10 @@ TEST(DecodeKeyFrameAvc, RefusalsCarryTheirReason) {
         {kInterlaced, 0, sets({.frame_mbs_only_flag = 0}), whole},
         {kTooManyMacroblocks, 0, sets({.width_mbs = 4098}), whole},
         {kTooManyMacroblocks, 0, sets({.width_mbs = 256, .height_mbs = 256}), whole},
+        {kSlicesMissing, 0, sets({.width_mbs = 256, .height_mbs = 255}), start},
         {kSequenceSet, 0, sets({.id = 32}), whole},
         {kSequenceSet, 0, sets({.log2_max_frame_num_minus4 = 13}), whole},
+        {kSequenceSet, 0, sets({.pic_order_cnt_type = 0, .pic_order_cnt = ue(13)}), whole},
         {kSliceGroups, 0, sets_of({}, {.num_slice_groups_minus1 = 1}), whole},
         {kPictureSet, 0, sets_of({}, {.pic_init_qp_minus26 = 26}), whole},
         {kNoSequenceSet, 0, pps, whole},
@@ -169,6 +173,98 @@ TEST(DecodeKeyFrameAvc, RefusalsCarryTheirReason) {
         seen.insert(c.reason);
     }
     EXPECT_EQ(seen.size(), static_cast<size_t>(kAvcLastRefusal) + 1);
+}
+
+// In the sample, in front of a picture that does not use it.
+TEST(DecodeKeyFrameAvc, TakesOrRefusesASet) {
+    const std::string cycle = "1" + ue(4) + ue(0) + ue(2) + ue(7) + ue(8);
+    const std::string cycle_of_256 = "111" + ue(256) + std::string(256, '1');
+    const std::pair<bool, std::string> kCases[] = {
+        {true, sps_nal({.id = 31})},
+        {false, sps_nal({.id = 32})},
+        {true, sps_nal({.profile_idc = 144, .id = 1, .chroma_format_idc = 0})},
+        {false, sps_nal({.profile_idc = 110, .id = 1, .bit_depth_chroma_minus8 = 2})},
+        {true, sps_nal({.id = 1, .log2_max_frame_num_minus4 = 65534})},
+        {true, sps_nal({.id = 1, .pic_order_cnt_type = 0, .pic_order_cnt = ue(65534)})},
+        {true, sps_nal({.id = 1, .pic_order_cnt_type = 1, .pic_order_cnt = cycle})},
+        {false, sps_nal({.id = 1, .pic_order_cnt_type = 1, .pic_order_cnt = cycle_of_256})},
+        {false, sps_nal({.id = 1, .pic_order_cnt_type = 3})},
+        {true, sps_nal({.id = 1, .width_mbs = 4096, .height_mbs = 65535})},
+        {true, pps_nal({.id = 255, .sps_id = 31})},
+        {false, pps_nal({.id = 256})},
+        {false, pps_nal({.id = 1, .sps_id = 32})},
+        {false, pps_nal({.id = 1, .refs_l0 = 16})},
+        {false, pps_nal({.id = 1, .weighted_bipred_idc = 3})},
+        {false, pps_nal({.id = 1, .pic_init_qp_minus26 = -27})},
+        {true, pps_nal({.id = 1, .chroma_qp_index_offset = -12})},
+        {false, pps_nal({.id = 1, .chroma_qp_index_offset = 13})},
+        {false, pps_nal({.id = 1, .sps_id = 9, .extension = "00" + ue(25)})},
+    };
+    for (const auto& [is_taken, set] : kCases) {
+        EXPECT_EQ(decode(kSets, run_of({set, kWhole})).result == 0, is_taken)
+            << testing::PrintToString(set);
+    }
+}
+
+TEST(DecodeKeyFrameAvc, TakesOrRefusesASliceHeader) {
+    static const std::string operations =
+        "1" + ue(1) + ue(3) + ue(3) + ue(1) + ue(7) + ue(5) + ue(4) + ue(0) + ue(0);
+    const PpsSpec edges = {.deblocking_control = 1}, order = {.pic_order_present = 1};
+    const struct {
+        bool is_taken;
+        SliceSpec slice;
+        PpsSpec pps = {};
+        SpsSpec sps = {};
+    } kCases[] = {
+        {true, {.slice_type = 2, .slice_qp_delta = 100}},
+        {false, {.slice_type = 12}},  // I and 10
+        {false, {.redundant = ue(1)}, {.redundant_pic_cnt_present = 1}},
+        {true, {.is_idr = false, .marking = operations}},
+        {false, {.is_idr = false, .marking = "1" + ue(7)}},
+        {false, {.is_idr = false, .marking = "1" + std::string(34 * 5, '0')}},  // 34 operations
+        {false, {.deblocking = ue(3) + "11"}, edges},
+        {true, {.deblocking = "1" + ue(12) + ue(11)}, edges},  // -6 and 6
+        {false, {.deblocking = "1" + ue(13) + "1"}, edges},
+        {false, {.deblocking = "1 1" + ue(14)}, edges},
+        {false, {.deblocking = "1 1" + ue(13)}, edges},
+        {true, {.frame_num_bits = 16}, {}, {.log2_max_frame_num_minus4 = 12}},
+        {true,
+         {.pic_order_cnt = std::string(16, '1')},
+         {},
+         {.pic_order_cnt_type = 0, .pic_order_cnt = ue(12)}},
+        {true,
+         {.pic_order_cnt = "1010101" + ue(70000)},
+         order,
+         {.pic_order_cnt_type = 0, .pic_order_cnt = ue(3)}},
+        {true,
+         {.pic_order_cnt = ue(100000) + ue(3)},
+         order,
+         {.pic_order_cnt_type = 1, .pic_order_cnt = "0111"}},
+    };
+    for (const auto& c : kCases) {
+        const Decoded d = decode(sets_of(c.sps, c.pps), run_of({pcm_slice_nal(c.slice, {kPcmA})}));
+        EXPECT_EQ(d.planes, c.is_taken ? kPcmA : "") << &c - kCases;
+    }
+}
+
+TEST(DecodeKeyFrameAvc, HandsOutWhatTheStreamSaysOfShowingIt) {
+    const std::string rest = "0 0 0 0 0 0";  // chroma location to bitstream restriction
+    const struct {
+        std::string vui;
+        StreamPresentation want;
+    } kCases[] = {
+        {"", {0, 0, 0, 0}},
+        {"0 0 0 " + rest, {0, 0, 0, 0}},
+        {"1 00001110 0 0 " + rest, {4, 3, 0, 0}},
+        {"1 00010001 0 0 " + rest, {0, 0, 0, 0}},
+        {"1 11111111 0000000100000000 0000000000000011 1 1 0 " + rest, {256, 3, 0, 0}},
+        {"0 0 1 101 1 0 " + rest, {0, 0, 0, 1}},
+        {"0 0 1 101 0 1 00000001 00000001 00001001 " + rest, {0, 0, 9, 0}},
+    };
+    for (const auto& c : kCases) {
+        const Decoded d = decode(sets_of({.vui = c.vui}), run_of({kFirst}));
+        EXPECT_EQ(memcmp(&d.picture.presentation, &c.want, sizeof c.want), 0) << c.vui;
+    }
 }
 
 TEST(DecodeKeyFrameAvc, TakesFramesOfInterlacedStreamsIfAllowed) {
