@@ -7,25 +7,15 @@
 
 #include "avcdec/avc_decoder.h"
 #include "avcdec/avc_instance.h"
-#include "fuzz/avc_writer.h"
 #include "fuzz/target.h"
 
 constexpr uint32_t kSide = 64;
 
-static std::string write_unit(Choices* c, AvcSyntax* syntax) {
-    const uint32_t kind = c->byte() % 8;
-    if (kind == 7) return c->bytes(1 + c->byte() % 8);
-    if (kind > 4) return write_slice(c, syntax);
-    return kind % 2 == 0 ? write_sps(c, syntax) : write_pps(c, syntax);
-}
-
-static void feed(AvcDecoder* decoder, Choices* c, bool has_start_codes) {
+static void feed(AvcDecoder* decoder, Choices* c) {
     std::vector<uint8_t> target(kSide * kSide * 3 / 2);
-    AvcSyntax syntax;
     std::string unit;  // now and then the same again
     for (int i = 0; i < 16; ++i) {
-        const std::string start = std::string(c->byte() % 4, '\0') + '\1';
-        if (!c->once_in(8)) unit = (has_start_codes ? start : "") + write_unit(c, &syntax);
+        if (!c->once_in(8)) unit = c->bytes(c->word());
         std::vector<uint8_t> copy(unit.begin(), unit.end());
         AvcDecodeInput in = {};
         in.decoder = decoder;
@@ -57,6 +47,6 @@ void run_target(Choices* c) {
     const AvcDecoderOptions options = {flags, table.data(), static_cast<uint32_t>(table.size())};
     AvcCreateResult created;
     avcdec_create(&options, &created);
-    if (created.decoder) feed(created.decoder, c, flags & kAvcStartCodes);
+    if (created.decoder) feed(created.decoder, c);
     avcdec_destroy(created.decoder);
 }

@@ -3,7 +3,7 @@
 // options and the rest the movie.
 #include <stdio.h>
 
-#include "fuzz/movie_writer.h"
+#include "fuzz/changed_movie.h"
 #include "fuzz/target.h"
 #include "tests/support/memory_source.h"
 #include "thumbnailer/draw_thumbnail.h"
@@ -21,7 +21,7 @@ void run_target(Choices* c) {
     options.frames = c->byte() + 1;
     options.start.percent = c->byte() % 101;
     options.percentile = c->byte() % 101;
-    MemorySource source(make_file(c));
+    MemorySource source(changed_movie(c));
     char* bytes = nullptr;
     size_t length = 0;
     FILE* const file = open_memstream(&bytes, &length);

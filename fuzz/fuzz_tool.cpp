@@ -7,7 +7,7 @@
 #include <string>
 
 #include "explain/report.h"
-#include "fuzz/movie_writer.h"
+#include "fuzz/changed_movie.h"
 #include "fuzz/target.h"
 #include "tool/key_frames.h"
 #include "tool/run_keystill.h"
@@ -53,7 +53,7 @@ void run_target(Choices* c) {
         numbers[i] = std::to_string(i < 2 ? value * 2 : i == 3 ? value + 1 : value);
         argv[3 + i] = numbers[i].c_str();
     }
-    const std::string file = make_file(c);
+    const std::string file = changed_movie(c);
     argv[1] = store_file(file);
     int forecast;
     const std::string report = report_of(argv, &forecast);

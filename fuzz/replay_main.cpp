@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Runs a fuzz target over choices made up from numbers and folders of files, without a fuzzer and
-// under any compiler.
-// usage: replay COUNT INPUTS...    COUNT made-up inputs, then those of folders and .pack files
+// Runs a fuzz target over the inputs of folders and .pack files, and over others made up from them,
+// without a fuzzer and under any compiler.
+// usage: replay COUNT INPUTS...    with COUNT made-up inputs
 //
 // The results have to be those that KEYSTILL_EXPECT_RESULTS says, if it is set. A smaller COUNT
 // finds the first input with others.
@@ -20,27 +20,13 @@
 #include "fuzz/target.h"
 #include "runtime/byte_order.h"
 
-static void run(const char* bytes, size_t length) {
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes), length);
-}
-
-// Random but for the second and third byte, which 65536 numbers have go through all values.
-static std::string make_up(int number) {
-    std::minstd_rand random(static_cast<uint32_t>(number) + 1);
-    std::string bytes(3 + random() % 2048, '\0');
-    for (char& c : bytes) c = static_cast<char>(random() >> 8);
-    bytes[1] = static_cast<char>(number);
-    bytes[2] = static_cast<char>(number >> 8);
-    return bytes;
-}
-
-static std::vector<char> read_all(const std::string& path) {
-    std::vector<char> bytes;
+static std::string read_all(const std::string& path) {
+    std::string bytes;
     FILE* const file = fopen(path.c_str(), "rb");
     if (!file) abort();
     char block[4096];
     for (size_t n; (n = fread(block, 1, sizeof block, file)) != 0;) {
-        bytes.insert(bytes.end(), block, block + n);
+        bytes.append(block, n);
     }
     fclose(file);
     return bytes;
@@ -59,42 +45,63 @@ static std::vector<std::string> list(const std::string& folder) {
     return paths;
 }
 
-// Inputs behind their 32-bit lengths. Returns their number.
-static int run_pack(const std::vector<char>& pack) {
-    int count = 0;
-    for (size_t at = 0; at + 4 <= pack.size(); ++count) {
+// Inputs, each after its 32-bit length.
+static void unpack(const std::string& pack, std::vector<std::string>* inputs) {
+    for (size_t at = 0; at + 4 <= pack.size(); at += 4 + inputs->back().size()) {
         const size_t length = load_be32(reinterpret_cast<const uint8_t*>(&pack[at]));
         if (length > pack.size() - at - 4) abort();
-        run(pack.data() + at + 4, length);
-        at += 4 + length;
+        inputs->push_back(pack.substr(at + 4, length));
     }
-    return count;
 }
 
-static int run_folder(const std::string& folder) {
-    const std::vector<std::string> paths = list(folder);
-    for (const std::string& path : paths) {
-        const std::vector<char> bytes = read_all(path);
-        run(bytes.data(), bytes.size());
+static std::vector<std::string> read_inputs(int count, char** paths) {
+    std::vector<std::string> inputs;
+    for (int i = 0; i < count; ++i) {
+        const std::string path = paths[i];
+        if (path.ends_with(".pack")) {
+            unpack(read_all(path), &inputs);
+        } else {
+            for (const std::string& file : list(path)) inputs.push_back(read_all(file));
+        }
     }
-    return static_cast<int>(paths.size());
+    return inputs;
+}
+
+// Random but for the second and third byte, which 65536 numbers have go through all values.
+static std::string make_up_freely(int number) {
+    std::minstd_rand random(static_cast<uint32_t>(number) + 1);
+    std::string bytes(3 + random() % 2048, '\0');
+    for (char& c : bytes) c = static_cast<char>(random() >> 8);
+    bytes[1] = static_cast<char>(number);
+    bytes[2] = static_cast<char>(number >> 8);
+    return bytes;
+}
+
+// An input with up to four bytes changed, half of them at the start, where most decisions are.
+static std::string make_up(int number, std::string bytes) {
+    std::minstd_rand random(static_cast<uint32_t>(number) + 1);
+    for (uint32_t n = 1 + random() % 4; n > 0 && !bytes.empty(); --n) {
+        const size_t within = random() % 2 ? bytes.size() : std::min<size_t>(bytes.size(), 106);
+        bytes[random() % within] = static_cast<char>(random() >> 8);
+    }
+    return bytes;
+}
+
+static void run(const std::string& bytes) {
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
 }
 
 int main(int argc, char** argv) {
     const int made_up = argc > 1 ? atoi(argv[1]) : 0;
+    const std::vector<std::string> inputs = read_inputs(argc - 2, argv + 2);
+    const int count = static_cast<int>(inputs.size());
+    for (const std::string& input : inputs) run(input);
     for (int i = 0; i < made_up; ++i) {
-        const std::string bytes = make_up(i);
-        run(bytes.data(), bytes.size());
-    }
-    int count = 0;
-    for (int i = 2; i < argc; ++i) {
-        const std::string path = argv[i];
-        const bool is_pack = path.size() > 5 && path.compare(path.size() - 5, 5, ".pack") == 0;
-        count += is_pack ? run_pack(read_all(path)) : run_folder(path);
+        run(count == 0 ? make_up_freely(i) : make_up(i, inputs[static_cast<size_t>(i % count)]));
     }
     char results[17];
     snprintf(results, sizeof results, "%016" PRIx64, g_results);
-    printf("%d made-up inputs, %d from files, results %s\n", made_up, count, results);
+    printf("%d inputs, %d made-up ones, results %s\n", count, made_up, results);
     const char* const expected = getenv("KEYSTILL_EXPECT_RESULTS");
     if (!expected || strcmp(results, expected) == 0) return made_up + count == 0;
     printf("expected %s: something is decoded or refused in another way\n", expected);

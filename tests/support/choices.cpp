@@ -2,7 +2,6 @@
 #include "tests/support/choices.h"
 
 #include <algorithm>
-#include <random>
 
 uint32_t Choices::value(uint32_t usual) {
     if (!once_in(16)) return word() % (usual + 1);
@@ -19,19 +18,4 @@ Choices Choices::part(size_t n) {
 std::string Choices::bytes(size_t n) {
     const Choices taken = part(n);
     return {taken.next_, taken.end_};
-}
-
-std::string Choices::payload() {
-    const uint32_t length = word() % 8192;
-    const uint32_t kind = byte() % 6;
-    if (kind < 2) return bytes(length);
-    std::minstd_rand random(1 + word());
-    std::string noise(length, '\0');
-    for (char& c : noise) {
-        auto bits = random() >> 8;
-        if (kind == 3) bits |= random() >> 8;
-        if (kind == 4) bits &= random() >> 8;
-        c = static_cast<char>(bits);
-    }
-    return noise;
 }

@@ -21,18 +21,8 @@ class Choices {
     }
     // Mostly 0 to usual, and now and then one of the values at which 1 to 31 bits wrap.
     uint32_t value(uint32_t usual);
-    // The usual value, and once in n times one up to most or beyond.
-    uint32_t rarely(uint32_t n, uint32_t most, uint32_t usual = 0) {
-        return once_in(n) ? value(most) : usual;
-    }
-    int32_t around(uint32_t most) {  // value() with either sign
-        const int32_t size = static_cast<int32_t>(value(most) & INT32_MAX);
-        return flag() ? size : -size;
-    }
     std::string bytes(size_t n = SIZE_MAX);  // fewer at the end
     Choices part(size_t n);                  // the next bytes, read by themselves
-    // A payload of up to 8 KiB: some of the input, or noise in which ones or zeros prevail.
-    std::string payload();
 
  private:
     const uint8_t* next_;

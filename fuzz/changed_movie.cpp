@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: BSD-2-Clause
-#include "fuzz/movie_writer.h"
+#include "fuzz/changed_movie.h"
 
 #include <algorithm>
 #include <vector>
 
-#include "fuzz/avc_writer.h"
 #include "runtime/byte_order.h"
-#include "tests/m4vdec/m4v_writer.h"
 #include "tests/support/box_builder.h"
 #include "tests/support/temp_folder.h"
 
@@ -99,42 +97,11 @@ static void change_box(Choices* c, std::string* file) {
     file->replace(here, length, fresh);
 }
 
-// One sample, and the sample entry with its configuration.
-static std::string write_sample(Choices* c, std::string* entry) {
-    const uint32_t kind = c->byte() % 4;
-    if (kind == 1 || kind == 2) {
-        const WrittenPicture picture = write_picture(kind == 2, c);
-        *entry = kind == 1 ? mpeg4_entry(picture.config.substr(0, 127)) : h263_entry();
-        return picture.sample;
-    }
-    const int length_size = 1 << c->byte() % 3;
-    const AvcStream stream = write_avc_stream(c, length_size);
-    *entry = avc_entry(stream.sps, stream.pps, length_size);
-    return stream.sample;
-}
-
-static std::string write_movie(Choices* c) {
-    MovieSpec spec;
-    const uint32_t samples = 1 + c->byte() % 4;
-    for (uint32_t i = 1; i <= samples; ++i) {
-        spec.samples.push_back(c->once_in(8) ? "" : write_sample(c, &spec.entry));
-        if (!c->once_in(4)) spec.sync.push_back(c->once_in(8) ? c->value(9) : i);
-    }
-    spec.samples_per_chunk = 1 + c->byte() % 3;
-    spec.sample_duration = c->value(1000);
-    return c->flag() ? movie_file(spec) : fragmented_file(spec, c->value(1));
-}
-
-std::string make_file(Choices* c) {
-    const bool is_written = c->flag();
+std::string changed_movie(Choices* c) {
     Choices changes = c->part(100);
-    std::string file = is_written ? write_movie(c) : c->bytes();
-    change_boxes(&changes, &file);
+    std::string file = c->bytes();
+    for (uint32_t i = changes.byte() % 8; i > 0; --i) change_box(&changes, &file);
     return file;
-}
-
-void change_boxes(Choices* changes, std::string* file) {
-    for (uint32_t i = changes->byte() % 8; i > 0; --i) change_box(changes, file);
 }
 
 const char* store_file(const std::string& bytes) {
