@@ -162,6 +162,10 @@ TEST(Decoder, ReadsHeadersAndRefusesWhatIsNotSupported) {
         {"", h263("10 101 010 01010 00101 1 01 1 00000000 1 11111111 0"), 64},
         {"", h263("10 101 111 001 110 110100010101000 000001001 1 10" + every_field), 64},
         {"", h263_plus("010" + modes), 64},
+        // A level of 11 bits, as only modified quantisation has them.
+        {"",
+         h263("10 000 010 00000 00101 0 0 1 11 01000000 0000011 1 000000 10000000 00001 000000"),
+         R::kDamagedData},
         {"", h263("00 000 010 00000 00101 0 0"), R::kDamagedHeader},  // fixed bits
         {"", h263("10 000 000 00000 00101 0 0"), R::kDamagedHeader},  // forbidden format
         {"", h263("10 000 110 00000 00101 0 0"), R::kDamagedHeader},  // reserved format
