@@ -359,6 +359,13 @@ TEST(DecodeKeyFrameAvc, TakesPcmInEveryForm) {
                        run_of({slice_nal({}, cabac)}))
                     .planes == planes_of('a', 'b'));
 
+    // codIOffset 511, with which no stream begins: a slice that was overwritten with ones.
+    const BitPacker ones = slice_header({}).align(1).bytes(std::string(400, '\xff'));
+    const PpsSpec at_qp_20 = {.cabac = 1, .pic_init_qp_minus26 = -6};
+    EXPECT_TRUE(
+        decode(sets_of({.profile_idc = 77}, at_qp_20), run_of({slice_nal({}, ones)})).planes ==
+        std::string(384, '\xff'));
+
     // Monochrome has luma only.
     const std::string sets =
         sets_of({.profile_idc = 100, .chroma_format_idc = 0, .width_mbs = 2, .crop = {1, 2, 3, 4}});
