@@ -97,8 +97,8 @@ std::string sample_table(const MovieSpec& spec, uint32_t first_chunk_offset) {
                            full_box("stsz", words(sizes)) + full_box("stco", words(offsets)));
 }
 
-static std::string video_track(const MovieSpec& spec, uint32_t duration, const std::string& table) {
-    const std::string media = media_header(spec.time_scale, duration) + handler("vide");
+static std::string video_track(uint32_t duration, const std::string& table) {
+    const std::string media = media_header(10, duration) + handler("vide");
     return box("trak", track_header(1, 64, 48) + box("mdia", media + box("minf", table)));
 }
 
@@ -108,7 +108,7 @@ std::string movie_file(const MovieSpec& spec) {
     for (const std::string& sample : spec.samples) data += sample;
     const uint32_t duration = static_cast<uint32_t>(spec.samples.size()) * spec.sample_duration;
     const std::string table = sample_table(spec, static_cast<uint32_t>(type.size()) + 8);
-    return type + box("mdat", data) + box("moov", video_track(spec, duration, table));
+    return type + box("mdat", data) + box("moov", video_track(duration, table));
 }
 
 std::string fragmented_file(const MovieSpec& spec, uint32_t duration) {
@@ -117,10 +117,10 @@ std::string fragmented_file(const MovieSpec& spec, uint32_t duration) {
     empty.sync.clear();
     const std::string length = duration != 0 ? full_box("mehd", u32(duration)) : "";
     const std::string defaults = full_box("trex", words({1, 1, 0, 0, 0}));
-    std::string out = box("ftyp", "isom" + zeros(4)) +
-                      box("moov", full_box("mvhd", words({0, 0, spec.time_scale, 0})) +
-                                      video_track(spec, 0, sample_table(empty, 0)) +
-                                      box("mvex", length + defaults));
+    std::string out =
+        box("ftyp", "isom" + zeros(4)) +
+        box("moov", full_box("mvhd", words({0, 0, 10, 0})) +
+                        video_track(0, sample_table(empty, 0)) + box("mvex", length + defaults));
     std::string entries = words({1, 0, spec.samples.size()});
     for (size_t i = 0; i < spec.samples.size(); ++i) {
         entries += words({i * spec.sample_duration, out.size()}) + "\1\1\1";

@@ -37,12 +37,12 @@ std::string handler(const std::string& type, const std::string& component = zero
 // A movie box of one video track with these boxes in its media box, after the handler.
 std::string movie_of(const std::string& boxes, const std::string& front = handler("vide"));
 
+// Time scale 10.
 struct MovieSpec {
     std::string entry;                 // sample entry of the video track
     std::vector<std::string> samples;  // coded, in order
     std::vector<uint32_t> sync;        // 1-based numbers
     uint32_t samples_per_chunk = 2;
-    uint32_t time_scale = 10;
     uint32_t sample_duration = 10;
 };
 // The sample tables. Chunks lie one after another from there on in the file.

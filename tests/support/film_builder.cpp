@@ -156,7 +156,7 @@ static std::string film_traf(const TrafSpec& spec, uint64_t offset, uint64_t dat
     if (spec.base == TrafSpec::Base::kImplicit) base = implicit_data;
     if (!spec.states_each) {
         flags |= 0x28;
-        fields += words({spec.samples.empty() ? 0 : spec.samples[0].duration, spec.default_flags});
+        fields += words({spec.samples[0].duration, 0x1010000});  // all but the first sample
     }
     std::string boxes = full_box("tfhd", fields, flags);
     if (spec.time >= 0) {
@@ -192,9 +192,8 @@ std::string film_fragment(const std::vector<TrafSpec>& tracks, uint64_t offset) 
     return movie_fragment(tracks, offset, length + 8) + box("mdat", data);
 }
 
-std::string fragmented_head(TrackSpec track, const std::string& extends, uint32_t trex_flags) {
+std::string fragmented_head(TrackSpec track) {
     track.samples.clear();
-    track.size_bits = 32;
-    const std::string defaults = full_box("trex", words({track.id, 1, 0, 0, trex_flags}));
-    return kFileType + film_header(film_track(track, 0) + box("mvex", extends + defaults));
+    const std::string defaults = full_box("trex", words({track.id, 1, 0, 0, 0}));
+    return kFileType + film_header(film_track(track, 0) + box("mvex", defaults));
 }

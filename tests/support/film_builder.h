@@ -59,13 +59,11 @@ struct TrafSpec {
     std::vector<FilmSample> samples;
     int64_t time = -1;  // "tfdt", none if negative
     enum class Base { kFragment, kStated, kImplicit } base = Base::kFragment;
-    bool states_each = true;             // durations, sizes, flags and compositions for each sample
-    uint32_t default_flags = 0x1010000;  // with !states_each: for all but the first sample
+    bool states_each = true;  // durations, sizes, flags and compositions for each sample
     uint32_t runs = 1;
     bool has_data_offset = true;
 };
 // "moof" and "mdat" for a place in the file.
 std::string film_fragment(const std::vector<TrafSpec>& tracks, uint64_t offset);
 // File type, a movie box with "mvex" and no samples.
-std::string fragmented_head(TrackSpec track, const std::string& extends = "",
-                            uint32_t trex_flags = 0);
+std::string fragmented_head(TrackSpec track);
