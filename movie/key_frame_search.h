@@ -29,7 +29,11 @@ class CandidateCheck {
           presentation_(presentation),
           entries_(entries),
           trust_(trust) {}
-    int64_t shown_at(int64_t media_time) const { return presentation_.shown_at(media_time); }
+    int64_t shown_at(int64_t media_time) const {
+        constexpr size_t kEditsPerWork = 2;
+        reader_->spend(presentation_.edit_count() / kEditsPerWork);
+        return presentation_.shown_at(media_time);
+    }
     bool is_cut_off_behind(int64_t media_time) const {
         return presentation_.is_cut_off_behind(media_time);
     }

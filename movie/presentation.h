@@ -2,6 +2,7 @@
 // From the times of a track's samples to those that viewers see (ISO 14496-12 8.6.6, edit lists).
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <vector>
@@ -30,6 +31,8 @@ class Presentation {
     int64_t shown_at(int64_t media_time) const;
     // Whether it comes after the first edit's start and is in none of the edits.
     bool is_cut_off_behind(int64_t media_time) const;
+    // How many stretches of the media are looked through for a time.
+    size_t edit_count() const { return segments_.size(); }
     // No sample with a composition time before this one is shown at time_us or later.
     int64_t earliest_media_time(int64_t time_us) const;
     // Sum of the edits in microseconds, 0 if there are none or one goes to the end of the media.

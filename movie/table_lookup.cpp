@@ -6,6 +6,8 @@
 
 // Work of looking at one key frame.
 constexpr uint64_t kKeyFrameCost = 16;
+// And of adding up one sample's size: a chunk may claim them all.
+constexpr uint64_t kSizeCost = 1;
 
 namespace {
 
@@ -110,13 +112,15 @@ class PlaceCursor {
                 return sizes_.u32_at(at + 4 * sample);
         }
     }
-    // Adds up the sizes from the last place on, which is in the same chunk.
+    // Adds up the sizes from the last place on, which is in the same chunk, while there is work.
     void go_to(uint64_t sample) {
         if (tables_.sample_size != 0) {
             offset_ += (sample - sample_) * tables_.sample_size;
             sample_ = sample;
         }
-        for (; sample_ < sample; ++sample_) offset_ += size_of(sample_);
+        for (; sample_ < sample && sizes_.spend(kSizeCost); ++sample_) {
+            offset_ += size_of(sample_);
+        }
     }
     // A run reaches to the chunk in front of the next one's (8.7.4).
     void load_run() {
