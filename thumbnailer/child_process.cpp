@@ -10,15 +10,24 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 static volatile sig_atomic_t g_is_interrupted = 0;
 
 static void note_interruption(int) { g_is_interrupted = 1; }
 
-// System calls are not restarted: a signal ends the wait for the child.
+// System calls are not restarted: a signal ends the wait for the child. What whoever started this
+// process has it ignore, as nohup does, stays ignored, but for the end of a child, whose status
+// would be lost.
 static void watch_for_interruption() {
-    struct sigaction action = {};
-    action.sa_handler = note_interruption;
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+    signal(SIGCHLD, SIG_DFL);
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+        struct sigaction action = {};
+        if (sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
+        action = {};
+        action.sa_handler = note_interruption;
+        sigaction(number, &action, nullptr);
+    }
 }
 
 static int64_t now_ms() {
@@ -35,20 +44,60 @@ static bool read_some(int descriptor, std::vector<uint8_t>* output) {
     return count > 0 || (count < 0 && errno == EINTR);
 }
 
-// Reads to the end of the stream. Returns kExited there, or why it was not reached.
-static ChildEnd gather(int descriptor, const ChildLimits& limits, std::vector<uint8_t>* output) {
-    // A signal may come between a look at the flag and the wait: then it ends with this.
-    constexpr int64_t kLongestWaitMs = 500;
-    const int64_t deadline = now_ms() + int64_t{limits.seconds} * 1000;
-    for (;;) {
+// How long a child is waited for.
+class Patience {
+ public:
+    explicit Patience(int seconds) : end_ms_(now_ms() + int64_t{seconds} * 1000) {}
+    // Why it is over, kExited while it is not.
+    ChildEnd over() const {
         if (g_is_interrupted) return ChildEnd::kInterrupted;
-        const int64_t left = deadline - now_ms();
-        if (left <= 0) return ChildEnd::kTookTooLong;
+        return now_ms() < end_ms_ ? ChildEnd::kExited : ChildEnd::kTookTooLong;
+    }
+    // For one wait. A signal may come between a look at the flag and the wait: then it ends with
+    // this.
+    int next_wait_ms() const {
+        constexpr int64_t kLongestMs = 500;
+        return static_cast<int>(std::clamp<int64_t>(end_ms_ - now_ms(), 0, kLongestMs));
+    }
+
+ private:
+    int64_t end_ms_;
+};
+
+// Reads to the end of the stream. Returns kExited there, or why it was not reached.
+static ChildEnd gather(int descriptor, const Patience& patience, size_t max_bytes,
+                       std::vector<uint8_t>* output) {
+    for (;;) {
+        const ChildEnd over = patience.over();
+        if (over != ChildEnd::kExited) return over;
         pollfd waiting = {descriptor, POLLIN, 0};
-        const int wait_ms = static_cast<int>(left < kLongestWaitMs ? left : kLongestWaitMs);
-        if (poll(&waiting, 1, wait_ms) <= 0) continue;
+        if (poll(&waiting, 1, patience.next_wait_ms()) <= 0) continue;
         if (!read_some(descriptor, output)) return ChildEnd::kExited;
-        if (output->size() > limits.max_bytes) return ChildEnd::kWroteTooMuch;
+        if (output->size() > max_bytes) return ChildEnd::kWroteTooMuch;
+    }
+}
+
+// Waits for the end of a child that will write no more. One may close the stream and go on.
+static ChildEnd wait_for_exit(pid_t child, const Patience& patience, int* status) {
+    sigset_t awaited, before;
+    sigemptyset(&awaited);
+    sigaddset(&awaited, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &awaited, &before);
+    ChildEnd end = ChildEnd::kExited;
+    while (waitpid(child, status, WNOHANG) == 0) {
+        end = patience.over();
+        if (end != ChildEnd::kExited) break;
+        const timespec longest = {0, patience.next_wait_ms() * 1000000L};
+        sigtimedwait(&awaited, nullptr, &longest);
+    }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    return end;
+}
+
+// The group may be gone, or not exist yet.
+static void end_group(pid_t child, int* status) {
+    if (kill(-child, SIGKILL) != 0) kill(child, SIGKILL);
+    while (waitpid(child, status, 0) < 0 && errno == EINTR) {
     }
 }
 
@@ -70,13 +119,17 @@ ChildResult run_child(const std::function<int(int)>& work, const ChildLimits& li
     if (child == 0) be_the_child(work, ends[1], parent);
     close(ends[1]);
     if (child > 0) {
-        result.end = gather(ends[0], limits, &result.output);
-        // The group may be gone, or not exist yet.
-        if (result.end != ChildEnd::kExited && kill(-child, SIGKILL) != 0) kill(child, SIGKILL);
+        const Patience patience(limits.seconds);
         int status = 0;
-        while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+        result.end = gather(ends[0], patience, limits.max_bytes, &result.output);
+        if (result.end == ChildEnd::kExited) {
+            result.end = wait_for_exit(child, patience, &status);
         }
-        if (result.end == ChildEnd::kExited && !WIFEXITED(status)) result.end = ChildEnd::kKilled;
+        if (result.end != ChildEnd::kExited) {
+            end_group(child, &status);
+        } else if (!WIFEXITED(status)) {
+            result.end = ChildEnd::kKilled;
+        }
         result.exit_status = WEXITSTATUS(status);
     }
     close(ends[0]);

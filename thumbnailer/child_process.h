@@ -28,7 +28,8 @@ struct ChildLimits {
     size_t max_bytes;  // of output
 };
 
-// Calls work(descriptor) in a new process, whose exit status is what it returns, and reads what is
-// written to the descriptor until its end. Standard streams are shared. The child does not outlive
+// Calls work(descriptor) in a new process, whose exit status is what it returns, reads what is
+// written to the descriptor until its end, and waits for that of the process. Standard streams are
+// shared. The child does not outlive
 // this process. Nothing may have been left in buffers of stdio.
 ChildResult run_child(const std::function<int(int)>& work, const ChildLimits& limits);

@@ -94,7 +94,7 @@ Outcome draw_thumbnail(ByteSource* source, const Options& options,
         case UprightStatus::kNothingVisible:
             return {Verdict::kNoPicture, "The video's cropping leaves no picture."};
         case UprightStatus::kNoMemory:
-            return {Verdict::kNoPicture, "Not enough memory."};
+            return {Verdict::kNoPicture, "There is not enough memory."};
         case UprightStatus::kDone:
             break;
     }

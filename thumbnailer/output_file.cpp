@@ -57,5 +57,5 @@ bool write_output(const std::string& path, std::span<const uint8_t> bytes) {
         return write_output(whole, bytes);
     }
     if (!S_ISREG(status.st_mode) || status.st_size == 0) return fill(path, bytes);
-    return replace(path, status.st_mode & 07777, bytes);
+    return replace(path, status.st_mode & 0777, bytes);
 }

@@ -2,6 +2,7 @@
 #include "thumbnailer/run_thumbnailer.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -17,6 +18,7 @@
 #include "thumbnailer/options.h"
 #include "thumbnailer/other_programs.h"
 #include "thumbnailer/output_file.h"
+#include "wording/printable.h"
 
 constexpr int kDone = 0;
 constexpr int kNoPicture = 1;
@@ -53,8 +55,9 @@ static std::vector<PngText> png_texts(const Options& options, const struct stat&
 
 static bool is_same_file(const struct stat& input, const std::string& output) {
     struct stat status;
-    return output != "-" && stat(output.c_str(), &status) == 0 && status.st_dev == input.st_dev &&
-           status.st_ino == input.st_ino;
+    const int result =
+        output == "-" ? fstat(STDOUT_FILENO, &status) : stat(output.c_str(), &status);
+    return result == 0 && status.st_dev == input.st_dev && status.st_ino == input.st_ino;
 }
 
 static Outcome draw(const Options& options, std::vector<uint8_t>* picture) {
@@ -99,6 +102,7 @@ static void end_without_memory() {
 
 int run_thumbnailer(int argc, char* const* argv) {
     std::set_new_handler(end_without_memory);
+    signal(SIGXFSZ, SIG_IGN);  // a file size limit is a failed write like any other
     Options options;
     std::string complaint;
     switch (read_options(argc, argv, &options, &complaint)) {
@@ -113,6 +117,6 @@ int run_thumbnailer(int argc, char* const* argv) {
         case OptionsOutcome::kWrong:
             break;
     }
-    fprintf(stderr, "keystill-thumbnailer: %s\n%s", complaint.c_str(), usage_text());
+    fprintf(stderr, "keystill-thumbnailer: %s\n%s", printable(complaint).c_str(), usage_text());
     return kWrongUsage;
 }

@@ -35,6 +35,11 @@ TEST(ChildProcess, EndsWhatDoesNotEndByItself) {
         pause();
         return 0;
     };
+    const auto goes_on_in_silence = [](int output) {
+        close(output);
+        pause();
+        return 0;
+    };
     const auto crashes = [](int) {
         signal(SIGSEGV, SIG_DFL);
         return raise(SIGSEGV);
@@ -46,14 +51,24 @@ TEST(ChildProcess, EndsWhatDoesNotEndByItself) {
         return 0;
     };
     EXPECT_EQ(run_child(sleeps, {1, kMuch}).end, ChildEnd::kTookTooLong);
+    EXPECT_EQ(run_child(goes_on_in_silence, {1, kMuch}).end, ChildEnd::kTookTooLong);
     EXPECT_EQ(run_child(crashes, {20, kMuch}).end, ChildEnd::kKilled);
     EXPECT_EQ(run_child(floods, {20, kMuch}).end, ChildEnd::kWroteTooMuch);
-    std::thread interrupter([] {
-        usleep(200000);
-        kill(getpid(), SIGTERM);
-    });
-    EXPECT_EQ(run_child(sleeps, {20, kMuch}).end, ChildEnd::kInterrupted);
-    interrupter.join();
+    // What this process was started to ignore, as by nohup, does not interrupt, nor does it lose
+    // the status of a child.
+    signal(SIGHUP, SIG_IGN);
+    signal(SIGCHLD, SIG_IGN);
+    const auto hangs_up = [](int) { return kill(getppid(), SIGHUP) == 0 ? 5 : 6; };
+    EXPECT_EQ(run_child(hangs_up, {20, kMuch}).exit_status, 5);
+    for (const auto& work : {std::function<int(int)>(sleeps), {goes_on_in_silence}}) {
+        EXPECT_EXIT(
+            {
+                alarm(20);
+                std::thread([] { usleep(200000), kill(getpid(), SIGTERM); }).detach();
+                _exit(run_child(work, {60, kMuch}).end == ChildEnd::kInterrupted ? 0 : 1);
+            },
+            testing::ExitedWithCode(0), "");
+    }
 }
 
 }  // namespace

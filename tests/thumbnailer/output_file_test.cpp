@@ -35,14 +35,14 @@ TEST(OutputFile, ReplacesFilesAndFillsEmptyOnesAndLinks) {
     const std::string path = folder.path("a.png"), empty = folder.path("empty.png");
     write_file(path, "earlier");
     write_file(empty, "");
-    chmod(path.c_str(), 0640);
+    chmod(path.c_str(), 04640);
     const int reader = open(path.c_str(), O_RDONLY);
     const ino_t before = status_of(empty).st_ino;  // somebody may hold it open
     ASSERT_TRUE(write_output(path, kBytes));
     ASSERT_TRUE(write_output(empty, kBytes));
     EXPECT_EQ(read_file(path), kText);
     EXPECT_EQ(read_file(empty), kText);
-    EXPECT_EQ(status_of(path).st_mode & 0777, 0640u);
+    EXPECT_EQ(status_of(path).st_mode & 07777, 0640u);
     EXPECT_EQ(status_of(empty).st_ino, before);
     char old[8] = {};
     EXPECT_EQ(read(reader, old, 7), 7);  // whoever had it open still has the earlier one
@@ -69,7 +69,7 @@ TEST(OutputFile, AFailureLeavesWhatWasThere) {
     const std::string path = folder.path("a.png"), empty = folder.path("empty.png");
     write_file(path, "earlier");
     write_file(empty, "");
-    signal(SIGXFSZ, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);  // as the program does
     rlimit before;
     getrlimit(RLIMIT_FSIZE, &before);
     const rlimit low = {5000, before.rlim_max};

@@ -107,6 +107,12 @@ TEST_F(RunThumbnailer, NeverTouchesItsInput) {
         EXPECT_EQ(draw(video, folder_.path(output)), 1) << output;
         EXPECT_EQ(read_file(video), bytes);
     }
+    EXPECT_EQ(status_apart([&] {
+                  dup2(open(video.c_str(), O_RDWR), STDOUT_FILENO);
+                  return run_words({"-i", video, "-o", "-"});
+              }),
+              1);
+    EXPECT_EQ(read_file(video), bytes);
 }
 
 TEST_F(RunThumbnailer, SaysWhyThereIsNoPictureAndLeavesTheOutput) {
@@ -128,8 +134,15 @@ TEST_F(RunThumbnailer, SaysWhyThereIsNoPictureAndLeavesTheOutput) {
     }
     EXPECT_EQ(draw(kMedia + "mpeg4.mp4", folder_.path("none/out.png")), 1);
     EXPECT_EQ(said_, "keystill-thumbnailer: The output cannot be written.\n");
-    EXPECT_EQ(run({}), 2);
-    EXPECT_NE(said_.find("usage:"), std::string::npos);
+    EXPECT_EQ(run({"\x1b[31m.mp4"}), 2);  // as "*" on a command line may give
+    EXPECT_NE(said_.find("what is this for: \\x1b[31m.mp4\nusage:"), std::string::npos) << said_;
+    // Nothing is left in the folder when it ends at a file size limit.
+    EXPECT_EQ(status_apart([&] {
+                  const rlimit low = {100, 100};
+                  setrlimit(RLIMIT_FSIZE, &low);
+                  return run_words({"-i", kMedia + "mpeg4.mp4", "-o", folder_.path("tmp/a.png")});
+              }),
+              1);
 }
 
 // Sanitizers want all addresses there are, and an emulator has its own.
