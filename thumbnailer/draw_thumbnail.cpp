@@ -2,6 +2,8 @@
 #include "thumbnailer/draw_thumbnail.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 #include "movie/movie.h"
 #include "thumbnailer/decode_frame.h"
@@ -72,6 +74,51 @@ static ShowingHints hints_of(const Movie& movie, const MovieKeyFrame& frame,
     return hints;
 }
 
+// A key frame and what a player makes of it.
+struct ShownFrame {
+    MovieKeyFrame frame = {};
+    DecodedFrame decoded;  // empty when the picture is a copy
+    UprightPicture upright;
+};
+
+static Outcome make_visible(const Movie& movie, const Options& options, ShownFrame* shown) {
+    switch (make_upright(shown->decoded.picture, hints_of(movie, shown->frame, options),
+                         options.size, &shown->upright)) {
+        case UprightStatus::kNothingVisible:
+            return {Verdict::kNoPicture, "The video's cropping leaves no picture."};
+        case UprightStatus::kNoMemory:
+            return {Verdict::kNoPicture, "There is not enough memory."};
+        case UprightStatus::kDone:
+            break;
+    }
+    if (!shown->upright.is_borrowing()) shown->decoded.planes.reset();
+    return {};
+}
+
+// A blank picture gives way to one that has far more to show: of the key frames around the start,
+// the beginning and the middle those that are coded into several times its bytes.
+static void replace_blank(Movie* movie, const Options& options, ShownFrame* shown) {
+    constexpr uint32_t kTimesTheBytes = 4;
+    const size_t count = static_cast<size_t>(options.frames);
+    std::vector<MovieKeyFrame> others =
+        movie->key_frames_from(start_time_us(movie, options.start), count);
+    append_new(movie->key_frames_from(0, kMostTries), &others);
+    append_new(movie->key_frames_from(movie->duration_us() / 2, kMostTries), &others);
+    std::erase_if(others, [&](const MovieKeyFrame& other) {
+        return other.size / kTimesTheBytes < shown->frame.size;
+    });
+    others = frames_by_percentile(std::move(others), options.percentile);
+    for (size_t i = 0; i < std::min(others.size(), kMostTries); ++i) {
+        ShownFrame other;
+        other.frame = others[i];
+        if (decode_frame(movie, other.frame, &other.decoded).verdict != Verdict::kDone) continue;
+        if (make_visible(*movie, options, &other).verdict != Verdict::kDone) continue;
+        if (is_blank(other.upright)) continue;
+        *shown = std::move(other);
+        return;
+    }
+}
+
 static bool write_picture(const UprightPicture& upright, const Options& options,
                           const std::vector<PngText>& texts, FILE* file) {
     return options.format == PictureFormat::kPng ? write_png(upright, texts, file)
@@ -84,21 +131,13 @@ Outcome draw_thumbnail(ByteSource* source, const Options& options,
     if (movie.refusal() != MovieRefusal::kNone) {
         return outcome_of(movie.refusal(), movie.refused_format());
     }
-    DecodedFrame decoded;
-    MovieKeyFrame shown = {};
-    const Outcome outcome = decode_any(&movie, options, &decoded, &shown);
+    ShownFrame shown;
+    Outcome outcome = decode_any(&movie, options, &shown.decoded, &shown.frame);
+    if (outcome.verdict == Verdict::kDone) outcome = make_visible(movie, options, &shown);
     if (outcome.verdict != Verdict::kDone) return outcome;
-    UprightPicture upright;
-    switch (
-        make_upright(decoded.picture, hints_of(movie, shown, options), options.size, &upright)) {
-        case UprightStatus::kNothingVisible:
-            return {Verdict::kNoPicture, "The video's cropping leaves no picture."};
-        case UprightStatus::kNoMemory:
-            return {Verdict::kNoPicture, "There is not enough memory."};
-        case UprightStatus::kDone:
-            break;
-    }
-    if (!upright.is_borrowing()) decoded.planes.reset();
-    if (write_picture(upright, options, texts, file)) return {};
+    // Who names a time, or one frame, wants that.
+    const bool is_free_to_choose = options.frames > 1 && options.start.time_us < 0;
+    if (is_free_to_choose && is_blank(shown.upright)) replace_blank(&movie, options, &shown);
+    if (write_picture(shown.upright, options, texts, file)) return {};
     return {Verdict::kNoPicture, "The picture cannot be compressed or written."};
 }

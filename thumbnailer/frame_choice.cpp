@@ -18,6 +18,22 @@ std::vector<MovieKeyFrame> frames_by_percentile(std::vector<MovieKeyFrame> frame
     return ordered;
 }
 
+bool is_blank(const UprightPicture& picture) {
+    constexpr double kMostVariance = 9;  // noise, and what coding adds
+    constexpr int32_t kRows = 64;        // that are looked at
+    const int32_t step = std::max(picture.height / kRows, 1);
+    uint64_t count = 0, sum = 0, squares = 0;
+    for (int32_t y = step / 2; y < picture.height; y += step) {
+        const uint8_t* const row = picture.y.samples + y * picture.y.pitch;
+        for (int32_t x = 0; x < picture.width; ++x, ++count) {
+            sum += row[x];
+            squares += uint32_t{row[x]} * row[x];
+        }
+    }
+    const double mean = static_cast<double>(sum) / static_cast<double>(count);
+    return static_cast<double>(squares) / static_cast<double>(count) - mean * mean <= kMostVariance;
+}
+
 int64_t start_time_us(Movie* movie, const StartTime& start) {
     if (start.time_us >= 0) return start.time_us;
     const int64_t duration_us = start.percent > 0 ? movie->duration_us() : 0;

@@ -17,7 +17,7 @@
 namespace {
 
 // Draws and checks that there is either a whole picture or a sentence, and that nothing stays.
-Verdict draw(const std::string& movie, const Options& options) {
+Verdict draw(const std::string& movie, const Options& options, size_t* length = nullptr) {
     MemorySource source(movie);
     Outcome outcome;
     const std::string picture =
@@ -27,6 +27,7 @@ Verdict draw(const std::string& movie, const Options& options) {
     EXPECT_EQ(is_whole, outcome.verdict == Verdict::kDone);
     EXPECT_EQ(outcome.sentence.empty(), outcome.verdict == Verdict::kDone);
     EXPECT_EQ(g_memUsed, 0);
+    if (length) *length = picture.size();
     return outcome.verdict;
 }
 
@@ -45,6 +46,25 @@ TEST(DrawThumbnail, TriesOtherKeyFramesWhenTheChosenOneIsDamaged) {
         std::fill_n(damaged.begin() + static_cast<ptrdiff_t>(frame.offset), frame.size, '\xff');
     }
     EXPECT_EQ(draw(damaged, options), Verdict::kNoPicture);
+}
+
+TEST(DrawThumbnail, ReplacesABlankPictureUnlessItWasAskedFor) {
+    const std::string movie = read_file(std::string(KEYSTILL_MEDIA) + "sample.mp4");
+    static const struct {
+        StartTime start;
+        int frames;
+        bool is_black;  // as the first key frame is
+    } kCases[] = {{{0, -1}, 5, false}, {{0, -1}, 1, true}, {{0, 0}, 5, true}};
+    for (const auto& c : kCases) {
+        Options options;
+        options.start = c.start;
+        options.frames = c.frames;
+        options.percentile = 0;
+        size_t length = 0;
+        EXPECT_EQ(draw(movie, options, &length), Verdict::kDone);
+        constexpr size_t kMostOfBlack = 1000;
+        EXPECT_EQ(length < kMostOfBlack, c.is_black) << &c - kCases;
+    }
 }
 
 }  // namespace
