@@ -219,10 +219,12 @@ MovieRefusal read_movie_headers(SourceReader* reader, const Box& moov, MovieHead
     std::vector<uint32_t> chapters;
     std::vector<TrackFacts> tracks;
     uint64_t last_read = 0;  // the track that `headers` has
+    bool names_other_files = false;
     BoxWalk walk(reader, moov);
     for (Box box; walk.next(&box);) {
         if (box.type == fourcc("cmov")) return MovieRefusal::kCompressedHeader;
         if (box.type == fourcc("mvex")) read_extends(reader, box, headers);
+        if (box.type == fourcc("rmra")) names_other_files = true;
         if (box.type == fourcc("mvhd")) {
             const TimeHeader times = read_time_header(reader, box);
             headers->time_scale = times.time_scale;
@@ -246,7 +248,9 @@ MovieRefusal read_movie_headers(SourceReader* reader, const Box& moov, MovieHead
         if (!best || rank(track) > rank(*best)) best = &track;
     }
     const bool is_film = best && std::get<0>(rank(*best));
-    if (!is_film) return MovieRefusal::kNoVideo;
+    if (!is_film) {
+        return names_other_files ? MovieRefusal::kReferenceMovie : MovieRefusal::kNoVideo;
+    }
     if (best->trak.begin != last_read) {
         headers->video = {};
         read_track(reader, best->trak, &headers->video);

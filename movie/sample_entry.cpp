@@ -51,15 +51,10 @@ static Fields content_of(SourceReader* reader, const Box& box) {
     return bytes ? Fields{{bytes, length}} : Fields{};
 }
 
-// Parameter sets, each preceded by its length, into the configuration. Stops at one that is cut.
-static void append_sets(Fields* record, uint32_t count, std::vector<uint8_t>* configuration) {
-    for (; count > 0; --count) {
-        const std::span<const uint8_t> start = record->rest;
-        const uint32_t length = record->u16();
-        record->take(length);
-        if (record->overrun) return;
-        configuration->insert(configuration->end(), start.begin(), start.begin() + 2 + length);
-    }
+static void append_set(std::span<const uint8_t> set, std::vector<uint8_t>* configuration) {
+    configuration->push_back(static_cast<uint8_t>(set.size() >> 8));
+    configuration->push_back(static_cast<uint8_t>(set.size()));
+    configuration->insert(configuration->end(), set.begin(), set.end());
 }
 
 // Those of a byte stream. Longer ones than any are left out.
@@ -67,9 +62,22 @@ static void append_units(std::span<const uint8_t> stream, uint8_t unit_type,
                          std::vector<uint8_t>* configuration) {
     for (std::span<const uint8_t> unit; !(unit = take_unit(&stream)).empty();) {
         if ((unit[0] & 31) != unit_type || unit.size() > UINT16_MAX) continue;
-        configuration->push_back(static_cast<uint8_t>(unit.size() >> 8));
-        configuration->push_back(static_cast<uint8_t>(unit.size()));
-        configuration->insert(configuration->end(), unit.begin(), unit.end());
+        append_set(unit, configuration);
+    }
+}
+
+// Parameter sets, each preceded by its length, into the configuration. Stops at one that is cut.
+// Some writers keep the start codes of a byte stream.
+static void append_sets(Fields* record, uint32_t count, uint8_t unit_type,
+                        std::vector<uint8_t>* configuration) {
+    for (; count > 0; --count) {
+        const std::span<const uint8_t> set = record->take(record->u16());
+        if (record->overrun) return;
+        if (!set.empty() && set[0] == 0) {
+            append_units(set, unit_type, configuration);
+        } else {
+            append_set(set, configuration);
+        }
     }
 }
 
@@ -88,8 +96,8 @@ static void read_avc_record(Fields record, SampleEntry* entry) {
     if (record.overrun) entry->stored_prefix_size = 4;
     std::vector<uint8_t>* const configuration = &entry->description.configuration;
     configuration->clear();
-    append_sets(&record, record.u8() & 31, configuration);
-    append_sets(&record, record.u8(), configuration);
+    append_sets(&record, record.u8() & 31, kSequenceSet, configuration);
+    append_sets(&record, record.u8(), kPictureSet, configuration);
 }
 
 // The content of the next descriptor if it has that tag.
@@ -222,6 +230,10 @@ static void read_extensions(SourceReader* reader, BoxWalk extensions, bool is_ne
                 }
                 break;
             case fourcc("esds"):
+                // Phones called MPEG-4 by the name of the older codec.
+                if (description->codec == VideoCodec::kH263) {
+                    description->codec = VideoCodec::kMpeg4;
+                }
                 if (description->codec == VideoCodec::kMpeg4) {
                     read_elementary_stream(content_of(reader, child), entry);
                 }

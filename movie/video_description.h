@@ -14,6 +14,7 @@ enum class MovieRefusal : uint8_t {
     kNoMovieBox,        // such boxes, but no "moov" among them: cut before it, or a lone segment
     kCompressedHeader,  // QuickTime's "cmov"
     kNoVideo,           // no video track with a sample entry: sound, or covers and chapters alone
+    kReferenceMovie,    // QuickTime's "rmra": no video either, but the names of files that have it
     kEncrypted,         // "encv", "drmi" or a protection scheme
     kOtherCodec,        // neither H.264 nor MPEG-4 Part 2 nor H.263
 };

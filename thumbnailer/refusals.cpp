@@ -25,6 +25,8 @@ Outcome outcome_of(MovieRefusal refusal, const std::string& refused_format) {
             return {Verdict::kNoPicture, "The file has no movie header; its end may be missing."};
         case MovieRefusal::kNoVideo:
             return {Verdict::kNoPicture, "There is no video track in this file."};
+        case MovieRefusal::kReferenceMovie:
+            return {Verdict::kNoPicture, "The file has no video, only the names of files that do."};
         case MovieRefusal::kNone:
             break;
     }

@@ -189,9 +189,9 @@ static std::string descriptor(char tag, const std::string& content) {
 }
 
 static std::string stream_entry(char object_type, char flags, const std::string& fields,
-                                const std::string& info) {
+                                const std::string& info, const char* format = "mp4v") {
     const std::string decoder = descriptor(4, object_type + zeros(12) + descriptor(5, info));
-    return visual_entry_of("mp4v",
+    return visual_entry_of(format,
                            full_box("esds", descriptor(3, zeros(2) + flags + fields + decoder)));
 }
 
@@ -223,12 +223,15 @@ TEST(Movie, DescribesWhatItReadsAndRefuses) {
         {visual_entry_of("avc1", box("avcC", kStartCode + "\x68p" + zeros(2) +
                                                  kStartCode.substr(1) + "\x67s" + kStartCode)),
          "H.264/4 64x48 " + sets},
+        {visual_entry_of("avc1", avc_configuration({kStartCode + "\x67s"}, {kStartCode + "\x68p"})),
+         "H.264/4 64x48 " + sets},
         {stream_entry('\x20', 0, "", info), "MPEG-4/0 64x48 [" + info + "]"},
         {stream_entry('\x20', '\xe0', "dd\4urlscc", "info"), "MPEG-4/0 64x48 [info]"},
         {visual_entry_of("XVID", box("glbl", "vol")), "MPEG-4/0 64x48 [vol]"},
         {visual_entry_of("3IV2", box("glbl", "vol")), "MPEG-4/0 64x48 [vol]"},
         {visual_entry_of("s263", box("d263", "content")), "H.263/0 64x48 [content]"},
         {visual_entry_of("h263"), "H.263/0 64x48 []"},
+        {stream_entry('\x20', 0, "", info, "s263"), "MPEG-4/0 64x48 [" + info + "]"},
         {stream_entry('\x61', 0, "", info), "other mp2v"},
         {visual_entry_of("encv", avc + sinf), "encrypted encv"},
         {visual_entry_of("drmi", avc), "encrypted drmi"},
@@ -400,6 +403,7 @@ TEST(Movie, RefusesWhatIsNoMovie) {
         {"compressed", box("moov", box("cmov", zeros(20))), MovieRefusal::kCompressedHeader},
         {"empty", box("moov"), MovieRefusal::kNoVideo},
         {"sound", plain_film(sound), MovieRefusal::kNoVideo},
+        {"reference", box("moov", box("rmra", box("rmda"))), MovieRefusal::kReferenceMovie},
     };
     // clang-format on
     for (const auto& c : kCases) {
