@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Crops, fits, scales, pads and compresses a picture of any size to any size. Brings decoders of
-// its own, which the linker finds before those of the libraries.
-#include "avcdec/decode_key_frame_avc.h"
+// Crops, fits, scales, pads and compresses a picture of any size to any size.
 #include "fuzz/target.h"
 #include "runtime/owned.h"
-#include "thumb/decode_key_frame_mpeg4.h"
+#include "tests/support/stub_decoders.h"
 #include "thumb/plane_block.h"
 #include "thumb/thumbnail.h"
 
@@ -18,11 +16,6 @@ static int hand_out(DecodedPicture* picture) {
     picture->planes = owned_malloc<uint8_t>(length).release();
     for (uint32_t i = 0; i < length; ++i) picture->planes[i] = static_cast<uint8_t>(i * 7);
     return 0;
-}
-
-int DecodeKeyFrameAvc(const AvcFrameRequest*, DecodedPicture* p) { return hand_out(p); }
-M4vRefusal decode_key_frame_mpeg4(const KeyFrame&, bool, DecodedPicture* p) {
-    return hand_out(p) ? M4vRefusal::kDamagedData : M4vRefusal::kNone;
 }
 
 // Mostly 1 to 64, by one byte.

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // From a movie's bytes to those of a picture file, by the newer reader. Six bytes choose the
 // options and the rest the movie.
-#include <stdio.h>
-
 #include "fuzz/changed_movie.h"
 #include "fuzz/target.h"
 #include "tests/support/memory_source.h"
+#include "tests/support/program_run.h"
 #include "thumbnailer/draw_thumbnail.h"
 #include "thumbnailer/picture_check.h"
 
@@ -22,14 +21,12 @@ void run_target(Choices* c) {
     options.start.percent = c->byte() % 101;
     options.percentile = c->byte() % 101;
     MemorySource source(changed_movie(c));
-    char* bytes = nullptr;
-    size_t length = 0;
-    FILE* const file = open_memstream(&bytes, &length);
-    const Outcome outcome = draw_thumbnail(&source, options, {{"Thumb::URI", "file:///"}}, file);
-    fclose(file);
-    const bool is_whole =
-        is_whole_picture({reinterpret_cast<const uint8_t*>(bytes), length}, options.format);
+    Outcome outcome;
+    const std::string picture = written_by([&](FILE* file) {
+        outcome = draw_thumbnail(&source, options, {{"Thumb::URI", "file:///"}}, file);
+    });
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(picture.data());
+    const bool is_whole = is_whole_picture({bytes, picture.size()}, options.format);
     const bool is_done = outcome.verdict == Verdict::kDone;
     if (is_done ? !is_whole : outcome.sentence.empty()) abort();
-    free(bytes);
 }

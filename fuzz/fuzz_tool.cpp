@@ -2,13 +2,12 @@
 // The fixed tools on one file, behind six bytes that choose the numbers: what keystill-explain
 // forecasts is what keystill does, its report is text, memory is bounded, and any key frame can be
 // read.
-#include <stdio.h>
-
 #include <string>
 
 #include "explain/report.h"
 #include "fuzz/changed_movie.h"
 #include "fuzz/target.h"
+#include "tests/support/program_run.h"
 #include "tool/key_frames.h"
 #include "tool/run_keystill.h"
 #include "wording/printable.h"
@@ -21,14 +20,7 @@ static bool is_text(std::string report) {
 }
 
 static std::string report_of(const char* const* argv, int* forecast) {
-    char* text = nullptr;
-    size_t length = 0;
-    FILE* const out = open_memstream(&text, &length);
-    *forecast = run_explain(9, argv, out);
-    fclose(out);
-    const std::string report(text, length);
-    free(text);
-    return report;
+    return written_by([&](FILE* out) { *forecast = run_explain(9, argv, out); });
 }
 
 static void read_key_frames(const char* path, int count, int percent) {

@@ -39,19 +39,12 @@ inline void note_result(int result) { note_result(&result, sizeof result); }
 // Notes a decoded picture. Returns its planes, one behind the other.
 inline std::vector<uint8_t> note_picture(const DecodedPicture& p) {
     const StreamPresentation& shown = p.presentation;
-    const uint32_t fields[] = {p.width,
-                               p.height,
-                               p.stride,
-                               p.cropped,
-                               p.crop_left,
-                               p.crop_right,
-                               p.crop_top,
-                               p.crop_bottom,
-                               shown.pixel_width,
-                               shown.pixel_height,
-                               shown.matrix_coefficients,
-                               shown.full_range};
-    note_result(fields, sizeof fields);
+    for (const uint32_t field :
+         {p.width, p.height, p.stride, uint32_t{p.cropped}, p.crop_left, p.crop_right, p.crop_top,
+          p.crop_bottom, uint32_t{shown.pixel_width}, uint32_t{shown.pixel_height},
+          uint32_t{shown.matrix_coefficients}, uint32_t{shown.full_range}}) {
+        note_result(&field, sizeof field);
+    }
     const std::vector<uint8_t> planes(p.planes, p.planes + 2 * size_t{p.v_offset} - p.u_offset);
     note_result(planes.data(), planes.size());
     return planes;

@@ -9,9 +9,7 @@
 #include "runtime/accounted_memory.h"
 #include "tests/support/avc_builder.h"
 
-namespace {
-
-AvcStreamFacts facts_of(const std::string& run) {
+static AvcStreamFacts facts_of(const std::string& run) {
     const std::vector<uint8_t> block(run.begin(), run.end());
     upnp_memory_init();
     const AvcStreamFacts facts =
@@ -22,7 +20,7 @@ AvcStreamFacts facts_of(const std::string& run) {
     return facts;
 }
 
-std::string set(const std::string& nal) { return with_length(nal, 2); }
+static std::string set(const std::string& nal) { return with_length(nal, 2); }
 
 TEST(AvcStreamFacts, AreReadBehindWhatIsRefused) {
     // Every list of 4:4:4 but the last is default.
@@ -76,5 +74,3 @@ TEST(AvcStreamFacts, EndWhereTheRunDoes) {
     }
     EXPECT_FALSE(facts_of(set(sps_nal({}).substr(0, 4))).has_sequence_set);
 }
-
-}  // namespace

@@ -10,8 +10,6 @@
 #include "avcdec/nal_unit.h"
 #include "tests/support/bit_packer.h"
 
-namespace {
-
 // A block of exactly the given bytes, at an odd address if asked to, and a reader on it.
 struct Reading {
     explicit Reading(std::string data, bool is_odd = false)
@@ -32,7 +30,7 @@ struct Reading {
     AvcBitReader reader;
 };
 
-std::string bytes(std::initializer_list<int> values) {
+static std::string bytes(std::initializer_list<int> values) {
     return std::string(values.begin(), values.end());
 }
 
@@ -91,5 +89,3 @@ TEST(NalUnit, RemovesEmulationPreventionAtBothAlignments) {
         ASSERT_EQ(Reading(escaped(payload), round % 2).unit(), payload);
     }
 }
-
-}  // namespace

@@ -11,8 +11,6 @@
 #include "runtime/accounted_memory.h"
 #include "tests/support/avc_builder.h"
 
-namespace {
-
 struct Decoded {
     int result;
     AvcRefused refused;
@@ -21,8 +19,8 @@ struct Decoded {
 };
 
 // Decodes from blocks of the exact size and checks that nothing is left behind.
-Decoded decode(const std::string& sets, const std::string& sample, int length_size = 4,
-               bool allows_interlaced = false) {
+static Decoded decode(const std::string& sets, const std::string& sample, int length_size = 4,
+                      bool allows_interlaced = false) {
     std::vector<uint8_t> set_block(sets.begin(), sets.end());
     std::vector<uint8_t> sample_block(sample.begin(), sample.end());
     AvcFrameRequest request = {};
@@ -47,19 +45,19 @@ Decoded decode(const std::string& sets, const std::string& sample, int length_si
     return d;
 }
 
-std::string run_of(const std::vector<std::string>& nals, int length_size = 4) {
+static std::string run_of(const std::vector<std::string>& nals, int length_size = 4) {
     std::string run;
     for (const std::string& nal : nals) run += with_length(nal, length_size);
     return run;
 }
 
-std::string sets_of(const SpsSpec& sps, const PpsSpec& pps = {}) {
+static std::string sets_of(const SpsSpec& sps, const PpsSpec& pps = {}) {
     return run_of({sps_nal(sps), pps_nal(pps)}, 2);
 }
 
-std::string ue(uint32_t value) { return BitPacker().ue(value).bits(); }
+static std::string ue(uint32_t value) { return BitPacker().ue(value).bits(); }
 
-std::string nal(int type) { return nal_unit(0, type, BitPacker("10101010")); }
+static std::string nal(int type) { return nal_unit(0, type, BitPacker("10101010")); }
 
 const std::string kPcmA(384, 'a'), kPcmB(384, 'b');
 const std::string kSets = sets_of({.width_mbs = 2});
@@ -68,7 +66,7 @@ const std::string kFirst = pcm_slice_nal({}, {kPcmA});
 const std::string kSecond = pcm_slice_nal({.first_mb = 1}, {kPcmB});
 
 // The planes of two macroblocks beside each other.
-std::string planes_of(char left, char right) {
+static std::string planes_of(char left, char right) {
     std::string planes;
     for (int i = 0; i < 16; ++i) planes += std::string(16, left) + std::string(16, right);
     for (int i = 0; i < 16; ++i) planes += std::string(8, left) + std::string(8, right);
@@ -284,12 +282,12 @@ TEST(DecodeKeyFrameAvc, TakesFramesOfInterlacedStreamsIfAllowed) {
 
 // Adds an Intra 16x16 macroblock, predicted from the mean of what is there. Its luma DC block is
 // coded without coefficients, or with one that adds 14 to all samples at QP 51.
-BitPacker& add_flat(BitPacker&& data, const char* luma_dc) {
+static BitPacker& add_flat(BitPacker&& data, const char* luma_dc) {
     return data.ue(3).ue(0).se(0).text(luma_dc);
 }
 const char kNone[] = "1", kNoneBehindPcm[] = "000011", kPlus14[] = "01 0 1";
 
-std::string flat_slice(const SliceSpec& spec, const std::vector<const char*>& macroblocks) {
+static std::string flat_slice(const SliceSpec& spec, const std::vector<const char*>& macroblocks) {
     BitPacker data = slice_header(spec);
     for (const char* const luma_dc : macroblocks) add_flat(std::move(data), luma_dc);
     return slice_nal(spec, data.trailing());
@@ -384,5 +382,3 @@ TEST(DecodeKeyFrameAvc, ReportsTheCropOfTheFirstSet) {
         (std::vector<uint32_t>{p.cropped, p.crop_left, p.crop_right, p.crop_top, p.crop_bottom}),
         (std::vector<uint32_t>{1, 0, 8, 0, 4}));
 }
-
-}  // namespace

@@ -7,8 +7,6 @@
 
 #include "avcdec/parameter_sets.h"
 
-namespace {
-
 // Without the weight of 16 that they are divided by, 4x4 coefficients come out at a sixteenth.
 TEST(Quantiser, FlatFactorsWithUnequalChromaOffsetsAreSixteenths) {
     const auto q = std::make_unique<AvcQuantiser>();
@@ -23,5 +21,3 @@ TEST(Quantiser, FlatFactorsWithUnequalChromaOffsetsAreSixteenths) {
         EXPECT_EQ(scale_level(3, s.factors[0], s), (3 * factors[c] + 8) >> 4) << c;
     }
 }
-
-}  // namespace

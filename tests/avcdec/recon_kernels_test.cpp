@@ -12,8 +12,6 @@
 #include "avcdec/intra_modes.h"
 #include "avcdec/macroblock.h"
 
-namespace {
-
 // Samples with a block in the middle whose neighbours are all there.
 struct Samples {
     static constexpr int kPitch = 64, kRows = 24;
@@ -159,5 +157,3 @@ TEST_F(ReconKernelSets, DeblockAnyThresholdsAsTheReferenceDoes) {
         ASSERT_TRUE(got == want) << round;
     }
 }
-
-}  // namespace

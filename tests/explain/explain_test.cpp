@@ -10,37 +10,45 @@
 #include "explain/verdict.h"
 #include "runtime/accounted_memory.h"
 #include "tests/support/avc_builder.h"
-#include "tests/support/box_builder.h"
 #include "tests/support/failing_malloc.h"
+#include "tests/support/film_builder.h"
 #include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
 #include "tool/run_keystill.h"
 
-static MovieSpec movie(const SpsSpec& sps = {}, const PpsSpec& pps = {}, uint32_t slice_type = 7) {
+// In milliseconds, as all times of the movie are.
+static void set_sample_durations(TrackSpec* track, uint32_t duration) {
+    for (FilmSample& sample : track->samples) sample.duration = duration;
+    track->time_scale = 1000;
+    track->duration = duration * static_cast<uint32_t>(track->samples.size());
+}
+
+static TrackSpec movie(const SpsSpec& sps = {}, const PpsSpec& pps = {}, uint32_t slice_type = 7) {
     const std::string slice = pcm_slice_nal({.slice_type = slice_type}, {std::string(384, '\x80')});
     const std::string sample = with_length(slice, 4);
-    MovieSpec spec;
-    spec.entry = avc_entry(sps_nal(sps), pps_nal(pps));
-    spec.samples = {sample, sample, sample + with_length("\6pad", 4), sample, sample};
-    spec.sync = {1, 3, 5};
-    spec.samples_per_chunk = 5;
-    return spec;
+    TrackSpec track;
+    track.entries = {avc_entry(sps_nal(sps), pps_nal(pps))};
+    const std::string longer = sample + with_length("\6pad", 4);
+    track.samples = {{sample}, {sample, false}, {longer}, {sample, false}, {sample}};
+    track.samples_per_chunk = 5;
+    set_sample_durations(&track, 1000);
+    return track;
 }
 
-static std::string changed(void (*change)(MovieSpec*)) {
-    MovieSpec spec = movie();
-    change(&spec);
-    return movie_file(spec);
+static std::string changed(void (*change)(TrackSpec*)) {
+    TrackSpec track = movie();
+    change(&track);
+    return plain_film(track);
 }
 
-static std::string of_sps(const SpsSpec& sps) { return movie_file(movie(sps)); }
+static std::string of_sps(const SpsSpec& sps) { return plain_film(movie(sps)); }
 
 // A movie whose samples are all that one.
 static std::string of_sample(const std::string& sample, const std::string& entry) {
-    MovieSpec spec = movie();
-    spec.entry = entry;
-    spec.samples.assign(5, sample);
-    return movie_file(spec);
+    TrackSpec track = movie();
+    track.entries = {entry};
+    for (FilmSample& s : track.samples) s.bytes = sample;
+    return plain_film(track);
 }
 
 // The same for the units of one sample.
@@ -118,11 +126,10 @@ static std::string parsed_again() {
 
 // Key frames that are in the tables' first part and in their last, in turns.
 static std::string far_apart() {
-    return changed([](MovieSpec* m) {
-        m->samples.assign(5000, "x");
+    return changed([](TrackSpec* m) {
+        m->samples.assign(5000, {"x"});
         m->samples_per_chunk = 1;
-        m->sync.clear();
-        for (int i = 0; i < 100000; ++i) m->sync.push_back(i % 2 == 0 ? 1 : 5000);
+        for (int i = 0; i < 100000; ++i) m->sync_numbers.push_back(i % 2 == 0 ? 1 : 5000);
     });
 }
 
@@ -150,7 +157,7 @@ class Explain : public testing::Test {
  protected:
     // The status; the report is in report_.
     int run(const std::vector<std::string>& args) {
-        CommandLine line = line_of("keystill-explain", args);
+        CommandLine line("keystill-explain", args);
         int status = 0;
         report_ =
             written_by([&](FILE* out) { status = run_explain(line.argc(), line.argv(), out); });
@@ -162,7 +169,7 @@ class Explain : public testing::Test {
         write_file(path_, file);
         std::vector<std::string> args = {path_, path_ + ".jpg", "16", "16", "85", "5", "10", "70"};
         if (!value.empty()) args[changed] = value;
-        CommandLine line = line_of("keystill", args);
+        CommandLine line("keystill", args);
         const int status = run(args);
         EXPECT_EQ(run_keystill(line.argc(), line.argv()), status) << report_;
         return status;
@@ -171,10 +178,6 @@ class Explain : public testing::Test {
         const std::string before = "\nThere will be no thumbnail. ";
         const size_t begin = report_.find(before) + before.size();
         return report_.substr(begin, report_.find('\n', begin) - begin);
-    }
-    static CommandLine line_of(const char* program, std::vector<std::string> args) {
-        args.insert(args.begin(), program);
-        return CommandLine(args);
     }
     void expect_report(std::initializer_list<const char*> texts) {
         for (const char* text : texts) EXPECT_NE(report_.find(text), std::string::npos) << report_;
@@ -185,7 +188,7 @@ class Explain : public testing::Test {
 };
 
 TEST_F(Explain, EachRefusalHasItsReason) {
-    const std::string good = movie_file(movie()), fragmented = fragmented_file(movie());
+    const std::string good = plain_film(movie()), fragmented = fragmented_film(movie());
     const std::string macroblock(384, '\x80'), slice = pcm_slice_nal({}, {macroblock});
     const std::string sample = with_length(slice, 4), sets = avc_entry(sps_nal({}), pps_nal({}));
     const std::string text = folder_.path("x.txt");
@@ -217,7 +220,7 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The video is protected (drmi)", renamed(good, "avc1", "drmi")},
         {"The video has no table of key frames (stss)", renamed(good, "stss", "free")},
         {"The video has no table of key frames", renamed(hidden_in_free(good), "stss", "skip")},
-        {"The video's table of key frames (stss)", changed([](MovieSpec* m) { m->sync.clear(); })},
+        {"The video's table of key frames (stss)", with_number(good, "stss", 0, 0)},
         {"The video has 64-bit chunk offsets only", renamed(good, "stco", "co64")},
         {"The video's sample tables are missing, empty or cannot be read: stts.",
          renamed(good, "stts", "free")},
@@ -238,7 +241,7 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The movie's fragments state a base data offset (tfhd)",
          renamed(fragmented, "tfhd" + u32(0x20000), "tfhd" + u32(0x20001))},
         {"All key frames from there on are empty", with_number(good, "stsz", 6, 0), 6, "100"},
-        {"The file is cut off: it ends at 2470, and the key", with_number(good, "stco", 1, 99000)},
+        {"The file is cut off: it ends at 2666, and the key", with_number(good, "stco", 1, 99000)},
 
         {"The file is cut off: it ends at " + std::to_string(last_data) + ", its mdat box should go",
          fragmented.substr(0, last_data)},
@@ -271,7 +274,7 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The H.264 stream has 9-bit", of_sps({.profile_idc = 100, .bit_depth_chroma_minus8 = 1})},
         {"The H.264 stream is 4:2:2", of_sps({.profile_idc = 100, .chroma_format_idc = 2})},
         {"The H.264 stream is lossless", of_sps({.profile_idc = 100, .lossless = 1})},
-        {"The H.264 stream has slice", movie_file(movie({}, {.num_slice_groups_minus1 = 1}))},
+        {"The H.264 stream has slice", plain_film(movie({}, {.num_slice_groups_minus1 = 1}))},
         {"The pictures are too large", of_sps({.width_mbs = 256, .height_mbs = 256})},
         {"The stream's cropping window leaves no picture.", of_sps({.crop = {4, 4, 0, 0}})},
         {"The stream's units have lengths of 3 bytes", of_units({slice}, {}, {}, 3)},
@@ -358,7 +361,7 @@ TEST_F(Explain, EachRefusalHasItsReason) {
 }
 
 TEST_F(Explain, GoodFilesShowTheirKeyFramesAndThePick) {
-    EXPECT_EQ(run_both(movie_file(movie())), 0);
+    EXPECT_EQ(run_both(plain_film(movie())), 0);
     expect_report(
         {"codec       H.264 (avc1), Baseline profile (66), level 3.0, 8-bit 4:2:0, progressive\n",
          "size        16x16\n", "duration    0:00:05.000\n", "key frames  3\n",
@@ -368,18 +371,17 @@ TEST_F(Explain, GoodFilesShowTheirKeyFramesAndThePick) {
          "pixels, from key frame 1.\n"});
     EXPECT_EQ(run({path_, "", "0", "0", "85", "1", "61", "0"}), 0);
     expect_report({"16x16 pixels, from key frame 2.\n"});
-    EXPECT_EQ(run_both(fragmented_file(movie(), 50), 7, "100"), 0);
+    EXPECT_EQ(run_both(fragmented_film(movie()), 7, "100"), 0);
     expect_report({"         2     0:00:02.000         402  collected, picked\n"});
-    EXPECT_EQ(run_both(changed([](MovieSpec* m) { m->sample_duration = 400; })), 0);
+    EXPECT_EQ(run_both(changed([](TrackSpec* m) { set_sample_durations(m, 40000); })), 0);
     expect_report(
         {"duration    0:03:20.000\n", "         1     0:01:20.000         402  collected"});
 }
 
 TEST_F(Explain, LongTablesAreCutUnlessAllIsAskedFor) {
-    EXPECT_EQ(run_both(changed([](MovieSpec* m) {
-                  m->samples.resize(30, m->samples[0]);
-                  m->sync.clear();
-                  for (uint32_t i = 1; i <= 30; ++i) m->sync.push_back(i);
+    EXPECT_EQ(run_both(changed([](TrackSpec* m) {
+                  m->samples.assign(30, m->samples[0]);
+                  set_sample_durations(m, 1000);
               })),
               0);
     EXPECT_EQ(report_.find("        20     0:00:20.000"), std::string::npos);
@@ -394,7 +396,7 @@ TEST_F(Explain, LongTablesAreCutUnlessAllIsAskedFor) {
 }
 
 TEST_F(Explain, WhatComesFromTheFileOrItsNameIsEscaped) {
-    const std::string good = movie_file(movie());
+    const std::string good = plain_film(movie());
     path_ = folder_.path("a\033[31m\342\200\256b.mp4");
     EXPECT_EQ(run_both(good + box("\23331m") + box("\251too")), 0);
     expect_report({R"(a\x1b[31m\xe2\x80\xaeb.mp4, )", R"(  \x9b31m  unknown)", R"(  \xa9too  )"});
@@ -406,7 +408,7 @@ TEST_F(Explain, ALongLogTakesNoMemory) {
     std::string many;
     for (uint32_t i = 0; i < 30000; ++i)
         many += box(i % 2 ? "abc" + std::string(1, ' ' + i % 64) : "efgh", "");
-    EXPECT_EQ(run_both(movie_file(movie()) + many), 0);
+    EXPECT_EQ(run_both(plain_film(movie()) + many), 0);
     expect_report({"  ... and 29"});
     EXPECT_LT(report_.size(), 10000u);
 }
@@ -415,7 +417,7 @@ TEST_F(Explain, TheSandboxChangesNoReport) {
     const std::string report = folder_.path("report"), old = folder_.path("old.mp4");
     const std::string page = folder_.path("page.html");
     write_file(old, "old");
-    const std::string good = movie_file(movie());
+    const std::string good = plain_film(movie());
     const std::vector<std::pair<std::string, std::vector<std::string>>> kCases = {
         {good, {path_, folder_.path("new.jpg")}},
         {good, {path_, old}},
@@ -435,7 +437,7 @@ TEST_F(Explain, TheSandboxChangesNoReport) {
         const std::string want_page = args[0] == "--html" ? read_file(page) : "";
         FILE* const out = fopen(report.c_str(), "wb");
         EXPECT_EQ(status_apart([&] {
-                      CommandLine line = line_of("keystill-explain", args);
+                      CommandLine line("keystill-explain", args);
                       const int status =
                           run_explain(line.argc(), line.argv(), out, Surroundings::kSandbox);
                       fclose(out);
@@ -450,9 +452,9 @@ TEST_F(Explain, TheSandboxChangesNoReport) {
 
 TEST_F(Explain, ManyFilesHaveALineEach) {
     const std::string other = folder_.path("a\xff\"<b>\\.mp4"), wide = folder_.path("wide.mov");
-    write_file(path_, movie_file(movie()));
-    write_file(other, renamed(movie_file(movie()), "avc1", "hv\"<"));
-    std::string turned = with_inserted(movie_file(movie()), "");
+    write_file(path_, plain_film(movie()));
+    write_file(other, renamed(plain_film(movie()), "avc1", "hv\"<"));
+    std::string turned = with_inserted(plain_film(movie()), "");
     const size_t matrix = turned.find("tkhd") + 4 + 40;
     turned.replace(matrix, 20, u32(0) + u32(0x10000) + u32(0) + u32(0xffff0000) + u32(0));
     write_file(wide, turned);
@@ -497,11 +499,11 @@ TEST_F(Explain, OptionsAndUsage) {
     EXPECT_EQ(report_, "");
     EXPECT_EQ(testing::internal::GetCapturedStderr().rfind("usage: ", 0), 0u);
     // The page's name was left out: the video stays.
-    write_file(path_, movie_file(movie()));
+    write_file(path_, plain_film(movie()));
     testing::internal::CaptureStderr();
     EXPECT_EQ(run({"--html", path_, path_}), 2);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("a video is no name"), std::string::npos);
-    EXPECT_EQ(read_file(path_), movie_file(movie()));
+    EXPECT_EQ(read_file(path_), plain_film(movie()));
     // An output that is there and is called like a video.
     const std::string film = folder_.path("film.mov");
     EXPECT_EQ(run({path_, film}), 0);

@@ -17,14 +17,12 @@
 #include "tests/support/failing_malloc.h"
 #include "thumb/decode_key_frame_mpeg4.h"
 
-namespace {
-
 using Bytes = std::string;
 using Planes = std::vector<uint8_t>;
 
 // Empty, and with a reason, when the decoder refuses. Leaves no memory behind.
-Planes decode(const Bytes& config, const Bytes& sample, bool is_mpeg4 = true,
-              M4vRefusal* refusal = nullptr) {
+static Planes decode(const Bytes& config, const Bytes& sample, bool is_mpeg4 = true,
+                     M4vRefusal* refusal = nullptr) {
     // Copies of the exact size, so that a sanitizer sees any access behind them.
     const auto config_copy = std::make_unique<uint8_t[]>(config.size());
     const auto sample_copy = std::make_unique<uint8_t[]>(sample.size());
@@ -46,7 +44,7 @@ Planes decode(const Bytes& config, const Bytes& sample, bool is_mpeg4 = true,
     return planes;
 }
 
-WrittenPicture random_picture(bool is_h263, unsigned seed) {
+static WrittenPicture random_picture(bool is_h263, unsigned seed) {
     std::mt19937 random(seed);
     std::vector<uint8_t> noise(20000);
     std::generate(noise.begin(), noise.end(), random);
@@ -55,7 +53,7 @@ WrittenPicture random_picture(bool is_h263, unsigned seed) {
 }
 
 // Each macroblock codes a DC difference in its first block and nothing else.
-Bytes vop(unsigned mbs, const Bytes& header = "00 0 1 0000 1 1 000 00100") {
+static Bytes vop(unsigned mbs, const Bytes& header = "00 0 1 0000 1 1 000 00100") {
     BitPacker out;
     out.u(32, 0x1b6).text(header);
     for (unsigned i = 0; i < mbs; ++i) out.text("1 0 0011 11 1 011 011 011 11 11");
@@ -63,18 +61,16 @@ Bytes vop(unsigned mbs, const Bytes& header = "00 0 1 0000 1 1 000 00100") {
 }
 
 // 99 macroblocks that begin with samples of 64; the header from behind the temporal reference.
-Bytes h263(const Bytes& header = "10 000 010 00000 00101 0 0") {
+static Bytes h263(const Bytes& header = "10 000 010 00000 00101 0 0") {
     BitPacker out;
     out.u(22, 0x20).u(8, 77).text(header);
     for (unsigned i = 0; i < 99; ++i) out.text("1 0011").u(48, 0x404142434445);
     return out.str();
 }
 
-Bytes h263_plus(const Bytes& format_and_modes, const Bytes& type = "000000001") {
+static Bytes h263_plus(const Bytes& format_and_modes, const Bytes& type = "000000001") {
     return h263("10 000 111 001" + format_and_modes + type + "0 00101 0");
 }
-
-}  // namespace
 
 // The sample at the top left, or why the picture is to be refused.
 using Outcome = std::variant<int, M4vRefusal>;

@@ -8,8 +8,6 @@
 #include <array>
 #include <random>
 
-namespace {
-
 using Samples = std::array<uint8_t, 64>;
 
 struct alignas(32) Coefficients {
@@ -17,7 +15,8 @@ struct alignas(32) Coefficients {
 };
 
 // Inside a border that has to stay as it was.
-Samples transform(M4vIdctFn idct, Coefficients block, unsigned width = 8, unsigned height = 8) {
+static Samples transform(M4vIdctFn idct, Coefficients block, unsigned width = 8,
+                         unsigned height = 8) {
     constexpr size_t kPitch = 24;
     uint8_t picture[kPitch * 10];
     memset(picture, 77, sizeof picture);
@@ -31,8 +30,6 @@ Samples transform(M4vIdctFn idct, Coefficients block, unsigned width = 8, unsign
     EXPECT_EQ(std::count(block.at, block.at + 64, 0), 64);
     return samples;
 }
-
-}  // namespace
 
 // Also with blocks that no encoder makes.
 TEST(Idct, VariantsAgreeToTheBit) {

@@ -3,6 +3,7 @@
 
 #include "mp4/work_limit.h"
 #include "tests/mp4/walked_file.h"
+#include "tests/support/film_builder.h"
 
 static std::string list_box(const char* type, const std::vector<uint64_t>& fields, size_t width) {
     return full_box(type, u32(fields.size() / width) + words(fields));
@@ -59,14 +60,14 @@ TEST(SampleTables, FindsTheChunkOfASample) {
 }
 
 TEST(SampleTables, LocatesSamplesInAnyOrder) {
-    MovieSpec spec;
-    spec.samples_per_chunk = 1500;
+    TrackSpec track;
+    track.samples_per_chunk = 1500;
     std::vector<uint64_t> offsets = {0};
     for (uint32_t i = 0; i < 5000; ++i) {  // several windows
-        spec.samples.push_back(std::string(i % 7, 'x'));
+        track.samples.push_back({std::string(i % 7, 'x')});
         offsets.push_back(i == 0 ? 100 : offsets[i] + (i - 1) % 7);
     }
-    const WalkedFile walked(movie_of(sample_table(spec, 100)));
+    const WalkedFile walked(film_header(film_track(track, 100)));
     mp4_grant_look_ups();
     for (uint32_t i = 0, number = 0; i < 2000; ++i, number = (number + 1709) % 5001) {
         const SamplePlace got = mp4_locate_sample(walked.file.get(), &walked.state, number);

@@ -6,14 +6,12 @@
 #include <cmath>
 #include <string>
 
-namespace {
-
-std::string text_of(DisplaySize size) {
+static std::string text_of(DisplaySize size) {
     return std::to_string(size.width) + 'x' + std::to_string(size.height);
 }
 
 // Size and place.
-std::string text_of(const std::optional<VisibleArea>& area) {
+static std::string text_of(const std::optional<VisibleArea>& area) {
     if (!area) return "nothing";
     return text_of({area->width, area->height}) + '+' + std::to_string(area->left) + '+' +
            std::to_string(area->top);
@@ -82,5 +80,3 @@ TEST(DisplaySize, FitsIntoTheLimitAndNeverGrowsUnasked) {
         EXPECT_EQ(text_of(limited_size(c.picture, c.limit)), c.want) << text_of(c.picture);
     }
 }
-
-}  // namespace

@@ -11,9 +11,9 @@
 #include "tests/support/jpeg_reader.h"
 #include "tests/support/program_run.h"
 
-namespace {
-
-UprightPicture upright_of(const TestPicture& source) { return upright_of(source, hints_of(1)); }
+static UprightPicture upright_of(const TestPicture& source) {
+    return upright_of(source, hints_of(1));
+}
 
 TEST(PictureFile, PngGivesTheSameSamplesBack) {
     for (const int32_t width : {2, 34, 250}) {
@@ -69,5 +69,3 @@ TEST(PictureFile, AFailingWriteIsReported) {
     fails([&](FILE* f) { return write_png(upright, {}, f); });
     fails([&](FILE* f) { return write_jpeg(upright, 85, f); });
 }
-
-}  // namespace

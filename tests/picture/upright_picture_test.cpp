@@ -10,9 +10,7 @@
 
 #include "tests/picture/test_picture.h"
 
-namespace {
-
-std::array<int, 3> rgb_at(const UprightPicture& picture, int x, int y) {
+static std::array<int, 3> rgb_at(const UprightPicture& picture, int x, int y) {
     std::vector<uint8_t> row(static_cast<size_t>(picture.width) * 3);
     upright_row_rgb(picture, y, row.data());
     const size_t at = static_cast<size_t>(x) * 3;
@@ -20,7 +18,7 @@ std::array<int, 3> rgb_at(const UprightPicture& picture, int x, int y) {
 }
 
 // Corners from the upper left clockwise, as their luma's tens: '1' to '4' in the coded picture.
-std::string corners(const UprightPicture& p) {
+static std::string corners(const UprightPicture& p) {
     std::string text;
     const int right = p.width - 1;
     const int bottom = p.height - 1;
@@ -133,5 +131,3 @@ TEST(UprightPicture, AveragesWhatItShrinks) {
     const UprightPicture few = upright_of(lines, hints_of(1), {32, 32});
     for (int x = 0; x < 32; ++x) EXPECT_NEAR(rgb_at(few, x, 31 - x)[1], 20, 2) << x;
 }
-
-}  // namespace

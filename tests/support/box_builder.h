@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Builds ISO base media boxes and whole small movies in code.
+// Builds ISO base media boxes in code.
 #pragma once
 
 #include <stdint.h>
@@ -36,19 +36,3 @@ std::string handler(const std::string& type, const std::string& component = zero
 
 // A movie box of one video track with these boxes in its media box, after the handler.
 std::string movie_of(const std::string& boxes, const std::string& front = handler("vide"));
-
-// Time scale 10.
-struct MovieSpec {
-    std::string entry;                 // sample entry of the video track
-    std::vector<std::string> samples;  // coded, in order
-    std::vector<uint32_t> sync;        // 1-based numbers
-    uint32_t samples_per_chunk = 2;
-    uint32_t sample_duration = 10;
-};
-// The sample tables. Chunks lie one after another from there on in the file.
-std::string sample_table(const MovieSpec& spec, uint32_t first_chunk_offset);
-// File type, media data and the movie box after it.
-std::string movie_file(const MovieSpec& spec);
-// Movie box, a fragment for each sample, which counts as a key frame, then the random access table.
-// A duration other than 0 goes to the movie extends header. sync is not used.
-std::string fragmented_file(const MovieSpec& spec, uint32_t duration = 0);

@@ -61,15 +61,16 @@ static std::string size_box(const TrackSpec& track) {
 }
 
 static std::string film_tables(const TrackSpec& track, uint64_t offset) {
-    std::string entries, durations, compositions, sync, runs, chunks;
+    std::string entries, durations, compositions, runs, chunks;
+    std::vector<uint64_t> sync = track.sync_numbers;
+    const bool has_own_sync = sync.empty();
     for (const std::string& entry : track.entries) entries += entry;
-    size_t sync_count = 0, chunk_count = 0;
+    size_t chunk_count = 0;
     for (size_t i = 0; i < track.samples.size(); ++i) {
         const FilmSample& sample = track.samples[i];
         durations += words({1, sample.duration});
         compositions += words({1, static_cast<uint32_t>(sample.composition)});
-        if (sample.is_sync) sync += u32(i + 1);
-        sync_count += sample.is_sync;
+        if (has_own_sync && sample.is_sync) sync.push_back(i + 1);
     }
     for (size_t i = 0, length; i < track.samples.size(); i += length) {
         length = chunk_length(track, i);
@@ -81,7 +82,7 @@ static std::string film_tables(const TrackSpec& track, uint64_t offset) {
     return box("stbl", counted("stsd", track.entries.size(), entries) +
                            counted("stts", count, durations) +
                            counted("ctts", count, compositions) +
-                           (track.has_sync_table ? counted("stss", sync_count, sync) : "") +
+                           (track.has_sync_table ? counted("stss", sync.size(), words(sync)) : "") +
                            counted("stsc", chunk_count, runs) + size_box(track) +
                            counted(track.has_large_offsets ? "co64" : "stco", chunk_count, chunks));
 }
@@ -193,7 +194,22 @@ std::string film_fragment(const std::vector<TrafSpec>& tracks, uint64_t offset) 
 }
 
 std::string fragmented_head(TrackSpec track) {
+    const uint32_t duration = track.duration * 1000 / track.time_scale;
+    const std::string length = duration != 0 ? full_box("mehd", u32(duration)) : "";
     track.samples.clear();
+    track.duration = 0;
     const std::string defaults = full_box("trex", words({track.id, 1, 0, 0, 0}));
-    return kFileType + film_header(film_track(track, 0) + box("mvex", defaults));
+    return kFileType + film_header(film_track(track, 0) + box("mvex", length + defaults));
+}
+
+std::string fragmented_film(const TrackSpec& track) {
+    std::string film = fragmented_head(track);
+    std::string entries = words({track.id, 0, track.samples.size()});
+    uint32_t time = 0;
+    for (const FilmSample& sample : track.samples) {
+        entries += words({time, film.size()}) + "\1\1\1";
+        film += film_fragment({{.track = track.id, .samples = {sample}}}, film.size());
+        time += sample.duration;
+    }
+    return film + box("mfra", full_box("tfra", entries));
 }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Builds movies as today's devices write them: tracks in any order, tables of any kind, fragments
-// with or without indexes.
+// Builds movies: tracks in any order, tables of any kind, fragments with or without indexes.
 #pragma once
 
 #include <functional>
@@ -35,13 +34,14 @@ struct TrackSpec {
     uint32_t duration = 0;  // of the media header
     std::vector<uint64_t> matrix = {0x10000, 0, 0, 0, 0x10000, 0, 0, 0, 0x40000000};
     uint32_t width = 64, height = 48;
-    std::string edits;               // content of "elst" after version and flags
-    std::string references;          // content of "tref"
+    std::string edits = {};          // content of "elst" after version and flags
+    std::string references = {};     // content of "tref"
     uint32_t samples_per_chunk = 2;  // less where the description changes
     uint32_t size_bits = 32;  // 4, 8 and 16 are "stz2"; 0: all samples have the size of the first
     bool has_large_offsets = false;  // "co64"
     bool is_wide = false;            // headers of version 1, edits too
     bool has_sync_table = true;
+    std::vector<uint64_t> sync_numbers = {};  // for that table in place of the samples' own
 };
 // "trak". Samples lie one after another from the offset on.
 std::string film_track(const TrackSpec& track, uint64_t first_offset);
@@ -65,5 +65,7 @@ struct TrafSpec {
 };
 // "moof" and "mdat" for a place in the file.
 std::string film_fragment(const std::vector<TrafSpec>& tracks, uint64_t offset);
-// File type, a movie box with "mvex" and no samples.
+// File type, a movie box with "mvex" and no samples. Only "mehd" has the track's duration, if any.
 std::string fragmented_head(TrackSpec track);
+// That, a fragment for each sample, which counts as a key frame, and the random access table.
+std::string fragmented_film(const TrackSpec& track);

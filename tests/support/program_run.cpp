@@ -2,20 +2,8 @@
 #include "tests/support/program_run.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-std::string written_by(const std::function<void(FILE*)>& write) {
-    char* bytes = nullptr;
-    size_t length = 0;
-    FILE* const file = open_memstream(&bytes, &length);
-    write(file);
-    fclose(file);
-    const std::string out(bytes, length);
-    free(bytes);
-    return out;
-}
 
 int status_apart(const std::function<int()>& work) {
     const pid_t child = fork();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <functional>
 #include <string>
@@ -12,7 +13,8 @@
 // A program's name and arguments, as main() gets them, for as long as this lives.
 class CommandLine {
  public:
-    explicit CommandLine(std::vector<std::string> words) : words_(std::move(words)) {
+    CommandLine(const char* program, std::vector<std::string> words) : words_(std::move(words)) {
+        words_.insert(words_.begin(), program);
         for (std::string& word : words_) pointers_.push_back(word.data());
         pointers_.push_back(nullptr);
     }
@@ -27,7 +29,16 @@ class CommandLine {
 };
 
 // Calls it with a stream, and returns what it has written there.
-std::string written_by(const std::function<void(FILE*)>& write);
+inline std::string written_by(const std::function<void(FILE*)>& write) {
+    char* bytes = nullptr;
+    size_t length = 0;
+    FILE* const file = open_memstream(&bytes, &length);
+    write(file);
+    fclose(file);
+    const std::string out(bytes, length);
+    free(bytes);
+    return out;
+}
 
 // Calls it in a process of its own. Returns the exit status, which is what it returns; -1, and a
 // failure of the test, when a signal ends it.

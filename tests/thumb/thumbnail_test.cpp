@@ -7,11 +7,10 @@
 
 #include <string>
 
-#include "avcdec/decode_key_frame_avc.h"
 #include "runtime/accounted_memory.h"
 #include "tests/support/jpeg_reader.h"
+#include "tests/support/stub_decoders.h"
 #include "tests/support/temp_folder.h"
-#include "thumb/decode_key_frame_mpeg4.h"
 #include "thumb/fit.h"
 
 struct Crop {
@@ -44,11 +43,6 @@ static int hand_out(DecodedPicture* picture) {
         planes[luma / 4 * 5 + i] = sample(i / (pitch / 2));
     }
     return g_decoder.status;
-}
-
-int DecodeKeyFrameAvc(const AvcFrameRequest*, DecodedPicture* picture) { return hand_out(picture); }
-M4vRefusal decode_key_frame_mpeg4(const KeyFrame&, bool, DecodedPicture* picture) {
-    return hand_out(picture) ? M4vRefusal::kDamagedData : M4vRefusal::kNone;
 }
 
 class Thumbnail : public testing::Test {

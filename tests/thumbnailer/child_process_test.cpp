@@ -8,8 +8,6 @@
 #include <string>
 #include <thread>
 
-namespace {
-
 constexpr size_t kMuch = 1 << 20;
 
 TEST(ChildProcess, GathersOutputAndStatus) {
@@ -70,5 +68,3 @@ TEST(ChildProcess, EndsWhatDoesNotEndByItself) {
             testing::ExitedWithCode(0), "");
     }
 }
-
-}  // namespace

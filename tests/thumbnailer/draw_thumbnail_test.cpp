@@ -14,10 +14,8 @@
 #include "tests/support/temp_folder.h"
 #include "thumbnailer/picture_check.h"
 
-namespace {
-
 // Draws and checks that there is either a whole picture or a sentence, and that nothing stays.
-Verdict draw(const std::string& movie, const Options& options, size_t* length = nullptr) {
+static Verdict draw(const std::string& movie, const Options& options, size_t* length = nullptr) {
     MemorySource source(movie);
     Outcome outcome;
     const std::string picture =
@@ -66,5 +64,3 @@ TEST(DrawThumbnail, ReplacesABlankPictureUnlessItWasAskedFor) {
         EXPECT_EQ(length < kMostOfBlack, c.is_black) << &c - kCases;
     }
 }
-
-}  // namespace

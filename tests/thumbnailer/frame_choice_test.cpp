@@ -3,10 +3,8 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
 // The sizes in the order of the tries.
-std::vector<uint32_t> order(const std::vector<uint32_t>& sizes, int percentile) {
+static std::vector<uint32_t> order(const std::vector<uint32_t>& sizes, int percentile) {
     std::vector<MovieKeyFrame> frames;
     for (const uint32_t size : sizes) frames.push_back({0, 0, size, 0});
     std::vector<uint32_t> result;
@@ -25,5 +23,3 @@ TEST(FrameChoice, TakesThePercentileAndThenItsNeighbours) {
     EXPECT_EQ(order({7}, 70), (Sizes{7}));
     EXPECT_EQ(order({}, 70), Sizes{});
 }
-
-}  // namespace

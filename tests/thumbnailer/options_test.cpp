@@ -8,15 +8,13 @@
 
 #include "tests/support/program_run.h"
 
-namespace {
-
 // What the words ask for: size, start, quality, format, frames@percentile, fallback, what is
 // unusual; or a word and the complaint.
-std::string read(const std::string& words) {
-    std::vector<std::string> parts = {"keystill-thumbnailer"};
+static std::string read(const std::string& words) {
+    std::vector<std::string> parts;
     std::istringstream in(words);
     for (std::string word; in >> word;) parts.push_back(word == "EMPTY" ? "" : word);
-    CommandLine line(parts);
+    CommandLine line("keystill-thumbnailer", parts);
     Options o;
     std::string complaint;
     switch (read_options(line.argc(), line.argv(), &o, &complaint)) {
@@ -86,5 +84,3 @@ TEST(Options, SizesAndTimes) {
                   want + std::string(" 80 png 5@70 none a b"));
     }
 }
-
-}  // namespace

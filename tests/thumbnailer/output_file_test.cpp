@@ -14,18 +14,16 @@
 #include "tests/support/temp_folder.h"
 #include "thumbnailer/picture_check.h"
 
-namespace {
-
 const std::vector<uint8_t> kBytes(100000, 'x');
 const std::string kText(kBytes.begin(), kBytes.end());
 
-struct stat status_of(const std::string& path) {
+static struct stat status_of(const std::string& path) {
     struct stat status = {};
     lstat(path.c_str(), &status);
     return status;
 }
 
-ptrdiff_t files_in(const TempFolder& folder) {
+static ptrdiff_t files_in(const TempFolder& folder) {
     namespace fs = std::filesystem;
     return std::distance(fs::directory_iterator(folder.path("")), fs::directory_iterator());
 }
@@ -98,5 +96,3 @@ TEST(PictureCheck, KnowsWholeFiles) {
         }
     }
 }
-
-}  // namespace

@@ -17,11 +17,9 @@
 #include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
 
-namespace {
-
 const std::string kMedia = KEYSTILL_MEDIA;
 
-std::string png_size(const std::string& path) {
+static std::string png_size(const std::string& path) {
     png_image image = {};
     image.version = PNG_IMAGE_VERSION;
     if (!png_image_begin_read_from_file(&image, path.c_str())) return "no PNG";
@@ -30,9 +28,8 @@ std::string png_size(const std::string& path) {
 }
 
 // Runs the program with these words.
-int run_words(std::vector<std::string> words) {
-    words.insert(words.begin(), "keystill-thumbnailer");
-    CommandLine line(words);
+static int run_words(const std::vector<std::string>& words) {
+    CommandLine line("keystill-thumbnailer", words);
     return run_thumbnailer(line.argc(), line.argv());
 }
 
@@ -200,5 +197,3 @@ TEST_F(RunThumbnailer, HandsOnlyOtherKindsOfFilesToOtherPrograms) {
     write_file(broken, read_file(kMedia + "sample.mp4").substr(0, 500));
     EXPECT_EQ(draw(broken, png_, {"-s", "64", "--fallback", other}), 1);
 }
-
-}  // namespace

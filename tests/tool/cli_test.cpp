@@ -27,8 +27,8 @@ class Cli : public testing::Test {
     // of it, in its process.
     int run(const Changes& changes = {}, const std::function<void()>& prepare = nullptr) {
         Args words = arguments_;
-        for (const auto& [position, text] : changes) words[position] = text;
-        CommandLine line(words);
+        for (const auto& [position, text] : changes) words[position - 1] = text;
+        CommandLine line("./some/keystill", words);
         const std::string out = folder_.path("out.txt"), err = folder_.path("err.txt");
         const int status = status_apart([&] {
             dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
@@ -45,7 +45,7 @@ class Cli : public testing::Test {
 
     TempFolder folder_;
     const std::string output_ = folder_.path("thumb.jpg");
-    Args arguments_ = {"./some/keystill", kSample, output_, "320", "240", "85", "5", "10", "70"};
+    Args arguments_ = {kSample, output_, "320", "240", "85", "5", "10", "70"};
     std::string usage_;  // that runs have to print
 };
 
@@ -59,8 +59,8 @@ TEST_F(Cli, PrintsTheUsageWhenArgumentsAreMissing) {
         "  sizePercentile of the keyframe bitstream sizes is the selected key frame\n"
         "  width=0 or height=0 sets the thumbnail size to be same as the picture size\n"
         "\n";
-    for (size_t count = 8; count > 0; --count) {
-        arguments_.resize(count);
+    while (!arguments_.empty()) {
+        arguments_.pop_back();
         EXPECT_EQ(run(), 1);
     }
     EXPECT_FALSE(file_exists(output_));

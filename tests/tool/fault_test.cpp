@@ -10,12 +10,11 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <numeric>
 
 #include "runtime/accounted_memory.h"
 #include "tests/support/avc_builder.h"
-#include "tests/support/box_builder.h"
 #include "tests/support/failing_malloc.h"
+#include "tests/support/film_builder.h"
 #include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
 #include "tool/run_keystill.h"
@@ -150,17 +149,25 @@ static std::string nested(const char* type) {
     return repeated(100000, [type](uint32_t i) { return u32((100000 - i) * 8) + type; });
 }
 
+// A movie with these boxes in its sample table, after the description.
+static std::string movie_of_tables(const std::string& tables,
+                                   const std::string& sequence_set = "SPS") {
+    return movie_of(full_box("stsd", u32(1) + avc_entry(sequence_set, "PPS")) + tables);
+}
+
 // A movie of that many key frames, all of them the same bytes of the file.
 static std::string overlapping_movie(uint32_t key_frames, uint32_t set_length, uint32_t size) {
-    MovieSpec spec;
-    spec.entry = avc_entry(std::string(set_length, 's'), "p");
-    spec.samples.resize(key_frames);
-    spec.sync.resize(key_frames);
-    std::iota(spec.sync.begin(), spec.sync.end(), 1);
-    spec.samples_per_chunk = 1000;
-    std::string movie = movie_file(spec);
-    const std::string sizes = repeated(key_frames, [size](uint32_t) { return u32(size); });
-    return movie.replace(movie.find("stsz") + 16, sizes.size(), sizes) + zeros(size);
+    const auto all = [key_frames](auto field) { return repeated(key_frames, field); };
+    const std::string numbers = all([](uint32_t i) { return u32(i + 1); });
+    const std::string sizes = all([size](uint32_t) { return u32(size); });
+    const std::string chunks = repeated(key_frames / 1000, [](uint32_t) { return u32(100); });
+    return movie_of_tables(full_box("stts", words({1, key_frames, 10})) +
+                               full_box("stss", u32(key_frames) + numbers) +
+                               full_box("stsc", words({1, 1, 1000, 1})) +
+                               full_box("stsz", words({0, key_frames}) + sizes) +
+                               full_box("stco", u32(key_frames / 1000) + chunks),
+                           std::string(set_length, 's')) +
+           zeros(size);
 }
 
 // A movie with a table of that type that declares four billion entries.
@@ -206,11 +213,6 @@ TEST_F(Faults, HostileFilesCostLittleTimeAndMemory) {
         const int64_t most = most_memory(std::filesystem::file_size(path), 1 << 20) + kGTest;
         work_within(kIsInstrumented ? INT64_MAX : most, [&] { run(path, "1000000"); });
     }
-}
-
-// A movie with these boxes in its sample table, after the description.
-static std::string movie_of_tables(const std::string& tables) {
-    return movie_of(full_box("stsd", u32(1) + avc_entry("SPS", "PPS")) + tables);
 }
 
 // A few kilobytes that claim tables and samples in the hole after them.
@@ -261,11 +263,10 @@ TEST_F(Faults, AKeyFrameIsHeldOnce) {
     const std::string set = pps_nal({.extension = lists, .behind = std::string(kLength, 'x')});
     const std::string sample =
         with_length(set, 4) + with_length(pcm_slice_nal({}, {std::string(384, 'a')}), 4);
-    const MovieSpec spec = {.entry = avc_entry(sps_nal({.profile_idc = 100}), pps_nal({})),
-                            .samples = {sample},
-                            .sync = {1}};
+    const TrackSpec track = {.entries = {avc_entry(sps_nal({.profile_idc = 100}), pps_nal({}))},
+                             .samples = {{sample}}};
     const std::string path = folder_.path("large.mp4");
-    write_file(path, movie_file(spec));
+    write_file(path, plain_film(track));
     EXPECT_EQ(run(path, "1"), 0);
     EXPECT_LT(g_memPeak, most_memory(0, 384) + static_cast<int64_t>(sample.size() + 128));
 }

@@ -3,10 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <numeric>
-
 #include "runtime/owned.h"
-#include "tests/support/box_builder.h"
+#include "tests/support/film_builder.h"
 #include "tests/support/temp_folder.h"
 
 using Samples = std::vector<std::string>;
@@ -47,48 +45,51 @@ static int collect(const std::string& file, int32_t percent, int32_t count, cons
 }
 
 // Ten seconds of ten samples; the key frames are b, e, h and j, and g is one without bytes.
-static MovieSpec ten_seconds() {
-    MovieSpec spec;
-    spec.entry = avc_entry("SPS", "PPS");
-    spec.samples = {"a", "bb", "c", "d", "eee", "f", "", "h", "i", "jjjj"};
-    spec.sync = {2, 5, 7, 8, 10};
-    return spec;
+static TrackSpec ten_seconds() {
+    TrackSpec track;
+    track.entries = {avc_entry("SPS", "PPS")};
+    for (const char* bytes : {"a", "bb", "c", "d", "eee", "f", "", "h", "i", "jjjj"}) {
+        track.samples.push_back({bytes, true, 1000});
+    }
+    track.sync_numbers = {2, 5, 7, 8, 10};
+    track.time_scale = 1000;  // the movie's, too
+    track.duration = 10000;
+    return track;
 }
 
 TEST(KeyFrames, CollectionStartsAtThePartOfTheClip) {
-    const std::string file = movie_file(ten_seconds());
+    const std::string file = plain_film(ten_seconds());
     collect(file, 0, 9, {"bb", "eee", "h", "jjjj"});
     collect(file, 20, 1, {"bb"});
     collect(file, 21, 1, {"eee"});
     collect(file, 51, 2, {"h", "jjjj"});  // an empty sample does not count
     collect(file, 100, 5, {"jjjj"});
-    collect(fragmented_file(ten_seconds(), 100), 45, 3, {"f", "h", "i"});  // 4.5 s; 6 s is empty
+    collect(fragmented_film(ten_seconds()), 45, 3, {"f", "h", "i"});  // 4.5 s; 6 s is empty
 }
 
 TEST(KeyFrames, SyncSampleNumber0IsAfterEveryTimeAndEmpty) {
-    MovieSpec spec = ten_seconds();
-    spec.sync = {2, 0, 5, 8};
-    collect(movie_file(spec), 51, 2, {"eee", "h"});
+    TrackSpec track = ten_seconds();
+    track.sync_numbers = {2, 0, 5, 8};
+    collect(plain_film(track), 51, 2, {"eee", "h"});
 }
 
 TEST(KeyFrames, AreCollectedHoweverManyThereAre) {
-    MovieSpec spec = ten_seconds();
+    TrackSpec track;
     for (const uint32_t count : {20000u, 200000u}) {
-        spec.samples.assign(count, "123456789");
-        spec.sync.resize(count);
-        std::iota(spec.sync.begin(), spec.sync.end(), 1);
-        EXPECT_EQ(Collected(movie_file(spec)).request.key_frame_count, static_cast<int32_t>(count));
+        track.samples.assign(count, {"123456789"});
+        EXPECT_EQ(Collected(plain_film(track)).request.key_frame_count,
+                  static_cast<int32_t>(count));
     }
-    spec.samples = {std::string(1 << 20, 'x')};
-    spec.sync.assign(60, 1);  // all of them the same sample
-    EXPECT_EQ(Collected(movie_file(spec)).request.key_frame_count, 60);
+    track.samples = {{std::string(1 << 20, 'x')}};
+    track.sync_numbers.assign(60, 1);  // all of them the same sample
+    EXPECT_EQ(Collected(plain_film(track)).request.key_frame_count, 60);
 }
 
 // A fragmented movie that starts with a fragment, in which a table without entries lies.
 static std::string with_table(uint32_t count, const std::string& entries, uint32_t version = 0) {
     const std::string first = box(
         "moof", box("traf", full_box("tfhd", u32(1)) + full_box("trun", words({1, 64, 5}), 0x201)));
-    const std::string movie = fragmented_file(ten_seconds(), 100);
+    const std::string movie = fragmented_film(ten_seconds());
     const std::string moov =
         movie.substr(movie.find("moov") - 4, movie.find("moof") - movie.find("moov"));
     return first + box("mdat", "first") + moov + full_box("trun", u32(0)) +
@@ -111,7 +112,7 @@ TEST(KeyFrames, NegativeFragmentOffsetLeadsToTheStartOfTheFile) {
 }
 
 TEST(KeyFrames, FragmentSamplesNeedATableOfThem) {
-    const std::string movie = fragmented_file(ten_seconds(), 100);
+    const std::string movie = fragmented_film(ten_seconds());
     const auto with_sync_count = [&](uint32_t count) {
         const std::string media = handler("vide") + full_box("stss", u32(count));
         return movie + box("moov", box("trak", box("mdia", media)));
@@ -121,7 +122,7 @@ TEST(KeyFrames, FragmentSamplesNeedATableOfThem) {
 }
 
 TEST(KeyFrames, SampleMayBeLongerThanTheFileButNotThanABlock) {
-    const std::string file = movie_file(ten_seconds());
+    const std::string file = plain_film(ten_seconds());
     const auto with_last_size = [&](uint32_t size) {
         return std::string(file).replace(file.find("stsz") + 16 + 9 * 4, 4, u32(size));
     };

@@ -12,9 +12,7 @@
 #include "thumb/decode_key_frame.h"
 #include "tool/key_frames.h"
 
-namespace {
-
-uint32_t crc32(uint32_t crc, const uint8_t* data, size_t length) {
+static uint32_t crc32(uint32_t crc, const uint8_t* data, size_t length) {
     for (crc = ~crc; length > 0; --length) {
         crc ^= *data++;
         for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (crc & 1 ? 0xedb88320U : 0);
@@ -22,7 +20,7 @@ uint32_t crc32(uint32_t crc, const uint8_t* data, size_t length) {
     return ~crc;
 }
 
-uint32_t crc_of_planes(const DecodedPicture& p) {
+static uint32_t crc_of_planes(const DecodedPicture& p) {
     uint32_t crc = 0;
     for (const uint32_t offset : {uint32_t{0}, p.u_offset, p.v_offset}) {
         const uint32_t scale = offset == 0 ? 1 : 2;
@@ -35,7 +33,7 @@ uint32_t crc_of_planes(const DecodedPicture& p) {
 }
 
 // The line's last two fields.
-std::string describe_key_frame(const std::string& clip, int percent) {
+static std::string describe_key_frame(const std::string& clip, int percent) {
     KeyFrame record = {};
     KeyFrameRequest request = {};
     request.clip_offset_percent = percent;
@@ -69,5 +67,3 @@ TEST(Golden, EveryTestClipDecodesToItsChecksum) {
     }
     EXPECT_GE(clips, 12);
 }
-
-}  // namespace
