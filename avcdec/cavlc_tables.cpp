@@ -187,17 +187,54 @@ static constexpr CodeTable<16, kRunBeforeBits> run_before_table() {
 }
 constexpr CodeTable<16, kRunBeforeBits> kRunBefore = run_before_table();
 
-// The entry of the level code that begins with these bits.
-static constexpr int16_t level_entry(int row, uint32_t bits) {
-    if (bits == 0) return 0;
+static constexpr RunPair run_pair(int zeros_left, uint32_t bits) {
+    const uint32_t first = kRunBefore.entry[zeros_left][bits >> kRunBeforeBits];
+    if (first == kLongRun) return {kLongRuns};
+    const uint32_t run = first & 15, length = first >> 4;
+    const uint32_t rest = bits << length >> kRunBeforeBits & ((1U << kRunBeforeBits) - 1);
+    const uint32_t second = kRunBefore.entry[zeros_left - static_cast<int>(run)][rest];
+    if (second == kLongRun) return {kLongRuns};
+    return {static_cast<uint16_t>((length + (second >> 4)) << 8 | (second & 15) << 4 | run)};
+}
+
+static constexpr RunPairTable run_pair_table() {
+    RunPairTable table{};
+    for (int zeros_left = 0; zeros_left < 16; ++zeros_left) {
+        for (uint32_t bits = 0; bits < 1U << kRunPairBits; ++bits) {
+            table.entry[zeros_left][bits] = run_pair(zeros_left, bits);
+        }
+    }
+    return table;
+}
+constexpr RunPairTable kRunPairs = run_pair_table();
+
+// The level whose code is the first of these bits (width of them), or a length of 0.
+struct LevelCode {
+    int length;
+    int level;
+    int next_row;
+};
+
+static constexpr LevelCode level_code(int row, uint32_t bits, int width) {
+    if (bits == 0) return {};
     const LevelRow& r = kLevelRowTable[row];
-    const int prefix = __builtin_clz(bits << (32 - kLevelBits));
+    const int prefix = __builtin_clz(bits << (32 - width));
     const int length = prefix + 1 + r.suffix_length;
-    if (length > kLevelBits) return 0;
-    const int suffix =
-        static_cast<int>(bits >> (kLevelBits - length)) & ((1 << r.suffix_length) - 1);
+    if (length > width) return {};
+    const int suffix = static_cast<int>(bits >> (width - length)) & ((1 << r.suffix_length) - 1);
     const int level = level_of_code((prefix << r.suffix_length) + suffix + r.code_offset);
-    return static_cast<int16_t>(level * 256 + level_row_behind(row, prefix) * 16 + length);
+    return {length, level, level_row_behind(row, prefix)};
+}
+
+static constexpr LevelEntry level_entry(int row, uint32_t bits) {
+    const LevelCode first = level_code(row, bits, kLevelBits);
+    if (first.length == 0) return {};
+    const int width = kLevelBits - first.length;
+    const LevelCode second = level_code(first.next_row, bits & ((1U << width) - 1), width);
+    const bool has_two = second.length != 0;
+    const int next_row = has_two ? second.next_row : first.next_row;
+    return {first.level * (1 << 24) | (second.level & 0xff) << 16 | (1 + has_two) << 12 |
+            next_row << 8 | first.length << 4 | (first.length + second.length)};
 }
 
 static constexpr LevelTable level_table() {

@@ -48,6 +48,22 @@ constexpr int kRunBeforeBits = 3;
 constexpr uint8_t kLongRun = 0xff;
 extern const CodeTable<16, kRunBeforeBits> kRunBefore;
 
+// Two of them by the zeros left in front of the first and the next bits. kLongRuns stands for what
+// has a long one.
+constexpr int kRunPairBits = 2 * kRunBeforeBits;
+constexpr uint16_t kLongRuns = 0xffff;
+struct RunPair {
+    uint16_t packed;
+
+    int first() const { return packed & 15; }
+    int second() const { return packed >> 4 & 15; }
+    int length() const { return packed >> 8; }  // of both codes, in bits
+};
+struct RunPairTable {
+    RunPair entry[16][1 << kRunPairBits];
+};
+extern const RunPairTable kRunPairs;
+
 // Levels (H.264 9.2.2). What a code word means depends on suffix_length, and for the first level of
 // a block also on what is known of it: each case is a row.
 struct LevelRow {
@@ -78,10 +94,20 @@ constexpr int32_t level_of_code(int32_t code) {
     return (((code + 2) >> 1) ^ sign) - sign;
 }
 
-// Levels by the next 8 bits: the level in the upper byte, then the next row and the length in four
-// bits each. An entry of 0 stands for longer codes.
+// Levels by row and the next 8 bits, two of them where both codes fit. An entry of 0 stands for
+// longer codes.
 constexpr int kLevelBits = 8;
+struct LevelEntry {
+    int32_t packed;
+
+    int length() const { return packed & 15; }             // of all that it has, in bits
+    int first_length() const { return packed >> 4 & 15; }  // of the first alone
+    int next_row() const { return packed >> 8 & 15; }      // behind all that it has
+    int count() const { return packed >> 12 & 3; }
+    int second() const { return static_cast<int8_t>(packed >> 16); }
+    int first() const { return packed >> 24; }
+};
 struct LevelTable {
-    int16_t entry[kLevelRows][1 << kLevelBits];
+    LevelEntry entry[kLevelRows][1 << kLevelBits];
 };
 extern const LevelTable kLevels;

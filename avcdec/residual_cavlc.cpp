@@ -63,14 +63,9 @@ static int32_t read_escape(AvcBitReader* r, int prefix, int suffix_length) {
     return code;
 }
 
-struct Level {
-    int32_t value;
-    int next_row;
-};
-
-// A level whose code is longer than the table's.
-[[gnu::noinline, gnu::cold]] static Level read_long_level(AvcBitReader* r, int row) {
-    const LevelRow& rules = kLevelRowTable[row];
+// A level whose code is longer than the table's. Its row becomes that of the next one.
+[[gnu::noinline, gnu::cold]] static int32_t read_long_level(AvcBitReader* r, int* row) {
+    const LevelRow& rules = kLevelRowTable[*row];
     const int length = rules.suffix_length;
     bits_need(r, 25);
     const int prefix = leading_zeros(r, 24);
@@ -85,7 +80,17 @@ struct Level {
         if (length > 0) code += static_cast<int32_t>(bits_cached(r, length));
         bits_drop(r, length);
     }
-    return {level_of_code(code + rules.code_offset), level_row_behind(row, prefix)};
+    *row = level_row_behind(*row, prefix);
+    return level_of_code(code + rules.code_offset);
+}
+
+KS_INLINE int32_t read_long_level(BlockReader* r, int* row) {
+    static_cast<BitWindow&>(*r->source) = r->window;
+    int in_memory = *row;
+    const int32_t level = read_long_level(r->source, &in_memory);
+    r->window = *r->source;
+    *row = in_memory;
+    return level;
 }
 
 // The levels of a block from the lowest frequency up, which is from the last one that is coded to
@@ -107,20 +112,28 @@ KS_INLINE void read_levels(BlockReader* r, const CoeffToken& token, Levels* leve
     last[1] = 1 - static_cast<int32_t>(signs & 2);
     last[0] = 1 - static_cast<int32_t>(signs << 1 & 2);
     int row = ones == 3 ? kFirstBehindOnes : total > 10 ? kFirstOfMany : kFirstLevel;
-    for (int i = total - ones - 1; i >= 0; --i) {
+    int i = total - ones - 1;
+    while (i > 0) {
         need(r, kLevelBits);
-        const int entry = kLevels.entry[row][bits_cached(w, kLevelBits)];
-        if (entry != 0) [[likely]] {
-            bits_drop(w, entry & 15);
-            row = entry >> 4 & 15;
-            at[i] = entry >> 8;
+        const LevelEntry entry = kLevels.entry[row][bits_cached(w, kLevelBits)];
+        if (entry.packed != 0) [[likely]] {
+            bits_drop(w, entry.length());
+            row = entry.next_row();
+            at[i] = entry.first();
+            at[i - 1] = entry.second();
+            i -= entry.count();
         } else {
-            static_cast<BitWindow&>(*r->source) = *w;
-            const Level level = read_long_level(r->source, row);
-            *w = *r->source;
-            row = level.next_row;
-            at[i] = level.value;
+            at[i--] = read_long_level(r, &row);
         }
+    }
+    if (i < 0) return;
+    need(r, kLevelBits);
+    const LevelEntry entry = kLevels.entry[row][bits_cached(w, kLevelBits)];
+    if (entry.packed != 0) [[likely]] {
+        bits_drop(w, entry.first_length());
+        at[0] = entry.first();
+    } else {
+        at[0] = read_long_level(r, &row);
     }
 }
 
@@ -154,6 +167,25 @@ KS_INLINE int read_run_before(BlockReader* r, int zeros_left) {
     return static_cast<int>(entry & 15);
 }
 
+// The zeros left in front of the next coefficient and of the one after it.
+struct TwoZerosLeft {
+    int first;
+    int second;  // below 0 when a run is longer than the zeros that are left
+};
+
+KS_INLINE TwoZerosLeft read_two_runs(BlockReader* r, int zeros_left) {
+    BitWindow* const w = &r->window;
+    need(r, kRunPairBits);
+    const RunPair pair = kRunPairs.entry[zeros_left][bits_cached(w, kRunPairBits)];
+    if (pair.packed == kLongRuns) [[unlikely]] {
+        const int first = zeros_left - read_run_before(r, zeros_left);
+        return {first, first < 0 ? first : first - read_run_before(r, first)};
+    }
+    bits_drop(w, pair.length());
+    const int first = zeros_left - pair.first();
+    return {first, first - pair.second()};
+}
+
 // Reads one block of at most max_coefficients (4, 15 or 16) and writes its scaled coefficients; the
 // others are left alone. nC is kChromaDcNc or 0 to 16. Returns the number of coefficients that are
 // not 0, or -1 for what is no code word; *highest is the scan index of the first one read.
@@ -169,14 +201,26 @@ KS_INLINE int read_block(BlockReader* r, int nc, int max_coefficients, const Res
     int zeros_left = total < max_coefficients ? read_total_zeros(r, total, max_coefficients) : 0;
     if (total + zeros_left > max_coefficients) return -1;
     *highest = total + zeros_left - 1;
-    for (int left = total - 1;; --left) {
-        const int index = left + zeros_left;
+    const auto put = [&](int coefficient, int zeros) {
+        const int index = coefficient + zeros;
         target.coefficients[target.scan[index]] =
-            scale_level(levels.value[2 + left], target.scale.factors[index], target.scale);
-        if (left == 0) return total;
-        zeros_left -= read_run_before(r, zeros_left);
-        if (zeros_left < 0) return -1;
+            scale_level(levels.value[2 + coefficient], target.scale.factors[index], target.scale);
+    };
+    int left = total - 1;
+    put(left, zeros_left);
+    while (left > 1) {
+        const TwoZerosLeft zeros = read_two_runs(r, zeros_left);
+        if (zeros.second < 0) return -1;
+        zeros_left = zeros.second;
+        put(left - 1, zeros.first);
+        left -= 2;
+        put(left, zeros_left);
     }
+    if (left == 0) return total;
+    zeros_left -= read_run_before(r, zeros_left);
+    if (zeros_left < 0) return -1;
+    put(0, zeros_left);
+    return total;
 }
 
 // H.264 9.2.1. Each count is 0 to 16, or kCountMissing.
