@@ -38,7 +38,7 @@ static int64_t now_ms() {
 
 // Appends what is there. Returns false at the end of the stream.
 static bool read_some(int descriptor, std::vector<uint8_t>* output) {
-    static uint8_t chunk[64 << 10];
+    static uint8_t chunk[16 << 10];
     const ssize_t count = read(descriptor, chunk, sizeof chunk);
     if (count > 0) output->insert(output->end(), chunk, chunk + count);
     return count > 0 || (count < 0 && errno == EINTR);
@@ -64,9 +64,13 @@ class Patience {
     int64_t end_ms_;
 };
 
+// Room for most pictures: what a growing block leaves behind costs more than it holds.
+constexpr size_t kUsualBytes = 120 << 10;
+
 // Reads to the end of the stream. Returns kExited there, or why it was not reached.
 static ChildEnd gather(int descriptor, const Patience& patience, size_t max_bytes,
                        std::vector<uint8_t>* output) {
+    output->reserve(kUsualBytes);
     for (;;) {
         const ChildEnd over = patience.over();
         if (over != ChildEnd::kExited) return over;

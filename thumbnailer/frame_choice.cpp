@@ -20,7 +20,7 @@ std::vector<MovieKeyFrame> frames_by_percentile(std::vector<MovieKeyFrame> frame
 
 bool is_blank(const UprightPicture& picture) {
     constexpr double kMostVariance = 9;  // noise, and what coding adds
-    constexpr int32_t kRows = 64;        // that are looked at
+    constexpr int32_t kRows = 16;        // that are looked at
     const int32_t step = std::max(picture.height / kRows, 1);
     uint64_t count = 0, sum = 0, squares = 0;
     for (int32_t y = step / 2; y < picture.height; y += step) {
