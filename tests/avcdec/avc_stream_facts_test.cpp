@@ -33,31 +33,25 @@ TEST(AvcStreamFacts, AreReadBehindWhatIsRefused) {
     high_422.bit_depth_luma_minus8 = 2;
     SpsSpec high_444 = {.profile_idc = 244, .chroma_format_idc = 3, .crop = crop};
     high_444.scaling = lists + "0";
-    const struct {
-        SpsSpec sps;
-        AvcRefusal reason;
-        uint32_t width, height, depth;
-    } kCases[] = {
-        {{.crop = crop}, AvcRefusal::kNone, 58, 82, 8},
-        {monochrome, AvcRefusal::kNone, 61, 89, 8},
-        {high_422, AvcRefusal::kChromaFormat, 58, 89, 10},
-        {high_444, AvcRefusal::kChromaFormat, 61, 89, 8},
-        {{.frame_mbs_only_flag = 0, .crop = crop}, AvcRefusal::kInterlaced, 58, 164, 8},
-        {{.crop = wide}, AvcRefusal::kNone, 0, 96, 8},
-    };
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(&c - kCases);
-        SpsSpec sps = c.sps;
+    const auto check = [](SpsSpec sps, AvcRefusal reason, uint32_t width, uint32_t height,
+                          uint32_t depth, int line = __builtin_LINE()) {
+        SCOPED_TRACE(line);
         sps.width_mbs = 4;
         sps.height_mbs = 6;
         const AvcStreamFacts facts = facts_of(set(sps_nal(sps)) + set(sps_nal({.id = 1})));
         EXPECT_TRUE(facts.has_sequence_set);
-        EXPECT_EQ(facts.refused.reason, c.reason);
-        EXPECT_EQ(facts.width, c.width);
-        EXPECT_EQ(facts.height, c.height);
-        EXPECT_EQ(facts.bit_depth_luma, c.depth);
+        EXPECT_EQ(facts.refused.reason, reason);
+        EXPECT_EQ(facts.width, width);
+        EXPECT_EQ(facts.height, height);
+        EXPECT_EQ(facts.bit_depth_luma, depth);
         EXPECT_EQ(facts.profile_idc, sps.profile_idc);
-    }
+    };
+    check({.crop = crop}, AvcRefusal::kNone, 58, 82, 8);
+    check(monochrome, AvcRefusal::kNone, 61, 89, 8);
+    check(high_422, AvcRefusal::kChromaFormat, 58, 89, 10);
+    check(high_444, AvcRefusal::kChromaFormat, 61, 89, 8);
+    check({.frame_mbs_only_flag = 0, .crop = crop}, AvcRefusal::kInterlaced, 58, 164, 8);
+    check({.crop = wide}, AvcRefusal::kNone, 0, 96, 8);
     const AvcStreamFacts large = facts_of(set(sps_nal({.width_mbs = 4096, .height_mbs = 4096})));
     EXPECT_EQ(large.refused.reason, AvcRefusal::kTooManyMacroblocks);
     EXPECT_EQ(large.width, 65536U);

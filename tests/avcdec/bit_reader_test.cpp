@@ -35,17 +35,15 @@ static std::string bytes(std::initializer_list<int> values) {
 }
 
 TEST(BitReader, ReadsCodesUpToTheirLimits) {
-    static const std::pair<const char*, uint32_t> kCases[] = {
-        {"000000000000001 11111111111111", 32766},
-        // All 15 zeros are taken, then 16 bits as they come.
-        {"000000000000000 1000000000000000", 32767},
-        {"000000000000000 0000000000000001", 0},
-        {"000000000000000 0000000000000000", 0xffffffff},
-    };
-    for (const auto& [bits, want] : kCases) {
+    const auto check = [&](const char* bits, uint32_t want) {
         Reading f(BitPacker(bits).str());
         EXPECT_EQ(bits_ue(&f.reader), want) << bits;
-    }
+    };
+    check("000000000000001 11111111111111", 32766);
+    // All 15 zeros are taken, then 16 bits as they come.
+    check("000000000000000 1000000000000000", 32767);
+    check("000000000000000 0000000000000001", 0);
+    check("000000000000000 0000000000000000", 0xffffffff);
     BitPacker packer;
     const int32_t values[] = {1, -1, 32766, 32767, -32767, 32768, 1 << 29, 0x7fffffff, -0x7fffffff};
     for (const int32_t v : values) packer.se(v);
@@ -54,27 +52,23 @@ TEST(BitReader, ReadsCodesUpToTheirLimits) {
 }
 
 TEST(BitReader, FindsTheEndOfTheData) {
-    // clang-format off
-    static const struct { const char* bits; uint32_t position; int more, overrun, trailing; }
-    kCases[] = {
-        {"10110101 10000000", 8, 0, 0, 0},  // the stop bit in the last byte, nothing behind
-        {"10110101 10000000", 7, 1, 0, 0},
-        {"10110100", 6, 1, 0, 0},           // behind the stop bit: zeros are no stop bit
-        {"10110100 00000000", 5, 1, 0, 1},  // zero bytes count as data
-        {"1000 0000 00000000 00000000 00000000 00000001", 0, 1, 0, 1},  // three are looked at
-        {"1000 0000 00000000 00000000 00000001", 0, 1, 0, 0},
-        {"10110100", 8, 0, 1, 0},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(std::string(c.bits) + " at " + std::to_string(c.position));
-        Reading f(BitPacker(c.bits).str());
-        bits_skip(&f.reader, c.position);
+    const auto check = [&](const char* bits, uint32_t position, int more, int overruns,
+                           int trailing) {
+        SCOPED_TRACE(std::string(bits) + " at " + std::to_string(position));
+        Reading f(BitPacker(bits).str());
+        bits_skip(&f.reader, position);
         int overrun = 0;
-        EXPECT_EQ(bits_more_rbsp_data(&f.reader, &overrun), c.more);
-        EXPECT_EQ(overrun, c.overrun);
-        EXPECT_EQ(bits_trailing_check(&f.reader), c.trailing);
-    }
+        EXPECT_EQ(bits_more_rbsp_data(&f.reader, &overrun), more);
+        EXPECT_EQ(overrun, overruns);
+        EXPECT_EQ(bits_trailing_check(&f.reader), trailing);
+    };
+    check("10110101 10000000", 8, 0, 0, 0);  // the stop bit in the last byte, nothing behind
+    check("10110101 10000000", 7, 1, 0, 0);
+    check("10110100", 6, 1, 0, 0);           // behind the stop bit: zeros are no stop bit
+    check("10110100 00000000", 5, 1, 0, 1);  // zero bytes count as data
+    check("1000 0000 00000000 00000000 00000000 00000001", 0, 1, 0, 1);  // three are looked at
+    check("1000 0000 00000000 00000000 00000001", 0, 1, 0, 0);
+    check("10110100", 8, 0, 1, 0);
 }
 
 TEST(NalUnit, RemovesEmulationPreventionAtBothAlignments) {

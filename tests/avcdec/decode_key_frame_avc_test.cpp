@@ -23,15 +23,11 @@ static Decoded decode(const std::string& sets, const std::string& sample, int le
                       bool allows_interlaced = false) {
     std::vector<uint8_t> set_block(sets.begin(), sets.end());
     std::vector<uint8_t> sample_block(sample.begin(), sample.end());
-    AvcFrameRequest request = {};
-    request.parameter_sets = set_block.data();
-    request.parameter_sets_length = static_cast<uint32_t>(sets.size());
-    request.sample = sample_block.data();
-    request.sample_length = static_cast<uint32_t>(sample.size());
-    request.nal_length_size = length_size;
-    request.allows_interlaced = allows_interlaced;
     Decoded d = {};
-    request.refused = &d.refused;
+    AvcFrameRequest request = {set_block.data(),    static_cast<uint32_t>(sets.size()),
+                               sample_block.data(), static_cast<uint32_t>(sample.size()),
+                               length_size,         allows_interlaced,
+                               &d.refused};
     upnp_memory_init();
     d.result = DecodeKeyFrameAvc(&request, &d.picture);
     if (d.result == 0) {
@@ -86,24 +82,21 @@ TEST(DecodeKeyFrameAvc, FollowsTheRunOfNalUnits) {
     static const std::string long_number =
         run_of({sps_nal({.log2_max_frame_num_minus4 = 13, .width_mbs = 2})}, 2);
     static const std::string pps = run_of({pps_nal({})}, 2);
-    // clang-format off
-    const struct { const char* what; std::string sets, sample, want; } kCases[] = {
-        {"two slices", kSets, run_of({nal(9), nal(6), nal(12), kFirst, nal(31), kSecond}), ab},
-        {"what follows the picture", kSets, whole + "\xff\xff\xff\xff", ab},
-        {"a set in the sample", sps, run_of({pps_nal({}), kWhole}), ab},
-        {"picture in the sets", kSets + with_length(kWhole, 2), "", ab},
-        {"the last samples cut off", kSets, run_of({kWhole.substr(0, kWhole.size() - 2)}), cut},
-        {"slices in reverse", kSets, run_of({kSecond, kFirst}), planes_of('\x80', 'b')},
-        {"end of sequence in the picture", kSets, run_of({kFirst, nal(10), kSecond}), a},
-        {"type 14 in the picture", kSets, run_of({nal(10), kFirst, nal(14)}), a},
-        {"unused sets without sense", sps + odd + pps, whole, ab},
-        {"a set with a long number, replaced", long_number + sps + pps, whole, ab},
+    const auto check = [&](const char* what, const std::string& sets, const std::string& sample,
+                           const std::string& want) {
+        SCOPED_TRACE(what);
+        EXPECT_TRUE(decode(sets, sample).planes == want);
     };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_TRUE(decode(c.sets, c.sample).planes == c.want);
-    }
+    check("two slices", kSets, run_of({nal(9), nal(6), nal(12), kFirst, nal(31), kSecond}), ab);
+    check("what follows the picture", kSets, whole + "\xff\xff\xff\xff", ab);
+    check("a set in the sample", sps, run_of({pps_nal({}), kWhole}), ab);
+    check("picture in the sets", kSets + with_length(kWhole, 2), "", ab);
+    check("the last samples cut off", kSets, run_of({kWhole.substr(0, kWhole.size() - 2)}), cut);
+    check("slices in reverse", kSets, run_of({kSecond, kFirst}), planes_of('\x80', 'b'));
+    check("end of sequence in the picture", kSets, run_of({kFirst, nal(10), kSecond}), a);
+    check("type 14 in the picture", kSets, run_of({nal(10), kFirst, nal(14)}), a);
+    check("unused sets without sense", sps + odd + pps, whole, ab);
+    check("a set with a long number, replaced", long_number + sps + pps, whole, ab);
 }
 
 TEST(DecodeKeyFrameAvc, RefusalsCarryTheirReason) {
@@ -116,60 +109,55 @@ TEST(DecodeKeyFrameAvc, RefusalsCarryTheirReason) {
         kSets + run_of({sps_nal({.id = 1, .width_mbs = 2}), pps_nal({.id = 1, .sps_id = 1})}, 2);
     const std::string no_token =
         slice_nal({}, slice_header({}).text("00100 1 1 1 00100 1 1").u(17, 1).trailing());
-    const struct {
-        AvcRefusal reason;
-        uint32_t value;
-        std::string sets, sample;
-    } kCases[] = {
-        {kParameterSetRun, 0, kSets + "x", whole},
-        {kParameterSetRun, 0, kSets + std::string(2, 0), whole},
-        {kSampleRun, 0, kSets, start + std::string(4, 0) + run_of({kSecond})},
-        {kSampleRun, 0, kSets, start + run_of({"\x06", kSecond})},
-        {kSampleRun, 0, kSets, start + with_length(kSecond + "y", 4).erase(4, 1)},
-        {kSampleRun, 0, kSets, start + std::string(3, 0)},
-        {kSampleRun, 0, kSets, std::string(4, '\xff') + kWhole},
-        {kChromaFormat, 2, sets({.profile_idc = 122, .chroma_format_idc = 2}), whole},
-        {kChromaFormat, 3, sets({.profile_idc = 244, .chroma_format_idc = 3}), whole},
-        {kBitDepth, 10, sets({.profile_idc = 110, .bit_depth_luma_minus8 = 2}), whole},
-        {kBitDepth, 9, sets({.profile_idc = 110, .bit_depth_chroma_minus8 = 1}), whole},
-        {kLossless, 0, sets({.profile_idc = 244, .lossless = 1}), whole},
-        {kInterlaced, 0, sets({.frame_mbs_only_flag = 0}), whole},
-        {kTooManyMacroblocks, 0, sets({.width_mbs = 4098}), whole},
-        {kTooManyMacroblocks, 0, sets({.width_mbs = 256, .height_mbs = 256}), whole},
-        {kSlicesMissing, 0, sets({.width_mbs = 256, .height_mbs = 255}), start},
-        {kSequenceSet, 0, sets({.id = 32}), whole},
-        {kSequenceSet, 0, sets({.log2_max_frame_num_minus4 = 13}), whole},
-        {kSequenceSet, 0, sets({.pic_order_cnt_type = 0, .pic_order_cnt = ue(13)}), whole},
-        {kSliceGroups, 0, sets_of({}, {.num_slice_groups_minus1 = 1}), whole},
-        {kPictureSet, 0, sets_of({}, {.pic_init_qp_minus26 = 26}), whole},
-        {kNoSequenceSet, 0, pps, whole},
-        {kNoPictureSet, 9, kSets, slice({.pps_id = 9})},
-        {kOtherSequenceSet, 1, two_sets, slice({.pps_id = 1})},
-        {kPictureSize, 0, kSets + sets({.width_mbs = 2, .height_mbs = 9}), whole},
-        {kPictureSize, 0, kSets, run_of({sps_nal({.width_mbs = 1}), kFirst})},
-        {kPredictedSlice, 0, kSets, slice({.slice_type = 5})},
-        {kPredictedSlice, 1, kSets, slice({.slice_type = 1})},
-        {kSwitchingSlice, 4, kSets, slice({.slice_type = 4})},
-        {kIdrWithoutReference, 0, kSets, slice({.nal_ref_idc = 0})},
-        {kRedundantSlice, 0, sets_of({}, {.redundant_pic_cnt_present = 1}),
-         slice({.redundant = "010"})},
-        {kSliceHeader, 0, kSets, slice({.first_mb = 2})},
-        {kSliceOverlap, 0, kSets, run_of({kFirst, kFirst, kSecond})},
-        {kSliceData, 0, kSets, run_of({no_token})},
-        {kSliceCutOff, 0, kSets, run_of({kWhole.substr(0, 300)})},
-        {kNoSlice, 0, kSets, run_of({nal(6)})},
-        {kSlicesMissing, 0, kSets, start},
-    };
     std::set<AvcRefusal> seen = {kNone, kNoMemory};
     // These are found in front of the decoder.
     seen.insert({kNoConfiguration, kNalLengthSize, kSampleTooShort});
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(&c - kCases);
-        const Decoded d = decode(c.sets, c.sample);
-        EXPECT_EQ(d.refused.reason, c.reason);
-        EXPECT_EQ(d.refused.value, c.value);
-        seen.insert(c.reason);
-    }
+    const auto refuse = [&](AvcRefusal reason, uint32_t value, const std::string& set_run,
+                            const std::string& sample, int line = __builtin_LINE()) {
+        SCOPED_TRACE(line);
+        const Decoded d = decode(set_run, sample);
+        EXPECT_EQ(d.refused.reason, reason);
+        EXPECT_EQ(d.refused.value, value);
+        seen.insert(reason);
+    };
+    refuse(kParameterSetRun, 0, kSets + "x", whole);
+    refuse(kParameterSetRun, 0, kSets + std::string(2, 0), whole);
+    refuse(kSampleRun, 0, kSets, start + std::string(4, 0) + run_of({kSecond}));
+    refuse(kSampleRun, 0, kSets, start + run_of({"\x06", kSecond}));
+    refuse(kSampleRun, 0, kSets, start + with_length(kSecond + "y", 4).erase(4, 1));
+    refuse(kSampleRun, 0, kSets, start + std::string(3, 0));
+    refuse(kSampleRun, 0, kSets, std::string(4, '\xff') + kWhole);
+    refuse(kChromaFormat, 2, sets({.profile_idc = 122, .chroma_format_idc = 2}), whole);
+    refuse(kChromaFormat, 3, sets({.profile_idc = 244, .chroma_format_idc = 3}), whole);
+    refuse(kBitDepth, 10, sets({.profile_idc = 110, .bit_depth_luma_minus8 = 2}), whole);
+    refuse(kBitDepth, 9, sets({.profile_idc = 110, .bit_depth_chroma_minus8 = 1}), whole);
+    refuse(kLossless, 0, sets({.profile_idc = 244, .lossless = 1}), whole);
+    refuse(kInterlaced, 0, sets({.frame_mbs_only_flag = 0}), whole);
+    refuse(kTooManyMacroblocks, 0, sets({.width_mbs = 4098}), whole);
+    refuse(kTooManyMacroblocks, 0, sets({.width_mbs = 256, .height_mbs = 256}), whole);
+    refuse(kSlicesMissing, 0, sets({.width_mbs = 256, .height_mbs = 255}), start);
+    refuse(kSequenceSet, 0, sets({.id = 32}), whole);
+    refuse(kSequenceSet, 0, sets({.log2_max_frame_num_minus4 = 13}), whole);
+    refuse(kSequenceSet, 0, sets({.pic_order_cnt_type = 0, .pic_order_cnt = ue(13)}), whole);
+    refuse(kSliceGroups, 0, sets_of({}, {.num_slice_groups_minus1 = 1}), whole);
+    refuse(kPictureSet, 0, sets_of({}, {.pic_init_qp_minus26 = 26}), whole);
+    refuse(kNoSequenceSet, 0, pps, whole);
+    refuse(kNoPictureSet, 9, kSets, slice({.pps_id = 9}));
+    refuse(kOtherSequenceSet, 1, two_sets, slice({.pps_id = 1}));
+    refuse(kPictureSize, 0, kSets + sets({.width_mbs = 2, .height_mbs = 9}), whole);
+    refuse(kPictureSize, 0, kSets, run_of({sps_nal({.width_mbs = 1}), kFirst}));
+    refuse(kPredictedSlice, 0, kSets, slice({.slice_type = 5}));
+    refuse(kPredictedSlice, 1, kSets, slice({.slice_type = 1}));
+    refuse(kSwitchingSlice, 4, kSets, slice({.slice_type = 4}));
+    refuse(kIdrWithoutReference, 0, kSets, slice({.nal_ref_idc = 0}));
+    refuse(kRedundantSlice, 0, sets_of({}, {.redundant_pic_cnt_present = 1}),
+           slice({.redundant = "010"}));
+    refuse(kSliceHeader, 0, kSets, slice({.first_mb = 2}));
+    refuse(kSliceOverlap, 0, kSets, run_of({kFirst, kFirst, kSecond}));
+    refuse(kSliceData, 0, kSets, run_of({no_token}));
+    refuse(kSliceCutOff, 0, kSets, run_of({kWhole.substr(0, 300)}));
+    refuse(kNoSlice, 0, kSets, run_of({nal(6)}));
+    refuse(kSlicesMissing, 0, kSets, start);
     EXPECT_EQ(seen.size(), static_cast<size_t>(kAvcLastRefusal) + 1);
 }
 
@@ -177,92 +165,73 @@ TEST(DecodeKeyFrameAvc, RefusalsCarryTheirReason) {
 TEST(DecodeKeyFrameAvc, TakesOrRefusesASet) {
     const std::string cycle = "1" + ue(4) + ue(0) + ue(2) + ue(7) + ue(8);
     const std::string cycle_of_256 = "111" + ue(256) + std::string(256, '1');
-    const std::pair<bool, std::string> kCases[] = {
-        {true, sps_nal({.id = 31})},
-        {false, sps_nal({.id = 32})},
-        {true, sps_nal({.profile_idc = 144, .id = 1, .chroma_format_idc = 0})},
-        {false, sps_nal({.profile_idc = 110, .id = 1, .bit_depth_chroma_minus8 = 2})},
-        {true, sps_nal({.id = 1, .log2_max_frame_num_minus4 = 65534})},
-        {true, sps_nal({.id = 1, .pic_order_cnt_type = 0, .pic_order_cnt = ue(65534)})},
-        {true, sps_nal({.id = 1, .pic_order_cnt_type = 1, .pic_order_cnt = cycle})},
-        {false, sps_nal({.id = 1, .pic_order_cnt_type = 1, .pic_order_cnt = cycle_of_256})},
-        {false, sps_nal({.id = 1, .pic_order_cnt_type = 3})},
-        {true, sps_nal({.id = 1, .width_mbs = 4096, .height_mbs = 65535})},
-        {true, pps_nal({.id = 255, .sps_id = 31})},
-        {false, pps_nal({.id = 256})},
-        {false, pps_nal({.id = 1, .sps_id = 32})},
-        {false, pps_nal({.id = 1, .refs_l0 = 16})},
-        {false, pps_nal({.id = 1, .weighted_bipred_idc = 3})},
-        {false, pps_nal({.id = 1, .pic_init_qp_minus26 = -27})},
-        {true, pps_nal({.id = 1, .chroma_qp_index_offset = -12})},
-        {false, pps_nal({.id = 1, .chroma_qp_index_offset = 13})},
-        {false, pps_nal({.id = 1, .sps_id = 9, .extension = "00" + ue(25)})},
-    };
-    for (const auto& [is_taken, set] : kCases) {
+    const auto check = [](bool is_taken, const std::string& set) {
         EXPECT_EQ(decode(kSets, run_of({set, kWhole})).result == 0, is_taken)
             << testing::PrintToString(set);
-    }
+    };
+    check(true, sps_nal({.id = 31}));
+    check(false, sps_nal({.id = 32}));
+    check(true, sps_nal({.profile_idc = 144, .id = 1, .chroma_format_idc = 0}));
+    check(false, sps_nal({.profile_idc = 110, .id = 1, .bit_depth_chroma_minus8 = 2}));
+    check(true, sps_nal({.id = 1, .log2_max_frame_num_minus4 = 65534}));
+    check(true, sps_nal({.id = 1, .pic_order_cnt_type = 0, .pic_order_cnt = ue(65534)}));
+    check(true, sps_nal({.id = 1, .pic_order_cnt_type = 1, .pic_order_cnt = cycle}));
+    check(false, sps_nal({.id = 1, .pic_order_cnt_type = 1, .pic_order_cnt = cycle_of_256}));
+    check(false, sps_nal({.id = 1, .pic_order_cnt_type = 3}));
+    check(true, sps_nal({.id = 1, .width_mbs = 4096, .height_mbs = 65535}));
+    check(true, pps_nal({.id = 255, .sps_id = 31}));
+    check(false, pps_nal({.id = 256}));
+    check(false, pps_nal({.id = 1, .sps_id = 32}));
+    check(false, pps_nal({.id = 1, .refs_l0 = 16}));
+    check(false, pps_nal({.id = 1, .weighted_bipred_idc = 3}));
+    check(false, pps_nal({.id = 1, .pic_init_qp_minus26 = -27}));
+    check(true, pps_nal({.id = 1, .chroma_qp_index_offset = -12}));
+    check(false, pps_nal({.id = 1, .chroma_qp_index_offset = 13}));
+    check(false, pps_nal({.id = 1, .sps_id = 9, .extension = "00" + ue(25)}));
 }
 
 TEST(DecodeKeyFrameAvc, TakesOrRefusesASliceHeader) {
     static const std::string operations =
         "1" + ue(1) + ue(3) + ue(3) + ue(1) + ue(7) + ue(5) + ue(4) + ue(0) + ue(0);
     const PpsSpec edges = {.deblocking_control = 1}, order = {.pic_order_present = 1};
-    const struct {
-        bool is_taken;
-        SliceSpec slice;
-        PpsSpec pps = {};
-        SpsSpec sps = {};
-    } kCases[] = {
-        {true, {.slice_type = 2, .slice_qp_delta = 100}},
-        {false, {.slice_type = 12}},  // I and 10
-        {false, {.redundant = ue(1)}, {.redundant_pic_cnt_present = 1}},
-        {true, {.is_idr = false, .marking = operations}},
-        {false, {.is_idr = false, .marking = "1" + ue(7)}},
-        {false, {.is_idr = false, .marking = "1" + std::string(34 * 5, '0')}},  // 34 operations
-        {false, {.deblocking = ue(3) + "11"}, edges},
-        {true, {.deblocking = "1" + ue(12) + ue(11)}, edges},  // -6 and 6
-        {false, {.deblocking = "1" + ue(13) + "1"}, edges},
-        {false, {.deblocking = "1 1" + ue(14)}, edges},
-        {false, {.deblocking = "1 1" + ue(13)}, edges},
-        {true, {.frame_num_bits = 16}, {}, {.log2_max_frame_num_minus4 = 12}},
-        {true,
-         {.pic_order_cnt = std::string(16, '1')},
-         {},
-         {.pic_order_cnt_type = 0, .pic_order_cnt = ue(12)}},
-        {true,
-         {.pic_order_cnt = "1010101" + ue(70000)},
-         order,
-         {.pic_order_cnt_type = 0, .pic_order_cnt = ue(3)}},
-        {true,
-         {.pic_order_cnt = ue(100000) + ue(3)},
-         order,
-         {.pic_order_cnt_type = 1, .pic_order_cnt = "0111"}},
+    const auto check = [](bool is_taken, const SliceSpec& slice, const PpsSpec& pps = {},
+                          const SpsSpec& sps = {}, int line = __builtin_LINE()) {
+        const Decoded d = decode(sets_of(sps, pps), run_of({pcm_slice_nal(slice, {kPcmA})}));
+        EXPECT_EQ(d.planes, is_taken ? kPcmA : "") << line;
     };
-    for (const auto& c : kCases) {
-        const Decoded d = decode(sets_of(c.sps, c.pps), run_of({pcm_slice_nal(c.slice, {kPcmA})}));
-        EXPECT_EQ(d.planes, c.is_taken ? kPcmA : "") << &c - kCases;
-    }
+    check(true, {.slice_type = 2, .slice_qp_delta = 100});
+    check(false, {.slice_type = 12});  // I and 10
+    check(false, {.redundant = ue(1)}, {.redundant_pic_cnt_present = 1});
+    check(true, {.is_idr = false, .marking = operations});
+    check(false, {.is_idr = false, .marking = "1" + ue(7)});
+    check(false, {.is_idr = false, .marking = "1" + std::string(34 * 5, '0')});  // 34 operations
+    check(false, {.deblocking = ue(3) + "11"}, edges);
+    check(true, {.deblocking = "1" + ue(12) + ue(11)}, edges);  // -6 and 6
+    check(false, {.deblocking = "1" + ue(13) + "1"}, edges);
+    check(false, {.deblocking = "1 1" + ue(14)}, edges);
+    check(false, {.deblocking = "1 1" + ue(13)}, edges);
+    check(true, {.frame_num_bits = 16}, {}, {.log2_max_frame_num_minus4 = 12});
+    check(true, {.pic_order_cnt = std::string(16, '1')}, {},
+          {.pic_order_cnt_type = 0, .pic_order_cnt = ue(12)});
+    check(true, {.pic_order_cnt = "1010101" + ue(70000)}, order,
+          {.pic_order_cnt_type = 0, .pic_order_cnt = ue(3)});
+    check(true, {.pic_order_cnt = ue(100000) + ue(3)}, order,
+          {.pic_order_cnt_type = 1, .pic_order_cnt = "0111"});
 }
 
 TEST(DecodeKeyFrameAvc, HandsOutWhatTheStreamSaysOfShowingIt) {
     const std::string rest = "0 0 0 0 0 0";  // chroma location to bitstream restriction
-    const struct {
-        std::string vui;
-        StreamPresentation want;
-    } kCases[] = {
-        {"", {0, 0, 0, 0}},
-        {"0 0 0 " + rest, {0, 0, 0, 0}},
-        {"1 00001110 0 0 " + rest, {4, 3, 0, 0}},
-        {"1 00010001 0 0 " + rest, {0, 0, 0, 0}},
-        {"1 11111111 0000000100000000 0000000000000011 1 1 0 " + rest, {256, 3, 0, 0}},
-        {"0 0 1 101 1 0 " + rest, {0, 0, 0, 1}},
-        {"0 0 1 101 0 1 00000001 00000001 00001001 " + rest, {0, 0, 9, 0}},
+    const auto check = [](const std::string& vui, const StreamPresentation& want) {
+        const Decoded d = decode(sets_of({.vui = vui}), run_of({kFirst}));
+        EXPECT_EQ(memcmp(&d.picture.presentation, &want, sizeof want), 0) << vui;
     };
-    for (const auto& c : kCases) {
-        const Decoded d = decode(sets_of({.vui = c.vui}), run_of({kFirst}));
-        EXPECT_EQ(memcmp(&d.picture.presentation, &c.want, sizeof c.want), 0) << c.vui;
-    }
+    check("", {0, 0, 0, 0});
+    check("0 0 0 " + rest, {0, 0, 0, 0});
+    check("1 00001110 0 0 " + rest, {4, 3, 0, 0});
+    check("1 00010001 0 0 " + rest, {0, 0, 0, 0});
+    check("1 11111111 0000000100000000 0000000000000011 1 1 0 " + rest, {256, 3, 0, 0});
+    check("0 0 1 101 1 0 " + rest, {0, 0, 0, 1});
+    check("0 0 1 101 0 1 00000001 00000001 00001001 " + rest, {0, 0, 9, 0});
 }
 
 TEST(DecodeKeyFrameAvc, TakesFramesOfInterlacedStreamsIfAllowed) {

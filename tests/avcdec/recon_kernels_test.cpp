@@ -21,8 +21,7 @@ struct Samples {
 
 const ReconKernels kBest = recon_kernels_best(), kReference = recon_kernels_scalar();
 
-class ReconKernelSets : public testing::Test {
- protected:
+struct ReconKernelSets : testing::Test {
     // Runs both on the same random samples.
     template <typename Run>
     void compare(const Run& run) {

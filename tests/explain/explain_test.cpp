@@ -156,8 +156,7 @@ static void expect_all_reasons_in(const std::vector<std::string>& sentences) {
     }
 }
 
-class Explain : public testing::Test {
- protected:
+struct Explain : testing::Test {
     // The status; the report is in report_.
     int run(const std::vector<std::string>& args) {
         CommandLine line("keystill-explain", args);

@@ -9,8 +9,7 @@
 #include "tests/support/failing_malloc.h"
 #include "tests/support/temp_folder.h"
 
-class MessageLog : public testing::Test {
- protected:
+struct MessageLog : testing::Test {
     MessageLog() {
         g_log = LogState();
         EXPECT_EQ(upnp_log_start(path_.c_str()), 0);

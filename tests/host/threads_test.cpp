@@ -25,32 +25,29 @@ int __wrap_pthread_create(pthread_t* id, const pthread_attr_t* attributes, Threa
 }
 
 TEST(Threads, FallBackWhenTheSystemRefuses) {
-    // clang-format off
-    static const struct { std::vector<int> answers; std::vector<bool> with_attributes; int runs; }
-    kCases[] = {
-        {{0}, {true}, 1},
-        {{EAGAIN, EAGAIN}, {true, true}, 0},
-        {{EAGAIN, 0, 0}, {true, true, false}, 2},
-        {{EAGAIN, 0, EPERM}, {true, true, false}, 1},
-        {{EAGAIN, EPERM, 0}, {true, true, false}, 1},
-        {{EINVAL, 0}, {true, false}, 1},
-        {{EPERM, EAGAIN}, {true, false}, 0},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(&c - kCases);
+    const auto check = [&](const std::vector<int>& answers,
+                           const std::vector<bool>& with_attributes, int want,
+                           int line = __builtin_LINE()) {
+        SCOPED_TRACE(line);
         static std::atomic<int> runs;  // outlives the thread whose id is lost
         runs = 0;
-        g_answers = c.answers;
+        g_answers = answers;
         g_with_attributes.clear();
         const auto count_run = [](void*) -> void* { return ++runs, nullptr; };
         const pthread_t id = upnp_start_joinable_thread_impl(count_run, nullptr, 5);
-        ASSERT_EQ(id != 0, c.runs != 0);
+        ASSERT_EQ(id != 0, want != 0);
         if (id != 0) pthread_join(id, nullptr);
-        for (int ms = 0; runs < c.runs && ms < 5000; ++ms) usleep(1000);
-        EXPECT_EQ(runs, c.runs);
-        EXPECT_EQ(g_with_attributes, c.with_attributes);
-    }
+        for (int ms = 0; runs < want && ms < 5000; ++ms) usleep(1000);
+        EXPECT_EQ(runs, want);
+        EXPECT_EQ(g_with_attributes, with_attributes);
+    };
+    check({0}, {true}, 1);
+    check({EAGAIN, EAGAIN}, {true, true}, 0);
+    check({EAGAIN, 0, 0}, {true, true, false}, 2);
+    check({EAGAIN, 0, EPERM}, {true, true, false}, 1);
+    check({EAGAIN, EPERM, 0}, {true, true, false}, 1);
+    check({EINVAL, 0}, {true, false}, 1);
+    check({EPERM, EAGAIN}, {true, false}, 0);
 }
 
 TEST(Threads, FailedStartCanBeLoggedWhileOldLogPartsWait) {

@@ -176,25 +176,21 @@ static std::string random_access(const LongFilm& film, uint64_t shift) {
 TEST(FragmentWalk, LooksUpLongFilmsWithFewReads) {
     constexpr uint32_t kFragments = 1000;
     const LongFilm plain = long_film(kFragments, 0);
-    // clang-format off
-    const struct { const char* name; std::string file; uint64_t most_reads; } kCases[] = {
-        {"without an index", plain.file, 300},
-        {"random access table", plain.file + random_access(plain, 0), 60},
-        {"wrong random access table", plain.file + random_access(plain, 9), 320},
-        {"one segment index", long_film(kFragments, kFragments).file, 60},
-        {"an index for ten", long_film(kFragments, 10).file, 320},
-        {"an index for each", long_film(kFragments, 1).file, 300},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
-        OpenedMovie movie(c.file);
+    const auto check = [&](const char* name, const std::string& file, uint64_t most_reads) {
+        SCOPED_TRACE(name);
+        OpenedMovie movie(file);
         EXPECT_EQ(movie->duration_us(), int64_t{4} * kFragments * 1000000);
         EXPECT_EQ(movie.samples(3001000, 2), (std::vector{idr_sample(751), idr_sample(752)}));
-        EXPECT_LE(movie.source.reads, c.most_reads);
+        EXPECT_LE(movie.source.reads, most_reads);
         EXPECT_EQ(movie.samples(4000 * kFragments, 2), std::vector{idr_sample(kFragments - 1)});
         EXPECT_EQ(movie.samples(401000, 1), std::vector{idr_sample(101)});
-    }
+    };
+    check("without an index", plain.file, 300);
+    check("random access table", plain.file + random_access(plain, 0), 60);
+    check("wrong random access table", plain.file + random_access(plain, 9), 320);
+    check("one segment index", long_film(kFragments, kFragments).file, 60);
+    check("an index for ten", long_film(kFragments, 10).file, 320);
+    check("an index for each", long_film(kFragments, 1).file, 300);
 }
 
 TEST(FragmentWalk, HostileFragmentsEndSoon) {
@@ -213,23 +209,19 @@ TEST(FragmentWalk, HostileFragmentsEndSoon) {
     }
     const std::string back =
         full_box("sidx", words({7, 10, 0, 0}) + u16(0) + u16(1) + words({0, 0, 0}));
-    // clang-format off
-    const struct { const char* name; std::string fragments; } kCases[] = {
-        {"four billion samples alike", moof(sized + many_alike)},
-        {"and many runs", moof(sized + runs)},
-        {"without sizes", moof(header + runs)},
-        {"each after all before", box("moof", tracks)},
-        {"index of nothing", back + back + moof(header)},
-        {"index far away", full_box("sidx", words({7, 1, 0, UINT32_MAX, 0, 0, 0}), 1 << 24)},
-        {"empty fragment", box("moof") + box("moof", box("traf"))},
-        {"negative offset", moof(header + full_box("trun", words({1, 0x80000000, 9}), 0x201))},
-        {"times at the end", moof(header + full_box("tfdt", u64(INT64_MAX), 1 << 24) +
-                                  full_box("trun", words({2, 9, 9, 9, 9}), 0x300))},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
+    const auto check = [&](const char* name, const std::string& fragments) {
+        SCOPED_TRACE(name);
         // Zeros after it: a file that was never filled.
-        OpenedMovie(head + c.fragments, uint64_t{1} << 40).expect_to_end_soon();
-    }
+        OpenedMovie(head + fragments, uint64_t{1} << 40).expect_to_end_soon();
+    };
+    check("four billion samples alike", moof(sized + many_alike));
+    check("and many runs", moof(sized + runs));
+    check("without sizes", moof(header + runs));
+    check("each after all before", box("moof", tracks));
+    check("index of nothing", back + back + moof(header));
+    check("index far away", full_box("sidx", words({7, 1, 0, UINT32_MAX, 0, 0, 0}), 1 << 24));
+    check("empty fragment", box("moof") + box("moof", box("traf")));
+    check("negative offset", moof(header + full_box("trun", words({1, 0x80000000, 9}), 0x201)));
+    check("times at the end", moof(header + full_box("tfdt", u64(INT64_MAX), 1 << 24) +
+                                   full_box("trun", words({2, 9, 9, 9, 9}), 0x300)));
 }

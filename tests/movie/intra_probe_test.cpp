@@ -23,24 +23,22 @@ TEST(IntraProbe, ReadsTheFirstSliceOfAvc) {
     const std::string sets = unit("\x67sequence") + unit("\x68picture");
     const std::string intra_slice = unit("\x41\x88\x80"), all_intra = unit("\x41\xb0");
     const std::string predicted = unit("\x41\xe0"), bidirectional = unit("\x01\xa0");
-    // clang-format off
-    const struct { const char* name; std::string sample; IntraGuess want; } kCases[] = {
-        {"IDR", unit("\x65\x88"), kIntra},
-        {"IDR after delimiter, sets and a long message",
-         unit("\x09\x10") + sets + message + unit("\x65\x88"), kIntra},
-        {"I slice of type 7", intra_slice, kIntra},
-        {"I slice of type 2", all_intra, kIntra},
-        {"P slice", predicted, kNotIntra},
-        {"B slice", bidirectional, kNotIntra},
-        {"P slice in front of an IDR one", predicted + unit("\x65\x88"), kNotIntra},
-        {"message alone", message, kNotIntra},
-        {"empty units", unit("") + unit("") + unit("\x65\x88"), kIntra},
-        {"nothing", "", kNotIntra},
-        {"length beyond the sample", u32(100) + "\x65", kUnknown},
-        {"start codes", std::string("\0\0\0\1\x65\x88\x84", 7), kIntra},
+    const auto check = [&](const char* name, const std::string& sample, IntraGuess want) {
+        EXPECT_EQ(probe(kAvc, sample), want) << name;
     };
-    // clang-format on
-    for (const auto& c : kCases) EXPECT_EQ(probe(kAvc, c.sample), c.want) << c.name;
+    check("IDR", unit("\x65\x88"), kIntra);
+    check("IDR after delimiter, sets and a long message",
+          unit("\x09\x10") + sets + message + unit("\x65\x88"), kIntra);
+    check("I slice of type 7", intra_slice, kIntra);
+    check("I slice of type 2", all_intra, kIntra);
+    check("P slice", predicted, kNotIntra);
+    check("B slice", bidirectional, kNotIntra);
+    check("P slice in front of an IDR one", predicted + unit("\x65\x88"), kNotIntra);
+    check("message alone", message, kNotIntra);
+    check("empty units", unit("") + unit("") + unit("\x65\x88"), kIntra);
+    check("nothing", "", kNotIntra);
+    check("length beyond the sample", u32(100) + "\x65", kUnknown);
+    check("start codes", std::string("\0\0\0\1\x65\x88\x84", 7), kIntra);
     EXPECT_EQ(probe(kAvc, std::string("\0\0\2\x65\x88", 5), 3), kIntra);
     EXPECT_EQ(probe(kAvc, std::string("\2\x41\xe0", 3), 1), kNotIntra);
 }
@@ -48,22 +46,17 @@ TEST(IntraProbe, ReadsTheFirstSliceOfAvc) {
 TEST(IntraProbe, ReadsTheHeadersOfPart2AndH263) {
     const std::string vop("\0\0\1\xb6", 4), layer("\0\0\1\x20 layer", 10);
     const std::string extended("\0\0\x80\x02\x1c", 5);
-    // clang-format off
-    const struct {
-        const char* name; VideoCodec codec; std::string sample; IntraGuess want;
-    } kCases[] = {
-        {"I-VOP", kMpeg4, vop + "\x10", kIntra},
-        {"I-VOP after a layer", kMpeg4, layer + vop + "\x10", kIntra},
-        {"P-VOP", kMpeg4, vop + "\x50", kNotIntra},
-        {"cut start code", kMpeg4, vop, kUnknown},
-        {"no VOP", kMpeg4, zeros(2000), kUnknown},
-        {"QCIF, intra", kH263, zeros(2) + "\x80\x02\x08\x08", kIntra},
-        {"QCIF, inter", kH263, zeros(2) + "\x81\x92\x0a\x0c", kNotIntra},
-        {"extended type, intra", kH263, extended + "\x80" + zeros(2) + "\x40", kIntra},
-        {"extended type, inter", kH263, extended + "\x80" + zeros(1) + "\x08\x40", kNotIntra},
-        {"other bytes", kH263, "picture", kUnknown},
-        {"nothing", kH263, "", kUnknown},
-    };
-    // clang-format on
-    for (const auto& c : kCases) EXPECT_EQ(probe(c.codec, c.sample), c.want) << c.name;
+    const auto check = [&](const char* name, VideoCodec codec, const std::string& sample,
+                           IntraGuess want) { EXPECT_EQ(probe(codec, sample), want) << name; };
+    check("I-VOP", kMpeg4, vop + "\x10", kIntra);
+    check("I-VOP after a layer", kMpeg4, layer + vop + "\x10", kIntra);
+    check("P-VOP", kMpeg4, vop + "\x50", kNotIntra);
+    check("cut start code", kMpeg4, vop, kUnknown);
+    check("no VOP", kMpeg4, zeros(2000), kUnknown);
+    check("QCIF, intra", kH263, zeros(2) + "\x80\x02\x08\x08", kIntra);
+    check("QCIF, inter", kH263, zeros(2) + "\x81\x92\x0a\x0c", kNotIntra);
+    check("extended type, intra", kH263, extended + "\x80" + zeros(2) + "\x40", kIntra);
+    check("extended type, inter", kH263, extended + "\x80" + zeros(1) + "\x08\x40", kNotIntra);
+    check("other bytes", kH263, "picture", kUnknown);
+    check("nothing", kH263, "", kUnknown);
 }

@@ -61,27 +61,25 @@ TEST(Movie, LooksUpLongTablesWithFewReads) {
 
 TEST(Movie, LooksIntoSamplesWhereTheSyncTableIsWrong) {
     const TrackSpec right = track_of(9, 4);
-    static const struct {
-        const char* name;
-        bool has_table, lists_key_frames, lists_others;
-    } kCases[] = {{"missing", false, false, false},
-                  {"empty", true, false, false},
-                  {"all", true, true, true},
-                  {"others alone", true, false, true}};
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
+    const auto check = [&](const char* name, bool has_table, bool lists_key_frames,
+                           bool lists_others) {
+        SCOPED_TRACE(name);
         TrackSpec track = right;
-        track.has_sync_table = c.has_table;
+        track.has_sync_table = has_table;
         for (FilmSample& sample : track.samples) {
-            sample.is_sync = sample.is_sync ? c.lists_key_frames : c.lists_others;
+            sample.is_sync = sample.is_sync ? lists_key_frames : lists_others;
         }
         OpenedMovie movie(plain_film(track));
         EXPECT_EQ(movie.samples(), sync_bytes(right));
         // Who trusts the index gets what it says, where that tells samples apart.
-        const bool is_misled = c.lists_others && !c.lists_key_frames;
+        const bool is_misled = lists_others && !lists_key_frames;
         const MovieKeyFrame first = movie->key_frames_from(0, 1, Trust::kIndex).at(0);
         EXPECT_EQ(movie.bytes_of(first), right.samples[is_misled].bytes);
-    }
+    };
+    check("missing", false, false, false);
+    check("empty", true, false, false);
+    check("all", true, true, true);
+    check("others alone", true, false, true);
     // A number after the last sample says nothing, although a picture lies where it would be.
     TrackSpec four = track_of(4, 1);
     four.size_bits = 0;
@@ -112,30 +110,25 @@ TEST(Movie, StartsWhereItIsAskedTo) {
 }
 
 TEST(Movie, ShowsTimesWithCompositionAndEdits) {
-    // clang-format off
-    static const struct {
-        const char* name; std::string edits; int32_t composition; std::vector<int64_t> want;
-    } kCases[] = {
-        {"composition", "", 2, {200, 5200, 10200, 15200}},
-        {"negative composition", "", -2, {0, 4800, 9800, 14800}},
-        {"composition taken back", words({1, 20000, 2, 0x10000}), 2, {0, 5000, 10000, 15000}},
-        {"starts within a group", words({1, 9100, 60, 0x10000}), 0, {4000, 9000}},
-        {"starts with a group", words({1, 10100, 50, 0x10000}), 0, {0, 5000, 10000}},
-        {"ends within a group", words({1, 8000, 60, 0x10000}), 0, {4000}},
-        {"shows part of a group", words({1, 2000, 60, 0x10000}), 0, {-1000}},
-        {"ends before the first one", words({1, 1000, 0, 0x10000}), 50, {5000}},
-        {"starts within the last group", words({1, 4000, 160, 0x10000}), 0, {-1000}},
-        {"nothing first", words({2, 3000, UINT32_MAX, 0x10000, 20000, 0, 0x10000}), 0,
-         {3000, 8000, 13000, 18000}},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
+    const auto check = [](const char* name, const std::string& edits, int32_t composition,
+                          const std::vector<int64_t>& want) {
+        SCOPED_TRACE(name);
         TrackSpec track = track_of(20, 5);
-        for (FilmSample& sample : track.samples) sample.composition = c.composition;
-        track.edits = c.edits;
-        EXPECT_EQ(OpenedMovie(plain_film(track)).times_ms(), c.want);
-    }
+        for (FilmSample& sample : track.samples) sample.composition = composition;
+        track.edits = edits;
+        EXPECT_EQ(OpenedMovie(plain_film(track)).times_ms(), want);
+    };
+    check("composition", "", 2, {200, 5200, 10200, 15200});
+    check("negative composition", "", -2, {0, 4800, 9800, 14800});
+    check("composition taken back", words({1, 20000, 2, 0x10000}), 2, {0, 5000, 10000, 15000});
+    check("starts within a group", words({1, 9100, 60, 0x10000}), 0, {4000, 9000});
+    check("starts with a group", words({1, 10100, 50, 0x10000}), 0, {0, 5000, 10000});
+    check("ends within a group", words({1, 8000, 60, 0x10000}), 0, {4000});
+    check("shows part of a group", words({1, 2000, 60, 0x10000}), 0, {-1000});
+    check("ends before the first one", words({1, 1000, 0, 0x10000}), 50, {5000});
+    check("starts within the last group", words({1, 4000, 160, 0x10000}), 0, {-1000});
+    check("nothing first", words({2, 3000, UINT32_MAX, 0x10000, 20000, 0, 0x10000}), 0,
+          {3000, 8000, 13000, 18000});
 }
 
 TEST(Movie, GivesWhatATruncatedFileHas) {
@@ -272,33 +265,29 @@ TEST(Movie, ChoosesTheVideo) {
     other.width = 32;  // by which the chosen one is known
     const std::vector<std::string> hevc = {visual_entry_of("hvc1")},
                                    jpeg = {visual_entry_of("jpeg")};
-    // clang-format off
-    const struct {
-        const char* name; bool is_other; std::function<void(TrackSpec*, TrackSpec*)> change;
-    } kCases[] = {
-        {"the first of equal ones", false, [](auto*, auto* o) { o->width = 64, o->height = 47; }},
-        {"the longer one", true, [](auto*, auto* o) { o->duration = 21; }},
-        {"longer in seconds", false, [](auto*, auto* o) { o->duration = 21, o->time_scale = 11; }},
-        {"an enabled one", true, [](auto* f, auto*) { f->flags = 6; }},
-        {"one that can be decoded", true, [&](auto* f, auto*) { f->entries = hevc; }},
-        {"but an enabled one", false, [&](auto* f, auto* o) { f->entries = hevc, o->flags = 6; }},
-        {"no cover", true, [&](auto* f, auto* o) {
-             f->entries = jpeg, f->samples.resize(1), f->duration = 99, o->flags = 6; }},
-        {"no chapters", true, [](auto* f, auto* o) {
-             f->duration = 99, o->references = box("chap", u32(1)); }},
-        {"no sound", true, [](auto* f, auto*) { f->handler = "soun"; }},
-        {"one with samples", true, [](auto* f, auto* o) { f->samples = {}, o->flags = 6; }},
-        {"one with an entry", true, [](auto* f, auto*) { f->entries = {}; }},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
+    const auto check = [&](const char* name, bool is_other,
+                           const std::function<void(TrackSpec*, TrackSpec*)>& change) {
+        SCOPED_TRACE(name);
         TrackSpec a = film, b = other;
-        c.change(&a, &b);
+        change(&a, &b);
         OpenedMovie movie(box("mdat", zeros(99)) +
                           film_header(film_track(a, 8) + film_track(b, 8)));
-        EXPECT_EQ(movie->display_width(), (c.is_other ? b : a).width);
-    }
+        EXPECT_EQ(movie->display_width(), (is_other ? b : a).width);
+    };
+    check("the first of equal ones", false, [](auto*, auto* o) { o->width = 64, o->height = 47; });
+    check("the longer one", true, [](auto*, auto* o) { o->duration = 21; });
+    check("longer in seconds", false, [](auto*, auto* o) { o->duration = 21, o->time_scale = 11; });
+    check("an enabled one", true, [](auto* f, auto*) { f->flags = 6; });
+    check("one that can be decoded", true, [&](auto* f, auto*) { f->entries = hevc; });
+    check("but an enabled one", false, [&](auto* f, auto* o) { f->entries = hevc, o->flags = 6; });
+    check("no cover", true, [&](auto* f, auto* o) {
+        f->entries = jpeg, f->samples.resize(1), f->duration = 99, o->flags = 6;
+    });
+    check("no chapters", true,
+          [](auto* f, auto* o) { f->duration = 99, o->references = box("chap", u32(1)); });
+    check("no sound", true, [](auto* f, auto*) { f->handler = "soun"; });
+    check("one with samples", true, [](auto* f, auto* o) { f->samples = {}, o->flags = 6; });
+    check("one with an entry", true, [](auto* f, auto*) { f->entries = {}; });
     film.entries = {visual_entry_of("png ")};
     film.samples.resize(1);
     EXPECT_EQ(OpenedMovie(plain_film(film))->refusal(), MovieRefusal::kNoVideo);
@@ -392,31 +381,27 @@ TEST(Movie, FindsTheMovieBoxWhereverItIs) {
 TEST(Movie, RefusesWhatIsNoMovie) {
     TrackSpec sound = track_of(1, 1);
     sound.handler = "soun";
-    // clang-format off
-    const struct { const char* name; std::string file; MovieRefusal want; } kCases[] = {
-        {"nothing", "", MovieRefusal::kNotAMovie},
-        {"text", "once upon a time there was", MovieRefusal::kNotAMovie},
-        {"another container", "\x1a\x45\xdf\xa3 matroska", MovieRefusal::kNotAMovie},
-        {"size of 4", u32(4) + "ftypisom", MovieRefusal::kNotAMovie},
-        {"data alone", box("ftyp", "isom") + box("mdat", zeros(99)), MovieRefusal::kNoMovieBox},
-        {"segment", box("styp", "msdh") + film_fragment({}, 12), MovieRefusal::kNoMovieBox},
-        {"compressed", box("moov", box("cmov", zeros(20))), MovieRefusal::kCompressedHeader},
-        {"empty", box("moov"), MovieRefusal::kNoVideo},
-        {"sound", plain_film(sound), MovieRefusal::kNoVideo},
-        {"reference", box("moov", box("rmra", box("rmda"))), MovieRefusal::kReferenceMovie},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
-        OpenedMovie movie(c.file);
-        EXPECT_EQ(movie->refusal(), c.want);
+    const auto check = [&](const char* name, const std::string& file, MovieRefusal want) {
+        SCOPED_TRACE(name);
+        OpenedMovie movie(file);
+        EXPECT_EQ(movie->refusal(), want);
         EXPECT_EQ(movie->duration_us(), 0);
         EXPECT_EQ(movie->refused_format(), "");
         EXPECT_TRUE(movie.times_ms().empty());
         std::vector<uint8_t> sample(3);
         EXPECT_FALSE(movie->read_sample({0, 0, 1, 0}, &sample));
         EXPECT_TRUE(sample.empty());
-    }
+    };
+    check("nothing", "", MovieRefusal::kNotAMovie);
+    check("text", "once upon a time there was", MovieRefusal::kNotAMovie);
+    check("another container", "\x1a\x45\xdf\xa3 matroska", MovieRefusal::kNotAMovie);
+    check("size of 4", u32(4) + "ftypisom", MovieRefusal::kNotAMovie);
+    check("data alone", box("ftyp", "isom") + box("mdat", zeros(99)), MovieRefusal::kNoMovieBox);
+    check("segment", box("styp", "msdh") + film_fragment({}, 12), MovieRefusal::kNoMovieBox);
+    check("compressed", box("moov", box("cmov", zeros(20))), MovieRefusal::kCompressedHeader);
+    check("empty", box("moov"), MovieRefusal::kNoVideo);
+    check("sound", plain_film(sound), MovieRefusal::kNoVideo);
+    check("reference", box("moov", box("rmra", box("rmda"))), MovieRefusal::kReferenceMovie);
 }
 
 TEST(Movie, HostileFilesEndSoon) {

@@ -23,31 +23,25 @@ TEST(Rescale, RoundsToThePastAndStaysIn64Bits) {
 
 // Movie in 1/1000 s, media in 1/10 s.
 TEST(Presentation, EditsMoveTimes) {
-    static const struct {
-        const char* name;
-        std::vector<Edit> edits;
-        int64_t media_time, want_ms, duration_ms;
-        bool is_cut_off_behind = false;
-    } kCases[] = {
-        {"none", {}, 25, 2500, 0},
-        {"starts later", {{5000, 20}}, 25, 500, 5000},
-        {"before the start", {{5000, 20}}, 15, -500, 5000},
-        {"after the end", {{1000, 20}}, 50, 3000, 1000, true},
-        {"between two", {{1000, 20}, {1000, 50}}, 40, 2000, 2000, true},
-        {"nothing first", {{3000, -1}, {5000, 0}}, 25, 5500, 8000},
-        {"open end", {{0, 10}}, 25, 1500, 0},
-        {"second part", {{1000, 50}, {2000, 10}}, 25, 2500, 3000},
-        {"shown twice: the first time", {{1000, 20}, {1000, 20}}, 25, 500, 2000},
-        {"only nothing", {{3000, -1}}, 25, 2500, 3000},
+    const auto check = [](const char* name, const std::vector<Edit>& edits, int64_t media_time,
+                          int64_t want_ms, int64_t duration_ms, bool is_cut_off_behind = false) {
+        SCOPED_TRACE(name);
+        const Presentation presentation(edits, 1000, 10);
+        EXPECT_EQ(presentation.shown_at(media_time), want_ms * 1000);
+        EXPECT_EQ(presentation.duration_us(), duration_ms * 1000);
+        EXPECT_EQ(presentation.is_cut_off_behind(media_time), is_cut_off_behind);
+        EXPECT_LE(presentation.earliest_media_time(want_ms * 1000), media_time);
     };
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
-        const Presentation presentation(c.edits, 1000, 10);
-        EXPECT_EQ(presentation.shown_at(c.media_time), c.want_ms * 1000);
-        EXPECT_EQ(presentation.duration_us(), c.duration_ms * 1000);
-        EXPECT_EQ(presentation.is_cut_off_behind(c.media_time), c.is_cut_off_behind);
-        EXPECT_LE(presentation.earliest_media_time(c.want_ms * 1000), c.media_time);
-    }
+    check("none", {}, 25, 2500, 0);
+    check("starts later", {{5000, 20}}, 25, 500, 5000);
+    check("before the start", {{5000, 20}}, 15, -500, 5000);
+    check("after the end", {{1000, 20}}, 50, 3000, 1000, true);
+    check("between two", {{1000, 20}, {1000, 50}}, 40, 2000, 2000, true);
+    check("nothing first", {{3000, -1}, {5000, 0}}, 25, 5500, 8000);
+    check("open end", {{0, 10}}, 25, 1500, 0);
+    check("second part", {{1000, 50}, {2000, 10}}, 25, 2500, 3000);
+    check("shown twice: the first time", {{1000, 20}, {1000, 20}}, 25, 500, 2000);
+    check("only nothing", {{3000, -1}}, 25, 2500, 3000);
 }
 
 TEST(Presentation, ExtremesStayDefined) {

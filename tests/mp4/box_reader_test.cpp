@@ -7,29 +7,26 @@
 static const std::string kMark = track_header(7);
 
 TEST(BoxReader, WalkReachesWhatFollowsABox) {
-    // clang-format off
-    static const struct { const char* name; std::string bytes; bool is_reached; } kCases[] = {
-        {"64-bit media data", large_box("mdat", "12345") + kMark, true},
-        {"64-bit container", large_box("moov", kMark), true},
-        {"size 0 skips the rest", u32(0) + "mdat" + kMark, false},
-        {"container of size 0 holds the rest", u32(0) + "moov" + kMark, true},
-        {"size 6 is left after 6 bytes", u32(6) + "ab" + kMark, true},
-        {"64-bit size 15", u32(1) + "mdat" + u64(15) + kMark, false},
-        {"64-bit size that wraps", u32(1) + "mdat" + u64(UINT64_MAX - 7) + kMark, false},
-        {"child past its container", box("moov", u32(999) + "abcd") + kMark, false},
-        {"content past its list", box("moov", u32(999) + "mvhd") + kMark, true},
-        {"user data of 12 bytes", box("udta", zeros(4)) + kMark, true},
-        {"user data that ends in zeros", box("udta", box("abcd") + zeros(4)) + kMark, false},
-        {"metadata without version", box("meta", handler("mdir")) + kMark, false},
-        {"metadata list runs into what follows",
-         box("free", zeros(99)) + full_box("meta", box("ilst", box("\251nam", "abc"))) + kMark, true},
+    const auto check = [&](const char* name, const std::string& bytes, bool is_reached) {
+        SCOPED_TRACE(name);
+        const WalkedFile walked(bytes);
+        EXPECT_EQ(walked.context.video_track_id == 7, is_reached);
     };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
-        const WalkedFile walked(c.bytes);
-        EXPECT_EQ(walked.context.video_track_id == 7, c.is_reached);
-    }
+    check("64-bit media data", large_box("mdat", "12345") + kMark, true);
+    check("64-bit container", large_box("moov", kMark), true);
+    check("size 0 skips the rest", u32(0) + "mdat" + kMark, false);
+    check("container of size 0 holds the rest", u32(0) + "moov" + kMark, true);
+    check("size 6 is left after 6 bytes", u32(6) + "ab" + kMark, true);
+    check("64-bit size 15", u32(1) + "mdat" + u64(15) + kMark, false);
+    check("64-bit size that wraps", u32(1) + "mdat" + u64(UINT64_MAX - 7) + kMark, false);
+    check("child past its container", box("moov", u32(999) + "abcd") + kMark, false);
+    check("content past its list", box("moov", u32(999) + "mvhd") + kMark, true);
+    check("user data of 12 bytes", box("udta", zeros(4)) + kMark, true);
+    check("user data that ends in zeros", box("udta", box("abcd") + zeros(4)) + kMark, false);
+    check("metadata without version", box("meta", handler("mdir")) + kMark, false);
+    check("metadata list runs into what follows",
+          box("free", zeros(99)) + full_box("meta", box("ilst", box("\251nam", "abc"))) + kMark,
+          true);
     EXPECT_EQ(WalkedFile(zeros(7)).result, 0u);
     EXPECT_EQ(WalkedFile(box("free") + zeros(3)).result, 8u) << "a cut header after others";
 }
@@ -42,31 +39,23 @@ TEST(BoxReader, MovieHiddenInFreeCountsOnce) {
 }
 
 TEST(BoxReader, ContentIsHeldUntilItsHandlerIsDone) {
-    // clang-format off
-    static const struct { const char* name; std::string bytes; bool is_held; } kCases[] = {
-        {"run that is not wanted", full_box("trun", words({0})), true},
-        {"empty", box("ftyp"), true},
-        {"cut", box("free", zeros(99)) + kMark.substr(0, 40), true},
-        {"refused", box("ftyp") + box("moov", u32(999) + "tkhd" + zeros(9)), false},
-        {"not touched by others", box("ftyp") + large_box("tkhd", zeros(99)) + box("skip"), true},
+    const auto check = [&](const char* name, const std::string& bytes, bool is_held) {
+        EXPECT_EQ(WalkedFile(bytes).context.content.is_held, is_held) << name;
     };
-    // clang-format on
-    for (const auto& c : kCases) {
-        EXPECT_EQ(WalkedFile(c.bytes).context.content.is_held, c.is_held) << c.name;
-    }
+    check("run that is not wanted", full_box("trun", words({0})), true);
+    check("empty", box("ftyp"), true);
+    check("cut", box("free", zeros(99)) + kMark.substr(0, 40), true);
+    check("refused", box("ftyp") + box("moov", u32(999) + "tkhd" + zeros(9)), false);
+    check("not touched by others", box("ftyp") + large_box("tkhd", zeros(99)) + box("skip"), true);
 }
 
 TEST(BoxReader, EveryContentIsReportedInTheNameOfOneFunction) {
-    // clang-format off
-    static const std::pair<const char*, std::string> kCases[] = {
-        {"file seems to be corrupted, box->size= 3e7,", box("moov", u32(999) + "stsd")},
-        {"read error nRead = 4\n", box("free", zeros(2000)) + u32(999) + "stsd" + zeros(4)},
-        {"No Memory to allocate \n", u32(4) + "stsd" + zeros(99)},
-    };
-    // clang-format on
-    for (const auto& [message, bytes] : kCases) {
+    const auto check = [&](const char* message, const std::string& bytes) {
         EXPECT_NE(log_of(bytes).find(std::string("LOG_SCAN: mp4_read_box_content : ") + message),
                   std::string::npos)
             << message;
-    }
+    };
+    check("file seems to be corrupted, box->size= 3e7,", box("moov", u32(999) + "stsd"));
+    check("read error nRead = 4\n", box("free", zeros(2000)) + u32(999) + "stsd" + zeros(4));
+    check("No Memory to allocate \n", u32(4) + "stsd" + zeros(99));
 }

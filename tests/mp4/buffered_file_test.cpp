@@ -5,8 +5,7 @@
 
 #include "tests/support/temp_folder.h"
 
-class BufferedFileTest : public testing::Test {
- protected:
+struct BufferedFileTest : testing::Test {
     // Opens a file of these bytes with a buffer of 16.
     BufferedFile* open(const std::string& bytes) {
         write_file(folder.path("f"), bytes);

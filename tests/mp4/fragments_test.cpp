@@ -21,22 +21,19 @@ static RandomAccessEntry entry_of(const WalkedFile& walked, uint32_t index) {
 }
 
 TEST(Fragments, TableEntriesHaveNumbersOfEveryWidth) {
-    // clang-format off
-    static const struct { uint32_t flags, size_codes; std::string entry; uint32_t run; } kCases[] = {
-        {1, 0, u64(7) + u64(8) + "\1\2\3", 2},
-        {0, 0x15, words({7, 8}) + u16(1) + u16(2) + u16(3), 2},
-        {0, 0x3f, words({7, 8, 1, 2, 3}), 2},
-        {0, 0x08, words({7, 8}) + "\1" + u32(0x00800000) + "\3", 1u << 24},  // 24 bits take 32
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(&c - kCases);
-        const std::string table = words({1, c.size_codes, 3}) + c.entry + words({9});
-        const WalkedFile walked(movie_of("") + kHeld + full_box("tfra", table, c.flags));
+    const auto check = [&](uint32_t flags, uint32_t size_codes, const std::string& entry,
+                           uint32_t run, int line = __builtin_LINE()) {
+        SCOPED_TRACE(line);
+        const std::string table = words({1, size_codes, 3}) + entry + words({9});
+        const WalkedFile walked(movie_of("") + kHeld + full_box("tfra", table, flags));
         ASSERT_EQ(walked.state.fragments.table.count, 3u);
         EXPECT_EQ(entry_of(walked, 0).offset, 8u);
-        EXPECT_EQ(walked.state.fragments.table.first_run_number, c.run);
-    }
+        EXPECT_EQ(walked.state.fragments.table.first_run_number, run);
+    };
+    check(1, 0, u64(7) + u64(8) + "\1\2\3", 2);
+    check(0, 0x15, words({7, 8}) + u16(1) + u16(2) + u16(3), 2);
+    check(0, 0x3f, words({7, 8, 1, 2, 3}), 2);
+    check(0, 0x08, words({7, 8}) + "\1" + u32(0x00800000) + "\3", 1u << 24);  // 24 bits take 32
 }
 
 // Reads a table field by field, as its boxes' own reader would.
@@ -134,21 +131,17 @@ TEST(Fragments, LookUpReadsNothingThatTheWalkHasRead) {
 TEST(Fragments, OddTargetsEndTheLookUpOrTheCollection) {
     const std::string base = full_box("tfhd", u32(1) + u64(0x500000777), 1);
     const std::string run = full_box("trun", words({1, 100, 44}), 0x201);
-    // clang-format off
-    const struct { const char* name; std::string moof; int result; uint32_t offset; } kCases[] = {
-        {"base data offset's upper half counts", fragment(base + run), 0, 105},
-        {"64-bit size", large_box("moof", box("traf")), 1, 0},
-        // The walk, which holds no content there, takes what is in it for a box of 20 bytes.
-        {"a table too large", box("moof", full_box("tfra", words({1, 0, ~0u, 0}), 20)), 1, 0},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        const WalkedFile walked(with_fragment(c.moof));
+    const auto check = [&](const char* name, const std::string& moof, int result, uint32_t offset) {
+        const WalkedFile walked(with_fragment(moof));
         SamplePlace place;
-        EXPECT_EQ(mp4_locate_fragment_sample(walked.file.get(), &walked.state, 0, &place), c.result)
-            << c.name;
-        EXPECT_EQ(place.offset, c.offset) << c.name;
-    }
+        EXPECT_EQ(mp4_locate_fragment_sample(walked.file.get(), &walked.state, 0, &place), result)
+            << name;
+        EXPECT_EQ(place.offset, offset) << name;
+    };
+    check("base data offset's upper half counts", fragment(base + run), 0, 105);
+    check("64-bit size", large_box("moof", box("traf")), 1, 0);
+    // The walk, which holds no content there, takes what is in it for a box of 20 bytes.
+    check("a table too large", box("moof", full_box("tfra", words({1, 0, ~0u, 0}), 20)), 1, 0);
 }
 
 TEST(Fragments, FragmentWithoutMemoryIsReportedByTheLookUp) {

@@ -19,26 +19,23 @@ TEST(SampleDescription, FirstEntryOfTheLastBoxDecidesTheCodec) {
 
 TEST(SampleDescription, ParameterSetsKeepTheirLengths) {
     const std::string ten = u16(10) + "0123456789", six = u16(6) + "abcdef", one = u16(1) + "p";
-    // clang-format off
-    const struct { const char* name; std::string record, sequence_sets, picture_sets; int32_t prefix; }
-    kCases[] = {
-        {"two sets", "\xff\xe2" + ten + six + "\1" + one, ten + six, one, 4},
-        {"prefix of 1", "\xfc\xe1" + ten + "\2" + one + six, ten, one + six, 1},
-        {"reserved bits", "\x03\x01" + ten + "\xe1" + one, ten, one, 4},
-        {"no sequence set", "\xfe\xe0\1" + one, "", one, 3},
-        {"no picture set", "\xfe\xe1" + ten + zeros(1) + six, ten, "", 3},
-        {"past the end", "\xff\xe1" + u16(5) + "abc", u16(5) + "abc" + zeros(2), "", 4},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
-        const std::string record = box("avcC", "\1\x42" + zeros(1) + "\x1e" + c.record);
+    const auto check = [&](const char* name, const std::string& record,
+                           const std::string& sequence_sets, const std::string& picture_sets,
+                           int32_t prefix) {
+        SCOPED_TRACE(name);
+        const std::string avcc = box("avcC", "\1\x42" + zeros(1) + "\x1e" + record);
         const WalkedFile walked(
-            movie_of(stsd(box("avc1", zeros(78) + record)) + stsd(avc_entry("later", "q", 2))));
-        EXPECT_EQ(text(walked.state.sequence_sets), c.sequence_sets);
-        EXPECT_EQ(text(walked.state.picture_sets), c.picture_sets);
-        EXPECT_EQ(walked.state.length_prefix_size, c.prefix);
-    }
+            movie_of(stsd(box("avc1", zeros(78) + avcc)) + stsd(avc_entry("later", "q", 2))));
+        EXPECT_EQ(text(walked.state.sequence_sets), sequence_sets);
+        EXPECT_EQ(text(walked.state.picture_sets), picture_sets);
+        EXPECT_EQ(walked.state.length_prefix_size, prefix);
+    };
+    check("two sets", "\xff\xe2" + ten + six + "\1" + one, ten + six, one, 4);
+    check("prefix of 1", "\xfc\xe1" + ten + "\2" + one + six, ten, one + six, 1);
+    check("reserved bits", "\x03\x01" + ten + "\xe1" + one, ten, one, 4);
+    check("no sequence set", "\xfe\xe0\1" + one, "", one, 3);
+    check("no picture set", "\xfe\xe1" + ten + zeros(1) + six, ten, "", 3);
+    check("past the end", "\xff\xe1" + u16(5) + "abc", u16(5) + "abc" + zeros(2), "", 4);
 }
 
 TEST(SampleDescription, Mpeg4ConfigurationStartsAtTheSequenceHeader) {
@@ -47,18 +44,15 @@ TEST(SampleDescription, Mpeg4ConfigurationStartsAtTheSequenceHeader) {
     const auto with_length = [&](const char* length) {
         return mpeg4_entry(start).replace(101, 1, length);
     };
-    // clang-format off
-    const struct { const char* name; std::string entry, config; } kCases[] = {
-        {"found", mpeg4_entry(info), info},
-        {"length's top bit is ignored", with_length("\x84"), start},
-        {"past the end", with_length("\x07"), start + "\6" + zeros(2)},
-        {"no sequence header", mpeg4_entry("\1\2\3"), "none"},
-        {"esds further on", box("mp4v", zeros(78) + box("pasp") + mpeg4_entry(info).substr(86)), "none"},
+    const auto check = [&](const char* name, const std::string& entry, const std::string& config) {
+        EXPECT_EQ(text(WalkedFile(movie_of(stsd(entry))).state.mpeg4_config), config) << name;
     };
-    // clang-format on
-    for (const auto& c : kCases) {
-        EXPECT_EQ(text(WalkedFile(movie_of(stsd(c.entry))).state.mpeg4_config), c.config) << c.name;
-    }
+    check("found", mpeg4_entry(info), info);
+    check("length's top bit is ignored", with_length("\x84"), start);
+    check("past the end", with_length("\x07"), start + "\6" + zeros(2));
+    check("no sequence header", mpeg4_entry("\1\2\3"), "none");
+    check("esds further on", box("mp4v", zeros(78) + box("pasp") + mpeg4_entry(info).substr(86)),
+          "none");
 }
 
 TEST(SampleDescription, H263ConfigurationCountsTheTag) {

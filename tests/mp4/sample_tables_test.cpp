@@ -80,22 +80,19 @@ TEST(SampleTables, LocatesSamplesInAnyOrder) {
 
 TEST(SampleTables, TablesAreBoundedByTheFile) {
     const std::string two = full_box("stsz", words({0, 2, 5, 6}));
-    // clang-format off
-    const struct { const char* name; std::string boxes; uint32_t count, first, second; } kCases[] = {
-        {"cut", full_box("stsz", words({0, 1000000, 5})) + "\1\2\3", 1000000, 5, 0},
-        {"one size for all", full_box("stsz", words({77, 3, 5, 6})), 3, 0, 0},
-        {"past the box", full_box("stsz", words({0, 2, 5})) + u32(6) + "abcd", 2, 5, 6},
-        {"too large to hold", two + full_box("stsz", words({0, 0x20000000, 7, 8})), 2, 5, 6},
-        {"64-bit box", two + large_box("stsz", zeros(12)), 2, 5, 6},
+    const auto check = [&](const char* name, const std::string& boxes, uint32_t count,
+                           uint32_t first, uint32_t second) {
+        SCOPED_TRACE(name);
+        const WalkedFile walked(movie_of(boxes));
+        EXPECT_EQ(walked.state.sample_sizes.count, count);
+        EXPECT_EQ(file_table_word(walked.file.get(), &walked.state.sample_sizes, 0), first);
+        EXPECT_EQ(file_table_word(walked.file.get(), &walked.state.sample_sizes, 1), second);
     };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
-        const WalkedFile walked(movie_of(c.boxes));
-        EXPECT_EQ(walked.state.sample_sizes.count, c.count);
-        EXPECT_EQ(file_table_word(walked.file.get(), &walked.state.sample_sizes, 0), c.first);
-        EXPECT_EQ(file_table_word(walked.file.get(), &walked.state.sample_sizes, 1), c.second);
-    }
+    check("cut", full_box("stsz", words({0, 1000000, 5})) + "\1\2\3", 1000000, 5, 0);
+    check("one size for all", full_box("stsz", words({77, 3, 5, 6})), 3, 0, 0);
+    check("past the box", full_box("stsz", words({0, 2, 5})) + u32(6) + "abcd", 2, 5, 6);
+    check("too large to hold", two + full_box("stsz", words({0, 0x20000000, 7, 8})), 2, 5, 6);
+    check("64-bit box", two + large_box("stsz", zeros(12)), 2, 5, 6);
 }
 
 TEST(SampleTables, WalkGoesOnInsideATableThatIsRefused) {

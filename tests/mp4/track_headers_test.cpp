@@ -6,21 +6,18 @@
 static constexpr uint32_t kLong = 0x01000000;  // version 1
 
 TEST(TrackHeaders, DurationComesFromTheHeaderInFrontOfTheHandler) {
-    // clang-format off
-    static const struct { std::string header; uint64_t duration; int64_t seconds; } kCases[] = {
-        {full_box("mdhd", words({0, 0, 1000, 2500, 0})), 2500, 3},
-        {full_box("mdhd", words({0, 0, 0, 2500, 0})), 2500, 0},
-        {full_box("mdhd", words({0, 0, 0, 0, 1000, 0, 5000}), kLong), 0, 0},  // the upper half
-        {full_box("mvhd", words({0, 0, 0, 0, 10, 1, 4}), kLong), 0x100000004, 429496730},
-        {full_box("mvhd", words({0, 0, 0, 0, 10, ~0u, ~19u}), kLong), ~uint64_t{19}, -1},
+    const auto check = [&](const std::string& header, uint64_t duration, int64_t seconds,
+                           int line = __builtin_LINE()) {
+        SCOPED_TRACE(line);
+        const WalkedFile walked(box("moov", header + handler("vide")));
+        EXPECT_EQ(walked.state.media_duration, duration);
+        EXPECT_EQ(walked.state.duration_s, seconds);
     };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(&c - kCases);
-        const WalkedFile walked(box("moov", c.header + handler("vide")));
-        EXPECT_EQ(walked.state.media_duration, c.duration);
-        EXPECT_EQ(walked.state.duration_s, c.seconds);
-    }
+    check(full_box("mdhd", words({0, 0, 1000, 2500, 0})), 2500, 3);
+    check(full_box("mdhd", words({0, 0, 0, 2500, 0})), 2500, 0);
+    check(full_box("mdhd", words({0, 0, 0, 0, 1000, 0, 5000}), kLong), 0, 0);  // the upper half
+    check(full_box("mvhd", words({0, 0, 0, 0, 10, 1, 4}), kLong), 0x100000004, 429496730);
+    check(full_box("mvhd", words({0, 0, 0, 0, 10, ~0u, ~19u}), kLong), ~uint64_t{19}, -1);
 }
 
 TEST(TrackHeaders, LastHeaderOrHandlerNamesTheVideoTrack) {

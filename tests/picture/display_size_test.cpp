@@ -37,14 +37,10 @@ TEST(DisplaySize, ShowsWhatTheStreamOrTheContainerLeaves) {
     };
     // clang-format on
     for (const auto& c : kCases) {
-        DecodedPicture picture = {};
-        picture.width = picture.stride = static_cast<uint32_t>(c.coded.width);
-        picture.height = static_cast<uint32_t>(c.coded.height);
-        picture.cropped = c.is_cropped;
-        picture.crop_left = c.left;
-        picture.crop_right = c.right;
-        picture.crop_top = c.top;
-        picture.crop_bottom = c.bottom;
+        const auto width = static_cast<uint32_t>(c.coded.width);
+        const auto height = static_cast<uint32_t>(c.coded.height);
+        const DecodedPicture picture = {nullptr,      width,  height,  width, 0,       0,
+                                        c.is_cropped, c.left, c.right, c.top, c.bottom};
         EXPECT_EQ(text_of(visible_area(picture, c.stated)), c.want) << &c - kCases;
     }
 }

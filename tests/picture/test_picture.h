@@ -19,12 +19,8 @@ struct TestPicture {
         const uint32_t pitch = (width + 15) / 16 * 16;
         const uint32_t rows = (height + 15) / 16 * 16;
         bytes.assign(pitch * rows * 3 / 2, 128);  // its exact size: sanitizers see what follows
-        decoded.planes = bytes.data();
-        decoded.width = width;
-        decoded.height = height;
-        decoded.stride = pitch;
-        decoded.u_offset = pitch * rows;
-        decoded.v_offset = pitch * rows * 5 / 4;
+        const uint32_t size = pitch * rows;
+        decoded = {bytes.data(), width, height, pitch, size, size * 5 / 4, 0, 0, 0, 0, 0};
         for (uint32_t i = 0; luma && i < width * height; ++i) {
             bytes[i / width * pitch + i % width] = static_cast<uint8_t>(luma(i % width, i / width));
         }

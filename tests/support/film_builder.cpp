@@ -136,8 +136,9 @@ static std::string film_run(const TrafSpec& spec, size_t first, size_t end, uint
         const FilmSample& sample = spec.samples[i];
         if (spec.states_each) content += u32(sample.duration);
         content += u32(sample.bytes.size());
-        if (spec.states_each) content += u32(sample.is_sync ? 0x2000000 : 0x1010000);
-        if (spec.states_each) content += u32(static_cast<uint32_t>(sample.composition));
+        const uint32_t flags_of_it = sample.is_sync ? 0x2000000 : 0x1010000;
+        if (spec.states_each)
+            content += words({flags_of_it, static_cast<uint32_t>(sample.composition)});
     }
     return full_box("trun", content, flags | 1 << 24);
 }

@@ -45,8 +45,7 @@ static int hand_out(DecodedPicture* picture) {
     return g_decoder.status;
 }
 
-class Thumbnail : public testing::Test {
- protected:
+struct Thumbnail : testing::Test {
     // The status for a picture and what is cut off it; the fitted size is in fitted_.
     int write(PictureSize picture, Crop crop, PictureSize requested,
               int32_t codec_kind = kCodecMpeg4) {
@@ -70,34 +69,31 @@ class Thumbnail : public testing::Test {
 };
 
 TEST_F(Thumbnail, ShowsTheFittedPicture) {
-    // clang-format off
-    static const struct { PictureSize grid; Crop crop; PictureSize requested, want; } kCases[] = {
-        {{96, 64}, {0, 0, 0, 0}, {48, 48}, {48, 32}},      // in place
-        {{64, 96}, {0, 0, 0, 0}, {40, 60}, {40, 60}},      // in place, padded
-        {{96, 64}, {0, 0, 0, 0}, {192, 192}, {192, 128}},  // enlarged
-        {{96, 64}, {0, 4, 0, 8}, {0, 0}, {92, 56}},        // padded where it stands
-        {{96, 64}, {0, 0, 8, 2}, {0, 0}, {96, 54}},        // moved to whole blocks first
-        {{96, 64}, {0, 16, 16, 0}, {40, 30}, {40, 24}},    // cropped and in place
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(&c - kCases);
-        ASSERT_EQ(write(c.grid, c.crop, c.requested, kCodecAvc), 0);
+    const auto check = [&](PictureSize grid, Crop crop, PictureSize requested, PictureSize want,
+                           int line = __builtin_LINE()) {
+        SCOPED_TRACE(line);
+        ASSERT_EQ(write(grid, crop, requested, kCodecAvc), 0);
         const JpegImage image = read_jpeg(read_file(output_));
-        ASSERT_EQ(image.width, c.want.width);
-        ASSERT_EQ(image.height, c.want.height);
+        ASSERT_EQ(image.width, want.width);
+        ASSERT_EQ(image.height, want.height);
         EXPECT_TRUE(image.is_baseline_420_jfif);
-        const int last_x = c.grid.width - static_cast<int>(c.crop.right) - 1;
-        const int last_y = c.grid.height - static_cast<int>(c.crop.top + c.crop.bottom) - 1;
+        const int last_x = grid.width - static_cast<int>(crop.right) - 1;
+        const int last_y = grid.height - static_cast<int>(crop.top + crop.bottom) - 1;
         for (int i = 0; i < image.width * image.height; ++i) {
             const int x = i % image.width, y = i / image.width;
             const double at_x = 1.0 * x * last_x / (image.width - 1);
-            const double at_y = c.crop.top + 1.0 * y * last_y / (image.height - 1);
+            const double at_y = crop.top + 1.0 * y * last_y / (image.height - 1);
             ASSERT_NEAR(image.at(x, y)[0], std::min(255.0, at_x + 2 * at_y), 7) << x << " " << y;
             ASSERT_NEAR(image.at(x, y)[1], at_x / 2, 5) << x << " " << y;
             ASSERT_NEAR(image.at(x, y)[2], at_y / 2, 5) << x << " " << y;
         }
-    }
+    };
+    check({96, 64}, {0, 0, 0, 0}, {48, 48}, {48, 32});      // in place
+    check({64, 96}, {0, 0, 0, 0}, {40, 60}, {40, 60});      // in place, padded
+    check({96, 64}, {0, 0, 0, 0}, {192, 192}, {192, 128});  // enlarged
+    check({96, 64}, {0, 4, 0, 8}, {0, 0}, {92, 56});        // padded where it stands
+    check({96, 64}, {0, 0, 8, 2}, {0, 0}, {96, 54});        // moved to whole blocks first
+    check({96, 64}, {0, 16, 16, 0}, {40, 30}, {40, 24});    // cropped and in place
     write({96, 64}, {32, 0, 0, 0}, {0, 0});
     const JpegImage image = read_jpeg(read_file(output_));
     const size_t length = read_file(output_).size();
@@ -116,34 +112,31 @@ TEST_F(Thumbnail, MovesToWholeBlocksAsFlatRuns) {
 }
 
 TEST_F(Thumbnail, KeepsTheShapeInSinglePrecisionAndEndsWhereJpegDoes) {
-    // clang-format off
-    static const struct { PictureSize picture, requested, want; int status; } kCases[] = {
-        {{640, 480}, {160, 160}, {160, 120}, 0},
-        {{480, 640}, {160, 160}, {120, 160}, 0},
-        {{640, 480}, {600, 600}, {600, 449}, 0},  // 449.99997
-        {{1920, 1080}, {0, 240}, {1920, 1080}, 0},
-        {{4096, 16}, {160, 160}, {160, 0}, 1},
-        {{16, 16}, {2000, 2000}, {1999, 2000}, 0},  // both ratios not above 0.01
-        {{32, 16}, {2000, 4000}, {7999, 4000}, 0},  // so the width cannot bind
-        {{65520, 16}, {65534, 65534}, {268361728, 65534}, 1},
-        {{16, 16}, {2, 2147483646}, {INT32_MAX, 2147483646}, 1},
-        {{4096, 4080}, {4096, 4096}, {4096, 4080}, 0},
-        {{65520, 16}, {65534, 600}, {65534, 16}, 1},  // JPEG ends at 65500
-        {{65520, 16}, {65500, 600}, {65500, 15}, 0},
-        {{16, 65520}, {65534, 4096}, {1, 4096}, 0},
-        {{1, 1}, {65534, 65534}, {65534, 65534}, 1},
-    };
-    // clang-format on
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(&c - kCases);
-        EXPECT_EQ(write(c.picture, {}, c.requested), c.status);
-        EXPECT_EQ(fitted_.width, c.want.width);
-        EXPECT_EQ(fitted_.height, c.want.height);
-        if (c.status != 0) continue;
+    const auto check = [&](PictureSize picture, PictureSize requested, PictureSize want, int status,
+                           int line = __builtin_LINE()) {
+        SCOPED_TRACE(line);
+        EXPECT_EQ(write(picture, {}, requested), status);
+        EXPECT_EQ(fitted_.width, want.width);
+        EXPECT_EQ(fitted_.height, want.height);
+        if (status != 0) return;
         const JpegImage image = read_jpeg(read_file(output_));
-        EXPECT_EQ(image.width, c.want.width);
-        EXPECT_EQ(image.height, c.want.height);
-    }
+        EXPECT_EQ(image.width, want.width);
+        EXPECT_EQ(image.height, want.height);
+    };
+    check({640, 480}, {160, 160}, {160, 120}, 0);
+    check({480, 640}, {160, 160}, {120, 160}, 0);
+    check({640, 480}, {600, 600}, {600, 449}, 0);  // 449.99997
+    check({1920, 1080}, {0, 240}, {1920, 1080}, 0);
+    check({4096, 16}, {160, 160}, {160, 0}, 1);
+    check({16, 16}, {2000, 2000}, {1999, 2000}, 0);  // both ratios not above 0.01
+    check({32, 16}, {2000, 4000}, {7999, 4000}, 0);  // so the width cannot bind
+    check({65520, 16}, {65534, 65534}, {268361728, 65534}, 1);
+    check({16, 16}, {2, 2147483646}, {INT32_MAX, 2147483646}, 1);
+    check({4096, 4080}, {4096, 4096}, {4096, 4080}, 0);
+    check({65520, 16}, {65534, 600}, {65534, 16}, 1);  // JPEG ends at 65500
+    check({65520, 16}, {65500, 600}, {65500, 15}, 0);
+    check({16, 65520}, {65534, 4096}, {1, 4096}, 0);
+    check({1, 1}, {65534, 65534}, {65534, 65534}, 1);
 }
 
 TEST_F(Thumbnail, RefusesBadRecordsBeforeDecoding) {

@@ -33,8 +33,7 @@ static int run_words(const std::vector<std::string>& words) {
     return run_thumbnailer(line.argc(), line.argv());
 }
 
-class RunThumbnailer : public testing::Test {
- protected:
+struct RunThumbnailer : testing::Test {
     RunThumbnailer() { setenv("TMPDIR", folder_.path("tmp").c_str(), 1); }
     void SetUp() override { std::filesystem::create_directory(folder_.path("tmp")); }
     void TearDown() override {

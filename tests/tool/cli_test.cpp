@@ -21,8 +21,7 @@ static const std::string kSample = KEYSTILL_MEDIA "sample.mp4";  // 640x360
 using Args = std::vector<std::string>;
 using Changes = std::vector<std::pair<int, std::string>>;
 
-class Cli : public testing::Test {
- protected:
+struct Cli : testing::Test {
     // The exit status of a run with these in place of arguments that work. prepare comes in front
     // of it, in its process.
     int run(const Changes& changes = {}, const std::function<void()>& prepare = nullptr) {

@@ -57,8 +57,7 @@ ssize_t __wrap_pread64(int descriptor, void* buffer, size_t length, off64_t offs
 }
 }
 
-class Faults : public testing::Test {
- protected:
+struct Faults : testing::Test {
     int run(const std::string& input, const char* key_frames = "5") {
         const char* const in = input.c_str();
         const char* const argv[] = {"",  in,  output_.c_str(), "160", "120", "85", key_frames,
@@ -190,33 +189,38 @@ static std::string scattered_fragment() {
 }
 
 TEST_F(Faults, HostileFilesCostLittleTimeAndMemory) {
-    static const std::pair<const char*, std::function<std::string()>> kFiles[] = {
-        {"nested movies", [] { return nested("moov"); }},
-        {"nested user data", [] { return nested("udta"); }},
-        {"boxes up to the end", [] { return zeros(4) + "moov" + zeros(99999); }},
-        {"boxes in place", [] { return u32(1) + "free" + zeros(800000); }},
-        {"free space", [] { return repeated(100000, [](uint32_t) { return box("free"); }); }},
-        {"overlapping key frames", [] { return overlapping_movie(100000, 60000, 1000000); }},
-        {"tiny key frames", [] { return overlapping_movie(600000, 1, 1); }},
-        {"scattered fragment", scattered_fragment},
-        {"stts", [] { return huge_count("stts", 8); }},
-        {"stss", [] { return huge_count("stss", 8); }},
-        {"stsc", [] { return huge_count("stsc", 8); }},
-        {"stsz", [] { return huge_count("stsz", 12); }},
-        {"stco", [] { return huge_count("stco", 8); }},
-    };
-    for (const auto& file : kFiles) {
-        SCOPED_TRACE(file.first);
+    const auto check = [&](const char* name, const std::function<std::string()>& make) {
+        SCOPED_TRACE(name);
         const std::string path = folder_.path("x.mp4");
-        work_within(INT64_MAX, [&] { write_file(path, file.second()); });  // does not count
+        work_within(INT64_MAX, [&] { write_file(path, make()); });  // does not count
         constexpr int64_t kGTest = 8 << 20;
         const int64_t most = most_memory(std::filesystem::file_size(path), 1 << 20) + kGTest;
         work_within(kIsInstrumented ? INT64_MAX : most, [&] { run(path, "1000000"); });
+    };
+    check("nested movies", [] { return nested("moov"); });
+    check("nested user data", [] { return nested("udta"); });
+    check("boxes up to the end", [] { return zeros(4) + "moov" + zeros(99999); });
+    check("boxes in place", [] { return u32(1) + "free" + zeros(800000); });
+    check("free space", [] { return repeated(100000, [](uint32_t) { return box("free"); }); });
+    check("overlapping key frames", [] { return overlapping_movie(100000, 60000, 1000000); });
+    check("tiny key frames", [] { return overlapping_movie(600000, 1, 1); });
+    check("scattered fragment", scattered_fragment);
+    check("stsz", [] { return huge_count("stsz", 12); });
+    for (const char* const type : {"stts", "stss", "stsc", "stco"}) {
+        check(type, [type] { return huge_count(type, 8); });
     }
 }
 
 // A few kilobytes that claim tables and samples in the hole after them.
-static std::vector<std::pair<const char*, std::string>> sparse_files() {
+TEST_F(Faults, HolesCostLittleTimeAndMemory) {
+    const auto check = [&](const char* name, const std::string& bytes) {
+        SCOPED_TRACE(name);
+        const std::string path = folder_.path("x.mp4");
+        write_file(path, bytes);
+        if (truncate(path.c_str(), off_t{1} << 40) != 0) GTEST_SKIP();
+        work_within(kIsInstrumented ? 1 << 30 : 64 << 20,
+                    [&] { EXPECT_EQ(run(path, "80000000"), 1); });
+    };
     constexpr uint32_t kMany = 536870000;  // words in the largest table that is accepted
     std::vector<uint64_t> falling = {500};
     for (uint32_t i = 0; i < 500; ++i) falling.push_back(kMany - 1000 * i);
@@ -231,28 +235,15 @@ static std::vector<std::pair<const char*, std::string>> sparse_files() {
                       single = full_box("stsc", words({1, 1, 1, 1})),
                       offsets = full_box("stco", words({5, 9000, 1 << 30, 2u << 30, 3u << 30, 9}));
     const std::string held = movie_of_tables("") + full_box("trun", u32(0));
-    return {
-        {"samples of 2 GB", movie_of_tables(stts + stss + single + offsets + large)},
-        {"falling sync samples", movie_of_tables(stts + full_box("stss", words(falling)) + stsc +
-                                                 stco + full_box("stsz", words({0, kMany})))},
-        {"stts", movie_of_tables(stss + stsc + stco + stsz + full_box("stts", words({kMany})))},
-        {"stss", movie_of_tables(stts + stsc + stco + stsz + full_box("stss", words({kMany})))},
-        {"stsc", movie_of_tables(stts + far + stco + stsz + full_box("stsc", words({170000000})))},
-        {"stsd", movie_of_tables(u32(2000000000) + "stsd" + words({0, 1}))},
-        {"tfra", held + full_box("tfra", words({1, 0, 67000000}))},
-        {"tfra of 24 bits", held + full_box("tfra", words({1, 0x2a, 67000000}))},
-    };
-}
-
-TEST_F(Faults, HolesCostLittleTimeAndMemory) {
-    const std::string path = folder_.path("x.mp4");
-    for (const auto& [name, bytes] : sparse_files()) {
-        SCOPED_TRACE(name);
-        write_file(path, bytes);
-        if (truncate(path.c_str(), off_t{1} << 40) != 0) GTEST_SKIP();
-        work_within(kIsInstrumented ? 1 << 30 : 64 << 20,
-                    [&] { EXPECT_EQ(run(path, "80000000"), 1); });
-    }
+    check("samples of 2 GB", movie_of_tables(stts + stss + single + offsets + large));
+    check("falling sync samples", movie_of_tables(stts + full_box("stss", words(falling)) + stsc +
+                                                  stco + full_box("stsz", words({0, kMany}))));
+    check("stts", movie_of_tables(stss + stsc + stco + stsz + full_box("stts", words({kMany}))));
+    check("stss", movie_of_tables(stts + stsc + stco + stsz + full_box("stss", words({kMany}))));
+    check("stsc", movie_of_tables(stts + far + stco + stsz + full_box("stsc", words({170000000}))));
+    check("stsd", movie_of_tables(u32(2000000000) + "stsd" + words({0, 1})));
+    check("tfra", held + full_box("tfra", words({1, 0, 67000000})));
+    check("tfra of 24 bits", held + full_box("tfra", words({1, 0x2a, 67000000})));
 }
 
 // The part of the formula that has a file size: one key frame and its configuration are held once,
