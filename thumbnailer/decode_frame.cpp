@@ -93,7 +93,7 @@ Outcome decode_frame(Movie* movie, const MovieKeyFrame& key_frame, DecodedFrame*
     std::vector<uint8_t> configuration =
         configuration_of(movie->descriptions()[key_frame.description]);
     KeyFrameRefusal refusal = {};
-    const Outcome outcome = decode(movie, key_frame, configuration, decoded, &refusal);
+    Outcome outcome = decode(movie, key_frame, configuration, decoded, &refusal);
     const bool is_for_another_set = refusal.avc.reason == AvcRefusal::kOtherSequenceSet;
     if (!is_for_another_set || !put_first(static_cast<int>(refusal.avc.value), &configuration)) {
         return outcome;

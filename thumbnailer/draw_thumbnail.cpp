@@ -44,7 +44,7 @@ static Outcome decode_any(Movie* movie, const Options& options, DecodedFrame* de
             append_new(movie->key_frames_from(0, kMostTries), &candidates);
         }
         if (i >= candidates.size()) break;
-        const Outcome outcome = decode_frame(movie, candidates[i], decoded);
+        Outcome outcome = decode_frame(movie, candidates[i], decoded);
         *shown = candidates[i];
         if (outcome.verdict == Verdict::kDone) return outcome;
         if (i == 0) first = outcome;
