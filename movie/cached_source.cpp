@@ -8,7 +8,7 @@
 
 // The movie box of half an hour: read at one go that costs less than two places on a disk.
 constexpr uint64_t kShortStretch = 512 << 10;
-constexpr uint64_t kBlockLength = 32 << 10;
+constexpr uint64_t kBlockLength = 8 << 10;
 constexpr size_t kMostBlocks = 8;
 
 void CachedSource::keep(uint64_t begin, uint64_t end) {
