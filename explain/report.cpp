@@ -203,7 +203,7 @@ static int write_page(const FileList& list, const char* path, Surroundings surro
     return 2;
 }
 
-int run_explain(int argc, const char* const* argv, FILE* out, Surroundings surroundings) {
+static int run(int argc, const char* const* argv, FILE* out, Surroundings surroundings) {
     const CommandLine line = read_command_line(argc, argv);
     if (line.wants_version || line.wants_help) {
         fputs(line.wants_version ? "keystill-explain " KEYSTILL_VERSION "\n" : kHelp, out);
@@ -225,4 +225,9 @@ int run_explain(int argc, const char* const* argv, FILE* out, Surroundings surro
     Arguments args;
     arguments_read(9, words, &args);
     return report_on(args, Format::kText, line.rows, out, surroundings) ? 0 : 1;
+}
+
+int run_explain(int argc, const char* const* argv, FILE* out, Surroundings surroundings) {
+    const int status = run(argc, argv, out, surroundings);
+    return fflush(out) == 0 && !ferror(out) ? status : 2;
 }

@@ -7,7 +7,7 @@
 #include "runtime/sandbox.h"
 
 // Runs with main's arguments and reports on out. Returns the exit status: 0 when keystill would
-// write a thumbnail, 1 when it would not, 2 for a wrong command line. Nothing is written but the
-// report. Not re-entrant.
+// write a thumbnail, 1 when it would not, 2 for a wrong command line or when the report cannot be
+// written. Nothing is written but the report. Not re-entrant.
 int run_explain(int argc, const char* const* argv, FILE* out,
                 Surroundings surroundings = Surroundings::kUnchanged);

@@ -9,8 +9,8 @@
 #include <utility>
 
 std::optional<FileSource> FileSource::open(const char* path) {
-    // Opening a pipe without a writer would wait for one.
-    const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    // Neither a wait for somebody at the other end of a pipe nor a terminal of our own.
+    const int descriptor = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (descriptor < 0) return std::nullopt;
     return adopt(descriptor);
 }

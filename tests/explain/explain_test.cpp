@@ -511,6 +511,13 @@ TEST_F(Explain, OptionsAndUsage) {
     EXPECT_EQ(run({"--html", path_, path_}), 2);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("a video is no name"), std::string::npos);
     EXPECT_EQ(read_file(path_), plain_film(movie()));
+    for (const std::vector<std::string>& words :
+         std::vector<std::vector<std::string>>{{"--version"}, {path_}, {"--brief", path_}}) {
+        CommandLine line("keystill-explain", words);
+        FILE* const full = fopen("/dev/full", "wb");
+        EXPECT_EQ(run_explain(line.argc(), line.argv(), full), 2);
+        fclose(full);
+    }
     // An output that is there and is called like a video.
     const std::string film = folder_.path("film.mov");
     EXPECT_EQ(run({path_, film}), 0);
