@@ -60,23 +60,16 @@ static std::string replacement(Choices* c, std::string whole) {
     const size_t word = 8 + 4 * (c->byte() % (c->once_in(4) ? 100 : 6));
     const std::string type = whole.substr(4, 4), content = whole.substr(8);
     const char* const container = kTypes[c->byte() % kContainers];
-    switch (c->byte() % 7) {
-        case 0:
-            return c->flag() ? "" : (c->flag() ? whole : write_leaf(c)) + whole;
-        case 1:
-            return u32(c->value(32)) + type + content;
-        case 2:
-            return u32(1) + type + u64(c->flag() ? whole.size() + 8 : c->value(64)) + content;
-        case 3:
-            return whole.replace(4, 4, any_type(c));
-        case 4:
-            return whole.replace(std::min<size_t>(8, whole.size() - 4), 4, any_version(c));
-        case 5:
-            for (uint32_t n = c->once_in(8) ? 80 : 1; n > 0; --n) whole = box(container, whole);
-            return whole;
-        default:
-            return whole.replace(std::min(word, whole.size() - 4), 4, u32(c->value(64)));
-    }
+    const uint32_t kind = c->byte() % 7;
+    if (kind == 0) return c->flag() ? "" : (c->flag() ? whole : write_leaf(c)) + whole;
+    if (kind == 1) return u32(c->value(32)) + type + content;
+    if (kind == 2)
+        return u32(1) + type + u64(c->flag() ? whole.size() + 8 : c->value(64)) + content;
+    if (kind == 3) return whole.replace(4, 4, any_type(c));
+    if (kind == 4) return whole.replace(std::min<size_t>(8, whole.size() - 4), 4, any_version(c));
+    if (kind == 6) return whole.replace(std::min(word, whole.size() - 4), 4, u32(c->value(64)));
+    for (uint32_t n = c->once_in(8) ? 80 : 1; n > 0; --n) whole = box(container, whole);
+    return whole;
 }
 
 // Changes one box, with or without telling the boxes around it.

@@ -29,10 +29,10 @@ TEST(AvcStreamFacts, AreReadBehindWhatIsRefused) {
     // The size is 4 x 6 macroblocks less the crop.
     const std::vector<uint32_t> crop = {1, 2, 3, 4}, wide = {65534, 65534, 0, 0};
     const SpsSpec monochrome = {.profile_idc = 100, .chroma_format_idc = 0, .crop = crop};
-    SpsSpec high_422 = {.profile_idc = 122, .chroma_format_idc = 2, .crop = crop};
-    high_422.bit_depth_luma_minus8 = 2;
-    SpsSpec high_444 = {.profile_idc = 244, .chroma_format_idc = 3, .crop = crop};
-    high_444.scaling = lists + "0";
+    const SpsSpec high_422 = {
+        .profile_idc = 122, .chroma_format_idc = 2, .bit_depth_luma_minus8 = 2, .crop = crop};
+    const SpsSpec high_444 = {
+        .profile_idc = 244, .chroma_format_idc = 3, .scaling = lists + "0", .crop = crop};
     const auto check = [](SpsSpec sps, AvcRefusal reason, uint32_t width, uint32_t height,
                           uint32_t depth, int line = __builtin_LINE()) {
         SCOPED_TRACE(line);

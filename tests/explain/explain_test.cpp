@@ -425,21 +425,9 @@ TEST_F(Explain, TheSandboxChangesNoReport) {
     const std::string page = folder_.path("page.html");
     write_file(old, "old");
     const std::string good = plain_film(movie());
-    const std::vector<std::pair<std::string, std::vector<std::string>>> kCases = {
-        {good, {path_, folder_.path("new.jpg")}},
-        {good, {path_, old}},
-        {good, {path_, path_}},
-        {good, {path_, folder_.path("none/x")}},
-        {renamed(good, "avc1", "hvc1"), {path_, "x.jpg"}},
-        {"", {path_, "x.jpg"}},
-        {good, {"--brief", path_, old, path_, "none.mp4"}},
-        {good, {"--json", path_, old, "16", "16", "85", "2", "0", "0"}},
-        {good, {"--html", page, path_, old, path_}},
-    };
-    for (const auto& c : kCases) {
-        const std::vector<std::string>& args = c.second;
+    const auto check = [&](const std::string& file, const std::vector<std::string>& args) {
         SCOPED_TRACE(args[0]);
-        write_file(path_, c.first);
+        write_file(path_, file);
         const int want = run(args);
         const std::string want_page = args[0] == "--html" ? read_file(page) : "";
         FILE* const out = fopen(report.c_str(), "wb");
@@ -454,7 +442,16 @@ TEST_F(Explain, TheSandboxChangesNoReport) {
         fclose(out);
         EXPECT_EQ(read_file(report), report_);
         EXPECT_EQ(args[0] == "--html" ? read_file(page) : "", want_page);
-    }
+    };
+    check(good, {path_, folder_.path("new.jpg")});
+    check(good, {path_, old});
+    check(good, {path_, path_});
+    check(good, {path_, folder_.path("none/x")});
+    check(renamed(good, "avc1", "hvc1"), {path_, "x.jpg"});
+    check("", {path_, "x.jpg"});
+    check(good, {"--brief", path_, old, path_, "none.mp4"});
+    check(good, {"--json", path_, old, "16", "16", "85", "2", "0", "0"});
+    check(good, {"--html", page, path_, old, path_});
 }
 
 TEST_F(Explain, ManyFilesHaveALineEach) {

@@ -12,27 +12,17 @@
 using Base = TrafSpec::Base;
 using Times = std::vector<int64_t>;
 
-static TrackSpec video_track() {
-    TrackSpec track;
-    track.id = 7;
-    return track;
-}
+static const TrackSpec kVideoTrack = {.id = 7};
 
 // Samples of one second; the first one is a key frame.
 static TrafSpec video(uint32_t number, uint32_t count, int64_t time) {
-    TrafSpec traf;
-    traf.track = 7;
-    traf.time = time;
-    traf.samples = film_samples(count, 100);
+    TrafSpec traf = {.track = 7, .samples = film_samples(count, 100), .time = time};
     traf.samples[0].bytes = idr_sample(number);
     return traf;
 }
 
 static TrafSpec sound(uint32_t length) {
-    TrafSpec traf;
-    traf.track = 3;
-    traf.samples = {{std::string(length, 's')}, {std::string(length / 2, 't')}};
-    return traf;
+    return {.track = 3, .samples = {{std::string(length, 's')}, {std::string(length / 2, 't')}}};
 }
 
 // The tracks of a fragment by letters: v is the video, w more of it, s sound.
@@ -40,12 +30,11 @@ static std::vector<TrafSpec> tracks_of(const std::string& letters, uint32_t numb
     const bool is_split = letters.find('w') != std::string::npos;
     std::vector<TrafSpec> tracks;
     for (const char letter : letters) {
-        const bool goes_on = letter == 'w';
-        TrafSpec more = video(number, 2, 40 * number + 20);
-        more.samples[0] = {predicted_sample(number), false};
-        tracks.push_back(letter == 's' ? sound(5 + 2 * static_cast<uint32_t>(tracks.size()))
-                         : goes_on     ? more
-                                       : video(number, is_split ? 2 : 4, 40 * number));
+        const uint32_t count = static_cast<uint32_t>(tracks.size());
+        tracks.push_back(letter == 's'   ? sound(5 + 2 * count)
+                         : letter == 'v' ? video(number, is_split ? 2 : 4, 40 * number)
+                                         : video(number, 2, 40 * number + 20));
+        if (letter == 'w') tracks.back().samples[0] = {predicted_sample(number), false};
     }
     return tracks;
 }
@@ -76,7 +65,7 @@ TEST(FragmentWalk, TakesWhatFragmentsSayInEveryWay) {
     // clang-format on
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
-        std::string file = fragmented_head(video_track());
+        std::string file = fragmented_head(kVideoTrack);
         for (uint32_t n = 0; n < 5; ++n) {
             std::vector<TrafSpec> tracks = tracks_of(c.tracks, n);
             std::for_each(tracks.begin(), tracks.end(), [&](TrafSpec& t) { c.change(&t); });
@@ -94,7 +83,7 @@ TEST(FragmentWalk, TakesWhatFragmentsSayInEveryWay) {
 }
 
 TEST(FragmentWalk, GoesOnWhereTheMovieBoxEnds) {
-    TrackSpec track = video_track();
+    TrackSpec track = kVideoTrack;
     track.samples = film_samples(20, 5);
     const std::string extends =
         box("mvex", full_box("trex", words({track.id, 1, 0, 0, 0x1010000})));
@@ -108,7 +97,7 @@ TEST(FragmentWalk, GoesOnWhereTheMovieBoxEnds) {
 }
 
 TEST(FragmentWalk, CountsFromTheFirstFragment) {
-    std::string file = fragmented_head(video_track());
+    std::string file = fragmented_head(kVideoTrack);
     for (uint32_t n = 0; n < 3; ++n) {
         file += film_fragment({video(n, 4, 16000000000 + 40 * n)}, file.size());
     }
@@ -137,7 +126,7 @@ static std::string decoys() {
 
 // A long film: fragments of four seconds and about 5,000 bytes.
 struct LongFilm {
-    std::string file = fragmented_head(video_track());
+    std::string file = fragmented_head(kVideoTrack);
     std::vector<uint64_t> places;
 };
 
@@ -194,7 +183,7 @@ TEST(FragmentWalk, LooksUpLongFilmsWithFewReads) {
 }
 
 TEST(FragmentWalk, HostileFragmentsEndSoon) {
-    const std::string head = fragmented_head(video_track());
+    const std::string head = fragmented_head(kVideoTrack);
     const auto moof = [](const std::string& traf) {
         return box("moof", full_box("mfhd", u32(1)) + box("traf", traf));
     };

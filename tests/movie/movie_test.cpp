@@ -21,9 +21,7 @@ static std::vector<std::string> sync_bytes(const TrackSpec& track) {
 }
 
 static TrackSpec track_of(uint32_t count, uint32_t distance) {
-    TrackSpec track;
-    track.samples = film_samples(count, distance);
-    return track;
+    return {.samples = film_samples(count, distance)};
 }
 
 TEST(Movie, ReadsTablesAndHeadersOfEveryShape) {

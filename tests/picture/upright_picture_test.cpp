@@ -65,6 +65,15 @@ TEST(UprightPicture, CropsTurnsAndMirrorsAllEightWays) {
     }
 }
 
+TEST(UprightPicture, LastOddColumnsAndRowsHaveAColourOfTheirOwn) {
+    TestPicture source(3, 3);
+    uint8_t* const v = &source.bytes[source.decoded.v_offset];
+    v[1] = v[source.decoded.stride / 2] = 240;
+    const UprightPicture upright = upright_of(source, {});
+    EXPECT_GT(rgb_at(upright, 2, 0)[0], 250);
+    EXPECT_GT(rgb_at(upright, 0, 2)[0], 250);
+}
+
 TEST(UprightPicture, ConvertsColoursByMatrixAndRange) {
     // Limited and full range codes of a red (191, 64, 64) by ITU-R BT.601, 709 and 2020.
     // clang-format off

@@ -29,7 +29,7 @@ struct TrackSpec {
     uint32_t flags = 7;  // enabled, in movie, in preview
     std::string handler = "vide";
     std::vector<std::string> entries = {plain_avc_entry()};
-    std::vector<FilmSample> samples;
+    std::vector<FilmSample> samples = {};
     uint32_t time_scale = 10;
     uint32_t duration = 0;  // of the media header
     std::vector<uint64_t> matrix = {0x10000, 0, 0, 0, 0x10000, 0, 0, 0, 0x40000000};

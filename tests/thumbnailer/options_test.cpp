@@ -17,16 +17,11 @@ static std::string read(const std::string& words) {
     CommandLine line("keystill-thumbnailer", parts);
     Options o;
     std::string complaint;
-    switch (read_options(line.argc(), line.argv(), &o, &complaint)) {
-        case OptionsOutcome::kHelp:
-            return "help";
-        case OptionsOutcome::kVersion:
-            return "version";
-        case OptionsOutcome::kWrong:
-            return complaint.empty() ? "wrong without a word" : "wrong";
-        case OptionsOutcome::kRun:
-            break;
-    }
+    using enum OptionsOutcome;
+    const OptionsOutcome outcome = read_options(line.argc(), line.argv(), &o, &complaint);
+    if (outcome == kHelp) return "help";
+    if (outcome == kVersion) return "version";
+    if (outcome == kWrong) return complaint.empty() ? "wrong without a word" : "wrong";
     std::ostringstream out;
     out << o.size.width << 'x' << o.size.height << ' ' << o.start.percent << '%';
     if (o.start.time_us >= 0) out << ' ' << o.start.time_us << "us";

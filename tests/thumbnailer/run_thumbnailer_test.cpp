@@ -34,9 +34,11 @@ static int run_words(const std::vector<std::string>& words) {
 }
 
 struct RunThumbnailer : testing::Test {
-    RunThumbnailer() { setenv("TMPDIR", folder_.path("tmp").c_str(), 1); }
-    void SetUp() override { std::filesystem::create_directory(folder_.path("tmp")); }
-    void TearDown() override {
+    RunThumbnailer() {
+        setenv("TMPDIR", folder_.path("tmp").c_str(), 1);
+        std::filesystem::create_directory(folder_.path("tmp"));
+    }
+    ~RunThumbnailer() override {
         unsetenv("TMPDIR");
         EXPECT_TRUE(std::filesystem::is_empty(folder_.path("tmp")));
     }
