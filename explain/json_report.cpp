@@ -127,9 +127,9 @@ void print_reasons(FILE* out) {
     for (int i = 1; i <= static_cast<int>(kLastReason); ++i) {
         print_reason(wording_of(static_cast<Reason>(i)), out);
     }
-    // Those of the decoders without values; no memory is among the others.
+    // No memory is among the others.
     for (int i = 2; i <= static_cast<int>(kAvcLastRefusal); ++i) {
-        print_reason(wording_of(AvcRefused{static_cast<AvcRefusal>(i), 0}), out);
+        print_reason(wording_of(static_cast<AvcRefusal>(i)), out);
     }
     for (int i = 2; i <= static_cast<int>(kM4vLastRefusal); ++i) {
         print_reason(wording_of(static_cast<M4vRefusal>(i)), out);

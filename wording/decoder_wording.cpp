@@ -164,9 +164,15 @@ static std::string text_of_value(const AvcRefused& refused) {
     }
 }
 
+Wording wording_of(AvcRefusal reason) {
+    const WordingRow<AvcRefusal>& row = kAvcRows[static_cast<size_t>(reason)];
+    return {row.kind, row.sentence, row.advice, row.code};
+}
+
 Wording wording_of(const AvcRefused& refused) {
-    const WordingRow<AvcRefusal>& row = kAvcRows[static_cast<size_t>(refused.reason)];
-    return {row.kind, fill_in(row.sentence, {text_of_value(refused)}), row.advice, row.code};
+    Wording wording = wording_of(refused.reason);
+    wording.sentence = fill_in(wording.sentence, {text_of_value(refused)});
+    return wording;
 }
 
 Wording wording_of(M4vRefusal reason) {

@@ -23,4 +23,5 @@ struct Wording {
 };
 
 Wording wording_of(const AvcRefused& refused);
+Wording wording_of(AvcRefusal reason);  // with {} in place of the value
 Wording wording_of(M4vRefusal reason);
