@@ -179,7 +179,9 @@ static bool read_picture(const std::string& path, PictureFormat format,
 Outcome draw_by_other_program(const Options& options, const Outcome& refusal,
                               std::vector<uint8_t>* picture) {
     const PictureFolder folder(options.format);
-    if (!folder.is_made()) return {Verdict::kNoPicture, refusal.sentence};
+    if (!folder.is_made()) {
+        return {Verdict::kNoPicture, refusal.sentence + " There is no room for another's picture."};
+    }
     std::vector<Words> programs = {split_at_blanks(options.fallback)};
     if (options.fallback == "auto") programs = known_programs(options);
     std::string sentence = refusal.sentence + " No other thumbnailer is installed.";
