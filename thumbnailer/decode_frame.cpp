@@ -81,7 +81,7 @@ static Outcome decode(Movie* movie, const MovieKeyFrame& key_frame,
     frame.sample_capacity = frame.bytes_read;
     frame.length_prefix_size = static_cast<int32_t>(description.length_prefix_size);
     frame.allows_interlaced = true;
-    const HugePages huge_pages(size_t{description.width} * description.height * 3 / 2);
+    const HugePages huge_pages(uint64_t{description.width} * description.height * 3 / 2);
     if (decode_key_frame(frame, codec_kind(description.codec), &decoded->picture, refusal) != 0) {
         return outcome_of(description.codec, *refusal);
     }

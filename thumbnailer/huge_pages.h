@@ -2,7 +2,7 @@
 // Memory for a large picture in few pages: the first touch of each page costs a fault.
 #pragma once
 
-#include <stddef.h>
+#include <stdint.h>
 #include <stdlib.h>
 
 #include <memory>
@@ -15,7 +15,7 @@ struct FreeBlock {
 // the kernel has them for those who ask. Sizes that gain nothing by it are left alone.
 class HugePages {
  public:
-    explicit HugePages(size_t size);
+    explicit HugePages(uint64_t size);
 
  private:
     std::unique_ptr<void, FreeBlock> gap_;  // up to where a huge page starts; never touched
