@@ -33,6 +33,7 @@ static int walk_and_listen(const char* path, BufferedFile* file, ParseContext* c
     FILE* const log = keeper.open_stream();
     if (log && upnp_log_start(nullptr) == 0) {
         g_log.file = log;  // upnp_log_stop closes it
+        g_log.enabled = 1;
         g_log.min_level = kLogTrace;
         g_log.section_mask = kLogScan | kLogSystem;
         const int result = movie_index_walk(file, path, context);

@@ -5,10 +5,13 @@
 
 #include <utility>
 
+#include "host/message_log.h"
 #include "wording/printable.h"
 
 constexpr size_t kMostMessages = 25;
 constexpr size_t kLongestLine = 255;  // bytes; what is longer is cut
+// Lines after which the log is turned off: to count them takes longer than to walk the boxes.
+constexpr uint64_t kMostLines = 100000;
 
 FILE* MessageKeeper::open_stream() {
     return fopencookie(this, "w", {nullptr, write, nullptr, nullptr});
@@ -35,6 +38,7 @@ static std::string message_of(std::string line) {
 }
 
 void MessageKeeper::end_line() {
+    if (++lines_ == kMostLines) g_log.enabled = 0;
     std::string message = message_of(std::exchange(line_, {}));
     if (message.empty() || message == last_) return;
     if (kept_.size() < kMostMessages) {
@@ -47,6 +51,10 @@ void MessageKeeper::end_line() {
 
 void MessageKeeper::print(FILE* out) const {
     for (const std::string& message : kept_) fprintf(out, "  %s\n", printable(message).c_str());
-    if (left_out_ > 0) fprintf(out, "  ... and %" PRIu64 " more\n", left_out_);
+    if (lines_ >= kMostLines) {
+        fputs("  ... and many more\n", out);
+    } else if (left_out_ > 0) {
+        fprintf(out, "  ... and %" PRIu64 " more\n", left_out_);
+    }
     if (kept_.empty()) fputs("  nothing to say\n", out);
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Listens to the log of the container reader and keeps what a person would read of it: the memory
-// does not grow with what is said.
+// does not grow with what is said, and the log is turned off when it says too much.
 #pragma once
 
 #include <stddef.h>
@@ -26,4 +26,5 @@ class MessageKeeper {
     std::string last_;  // message, which is not kept again when it is repeated
     std::vector<std::string> kept_;
     uint64_t left_out_ = 0;
+    uint64_t lines_ = 0;
 };

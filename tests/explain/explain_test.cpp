@@ -417,7 +417,11 @@ TEST_F(Explain, ALongLogTakesNoMemory) {
         many += box(i % 2 ? "abc" + std::string(1, ' ' + i % 64) : "efgh", "");
     EXPECT_EQ(run_both(plain_film(movie()) + many), 0);
     expect_report({"  ... and 29"});
+    EXPECT_EQ(run_both(plain_film(movie()) + many + many + many + many), 0);
+    expect_report({"  ... and many more"});
     EXPECT_LT(report_.size(), 10000u);
+    EXPECT_EQ(run_both(plain_film(movie()) + many), 0);
+    expect_report({"  ... and 29"});
 }
 
 TEST_F(Explain, TheSandboxChangesNoReport) {
