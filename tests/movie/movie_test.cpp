@@ -346,22 +346,21 @@ TEST(Movie, FindsTheMovieBoxWhereverItIs) {
         EXPECT_EQ(OpenedMovie(file).samples(), sync_bytes(track)) << name;
     };
     // Up to where the data starts; the movie box after it goes to the end of the file.
-    const std::pair<const char*, std::string> kFronts[] = {
-        {"without a file type", mdat},
-        {"wide data", box("wide") + u32(1) + "mdat" + u64(data.size() + 16)},
-        {"unknown boxes", box("ftyp", "what") + meta + full_meta + udta + mdat},
-        {"unknown box first", box("what", "x") + mdat},
-        {"large box", large_box("skip", zeros(99)) + mdat},
-        {"placeholders", film_header("") + film_header(film_track(track_of(0, 1), 0)) + mdat},
-        {"swallowed by open data", box("free", "\0\0\0\7moov") + u32(0) + "mdat"},
-        {"swallowed by long data", u32(99999) + "mdat"},
-        {"begun by long data", u32(data.size() + 48) + "mdat"},
-        {"after short data", u32(data.size()) + "mdat"},
-    };
-    for (const auto& [name, front] : kFronts) {
+    const auto expect_movie_after = [&](const char* name, const std::string& front) {
         const std::string movie = film_header(film_track(track, front.size()) + meta);
         expect_movie(name, front + data + u32(0) + movie.substr(4));
-    }
+    };
+    expect_movie_after("without a file type", mdat);
+    expect_movie_after("wide data", box("wide") + u32(1) + "mdat" + u64(data.size() + 16));
+    expect_movie_after("unknown boxes", box("ftyp", "what") + meta + full_meta + udta + mdat);
+    expect_movie_after("unknown box first", box("what", "x") + mdat);
+    expect_movie_after("large box", large_box("skip", zeros(99)) + mdat);
+    expect_movie_after("placeholders",
+                       film_header("") + film_header(film_track(track_of(0, 1), 0)) + mdat);
+    expect_movie_after("swallowed by open data", box("free", "\0\0\0\7moov") + u32(0) + "mdat");
+    expect_movie_after("swallowed by long data", u32(99999) + "mdat");
+    expect_movie_after("begun by long data", u32(data.size() + 48) + "mdat");
+    expect_movie_after("after short data", u32(data.size()) + "mdat");
     const size_t header = film_header(udta + film_track(track, 0)).size();
     const std::string movie = film_header(udta + film_track(track, header + 8));
     const std::string moved = film_header(film_track(track, 8)), all = box("mdat", data);

@@ -2,7 +2,6 @@
 // Builds movies: tracks in any order, tables of any kind, fragments with or without indexes.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
