@@ -88,7 +88,7 @@ TEST(FragmentWalk, GoesOnWhereTheMovieBoxEnds) {
     const std::string extends =
         box("mvex", full_box("trex", words({track.id, 1, 0, 0, 0x1010000})));
     const std::string type = box("ftyp", "isom" + zeros(4));
-    const std::string data = type + box("mdat", sample_data(track));
+    const std::string data = type + box("mdat", sample_data(track.samples));
     std::string file = data + film_header(film_track(track, type.size() + 8) + extends, 2000);
     file += film_fragment({video(1, 4, -1)}, file.size());
     OpenedMovie movie(file);

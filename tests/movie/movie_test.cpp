@@ -135,7 +135,7 @@ TEST(Movie, GivesWhatATruncatedFileHas) {
     const std::string size_probe = film_header(film_track(track, 0));
     const size_t data = type.size() + size_probe.size() + 8;
     const std::string whole =
-        type + film_header(film_track(track, data)) + box("mdat", sample_data(track));
+        type + film_header(film_track(track, data)) + box("mdat", sample_data(track.samples));
     for (size_t length = 0; length <= whole.size(); ++length) {
         SCOPED_TRACE(length);
         OpenedMovie movie(whole.substr(0, length));
@@ -339,7 +339,7 @@ TEST(Movie, StatesTheShapeOfPixelsOnce) {
 
 TEST(Movie, FindsTheMovieBoxWhereverItIs) {
     const TrackSpec track = track_of(3, 1);
-    const std::string data = sample_data(track), mdat = u32(data.size() + 8) + "mdat";
+    const std::string data = sample_data(track.samples), mdat = u32(data.size() + 8) + "mdat";
     const std::string meta = box("meta", box("hdlr", zeros(20))), full_meta = full_box("meta", "x");
     const std::string udta = box("udta", box("name", "x") + u32(0));
     const auto expect_movie = [&](const char* name, const std::string& file) {

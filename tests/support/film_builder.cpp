@@ -113,16 +113,16 @@ std::string film_header(const std::string& boxes, uint32_t duration,
                            boxes);
 }
 
-std::string sample_data(const TrackSpec& track) {
+std::string sample_data(const std::vector<FilmSample>& samples) {
     std::string data;
-    for (const FilmSample& sample : track.samples) data += sample.bytes;
+    for (const FilmSample& sample : samples) data += sample.bytes;
     return data;
 }
 
 static const std::string kFileType = box("ftyp", "isom" + zeros(4));
 
 std::string plain_film(const TrackSpec& track) {
-    const std::string front = kFileType + box("mdat", sample_data(track));
+    const std::string front = kFileType + box("mdat", sample_data(track.samples));
     return front + film_header(film_track(track, kFileType.size() + 8));
 }
 
@@ -179,7 +179,7 @@ static std::string movie_fragment(const std::vector<TrafSpec>& tracks, uint64_t 
     uint64_t implicit_data = 0;
     for (const TrafSpec& track : tracks) {
         boxes += film_traf(track, offset, data, implicit_data);
-        for (const FilmSample& sample : track.samples) data += sample.bytes.size();
+        data += sample_data(track.samples).size();
         implicit_data = data;
     }
     return box("moof", boxes);
@@ -187,9 +187,7 @@ static std::string movie_fragment(const std::vector<TrafSpec>& tracks, uint64_t 
 
 std::string film_fragment(const std::vector<TrafSpec>& tracks, uint64_t offset) {
     std::string data;
-    for (const TrafSpec& track : tracks) {
-        for (const FilmSample& sample : track.samples) data += sample.bytes;
-    }
+    for (const TrafSpec& track : tracks) data += sample_data(track.samples);
     const uint64_t length = movie_fragment(tracks, offset, 0).size();
     return movie_fragment(tracks, offset, length + 8) + box("mdat", data);
 }

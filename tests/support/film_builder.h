@@ -48,7 +48,7 @@ std::string film_track(const TrackSpec& track, uint64_t first_offset);
 std::string film_header(const std::string& boxes, uint32_t duration = 0,
                         const std::vector<uint64_t>& matrix = {0x10000, 0, 0, 0, 0x10000, 0, 0, 0,
                                                                0x40000000});
-std::string sample_data(const TrackSpec& track);
+std::string sample_data(const std::vector<FilmSample>& samples);
 // "ftyp", "mdat", "moov".
 std::string plain_film(const TrackSpec& track);
 
