@@ -10,7 +10,8 @@ TEST(JpegWriter, RefusesWhatIsNotPaddedOrHasNoSize) {
                                         {160, 120, 160, 120}, {161, 120, 160, 128},
                                         {0, 120, 160, 128},   {160, 0, 160, 128},
                                         {-16, 16, 160, 128},  {65501, 16, 65520, 128}};
-    for (const auto& [width, height, pitch, rows] : kCases) {
+    for (const auto& c : kCases) {
+        const int32_t width = c[0], height = c[1], pitch = c[2], rows = c[3];
         SCOPED_TRACE(testing::Message() << width << "x" << height);
         PlaneBlock block;
         ASSERT_EQ(plane_block_create({pitch, 128}, &block), 0);
