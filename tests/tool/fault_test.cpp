@@ -211,8 +211,19 @@ TEST_F(Faults, HostileFilesCostLittleTimeAndMemory) {
     }
 }
 
+// Reads a hole as large as the largest table. What a virtual machine is charged for memory that it
+// touches for the first time is not the program's cost.
+static void touch_page_cache(const std::string& path) {
+    write_file(path, "");
+    if (truncate(path.c_str(), off_t{2} << 30) != 0) return;
+    std::ifstream file(path, std::ios::binary);
+    for (std::string block(1 << 20, 0); file.read(block.data(), 1 << 20);) continue;
+    unlink(path.c_str());
+}
+
 // A few kilobytes that claim tables and samples in the hole after them.
 TEST_F(Faults, HolesCostLittleTimeAndMemory) {
+    touch_page_cache(folder_.path("hole"));
     const auto check = [&](const char* name, const std::string& bytes) {
         SCOPED_TRACE(name);
         const std::string path = folder_.path("x.mp4");
