@@ -80,8 +80,11 @@ static void explain_fragments(const BoxFacts& facts, bool has_table, Verdict* ve
     }
 }
 
-static void explain_missing_key_frames(const TrackFacts& video, Verdict* verdict) {
-    if (!video.has_sync_samples) {
+static void explain_missing_key_frames(const TrackFacts& video, const VideoState& state,
+                                       Verdict* verdict) {
+    if (state.sample_sizes.is_present && state.sample_sizes.count == 0) {
+        verdict_fail(verdict, Reason::kNoPictures);
+    } else if (!video.has_sync_samples) {
         verdict_fail(verdict, Reason::kNoKeyFrameTable);
     } else if (video.skipped_type == "stss") {
         verdict_fail(verdict, Reason::kKeyFrameTableSkipped);
@@ -176,7 +179,7 @@ void explain_container(const BoxFacts& facts, const ParseContext& context, Verdi
     }
     if (state.codec_kind == kCodecNone) explain_codec(facts, verdict);
     if (needs_fragments) explain_fragments(facts, state.fragments.has_table, verdict);
-    if (state.sync_sample_count == 0) explain_missing_key_frames(facts.video, verdict);
+    if (state.sync_sample_count == 0) explain_missing_key_frames(facts.video, state, verdict);
     if (!state.fragments.has_table) explain_missing_tables(facts.video, state, verdict);
     explain_configuration(facts.video, state, verdict);
 }

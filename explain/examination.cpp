@@ -53,6 +53,7 @@ static AvcStreamFacts look_at_avc(const VideoState& state) {
 }
 
 static uint64_t duration_of_movie_ms(const VideoState& state) {
+    if (state.media_duration == UINT32_MAX) return 0;  // ISO 14496-12 8.4.2: not known
     if (state.fragments.has_table || state.media_time_scale == 0) {
         return static_cast<uint64_t>(state.duration_s) * 1000;
     }
@@ -71,6 +72,7 @@ static void describe_video(const ParseContext& context, Examination* found) {
     found->height = found->avc.has_sequence_set ? found->avc.height : context.info.height;
     found->is_turned = found->boxes.video.is_rotated;
     found->duration_ms = duration_of_movie_ms(state);
+    found->picture_count = state.sample_sizes.count;
     found->key_frame_count = state.sync_sample_count;
     found->is_in_fragments = state.fragments.has_table;
 }
@@ -212,7 +214,8 @@ static void look_at_start(BufferedFile* file, Examination* found) {
 }
 
 // What the reader makes of it that knows none of keystill's rules.
-static void look_at_movie(const char* path, Shown* shown) {
+static void look_at_movie(const char* path, Examination* found) {
+    Shown* const shown = &found->shown;
     std::optional<FileSource> source = FileSource::open(path);
     if (!source) return;
     Movie movie(&*source);
@@ -224,6 +227,11 @@ static void look_at_movie(const char* path, Shown* shown) {
         orientation == 2 || orientation == 4 || orientation == 5 || orientation == 7;
     for (const VideoDescription& description : movie.descriptions()) {
         if (description.refusal != MovieRefusal::kNone) continue;
+        // The track header, which a walk takes it from, has the size as it is shown.
+        if (!found->avc.has_sequence_set && description.width != 0) {
+            found->width = description.width;
+            found->height = description.height;
+        }
         const uint32_t divisor = std::gcd(description.pixel_width, description.pixel_height);
         if (description.pixel_width == 0 || description.pixel_height == 0) break;
         shown->pixel_width = description.pixel_width / divisor;
@@ -249,7 +257,9 @@ static void examine_file(BufferedFile* file, Rows rows, const char* nowhere, Exa
     upnp_file_seek_b(file, 0, 0);
     ParseContext context;
     mp4_begin_walk(&context);
-    if (walk_and_listen(path, file, &context, &found->reader_messages) == 0) {
+    // What was given up once would be again.
+    const bool is_given_up = found->run.refusal == Refusal::kBoxesGivenUp;
+    if (!is_given_up && walk_and_listen(path, file, &context, &found->reader_messages) == 0) {
         describe_video(context, found);
         if (has_poor_container(found->run.refusal)) {
             explain_container(found->boxes, context, verdict);
@@ -264,12 +274,18 @@ static void examine_file(BufferedFile* file, Rows rows, const char* nowhere, Exa
         verdict_fail(verdict, Reason::kBoxesBroken);
     }
     explain_run(found->run, found->frames, found->file_size, verdict);
-    look_at_movie(path, &found->shown);
+    look_at_movie(path, found);
 }
 
 // The reasons that lie in how keystill reads a file, not in what is coded in it, start with a copy.
+// Of a single picture a copy has no key frame table, and there is no other part of it to start at.
 static void complete_advice(Examination* found) {
     std::string* const advice = &found->verdict.advice;
+    if (found->key_frame_count == 1 && *advice == kLookElsewhere) *advice = kDecodeAnyway;
+    if (found->picture_count == 1) {
+        if (advice->starts_with("A minute of it: ")) *advice = kEncodeAgain;
+        advice->resize(std::min(advice->size(), advice->find("\nAll of it: ")));
+    }
     const uint64_t begin =
         found->duration_ms / 1000 * static_cast<uint64_t>(found->args.clip_offset_percent) / 100;
     const std::string time = begin > 0 ? "-ss " + std::to_string(begin) + " " : "";

@@ -44,7 +44,8 @@ struct Examination {
     const char* codec = "";  // its name, "" for one that is not decoded
     AvcStreamFacts avc = {};
     uint32_t width = 0, height = 0;  // as coded and cropped, in pixels
-    uint64_t duration_ms = 0;
+    uint64_t duration_ms = 0;        // 0: the file does not say
+    uint32_t picture_count = 0;      // outside of fragments
     uint32_t key_frame_count = 0;
     bool is_in_fragments = false;
     bool is_turned = false;  // by the track header

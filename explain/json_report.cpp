@@ -62,10 +62,12 @@ static void print_video(const Examination& found, FILE* out) {
     fprintf(out,
             "\"width\":%" PRIu32 ",\"height\":%" PRIu32
             ",\"rotation\":%d,\"mirrored\":%s,"
-            "\"pixel_aspect\":[%" PRIu32 ",%" PRIu32 "],\"duration_ms\":%" PRIu64
-            ",\"key_frame_count\":%" PRIu32 ",",
+            "\"pixel_aspect\":[%" PRIu32 ",%" PRIu32
+            "],\"duration_ms\":%s,\"key_frame_count\":%" PRIu32 ",",
             found.width, found.height, shown.rotation, boolean(shown.is_mirrored),
-            shown.pixel_width, shown.pixel_height, found.duration_ms, found.key_frame_count);
+            shown.pixel_width, shown.pixel_height,
+            found.duration_ms == 0 ? "null" : std::to_string(found.duration_ms).c_str(),
+            found.key_frame_count);
 }
 
 static void print_key_frames(const Examination& found, FILE* out) {

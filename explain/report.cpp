@@ -23,6 +23,11 @@
 
 constexpr size_t kMostCandidates = 200;  // on a page, of each file
 
+// Exit statuses. Of several files the greatest counts.
+constexpr int kThumbnail = 0;
+constexpr int kNoThumbnail = 1;
+constexpr int kWrong = 2;  // usage, or the report cannot be written
+
 static const char kHelp[] =
     "usage: keystill-explain [--all] filenameIn [jpgFilenameOut thumbWidth thumbHeight\n"
     "           jpegQuality #keyFramesRequested clipOfstPercent sizePercentile]\n"
@@ -139,9 +144,10 @@ static void print(const Examination& found, Format format, const PictureBuffer* 
     }
 }
 
-// Returns whether there would be a thumbnail.
-static bool report_on(const Arguments& args, Format format, Rows rows, FILE* out,
-                      Surroundings surroundings) {
+static bool is_written(FILE* out) { return fflush(out) == 0 && !ferror(out); }
+
+static int report_on(const Arguments& args, Format format, Rows rows, FILE* out,
+                     Surroundings surroundings) {
     std::optional<PictureBuffer> buffer;
     if (format == Format::kPage) buffer.emplace();
     upnp_memory_init();
@@ -149,40 +155,39 @@ static bool report_on(const Arguments& args, Format format, Rows rows, FILE* out
                                      : examine(args, rows, surroundings);
     print(found, format, buffer ? &*buffer : nullptr, out);
     upnp_memory_exit();
-    return !found.verdict.is_failure;
+    return found.verdict.is_failure ? kNoThumbnail : kThumbnail;
 }
 
 // A sandbox is for good, so that each file has a process of its own. One that a fault ends takes
 // nothing of the other files along.
-static bool report_apart(const Arguments& args, Format format, FILE* out) {
+static int report_apart(const Arguments& args, Format format, FILE* out) {
     fflush(out);
     const pid_t child = fork();
     if (child == 0) {
-        const bool is_fine = report_on(args, format, Rows::kAll, out, Surroundings::kSandbox);
-        const bool is_written = fflush(out) == 0;
-        _exit(is_fine && is_written ? 0 : 1);
+        const int result = report_on(args, format, Rows::kAll, out, Surroundings::kSandbox);
+        _exit(is_written(out) ? result : kWrong);
     }
     int status = 0;
     while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
-    if (child > 0 && WIFEXITED(status)) return WEXITSTATUS(status) == 0;
+    if (child > 0 && WIFEXITED(status)) return WEXITSTATUS(status);
     Examination found;
     found.args = args;
     const std::string signal = child > 0 ? std::to_string(WTERMSIG(status)) : "0";
     verdict_fail(&found.verdict, Reason::kNoAnswer, {signal});
     print(found, format, nullptr, out);
-    return false;
+    return kNoThumbnail;
 }
 
 static int report_on_all(const FileList& list, Format format, FILE* out,
                          Surroundings surroundings) {
-    bool are_all_fine = true;
+    int status = kThumbnail;
     for (const char* const path : list.paths) {
         const Arguments args = arguments_of(path, list);
-        are_all_fine &= surroundings == Surroundings::kSandbox
-                            ? report_apart(args, format, out)
-                            : report_on(args, format, Rows::kAll, out, surroundings);
+        status = std::max(status, surroundings == Surroundings::kSandbox
+                                      ? report_apart(args, format, out)
+                                      : report_on(args, format, Rows::kAll, out, surroundings));
     }
-    return are_all_fine ? 0 : 1;
+    return status;
 }
 
 // The page never takes the place of a video, such as when the name of the page was left out.
@@ -193,14 +198,16 @@ static int write_page(const FileList& list, const char* path, Surroundings surro
     if (!page) {
         fprintf(stderr, "keystill-explain: %s: %s\n", printable(path).c_str(),
                 is_video ? "a video is no name for a page" : strerror(errno));
-        return 2;
+        return kWrong;
     }
     print_page_head(page);
     const int status = report_on_all(list, Format::kPage, page, surroundings);
     print_page_end(page);
-    if (fclose(page) == 0) return status;
-    fprintf(stderr, "keystill-explain: %s: %s\n", printable(path).c_str(), strerror(errno));
-    return 2;
+    const bool is_closed = fclose(page) == 0;
+    if (is_closed && status != kWrong) return status;
+    fprintf(stderr, "keystill-explain: %s: %s\n", printable(path).c_str(),
+            is_closed ? "the page cannot be written" : strerror(errno));
+    return kWrong;
 }
 
 static int run(int argc, const char* const* argv, FILE* out, Surroundings surroundings) {
@@ -216,7 +223,7 @@ static int run(int argc, const char* const* argv, FILE* out, Surroundings surrou
     const FileList list = read_files(line.words);
     if (line.is_wrong || list.paths.empty()) {
         fputs(kHelp, stderr);
-        return 2;
+        return kWrong;
     }
     if (line.format == Format::kPage) return write_page(list, line.page_path, surroundings);
     if (line.format != Format::kText) return report_on_all(list, line.format, out, surroundings);
@@ -224,10 +231,10 @@ static int run(int argc, const char* const* argv, FILE* out, Surroundings surrou
     std::copy_n(line.words.begin(), std::min<size_t>(line.words.size(), 8), words + 1);
     Arguments args;
     arguments_read(9, words, &args);
-    return report_on(args, Format::kText, line.rows, out, surroundings) ? 0 : 1;
+    return report_on(args, Format::kText, line.rows, out, surroundings);
 }
 
 int run_explain(int argc, const char* const* argv, FILE* out, Surroundings surroundings) {
     const int status = run(argc, argv, out, surroundings);
-    return fflush(out) == 0 && !ferror(out) ? status : 2;
+    return is_written(out) ? status : kWrong;
 }

@@ -22,7 +22,9 @@ static void print_video(const Examination& found, FILE* out) {
     print_avc(found.avc, out);
     fprintf(out, "\n  size        %" PRIu32 "x%" PRIu32 "%s\n", found.width, found.height,
             found.is_turned ? ", which players turn; the thumbnail is not turned" : "");
-    fprintf(out, "  duration %14s\n", time_text(found.duration_ms).c_str());
+    const bool has_duration = found.duration_ms != 0;
+    fprintf(out, "  duration %14s\n",
+            has_duration ? time_text(found.duration_ms).c_str() : "not stated");
     fprintf(out, "  key frames  %" PRIu32 "%s\n", found.key_frame_count,
             found.is_in_fragments ? ", in fragments" : "");
 }

@@ -131,6 +131,9 @@ static constexpr ReasonRow kRows[] = {
     {Reason::kNoSizesInFragments, "no-sizes-in-fragments",
      "The fragments of all key frames from there on give no size for them, or are not where the "
      "random access table (tfra) says.", kCopyStreams},
+    {Reason::kNoPictures, "no-pictures",
+     "The video has no pictures. If it is the start of a stream in segments, they are in other files.",
+     kAddSegments},
     {Reason::kNoKeyFrameTable, "no-stss",
      "The video has no table of key frames (stss): all of its pictures count as key frames, and "
      "none is listed.", kEncodeAgain},

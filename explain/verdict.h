@@ -71,6 +71,7 @@ enum class Reason : uint8_t {
     kFragmentHeader,
     kBaseDataOffset,
     kNoSizesInFragments,
+    kNoPictures,
     kNoKeyFrameTable,
     kKeyFrameTableSkipped,
     kKeyFrameTableEmpty,

@@ -58,7 +58,7 @@ static constexpr WordingRow<AvcRefusal> kAvcRows[] = {
     {AvcRefusal::kSequenceSet, "h264-sequence-set", RefusalKind::kBadHeaders,
      "The H.264 sequence parameter set is damaged, or of an unknown profile.", kEncodeAgain},
     {AvcRefusal::kSliceGroups, "h264-slice-groups", RefusalKind::kUnsupported,
-     "The H.264 stream has slice groups, which are not decoded.", kEncodeAgain},
+     "The H.264 stream has slice groups, which are not decoded.", kNothingToDo},
     {AvcRefusal::kPictureSet, "h264-picture-set", RefusalKind::kBadHeaders,
      "The H.264 picture parameter set is damaged.", kEncodeAgain},
     {AvcRefusal::kNoSequenceSet, "h264-no-sequence-set", RefusalKind::kBadHeaders,

@@ -234,6 +234,7 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"The video's codec is not known here (\\x01\\x02ab)", renamed(good, "avc1", "\1\2ab")},
         {"The video is protected (drmi)", renamed(good, "avc1", "drmi")},
         {"no-stss", renamed(good, "stss", "free")},
+        {"no-pictures", with_number(renamed(good, "stss", "free"), "stsz", 1, 0)},
         {"no-stss", renamed(hidden_in_free(good), "stss", "skip")},
         {"stss-empty", with_number(good, "stss", 0, 0)},
         {"co64-only", renamed(good, "stco", "co64")},
@@ -517,6 +518,10 @@ TEST_F(Explain, OptionsAndUsage) {
         CommandLine line("keystill-explain", words);
         FILE* const full = fopen("/dev/full", "wb");
         EXPECT_EQ(run_explain(line.argc(), line.argv(), full), 2);
+        EXPECT_EQ(status_apart([&] {
+                      return run_explain(line.argc(), line.argv(), full, Surroundings::kSandbox);
+                  }),
+                  2);
         fclose(full);
     }
     // An output that is there and is called like a video.
