@@ -6,6 +6,7 @@
 #include "tests/support/memory_source.h"
 #include "tests/support/program_run.h"
 #include "thumbnailer/draw_thumbnail.h"
+#include "thumbnailer/inflate.h"
 #include "thumbnailer/picture_check.h"
 
 void run_target(Choices* c) {
@@ -23,7 +24,8 @@ void run_target(Choices* c) {
     MemorySource source(changed_movie(c));
     Outcome outcome;
     const std::string picture = written_by([&](FILE* file) {
-        outcome = draw_thumbnail(&source, options, {{"Thumb::URI", "file:///"}}, file);
+        outcome =
+            draw_thumbnail(&source, inflate_zlib, options, {{"Thumb::URI", "file:///"}}, file);
     });
     const auto* const bytes = reinterpret_cast<const uint8_t*>(picture.data());
     const bool is_whole = is_whole_picture({bytes, picture.size()}, options.format);

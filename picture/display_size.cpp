@@ -2,7 +2,6 @@
 #include "picture/display_size.h"
 
 #include <algorithm>
-#include <cmath>
 
 constexpr double kUtmostAspect = 8;
 constexpr int64_t kMaxSide = 65500;  // what a JPEG file can have
@@ -40,7 +39,7 @@ static int32_t scaled(int64_t value, int64_t numerator, int64_t denominator) {
 
 DisplaySize square_pixel_size(DisplaySize size, double aspect) {
     if (!(aspect >= 1 / kUtmostAspect && aspect <= kUtmostAspect)) return size;
-    return {scaled(std::llround(size.width * aspect), 1, 1), size.height};
+    return {scaled(static_cast<int64_t>(size.width * aspect + 0.5), 1, 1), size.height};
 }
 
 DisplaySize limited_size(DisplaySize picture, const SizeLimit& limit) {

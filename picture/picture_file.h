@@ -17,6 +17,10 @@ struct PngText {
     std::string text;
 };
 
+// Loads what writes PNG files, and returns whether it is installed. To be called before files are
+// out of reach; otherwise it happens when it is needed.
+bool prepare_to_write_png();
+
 // Both write from the file's position on, flush, and return whether all of it was written. The
 // caller closes the file.
 bool write_png(const UprightPicture& picture, const std::vector<PngText>& texts, FILE* file);

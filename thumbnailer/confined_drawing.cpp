@@ -12,6 +12,7 @@
 #include "runtime/sandbox.h"
 #include "thumbnailer/child_process.h"
 #include "thumbnailer/draw_thumbnail.h"
+#include "thumbnailer/inflate.h"
 #include "thumbnailer/picture_check.h"
 
 constexpr int kSeconds = 60;        // on the clock; storage may be slow
@@ -25,6 +26,7 @@ static char g_pipe_buffer[64u << 10];
 // Exit statuses of the child: a verdict whose sentence it has written, or one of these.
 constexpr int kNothingToSay = 100;
 constexpr int kNoMemory = 101;
+constexpr int kWantsInflater = 102;
 
 static void set_limit(int resource, rlim_t value) {
     const rlimit limit = {value, value};
@@ -32,7 +34,6 @@ static void set_limit(int resource, rlim_t value) {
 }
 
 static void give_up_rights() {
-    prepare_to_make_upright();
 #if KEYSTILL_HAS_SANDBOX  // sanitizers want all addresses there are
     set_limit(RLIMIT_AS, kMemory);
 #endif
@@ -41,17 +42,43 @@ static void give_up_rights() {
     sandbox_enter({nullptr, nullptr, SandboxOutput::kNone});
 }
 
+struct Drawing {
+    int video;
+    const Options& options;
+    const std::vector<PngText>& texts;
+    bool may_inflate;
+};
+
+static bool ask_for_inflater(std::span<const uint8_t>, std::span<uint8_t>) {
+    _exit(kWantsInflater);
+}
+
+// What opens files, before they are out of reach.
+static void prepare(const Drawing& drawing) {
+    prepare_to_make_upright();
+    if (drawing.options.format == PictureFormat::kPng) prepare_to_write_png();
+    if (drawing.may_inflate) prepare_to_inflate();
+}
+
 // The body of the child. A sentence takes the place of a picture.
-static int draw(int video, const Options& options, const std::vector<PngText>& texts, int output) {
-    std::optional<FileSource> source = FileSource::adopt(video);
+static int draw(const Drawing& drawing, int output) {
+    std::optional<FileSource> source = FileSource::adopt(drawing.video);
     FILE* const file = fdopen(output, "wb");
     if (!source || !file) return kNothingToSay;
     setvbuf(file, g_pipe_buffer, _IOFBF, sizeof g_pipe_buffer);
     std::set_new_handler([] { _exit(kNoMemory); });
+    prepare(drawing);
     give_up_rights();
-    const Outcome outcome = draw_thumbnail(&*source, options, texts, file);
+    const Outcome outcome =
+        draw_thumbnail(&*source, drawing.may_inflate ? inflate_zlib : ask_for_inflater,
+                       drawing.options, drawing.texts, file);
     if (outcome.verdict != Verdict::kDone) fputs(outcome.sentence.c_str(), file);
     return fflush(file) == 0 ? static_cast<int>(outcome.verdict) : kNothingToSay;
+}
+
+static ChildResult run_drawing(const Drawing& drawing) {
+    return run_child([&](int output) { return draw(drawing, output); },
+                     {kSeconds, kMaxPictureBytes});
 }
 
 // What a child says whose decoder a file may have taken over.
@@ -67,8 +94,10 @@ static std::string sentence_of(const std::vector<uint8_t>& output) {
 
 Outcome draw_confined(int video, const Options& options, const std::vector<PngText>& texts,
                       std::vector<uint8_t>* picture) {
-    const auto work = [&](int output) { return draw(video, options, texts, output); };
-    ChildResult child = run_child(work, {kSeconds, kMaxPictureBytes});
+    ChildResult child = run_drawing({video, options, texts, false});
+    if (child.end == ChildEnd::kExited && child.exit_status == kWantsInflater) {
+        child = run_drawing({video, options, texts, true});
+    }
     switch (child.end) {
         case ChildEnd::kExited:
             break;

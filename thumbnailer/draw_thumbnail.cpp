@@ -5,10 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "movie/movie.h"
 #include "thumbnailer/decode_frame.h"
 #include "thumbnailer/frame_choice.h"
-#include "thumbnailer/inflate.h"
 #include "thumbnailer/refusals.h"
 
 // How many key frames are tried before the file is given up.
@@ -125,9 +123,13 @@ static bool write_picture(const UprightPicture& upright, const Options& options,
                                                  : write_jpeg(upright, options.quality, file);
 }
 
-Outcome draw_thumbnail(ByteSource* source, const Options& options,
+Outcome draw_thumbnail(ByteSource* source, Inflater inflater, const Options& options,
                        const std::vector<PngText>& texts, FILE* file) {
-    Movie movie(source, inflate_zlib);
+    if (options.format == PictureFormat::kPng && !prepare_to_write_png()) {
+        return {Verdict::kNoPicture,
+                "The library that writes PNG files (libpng) cannot be loaded."};
+    }
+    Movie movie(source, inflater);
     if (movie.refusal() != MovieRefusal::kNone) {
         return outcome_of(movie.refusal(), movie.refused_format());
     }

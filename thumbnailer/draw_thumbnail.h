@@ -6,12 +6,12 @@
 
 #include <vector>
 
-#include "movie/byte_source.h"
+#include "movie/movie.h"
 #include "picture/picture_file.h"
 #include "thumbnailer/options.h"
 #include "thumbnailer/outcome.h"
 
 // Writes the picture, with the texts if it is a PNG file, and flushes. Unless the verdict is kDone
 // what was written is of no use.
-Outcome draw_thumbnail(ByteSource* source, const Options& options,
+Outcome draw_thumbnail(ByteSource* source, Inflater inflater, const Options& options,
                        const std::vector<PngText>& texts, FILE* file);

@@ -7,19 +7,19 @@
 #include <algorithm>
 #include <string>
 
-#include "movie/movie.h"
 #include "runtime/accounted_memory.h"
 #include "tests/support/memory_source.h"
 #include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
+#include "thumbnailer/inflate.h"
 #include "thumbnailer/picture_check.h"
 
 // Draws and checks that there is either a whole picture or a sentence, and that nothing stays.
 static Verdict draw(const std::string& movie, const Options& options, size_t* length = nullptr) {
     MemorySource source(movie);
     Outcome outcome;
-    const std::string picture =
-        written_by([&](FILE* file) { outcome = draw_thumbnail(&source, options, {}, file); });
+    const std::string picture = written_by(
+        [&](FILE* file) { outcome = draw_thumbnail(&source, inflate_zlib, options, {}, file); });
     const auto* const bytes = reinterpret_cast<const uint8_t*>(picture.data());
     const bool is_whole = is_whole_picture({bytes, picture.size()}, options.format);
     EXPECT_EQ(is_whole, outcome.verdict == Verdict::kDone);

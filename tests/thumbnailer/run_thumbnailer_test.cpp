@@ -8,11 +8,13 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "tests/support/box_builder.h"
 #include "tests/support/jpeg_reader.h"
 #include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
@@ -93,6 +95,22 @@ TEST_F(RunThumbnailer, EveryClipGivesAPictureOfTheSizeThatIsAskedFor) {
     EXPECT_EQ(draw(clip, "-", {"-c", "jpeg"}), 0);
     fflush(stdout);
     EXPECT_EQ(read_jpeg(testing::internal::GetCapturedStdout()).width, 128);
+}
+
+TEST_F(RunThumbnailer, InflatesACompressedHeader) {
+    const std::string movie = read_file(kMedia + "index_last.mov");
+    const std::string header = movie.substr(movie.find("moov") - 4);
+    uLongf length = compressBound(header.size());
+    std::string packed(length, '\0');
+    ASSERT_EQ(compress(reinterpret_cast<Bytef*>(packed.data()), &length,
+                       reinterpret_cast<const Bytef*>(header.data()), header.size()),
+              Z_OK);
+    const std::string stored = u32(header.size()) + packed.substr(0, length);
+    const std::string video = folder_.path("compressed.mov");
+    write_file(video, movie.substr(0, movie.size() - header.size()) +
+                          box("moov", box("cmov", box("dcom", "zlib") + box("cmvd", stored))));
+    EXPECT_EQ(draw(video, png_), 0) << said_;
+    EXPECT_EQ(png_size(png_), "112x64");
 }
 
 TEST_F(RunThumbnailer, NeverTouchesItsInput) {
