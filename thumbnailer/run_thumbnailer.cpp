@@ -93,6 +93,14 @@ static int make_thumbnail(const Options& options) {
     return kNoPicture;
 }
 
+// Where a standard stream is closed, the next file that is opened would be taken for it. The root
+// folder can be opened everywhere, and neither read nor written.
+static void occupy_closed_streams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) < 0 && open("/", O_RDONLY) < 0) return;
+    }
+}
+
 // For what the containers of the standard library ask: without exceptions there is no other way on.
 static void end_without_memory() {
     static constexpr char kText[] = "keystill-thumbnailer: There is not enough memory.\n";
@@ -103,6 +111,7 @@ static void end_without_memory() {
 int run_thumbnailer(int argc, char* const* argv) {
     std::set_new_handler(end_without_memory);
     signal(SIGXFSZ, SIG_IGN);  // a file size limit is a failed write like any other
+    occupy_closed_streams();
     Options options;
     std::string complaint;
     switch (read_options(argc, argv, &options, &complaint)) {

@@ -150,6 +150,14 @@ TEST_F(RunThumbnailer, SaysWhyThereIsNoPictureAndLeavesTheOutput) {
     }
     EXPECT_EQ(draw(kMedia + "mpeg4.mp4", folder_.path("none/out.png")), 1);
     EXPECT_EQ(said_, "keystill-thumbnailer: The output cannot be written.\n");
+    // Neither is the video taken for a closed standard output, nor the picture.
+    EXPECT_EQ(status_apart([&] {
+                  dup2(open(broken.c_str(), O_WRONLY | O_TRUNC), STDERR_FILENO);
+                  close(STDOUT_FILENO);
+                  return run_words({"-i", kMedia + "mpeg4.mp4", "-o", "-"});
+              }),
+              1);
+    EXPECT_EQ(read_file(broken), said_);
     EXPECT_EQ(run({"\x1b[31m.mp4"}), 2);  // as "*" on a command line may give
     EXPECT_NE(said_.find("what is this for: \\x1b[31m.mp4\nusage:"), std::string::npos) << said_;
     // Nothing is left in the folder when it ends at a file size limit.
