@@ -261,7 +261,7 @@ bool FragmentWalk::visit_fragment(const Box& moof, KeyFrameVisitor* visitor) {
     return true;
 }
 
-// Returns false for a track fragment without a header.
+// Returns false for a track fragment without a header, and when the work is used up.
 bool FragmentWalk::read_track_header(const Box& moof, const Box& traf, TrackFragment* fragment) {
     Box tfhd;
     if (!find_child(&reader_, traf, fourcc("tfhd"), &tfhd)) return false;
@@ -271,6 +271,7 @@ bool FragmentWalk::read_track_header(const Box& moof, const Box& traf, TrackFrag
     FragmentDefaults* const defaults = &fragment->defaults;
     *defaults = {};
     const uint32_t track_id = reader_.u32_at(tfhd.content + 4);
+    if (!reader_.spend(headers_.defaults.size())) return false;
     for (const FragmentDefaults& stated : headers_.defaults) {
         if (stated.track_id == track_id) *defaults = stated;
     }

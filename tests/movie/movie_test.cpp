@@ -404,10 +404,11 @@ TEST(Movie, RefusesWhatIsNoMovie) {
 TEST(Movie, HostileFilesEndSoon) {
     constexpr uint64_t kMany = UINT32_MAX;
     const std::string media = media_header(10, 0) + handler("vide");
-    const auto film = [&](const std::string& tables, const std::string& edits = "") {
+    const auto film = [&](const std::string& tables, const std::string& edits = "",
+                          const std::string& defaults = "") {
         const std::string table =
             box("stbl", full_box("stsd", u32(1) + plain_avc_entry()) + tables);
-        return box("moov", box("trak", edits + box("mdia", media + box("minf", table))));
+        return box("moov", defaults + box("trak", edits + box("mdia", media + box("minf", table))));
     };
     const std::string sizes = full_box("stsz", words({1, kMany}));
     const std::string chunk = full_box("stco", words({1, 0}));
@@ -419,8 +420,12 @@ TEST(Movie, HostileFilesEndSoon) {
     std::string edits = u32(256);
     for (uint32_t i = 0; i < 256; ++i) edits += words({1, INT32_MAX - i, 0x10000});
     const std::string far = full_box("stss", words({1, kMany}));
+    std::string fragments, defaults;
+    for (int i = 0; i < 1000; ++i) fragments += box("traf", full_box("tfhd", u32(0)));
+    for (int i = 0; i < 1000; ++i) defaults += full_box("trex", zeros(20));
     // clang-format off
-    static const struct { const char* name; std::string tables, edits = {}; } kCases[] = {
+    static const struct { const char* name; std::string tables, edits = {}, defaults = {}, fragment = {}; }
+    kCases[] = {
         {"endless sizes", one_run + chunk + endless("stsz", words({0, kMany}))},
         {"four billion key frames", sizes + one_run + chunk},
         {"and edits without any", sizes + one_run + chunk, box("edts", full_box("elst", edits))},
@@ -432,12 +437,13 @@ TEST(Movie, HostileFilesEndSoon) {
         {"endless sync samples", sizes + one_run + chunk + endless("stss", words({kMany}))},
         {"endless boxes", sizes + one_run + chunk + u32(1) + "free" + u64(uint64_t{1} << 40)},
         {"sizes up to a far key frame", far + one_run + chunk + endless("stsz", words({0, kMany}))},
+        {"defaults of many tracks", "", "", box("mvex", defaults), box("moof", fragments)},
     };
     // clang-format on
     clock_t taken_by_first = 0;  // of the processor, which may be an emulated one
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
-        std::string file = film(c.tables, c.edits);
+        std::string file = c.fragment + film(c.tables, c.edits, c.defaults);
         const clock_t begin = clock();
         // The boxes around it go to the end of the file.
         for (const char* const type : {"moov", "trak", "mdia", "minf", "stbl"}) {
