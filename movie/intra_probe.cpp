@@ -83,6 +83,23 @@ static IntraGuess probe_h263(SourceReader* reader, uint64_t offset, uint64_t end
     return bits.take(3) == 0 ? IntraGuess::kIntra : IntraGuess::kNotIntra;
 }
 
+static int start_code_at(std::span<const uint8_t> bytes, size_t at) {
+    const bool is_there =
+        bytes.size() > at + 3 && bytes[at] == 0 && bytes[at + 1] == 0 && bytes[at + 2] == 1;
+    return is_there ? bytes[at + 3] : -1;
+}
+
+bool begins_like_mpeg4(std::span<const uint8_t> sample) {
+    constexpr int kSequence = 0xb0, kVisualObject = 0xb5, kFirstLayer = 0x20, kLastLayer = 0x2f;
+    const auto is_layer = [](int code) { return code >= kFirstLayer && code <= kLastLayer; };
+    const int first = start_code_at(sample, 0);
+    // A sequence has one byte in front of the next code, a video object none. In MPEG-2 and AVS
+    // the same codes are those of a picture and a sequence, which have more.
+    if (first == kSequence) return start_code_at(sample, 5) >= 0;
+    if (first >= 0 && first < kFirstLayer) return is_layer(start_code_at(sample, 4));
+    return first == kVisualObject || is_layer(first);
+}
+
 IntraGuess probe_sample(SourceReader* reader, VideoCodec codec, uint32_t prefix_size,
                         uint64_t offset, uint32_t size) {
     reader->expect(kProbeBytes);

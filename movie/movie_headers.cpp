@@ -7,6 +7,8 @@
 #include <tuple>
 #include <utility>
 
+#include "movie/intra_probe.h"
+
 constexpr size_t kMaxTracks = 1024;
 constexpr uint64_t kMaxEdits = 256;
 
@@ -121,14 +123,18 @@ static void read_tables(SourceReader* reader, const Box& stbl, VideoTrack* track
     }
 }
 
-// Whether the track is a video; others are left half read.
+// Whether the track is a video, by its handler or else by the header of its media; others are left
+// half read.
 static bool read_track(SourceReader* reader, const Box& trak, VideoTrack* track) {
     Box box, media, information;
     if (!find_child(reader, trak, fourcc("mdia"), &media)) return false;
-    if (find_child(reader, media, fourcc("hdlr"), &box)) {
-        if (reader->u32_at(box.content + 8) != fourcc("vide")) return false;
-    }
     if (!find_child(reader, media, fourcc("minf"), &information)) return false;
+    if (find_child(reader, media, fourcc("hdlr"), &box)) {
+        track->is_of_other_kind = reader->u32_at(box.content + 8) != fourcc("vide");
+    }
+    if (track->is_of_other_kind && !find_child(reader, information, fourcc("vmhd"), &box)) {
+        return false;
+    }
     if (!find_child(reader, information, fourcc("stbl"), &box)) return false;
     read_tables(reader, box, track);
     if (find_child(reader, media, fourcc("mdhd"), &box)) {
@@ -191,13 +197,13 @@ namespace {
 struct TrackFacts {
     Box trak;
     uint32_t id;
-    bool is_cover, has_samples, is_enabled, is_decodable;
+    bool is_cover, is_of_other_kind, has_samples, is_enabled, is_decodable;
     int64_t duration_us;
     uint64_t area;
     // Of two tracks the one with the greater rank is the video.
     auto rank(bool is_chapter, bool has_fragments) const {
-        return std::tuple(!is_chapter && !is_cover, has_fragments || has_samples, is_enabled,
-                          is_decodable, duration_us, area);
+        return std::tuple(!is_chapter && !is_cover, !is_of_other_kind, has_fragments || has_samples,
+                          is_enabled, is_decodable, duration_us, area);
     }
 };
 
@@ -208,11 +214,26 @@ static TrackFacts facts_of(const VideoTrack& track, const Box& trak) {
     return {trak,
             track.id,
             track.entries.front().is_picture && track.tables.sample_count <= 1,
+            track.is_of_other_kind,
             track.tables.sample_count != 0,
             track.is_enabled,
             decodable_entry(track) != nullptr,
             rescale(duration, track.time_scale, kMicroseconds),
             uint64_t{track.width} * track.height};
+}
+
+// Names of formats are many: what the first sample of an unknown one begins with tells.
+static void recognise_mpeg4(SourceReader* reader, VideoTrack* video) {
+    const Table& chunks = video->tables.chunks;
+    VideoDescription* const description = &video->entries.front().description;
+    if (description->refusal != MovieRefusal::kOtherCodec || chunks.count == 0) return;
+    const uint64_t at =
+        chunks.entry_size == 8 ? reader->u64_at(chunks.offset) : reader->u32_at(chunks.offset);
+    reader->expect(kMpeg4HeaderBytes);
+    const uint8_t* const bytes = reader->at(at, kMpeg4HeaderBytes);
+    if (!bytes || !begins_like_mpeg4({bytes, kMpeg4HeaderBytes})) return;
+    description->codec = VideoCodec::kMpeg4;
+    description->refusal = MovieRefusal::kNone;
 }
 
 MovieRefusal read_movie_headers(SourceReader* reader, const Box& moov, MovieHeaders* headers) {
@@ -256,6 +277,7 @@ MovieRefusal read_movie_headers(SourceReader* reader, const Box& moov, MovieHead
         read_track(reader, best->trak, &headers->video);
     }
     if (headers->video.entries.empty()) return MovieRefusal::kNoVideo;  // the work is used up
+    if (!decodable_entry(headers->video)) recognise_mpeg4(reader, &headers->video);
     if (decodable_entry(headers->video)) return MovieRefusal::kNone;
     return headers->video.entries.front().description.refusal;
 }

@@ -39,9 +39,10 @@ struct FragmentDefaults {
 struct VideoTrack {
     uint32_t id = 0;
     bool is_enabled = false;
-    uint32_t time_scale = 1;  // never 0
-    uint64_t duration = 0;    // of the media, in its time scale; 0 if unknown
-    uint32_t width = 0;       // of the display, 16.16
+    bool is_of_other_kind = false;  // not handled as video: auxiliary, or for still pictures
+    uint32_t time_scale = 1;        // never 0
+    uint64_t duration = 0;          // of the media, in its time scale; 0 if unknown
+    uint32_t width = 0;             // of the display, 16.16
     uint32_t height = 0;
     DisplayMatrix matrix;
     std::vector<Edit> edits;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <span>
+#include <utility>
 
 #include "movie/byte_stream.h"
 
@@ -51,53 +52,64 @@ static Fields content_of(SourceReader* reader, const Box& box) {
     return bytes ? Fields{{bytes, length}} : Fields{};
 }
 
-static void append_set(std::span<const uint8_t> set, std::vector<uint8_t>* configuration) {
-    configuration->push_back(static_cast<uint8_t>(set.size() >> 8));
-    configuration->push_back(static_cast<uint8_t>(set.size()));
-    configuration->insert(configuration->end(), set.begin(), set.end());
+namespace {
+
+// H.264 parameter sets, each preceded by its length in two bytes.
+struct ParameterSets {
+    std::vector<uint8_t> sequence, picture;
+};
+
+}  // namespace
+
+static void append_set(std::span<const uint8_t> set, std::vector<uint8_t>* sets) {
+    sets->push_back(static_cast<uint8_t>(set.size() >> 8));
+    sets->push_back(static_cast<uint8_t>(set.size()));
+    sets->insert(sets->end(), set.begin(), set.end());
 }
 
-// Those of a byte stream. Longer ones than any are left out.
-static void append_units(std::span<const uint8_t> stream, uint8_t unit_type,
-                         std::vector<uint8_t>* configuration) {
+// Those that follow start codes. Longer ones than any are left out.
+static void append_units(std::span<const uint8_t> stream, ParameterSets* sets) {
+    constexpr uint8_t kSequenceSet = 7, kPictureSet = 8;
     for (std::span<const uint8_t> unit; !(unit = take_unit(&stream)).empty();) {
-        if ((unit[0] & 31) != unit_type || unit.size() > UINT16_MAX) continue;
-        append_set(unit, configuration);
+        const uint8_t type = unit[0] & 31;
+        if (unit.size() > UINT16_MAX) continue;
+        if (type == kSequenceSet) append_set(unit, &sets->sequence);
+        if (type == kPictureSet) append_set(unit, &sets->picture);
     }
 }
 
-// Parameter sets, each preceded by its length, into the configuration. Stops at one that is cut.
-// Some writers keep the start codes of a byte stream.
-static void append_sets(Fields* record, uint32_t count, uint8_t unit_type,
-                        std::vector<uint8_t>* configuration) {
+// One list of the record. Stops at a set that is cut. Some writers keep the start codes of a byte
+// stream, or put all sets into one with start codes between them.
+static void read_sets(Fields* record, uint32_t count, std::vector<uint8_t>* list,
+                      ParameterSets* sets) {
     for (; count > 0; --count) {
         const std::span<const uint8_t> set = record->take(record->u16());
         if (record->overrun) return;
-        if (!set.empty() && set[0] == 0) {
-            append_units(set, unit_type, configuration);
-        } else {
-            append_set(set, configuration);
-        }
+        if (!set.empty() && set[0] != 0) append_set(set, list);
+        append_units(set, sets);
     }
 }
 
-// ISO 14496-15 5.3.3: AVCDecoderConfigurationRecord, whose first byte is 1, or a byte stream.
+// ISO 14496-15 5.3.3: AVCDecoderConfigurationRecord, whose first byte is 1, or a byte stream. A
+// record without sets says nothing after one that has some.
 static void read_avc_record(Fields record, SampleEntry* entry) {
-    constexpr uint8_t kSequenceSet = 7, kPictureSet = 8;
+    uint32_t prefix_size = 4;
+    ParameterSets sets;
     if (!record.rest.empty() && record.rest[0] == 0) {
-        entry->stored_prefix_size = 4;
-        entry->description.configuration.clear();
-        append_units(record.rest, kSequenceSet, &entry->description.configuration);
-        append_units(record.rest, kPictureSet, &entry->description.configuration);
-        return;
+        append_units(record.rest, &sets);
+    } else {
+        record.take(4);  // version, profile, compatibility, level
+        const uint32_t field = record.u8();
+        if (!record.overrun) prefix_size = (field & 3) + 1;
+        read_sets(&record, record.u8() & 31, &sets.sequence, &sets);
+        read_sets(&record, record.u8(), &sets.picture, &sets);
     }
-    record.take(4);  // version, profile, compatibility, level
-    entry->stored_prefix_size = (record.u8() & 3) + 1;
-    if (record.overrun) entry->stored_prefix_size = 4;
     std::vector<uint8_t>* const configuration = &entry->description.configuration;
-    configuration->clear();
-    append_sets(&record, record.u8() & 31, kSequenceSet, configuration);
-    append_sets(&record, record.u8(), kPictureSet, configuration);
+    const bool is_empty = sets.sequence.empty() && sets.picture.empty();
+    if (is_empty && !configuration->empty()) return;
+    entry->stored_prefix_size = prefix_size;
+    *configuration = std::move(sets.sequence);
+    configuration->insert(configuration->end(), sets.picture.begin(), sets.picture.end());
 }
 
 // The content of the next descriptor if it has that tag.
@@ -110,6 +122,37 @@ static Fields read_descriptor(Fields* fields, uint32_t tag) {
         if ((byte & 0x80) == 0) break;
     }
     return {fields->take(std::min<size_t>(length, fields->rest.size()))};
+}
+
+static uint32_t in_capitals(uint32_t format) {
+    uint32_t capitals = 0;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const uint32_t letter = format >> shift & 0xff;
+        capitals |= (letter >= 'a' && letter <= 'z' ? letter - 'a' + 'A' : letter) << shift;
+    }
+    return capitals;
+}
+
+static VideoCodec codec_of_format(uint32_t format) {
+    // The registered ones, then what programs carried over from AVI into QuickTime files, which
+    // write them in letters of either size.
+    static constexpr struct {
+        VideoCodec codec;
+        char formats[20][5];
+    } kCodecs[] = {
+        {VideoCodec::kAvc,
+         {"AVC1", "AVC2", "AVC3", "AVC4", "DVA1", "DVAV", "H264", "X264", "Q264", "DAVC", "VSSH"}},
+        {VideoCodec::kMpeg4,
+         {"MP4V", "3IV2", "DIVX", "DX50", "FMP4", "XVID", "XVIX", "MP4S", "M4S2", "RMP4", "SEDG",
+          "UMP4", "DM4V", "HDX4", "BLZ0", "WV1F"}},
+        {VideoCodec::kH263, {"S263", "H263", "U263", "M263", "L263", "X263", "D263", "ILVR"}}};
+    const uint32_t wanted = in_capitals(format);
+    for (const auto& known : kCodecs) {
+        for (const auto& text : known.formats) {
+            if (text[0] != '\0' && fourcc(text) == wanted) return known.codec;
+        }
+    }
+    return VideoCodec::kNone;
 }
 
 // ISO 14496-1 8.3.4, object types that "mp4v" is used for, and what they are usually called.
@@ -152,12 +195,9 @@ static void read_elementary_stream(Fields fields, SampleEntry* entry) {
     const Fields info = read_descriptor(&decoder, kDecoderSpecificInfo);
     VideoDescription* const description = &entry->description;
     description->format = format_of_object_type(object_type);
-    if (description->format == fourcc("avc1")) {
-        description->codec = VideoCodec::kAvc;
-        read_avc_record(info, entry);
-    } else if (description->format == fourcc("mp4v")) {
-        take_configuration(info, description);
-    }
+    description->codec = codec_of_format(description->format);
+    if (description->codec == VideoCodec::kAvc) read_avc_record(info, entry);
+    if (description->codec == VideoCodec::kMpeg4) take_configuration(info, description);
 }
 
 static void read_colour(Fields colour, VideoDescription* description) {
@@ -182,59 +222,42 @@ static void read_pixel_aspect(SourceReader* reader, const Box& pasp, VideoDescri
     out->pixel_height = height;
 }
 
-static uint32_t in_capitals(uint32_t format) {
-    uint32_t capitals = 0;
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        const uint32_t letter = format >> shift & 0xff;
-        capitals |= (letter >= 'a' && letter <= 'z' ? letter - 'a' + 'A' : letter) << shift;
-    }
-    return capitals;
-}
-
-static VideoCodec codec_of_format(uint32_t format) {
-    // The registered ones, then what programs carried over from AVI into QuickTime files, which
-    // write them in letters of either size.
-    static constexpr struct {
-        VideoCodec codec;
-        char formats[20][5];
-    } kCodecs[] = {
-        {VideoCodec::kAvc,
-         {"AVC1", "AVC2", "AVC3", "AVC4", "DVA1", "DVAV", "H264", "X264", "Q264", "DAVC", "VSSH"}},
-        {VideoCodec::kMpeg4,
-         {"MP4V", "3IV2", "DIVX", "DX50", "FMP4", "XVID", "XVIX", "MP4S", "M4S2", "RMP4", "SEDG",
-          "UMP4", "DM4V", "HDX4", "BLZ0", "WV1F"}},
-        {VideoCodec::kH263, {"S263", "H263", "U263", "M263", "L263", "X263", "D263", "ILVR"}}};
-    const uint32_t wanted = in_capitals(format);
-    for (const auto& known : kCodecs) {
-        for (const auto& text : known.formats) {
-            if (text[0] != '\0' && fourcc(text) == wanted) return known.codec;
-        }
-    }
-    return VideoCodec::kNone;
-}
-
 static bool is_picture_format(uint32_t format) {
     return format == fourcc("jpeg") || format == fourcc("png ");
 }
 
-// Boxes that the entry has, by which it may yet be refused. QuickTime may have some of them in a
-// box that is meant for sound ("wave").
+// ISO 14496-12 8.12 and ISO 23001-7 8.2: what the format was called before, and whether anything
+// says how to decrypt it. What is left of that after decryption, or wraps clear samples, does not.
+static void read_protection(SourceReader* reader, const Box& sinf, VideoDescription* description) {
+    Box original, information, encryption;
+    bool is_encrypted = find_child(reader, sinf, fourcc("schi"), &information);
+    if (is_encrypted && find_child(reader, information, fourcc("tenc"), &encryption)) {
+        is_encrypted = reader->u8_at(encryption.content + 6) != 0;  // default_isProtected
+    }
+    description->refusal = is_encrypted ? MovieRefusal::kEncrypted : MovieRefusal::kOtherCodec;
+    if (!find_child(reader, sinf, fourcc("frma"), &original)) return;
+    description->format = reader->u32_at(original.content);
+    if (description->codec == VideoCodec::kNone) {
+        description->codec = codec_of_format(description->format);
+    }
+}
+
+// Boxes that the entry has, by which it may yet be refused, or be of another codec than its name
+// says. QuickTime may have some of them in a box that is meant for sound ("wave").
 static void read_extensions(SourceReader* reader, BoxWalk extensions, bool is_nested,
                             SampleEntry* entry) {
     VideoDescription* const description = &entry->description;
     for (Box child; extensions.next(&child);) {
         switch (child.type) {
             case fourcc("avcC"):
+                if (description->codec == VideoCodec::kNone) description->codec = VideoCodec::kAvc;
                 if (description->codec == VideoCodec::kAvc) {
                     read_avc_record(content_of(reader, child), entry);
                 }
                 break;
             case fourcc("esds"):
                 // Phones called MPEG-4 by the name of the older codec.
-                if (description->codec == VideoCodec::kH263) {
-                    description->codec = VideoCodec::kMpeg4;
-                }
-                if (description->codec == VideoCodec::kMpeg4) {
+                if (description->codec != VideoCodec::kAvc) {
                     read_elementary_stream(content_of(reader, child), entry);
                 }
                 break;
@@ -255,7 +278,7 @@ static void read_extensions(SourceReader* reader, BoxWalk extensions, bool is_ne
                 read_pixel_aspect(reader, child, description);
                 break;
             case fourcc("sinf"):
-                description->refusal = MovieRefusal::kEncrypted;
+                read_protection(reader, child, description);
                 break;
             case fourcc("wave"):
                 if (!is_nested) read_extensions(reader, BoxWalk(reader, child), true, entry);
@@ -271,7 +294,10 @@ static SampleEntry read_entry(SourceReader* reader, const Box& box) {
     VideoDescription* const description = &entry.description;
     description->format = box.type;
     description->codec = codec_of_format(box.type);
-    if (description->codec == VideoCodec::kAvc) entry.stored_prefix_size = 4;
+    if (box.type == fourcc("encv") || box.type == fourcc("drmi")) {
+        description->refusal = MovieRefusal::kEncrypted;
+    }
+    entry.stored_prefix_size = 4;
     if (box.length() >= kVisualEntrySize) {
         description->width = reader->u16_at(box.content + 24);
         description->height = reader->u16_at(box.content + 26);
@@ -279,13 +305,12 @@ static SampleEntry read_entry(SourceReader* reader, const Box& box) {
         read_extensions(reader, extensions, false, &entry);
     }
     entry.is_picture = is_picture_format(description->format);
-    const bool is_known = codec_of_format(description->format) != VideoCodec::kNone;
-    if (box.type == fourcc("encv") || box.type == fourcc("drmi")) {
-        description->refusal = MovieRefusal::kEncrypted;
-    } else if (description->refusal != MovieRefusal::kEncrypted && is_known) {
+    if (description->refusal == MovieRefusal::kEncrypted) {
+        description->format = box.type;
+        description->codec = VideoCodec::kNone;
+    } else if (description->codec != VideoCodec::kNone) {
         description->refusal = MovieRefusal::kNone;
     }
-    if (description->refusal != MovieRefusal::kNone) description->codec = VideoCodec::kNone;
     if (description->codec != VideoCodec::kAvc) entry.stored_prefix_size = 0;
     description->length_prefix_size = entry.stored_prefix_size == 3 ? 4 : entry.stored_prefix_size;
     return entry;

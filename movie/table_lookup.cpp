@@ -134,7 +134,8 @@ class PlaceCursor {
             next_run_ = table.count;
             return;
         }
-        const uint32_t first_chunk = load_be32(entry);
+        // The first run starts with the first chunk, which some count from 0.
+        const uint32_t first_chunk = std::max<uint32_t>(load_be32(entry), next_run_ == 0);
         per_chunk_ = std::max<uint32_t>(load_be32(entry + 4), 1);
         const bool is_empty = load_be32(entry + 4) == 0;
         description_ = load_be32(entry + 8);

@@ -5,6 +5,7 @@
 #include <span>
 #include <vector>
 
+#include "movie/intra_probe.h"
 #include "thumb/decode_key_frame.h"
 #include "thumbnailer/huge_pages.h"
 #include "thumbnailer/refusals.h"
@@ -61,6 +62,12 @@ static bool put_first(int id, std::vector<uint8_t>* configuration) {
     return false;
 }
 
+// Phones called MPEG-4 by the name of the older codec.
+static VideoCodec codec_of(const VideoDescription& description, std::span<const uint8_t> sample) {
+    const bool is_misnamed = description.codec == VideoCodec::kH263 && begins_like_mpeg4(sample);
+    return is_misnamed ? VideoCodec::kMpeg4 : description.codec;
+}
+
 // Decodes with a copy of the configuration, since decoding changes it.
 static Outcome decode(Movie* movie, const MovieKeyFrame& key_frame,
                       std::vector<uint8_t> configuration, DecodedFrame* decoded,
@@ -70,6 +77,7 @@ static Outcome decode(Movie* movie, const MovieKeyFrame& key_frame,
     if (!movie->read_sample(key_frame, &sample)) {
         return {Verdict::kNoPicture, "The video's key frames cannot be read."};
     }
+    const VideoCodec codec = codec_of(description, sample);
     // A codec without a configuration has an empty one, which is not none.
     const size_t configuration_length = configuration.size();
     if (configuration.empty()) configuration.resize(1);
@@ -82,8 +90,8 @@ static Outcome decode(Movie* movie, const MovieKeyFrame& key_frame,
     frame.length_prefix_size = static_cast<int32_t>(description.length_prefix_size);
     frame.allows_interlaced = true;
     const HugePages huge_pages(uint64_t{description.width} * description.height * 3 / 2);
-    if (decode_key_frame(frame, codec_kind(description.codec), &decoded->picture, refusal) != 0) {
-        return outcome_of(description.codec, *refusal);
+    if (decode_key_frame(frame, codec_kind(codec), &decoded->picture, refusal) != 0) {
+        return outcome_of(codec, *refusal);
     }
     decoded->planes.reset(decoded->picture.planes);
     return {};

@@ -43,6 +43,23 @@ TEST(IntraProbe, ReadsTheFirstSliceOfAvc) {
     EXPECT_EQ(probe(kAvc, std::string("\2\x41\xe0", 3), 1), kNotIntra);
 }
 
+TEST(IntraProbe, KnowsHeadersOfPart2) {
+    const auto code = [](char value) { return zeros(2) + "\1" + value; };
+    const std::string layer = code('\x20') + "layer", object = code('\0') + layer;
+    const auto is_mpeg4 = [](const std::string& sample) {
+        return begins_like_mpeg4({reinterpret_cast<const uint8_t*>(sample.data()), sample.size()});
+    };
+    for (const std::string& headers : {layer, object, code('\xb0') + "\1" + object,
+                                       code('\xb0') + "\1" + code('\xb5'), code('\xb5') + "v"}) {
+        EXPECT_TRUE(is_mpeg4(headers));
+        EXPECT_FALSE(is_mpeg4("v" + headers));
+        EXPECT_FALSE(is_mpeg4(headers.substr(0, 3)));
+    }
+    EXPECT_FALSE(is_mpeg4(code('\0') + "\0\x0f\xff\xf8"));             // MPEG-2, a picture
+    EXPECT_FALSE(is_mpeg4(code('\xb3') + "\x14\0\xf0\x13"));           // and a sequence
+    EXPECT_FALSE(is_mpeg4(code('\xb0') + "\x20\x22" + code('\x24')));  // AVS
+}
+
 TEST(IntraProbe, ReadsTheHeadersOfPart2AndH263) {
     const std::string vop("\0\0\1\xb6", 4), layer("\0\0\1\x20 layer", 10);
     const std::string extended("\0\0\x80\x02\x1c", 5);

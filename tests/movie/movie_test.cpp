@@ -188,7 +188,11 @@ static std::string stream_entry(char object_type, char flags, const std::string&
 
 TEST(Movie, DescribesWhatItReadsAndRefuses) {
     const std::string two = avc_configuration({"\x67one", "\x67second"}, {"\x68p", "\x68q"}, 2);
-    const std::string avc = avc_configuration({"\x67s"}, {"\x68p"}), sinf = box("sinf", "avc1");
+    const std::string avc = avc_configuration({"\x67s"}, {"\x68p"}), frma = box("frma", "avc1");
+    const auto sinf = [&](const std::string& schi) { return box("sinf", frma + schi); };
+    const auto tenc = [](const char* is_protected) {
+        return box("schi", full_box("tenc", zeros(2) + is_protected + zeros(17)));
+    };
     const std::string sets = "[" + u16(2) + "\x67s" + u16(2) + "\x68p]", info(300, 'i');
     const std::string shape =
         full_box("pasp", words({8}), 4) + box("colr", "nclx" + u16(9) + u16(16) + u16(10) + "\x80");
@@ -216,6 +220,8 @@ TEST(Movie, DescribesWhatItReadsAndRefuses) {
          "H.264/4 64x48 " + sets},
         {visual_entry_of("avc1", avc_configuration({kStartCode + "\x67s"}, {kStartCode + "\x68p"})),
          "H.264/4 64x48 " + sets},
+        {visual_entry_of("avc1", avc_configuration({"\x67s" + kStartCode + "\x68p"}, {})),
+         "H.264/4 64x48 [" + u16(8) + "\x67s" + kStartCode + "\x68" + "p" + u16(2) + "\x68p]"},
         {stream_entry('\x20', 0, "", info), "MPEG-4/0 64x48 [" + info + "]"},
         {stream_entry('\x20', '\xe0', "dd\4urlscc", "info"), "MPEG-4/0 64x48 [info]"},
         {visual_entry_of("XVID", box("glbl", "vol")), "MPEG-4/0 64x48 [vol]"},
@@ -224,9 +230,13 @@ TEST(Movie, DescribesWhatItReadsAndRefuses) {
         {visual_entry_of("h263"), "H.263/0 64x48 []"},
         {stream_entry('\x20', 0, "", info, "s263"), "MPEG-4/0 64x48 [" + info + "]"},
         {stream_entry('\x61', 0, "", info), "other mp2v"},
-        {visual_entry_of("encv", avc + sinf), "encrypted encv"},
+        {visual_entry_of("encv", avc + sinf(tenc("\1"))), "encrypted encv"},
+        {visual_entry_of("encv", sinf(tenc("")) + avc), "H.264/4 64x48 " + sets},
+        {visual_entry_of("encv", sinf("")), "H.264/4 64x48 []"},
         {visual_entry_of("drmi", avc), "encrypted drmi"},
-        {visual_entry_of("avc1", avc + sinf), "encrypted avc1"},
+        {visual_entry_of("avc1", avc + sinf(box("schi"))), "encrypted avc1"},
+        {visual_entry_of("what", avc), "H.264/4 64x48 " + sets},
+        {visual_entry_of("avc1", avc + avc_configuration({""}, {}, 1)), "H.264/4 64x48 " + sets},
         {visual_entry_of("hvc1"), "other hvc1"},
         {visual_entry_of("\xa9v 1"), "other ?v 1"},
         {box("hvc1", "short"), "other hvc1"},
@@ -284,8 +294,13 @@ TEST(Movie, ChoosesTheVideo) {
     check("no chapters", true,
           [](auto* f, auto* o) { f->duration = 99, o->references = box("chap", u32(1)); });
     check("no sound", true, [](auto* f, auto*) { f->handler = "soun"; });
+    check("no depth", true, [](auto* f, auto* o) {
+        f->handler = "auxv", f->media_boxes = full_box("vmhd", zeros(8)), o->flags = 6;
+    });
     check("one with samples", true, [](auto* f, auto* o) { f->samples = {}, o->flags = 6; });
     check("one with an entry", true, [](auto* f, auto*) { f->entries = {}; });
+    film.handler = "auxv", film.media_boxes = full_box("vmhd", zeros(8));
+    EXPECT_EQ(OpenedMovie(plain_film(film))->refusal(), MovieRefusal::kNone);
     film.entries = {visual_entry_of("png ")};
     film.samples.resize(1);
     EXPECT_EQ(OpenedMovie(plain_film(film))->refusal(), MovieRefusal::kNoVideo);

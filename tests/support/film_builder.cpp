@@ -99,7 +99,7 @@ std::string film_track(const TrackSpec& track, uint64_t first_offset) {
     const std::string duration = track.is_wide ? u64(track.duration) : u32(track.duration);
     const std::string media =
         full_box("mdhd", times + u32(track.time_scale) + duration + u32(0), version) +
-        handler(track.handler) + box("minf", film_tables(track, first_offset));
+        handler(track.handler) + box("minf", track.media_boxes + film_tables(track, first_offset));
     const std::string edits =
         track.edits.empty() ? "" : box("edts", full_box("elst", track.edits, version));
     const std::string references = track.references.empty() ? "" : box("tref", track.references);

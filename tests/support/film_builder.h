@@ -27,6 +27,7 @@ struct TrackSpec {
     uint32_t id = 1;
     uint32_t flags = 7;  // enabled, in movie, in preview
     std::string handler = "vide";
+    std::string media_boxes = {};  // in front of the tables
     std::vector<std::string> entries = {plain_avc_entry()};
     std::vector<FilmSample> samples = {};
     uint32_t time_scale = 10;
