@@ -81,6 +81,22 @@ static void count_picture(AvcDecoder* d, AvcDecodeOutput* out) {
     ++d->picture_count;
 }
 
+// The picture in progress has all its macroblocks.
+static void complete_picture(AvcDecoder* d, AvcDecodeOutput* out) {
+    const AvcSliceHeader& header = d->slice.header;
+    if (header.field_pic_flag) picture_fill_other_field(&d->picture, header.bottom_field_flag);
+    picture_begin(&d->picture);
+    d->picture_flags = 0;
+    count_picture(d, out);
+}
+
+static bool is_of_next_picture(const AvcDecoder& d, const AvcSliceHeader& before) {
+    const AvcSliceHeader& header = d.slice.header;
+    if (header.first_mb_in_slice < d.picture.next_mb) return true;
+    return d.picture.next_mb != 0 && (header.field_pic_flag != before.field_pic_flag ||
+                                      header.bottom_field_flag != before.bottom_field_flag);
+}
+
 static bool is_target_of_active_sps(const AvcDecodeInput* in) {
     const AvcSps* const sps = in->decoder->sets.active_sps;
     return sps && sps->seq_parameter_set_id == in->target_sps_id;
@@ -97,11 +113,16 @@ static bool is_target_of_active_size(const AvcDecodeInput* in) {
 static void set_target(AvcDecoder* d, const AvcDecodeInput* in) {
     const size_t luma_size = static_cast<size_t>(in->stride) * d->sets.active_sps->height;
     d->time_stamp = in->time_stamp;
+    const AvcSliceHeader& header = d->slice.header;
+    const uint32_t lines = header.bottom_field_flag;  // above the first one of the picture
     AvcPicture* const planes = &d->picture.planes;
-    planes->stride = in->stride;
-    planes->plane[0] = in->target;
-    planes->plane[1] = in->target + luma_size;
-    planes->plane[2] = in->target + luma_size + luma_size / 4;
+    planes->plane[0] = in->target + lines * in->stride;
+    planes->plane[1] = in->target + luma_size + lines * in->stride / 2;
+    planes->plane[2] = planes->plane[1] + luma_size / 4;
+    planes->stride = in->stride << header.field_pic_flag;
+    planes->height_mbs =
+        static_cast<uint16_t>(d->sets.active_sps->height_mbs >> header.field_pic_flag);
+    planes->is_field = header.field_pic_flag;
 }
 
 static void refuse(AvcDecodeOutput* out, AvcError error, AvcRefused refused) {
@@ -151,7 +172,7 @@ static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
         refuse(out, kAvcBadSliceHeader, {AvcRefusal::kPictureSize});
         return;
     }
-    if (d->slice.header.first_mb_in_slice < d->picture.next_mb) {
+    if (is_of_next_picture(*d, saved)) {
         d->slice.header = saved;
         end_partial_picture(d, out);
         return;
@@ -166,11 +187,7 @@ static void decode_slice(const AvcDecodeInput* in, AvcDecodeOutput* out) {
         refuse(out, kAvcBadSliceData, refused);
         return;
     }
-    if (d->picture.next_mb == picture_size(d->picture)) {
-        picture_begin(&d->picture);
-        d->picture_flags = 0;
-        count_picture(d, out);
-    }
+    if (d->picture.next_mb == picture_size(d->picture)) complete_picture(d, out);
 }
 
 // End of sequence, end of stream and type 14: a picture in progress counts as complete.
@@ -178,9 +195,7 @@ static void decode_end(AvcDecoder* d, AvcDecodeOutput* out) {
     out->events |= kAvcEventEnd;
     if (d->picture.next_mb == 0) return;
     picture_finish(&d->picture);
-    picture_begin(&d->picture);
-    d->picture_flags = 0;
-    count_picture(d, out);
+    complete_picture(d, out);
 }
 
 static void dispatch(const AvcDecodeInput* in, AvcDecodeOutput* out) {
@@ -215,8 +230,9 @@ static void dispatch(const AvcDecodeInput* in, AvcDecodeOutput* out) {
 
 static void flush(AvcDecoder* d, AvcDecodeOutput* out) {
     if (!d->sets.active_sps) return;
-    out->picture = d->picture.planes.plane[0];
-    out->target = d->picture.planes.plane[0];
+    const AvcPicture& planes = d->picture.planes;
+    out->picture = planes.plane[0] - (d->slice.header.bottom_field_flag ? planes.stride / 2 : 0);
+    out->target = out->picture;
     out->time_stamp = d->time_stamp;
     ++d->picture_count;
 }

@@ -28,8 +28,8 @@ enum AvcError : uint32_t {
 enum AvcOptionFlags : uint32_t {
     kAvcStartCodes = 1,
     kAvcOptionTable = 4,
-    // Interlaced streams, as far as their pictures are coded as those of progressive ones: frames
-    // whose macroblocks do not come in pairs (field_pic_flag and MbaffFrameFlag 0).
+    // Interlaced streams, unless the macroblocks of a frame come in pairs (MbaffFrameFlag). A field
+    // is a picture by itself: the lines of the other one are made of those around them.
     kAvcInterlaced = 8,
 };
 enum AvcCallFlags : uint32_t { kAvcFlush = 1, kAvcOption64 = 2 };

@@ -35,7 +35,6 @@ static void apply_pps(AvcDecoder* d) {
     d->slice.is_cabac = pps->entropy_coding_mode_flag;
     d->slice.transform_8x8_mode = pps->transform_8x8_mode_flag;
     d->slice.monochrome = d->sets.monochrome;
-    if (pps->changed) quantiser_apply_parameter_sets(&d->slice.quantiser, d->sets.active_sps, pps);
 }
 
 int avc_activate_pps(AvcDecoder* d, uint32_t pic_parameter_set_id) {
@@ -57,14 +56,25 @@ int avc_parse_slice_header(AvcBitReader* r, AvcDecoder* d) {
     if (avc_activate_pps(d, h.pic_parameter_set_id)) return 1;
     AvcPps* const pps = d->sets.active_pps;
     if (refuse(d, avc_read_slice_fields(r, d->nal, *d->sets.active_sps, *pps, &h))) return 1;
+    AvcQuantiser* const q = &d->slice.quantiser;
+    if (pps->changed || q->is_field != h.field_pic_flag) {
+        quantiser_apply_parameter_sets(q, d->sets.active_sps, pps, h.field_pic_flag);
+    }
     d->slice.header = h;
     d->slice.slice_qp = pps->pic_init_qp + h.slice_qp_delta;
-    quantiser_set_qp(&d->slice.quantiser, d->slice.slice_qp);
+    quantiser_set_qp(q, d->slice.slice_qp);
     pps->changed = 0;
     return 0;
 }
 
 void cabac_init_slice(AvcDecoder* d) {
-    cabac_init_contexts(kCabacInitI, d->slice.contexts, d->slice.slice_qp, kCabacContexts);
-    slice_reader_start_cabac(&d->slice);
+    AvcSliceReader* const s = &d->slice;
+    cabac_init_contexts(kCabacInitI, s->contexts, s->slice_qp, kCabacContexts);
+    if (s->header.field_pic_flag) {
+        cabac_init_contexts(kCabacInitField, s->contexts + kCtxSignificant, s->slice_qp,
+                            kCtxAbsLevel - kCtxSignificant);
+        cabac_init_contexts(kCabacInitField8x8, s->contexts + kCtxSignificant8x8, s->slice_qp,
+                            kCtxAbsLevel8x8 - kCtxSignificant8x8);
+    }
+    slice_reader_start_cabac(s);
 }

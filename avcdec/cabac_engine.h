@@ -64,6 +64,11 @@ extern const std::array<CabacContext, 128> kCabacContextOf;
 // The (m, n) pairs of the I slice column (H.264 Tables 9-12 to 9-33), in the order of the groups.
 extern const int8_t kCabacInitI[kCabacContexts][2];
 
+// What fields have instead for the significance maps: kCtxSignificant and kCtxLast, and those of
+// 8x8 blocks (Tables 9-22 to 9-24, 9-26 to 9-30; ctxIdx 277 to 398, 436 to 459).
+extern const int8_t kCabacInitField[kCtxAbsLevel - kCtxSignificant][2];
+extern const int8_t kCabacInitField8x8[kCtxAbsLevel8x8 - kCtxSignificant8x8][2];
+
 // Bytes are loaded this many bits at a time, as soon as the 1 has left the lower half of value.
 // Then at least 7 bits of lookahead are there, of which a decision uses up at most 6: the smallest
 // LPS range is 6.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // The in-loop deblocking filter (H.264 8.7) over one macroblock row. All macroblocks are intra, so
-// the boundary strength is 4 on macroblock edges and 3 inside.
+// the boundary strength is 4 on macroblock edges, but for the horizontal ones of fields, and 3
+// there and inside.
 #pragma once
 
 #include <stddef.h>
@@ -14,6 +15,7 @@ struct AvcPicture {
     uint32_t stride;  // luma pitch in bytes
     uint16_t width_mbs;
     uint16_t height_mbs;
+    uint8_t is_field;  // every other line of a frame, of which stride leaves out one
 };
 
 enum DeblockFlags : uint8_t {

@@ -177,9 +177,8 @@ static AvcRefused format_refusal(const AvcSps& sps, bool allows_interlaced) {
     if (sps.bit_depth_luma != 8) return {AvcRefusal::kBitDepth, sps.bit_depth_luma};
     if (sps.bit_depth_chroma != 8) return {AvcRefusal::kBitDepth, sps.bit_depth_chroma};
     if (sps.qpprime_y_zero_transform_bypass_flag) return {AvcRefusal::kLossless};
-    if (sps.frame_mbs_only_flag) return {};
-    const bool may_be_frames = allows_interlaced && !sps.mb_adaptive_frame_field_flag;
-    return may_be_frames ? AvcRefused{} : AvcRefused{AvcRefusal::kInterlaced};
+    if (!sps.frame_mbs_only_flag && !allows_interlaced) return {AvcRefusal::kInterlaced};
+    return {};
 }
 
 AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps, bool allows_interlaced) {

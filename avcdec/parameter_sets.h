@@ -87,8 +87,8 @@ struct AvcPps {
 
 // Read the parameter set after the NAL header that the reader stands on. Return why it is refused,
 // if it is. A sequence parameter set of a format that is not decoded is filled all the same. One
-// of an interlaced stream may be allowed, for its pictures that are coded as progressive ones are.
-// sps_table has kMaxSps entries, null where no set is stored.
+// of an interlaced stream may be allowed, for its fields, and its frames that are not coded in
+// pairs. sps_table has kMaxSps entries, null where no set is stored.
 AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps, bool allows_interlaced = false);
 AvcRefused avc_read_pps(AvcBitReader* r, const AvcSps* const* sps_table, AvcPps* pps);
 

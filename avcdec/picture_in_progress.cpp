@@ -43,7 +43,7 @@ static DeblockRecord* deblock_ring(const AvcPictureInProgress* p, uint32_t row) 
 
 // Deblocks the rows before end, or leaves one to be filtered together with the next.
 static void deblock_up_to(AvcPictureInProgress* p, uint32_t end) {
-    const bool has_pairs = p->kernels.deblock_two.vertical.luma;
+    const bool has_pairs = p->kernels.deblock_two.vertical.luma && !p->planes.is_field;
     while (p->deblocked_rows < end) {
         const uint32_t row = p->deblocked_rows;
         const DeblockRecord* const above = row == 0 ? nullptr : deblock_ring(p, row - 1);
@@ -92,6 +92,29 @@ void picture_skip_to(AvcPictureInProgress* p, uint32_t address) {
         fill_block(to.plane[2], to.chroma_pitch, 8, kMissingSample);
         *picture_record(p) = {};
         picture_macroblock_done(p);
+    }
+}
+
+// Makes count lines of width samples out of those above and below them, which are pitch away; the
+// first or last one may have only one of them.
+static void fill_between(uint8_t* line, ptrdiff_t pitch, int count, int width, bool has_above) {
+    for (int y = 0; y < count; ++y, line += 2 * pitch) {
+        const uint8_t* const above = has_above || y > 0 ? line - pitch : line + pitch;
+        const uint8_t* const below = has_above && y == count - 1 ? above : line + pitch;
+        for (int x = 0; x < width; ++x) {
+            line[x] = static_cast<uint8_t>((above[x] + below[x] + 1) >> 1);
+        }
+    }
+}
+
+void picture_fill_other_field(AvcPictureInProgress* p, bool is_bottom) {
+    const AvcPicture& field = p->planes;
+    for (int c = 0; c < 3; ++c) {
+        const int shift = c == 0 ? 0 : 1;
+        const auto pitch = static_cast<ptrdiff_t>(field.stride / 2 >> shift);
+        uint8_t* const first = field.plane[c] + (is_bottom ? -pitch : pitch);
+        fill_between(first, pitch, field.height_mbs * 16 >> shift, field.width_mbs * 16 >> shift,
+                     !is_bottom);
     }
 }
 

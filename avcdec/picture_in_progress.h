@@ -58,5 +58,8 @@ DeblockRecord* picture_record(const AvcPictureInProgress* p);
 // as prediction needs the samples before deblocking.
 void picture_macroblock_done(AvcPictureInProgress* p);
 
+// Fills the lines of the frame that the field, which is complete, leaves out.
+void picture_fill_other_field(AvcPictureInProgress* p, bool is_bottom);
+
 // Completes a picture of which the remaining macroblocks never came.
 void picture_finish(AvcPictureInProgress* p);

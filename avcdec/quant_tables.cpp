@@ -74,6 +74,26 @@ static constexpr std::array<std::array<uint8_t, N * N>, 6> norm_adjust() {
     return table;
 }
 
+// The field scan as x * N + y (H.264 Tables 8-2, 8-3).
+// clang-format off
+constexpr Table16 kFieldScan4x4 = {0, 1, 4, 2, 3, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+constexpr Table64 kFieldScan8x8 = {
+     0,  1,  2,  8,  9,  3,  4, 10, 16, 11,  5,  6,  7, 12, 17, 24,
+    18, 13, 14, 15, 19, 25, 32, 26, 20, 21, 22, 23, 27, 33, 40, 34,
+    28, 29, 30, 31, 35, 41, 48, 42, 36, 37, 38, 39, 43, 49, 50, 44,
+    45, 46, 47, 51, 56, 57, 52, 53, 54, 55, 58, 59, 60, 61, 62, 63,
+};
+// clang-format on
+
+static constexpr Table16 field_raster() {
+    Table16 raster{};
+    for (int i = 0; i < 16; ++i) {
+        raster[i] = static_cast<uint8_t>(kFieldScan4x4[i] % 4 * 4 + kFieldScan4x4[i] / 4);
+    }
+    return raster;
+}
+constexpr Table16 kFieldRaster4x4 = field_raster();
+
 constexpr Table16 kZigzag4x4 = zigzag<4>();
 constexpr Table16 kScan4x4 = stored_scan<4>(false);
 constexpr Table64 kScan8x8 = stored_scan<8>(false);

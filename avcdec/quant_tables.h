@@ -21,6 +21,11 @@ extern const Table64 kScan8x8Interleaved;
 // Luma DC list position to 4x4 block in raster order.
 extern const Table16 kZigzag4x4;
 
+// The same of fields: kScan4x4, kScan8x8 and kZigzag4x4 by the field scan.
+extern const Table16 kFieldScan4x4;
+extern const Table64 kFieldScan8x8;
+extern const Table16 kFieldRaster4x4;
+
 // normAdjust (H.264 8.5.9) per QP % 6, in scan order.
 extern const std::array<Table16, 6> kNormAdjust4x4;
 extern const std::array<Table64, 6> kNormAdjust8x8;

@@ -4,6 +4,8 @@
 #include <assert.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "avcdec/parameter_sets.h"
 #include "avcdec/quant_tables.h"
 
@@ -53,22 +55,40 @@ static IntraWeights intra_weights(const AvcSps* sps, const AvcPps* pps) {
     return w;
 }
 
+// Where the frame's scan has what stands at places of another one: lists and normAdjust come in the
+// order of the frame's, whatever the picture is.
+template <size_t kSize>
+static void find_order(const std::array<uint8_t, kSize>& frame,
+                       const std::array<uint8_t, kSize>& scan, uint8_t* order) {
+    for (size_t i = 0; i < kSize; ++i) {
+        const auto* const found = std::find(frame.begin(), frame.end(), scan[i]);
+        order[i] = static_cast<uint8_t>(found - frame.begin());
+    }
+}
+
 static void fill_level_scale(AvcQuantiser* q, const IntraWeights& w) {
+    uint8_t order4x4[16], order8x8[64];
+    find_order(kScan4x4, q->is_field ? kFieldScan4x4 : kScan4x4, order4x4);
+    find_order(kScan8x8, q->is_field ? kFieldScan8x8 : kScan8x8, order8x8);
     for (int m = 0; m < 6; ++m) {
         for (int c = 0; c < 3; ++c) {
             for (int i = 0; i < 16; ++i) {
-                const int weight = q->is_flat ? 1 : w.list4x4[c][i];
-                q->level_scale4x4[c][m][i] = static_cast<uint16_t>(kNormAdjust4x4[m][i] * weight);
+                const int at = order4x4[i];
+                const int weight = q->is_flat ? 1 : w.list4x4[c][at];
+                q->level_scale4x4[c][m][i] = static_cast<uint16_t>(kNormAdjust4x4[m][at] * weight);
             }
         }
         for (int i = 0; i < 64; ++i) {
-            const int weight = q->is_flat ? 1 : w.list8x8[i];
-            q->level_scale8x8[m][i] = static_cast<uint16_t>(kNormAdjust8x8[m][i] * weight);
+            const int at = order8x8[i];
+            const int weight = q->is_flat ? 1 : w.list8x8[at];
+            q->level_scale8x8[m][i] = static_cast<uint16_t>(kNormAdjust8x8[m][at] * weight);
         }
     }
 }
 
-void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const AvcPps* pps) {
+void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const AvcPps* pps,
+                                    bool is_field) {
+    q->is_field = is_field;
     q->is_flat = !sps->seq_scaling_matrix_present_flag && !pps->pic_scaling_matrix_present_flag;
     q->chroma_offset[0] = pps->chroma_qp_index_offset;
     q->chroma_offset[1] = pps->second_chroma_qp_index_offset;

@@ -32,6 +32,7 @@ struct AvcQuantiser {
     uint8_t is_rounded;  // 4x4 blocks take the rounded product
     uint8_t has_8x8;
     uint8_t is_interleaved;  // 8x8 factors in the order of four interleaved lists (CAVLC)
+    uint8_t is_field;        // of the picture: factors are in the order of the field scan
     int8_t chroma_offset[2];
     AvcScale scale4x4[3];   // by component, at the current QP
     AvcScale scale8x8;      // luma
@@ -47,9 +48,10 @@ struct AvcQuantiser {
     int32_t factors8x8[52][64];
 };
 
-// Takes over the matrices and offsets of the active parameter sets and drops all factors; the next
-// quantiser_set_qp makes new ones.
-void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const AvcPps* pps);
+// Takes over the matrices and offsets of the active parameter sets, for frames or fields, and drops
+// all factors; the next quantiser_set_qp makes new ones.
+void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const AvcPps* pps,
+                                    bool is_field);
 
 // Sets the luma QP. Outside 0 to 51 it wraps by 52 once, then saturates.
 void quantiser_set_qp(AvcQuantiser* q, int32_t qp);

@@ -68,13 +68,19 @@ static constexpr CodedBlocks coded_blocks() {
 }
 static constexpr CodedBlocks kCodedBlocks = coded_blocks();
 
-// ctxIdxInc in frame coded 8x8 blocks (H.264 Table 9-43).
+// ctxIdxInc in 8x8 blocks (H.264 Table 9-43).
 // clang-format off
 static constexpr uint8_t kSignificant8x8[63] = {
      0,  1,  2,  3,  4,  5,  5,  4,  4,  3,  3,  4,  4,  4,  5,  5,
      4,  4,  4,  4,  3,  3,  6,  7,  7,  7,  8,  9, 10,  9,  8,  7,
      7,  6, 11, 12, 13, 11,  6,  7,  8,  9, 14, 10,  9,  8,  6, 11,
     12, 13, 11,  6,  9, 14, 10,  9, 11, 12, 13, 11, 14, 10, 12,
+};
+static constexpr uint8_t kSignificant8x8Field[63] = {
+     0,  1,  1,  2,  2,  3,  3,  4,  5,  6,  7,  7,  7,  8,  4,  5,
+     6,  9, 10, 10,  8, 11, 12, 11,  9,  9, 10, 10,  8, 11, 12, 11,
+     9,  9, 10, 10,  8, 11, 12, 11,  9,  9, 10, 10,  8, 13, 13,  9,
+     9, 10, 10,  8, 13, 13,  9,  9, 10, 10, 14, 14, 14, 14, 14,
 };
 static constexpr uint8_t kLast8x8[63] = {
     0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1,
@@ -135,6 +141,20 @@ KS_INLINE uint8_t* read_map_8x8(CabacEngine* e, CabacContext* contexts, uint8_t*
         if (!is_significant) continue;
         *places++ = static_cast<uint8_t>(i);
         if (cabac_decode_branch(e, last)) return places;
+    }
+    *places++ = 63;
+    return places;
+}
+
+// The same for 8x8 blocks of fields, which are seldom enough for an engine in memory.
+[[gnu::noinline, gnu::cold]] static uint8_t* read_map_8x8_field(CabacEngine* e,
+                                                                CabacContext* contexts,
+                                                                uint8_t* places) {
+    for (int i = 0; i < 63; ++i) {
+        CabacContext* const significant = contexts + kCtxSignificant8x8 + kSignificant8x8Field[i];
+        if (!cabac_decode_decision(e, significant)) continue;
+        *places++ = static_cast<uint8_t>(i);
+        if (cabac_decode_decision(e, contexts + kCtxLast8x8 + kLast8x8[i])) return places;
     }
     *places++ = 63;
     return places;
@@ -212,7 +232,14 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
         const int q = __builtin_ctz(pattern);
         target.coefficients = s->mb.coefficients + q * 64;
         __attribute__((uninitialized)) uint8_t places[64];
-        const uint8_t* const end = read_map_8x8(&e, s->contexts, places);
+        const uint8_t* end;
+        if (s->header.field_pic_flag) [[unlikely]] {
+            s->cabac = e;
+            end = read_map_8x8_field(&s->cabac, s->contexts, places);
+            e = s->cabac;
+        } else {
+            end = read_map_8x8(&e, s->contexts, places);
+        }
         const int highest = end[-1];
         const bool is_valid =
             read_levels(&e, s->contexts + kCtxAbsLevel8x8, 4, places, end, target);

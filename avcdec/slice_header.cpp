@@ -29,7 +29,7 @@ AvcRefused avc_read_slice_identity(AvcBitReader* r, const NalHeader& nal, AvcSli
 
 static void parse_pic_order_cnt(AvcBitReader* r, const AvcSps& sps, const AvcPps& pps,
                                 AvcSliceHeader* h) {
-    const bool is_pair = pps.bottom_field_pic_order_in_frame_present_flag;
+    const bool is_pair = pps.bottom_field_pic_order_in_frame_present_flag && !h->field_pic_flag;
     if (sps.pic_order_cnt_type == 0) {
         h->pic_order_cnt_lsb = bits_read(r, static_cast<int>(sps.log2_max_pic_order_cnt_lsb));
         if (is_pair) h->delta_pic_order_cnt_bottom = bits_se_long(r);
@@ -76,13 +76,23 @@ static int parse_deblocking(AvcBitReader* r, AvcSliceHeader* h) {
     return 0;
 }
 
+// field_pic_flag and bottom_field_flag. Frames of macroblock pairs are not decoded.
+static AvcRefused read_structure(AvcBitReader* r, const AvcSps& sps, AvcSliceHeader* h) {
+    if (sps.frame_mbs_only_flag) return {};
+    h->field_pic_flag = static_cast<uint8_t>(bits_read_1(r));
+    if (!h->field_pic_flag) {
+        return {sps.mb_adaptive_frame_field_flag ? AvcRefusal::kInterlaced : AvcRefusal::kNone};
+    }
+    h->bottom_field_flag = static_cast<uint8_t>(bits_read_1(r));
+    return h->first_mb_in_slice < sps.pic_size_in_mbs / 2U ? AvcRefused{} : kDamaged;
+}
+
 AvcRefused avc_read_slice_fields(AvcBitReader* r, const NalHeader& nal, const AvcSps& sps,
                                  const AvcPps& pps, AvcSliceHeader* h) {
     const bool is_idr = nal.type == kNalIdrSlice;
     if (h->first_mb_in_slice >= sps.pic_size_in_mbs) return kDamaged;
     h->frame_num = bits_read(r, static_cast<int>(sps.log2_max_frame_num));
-    const bool is_field = !sps.frame_mbs_only_flag && bits_read_1(r);
-    if (is_field) return {AvcRefusal::kInterlaced};
+    if (const AvcRefused refused = read_structure(r, sps, h)) return refused;
     if (is_idr) h->idr_pic_id = bits_ue(r);
     parse_pic_order_cnt(r, sps, pps, h);
     if (pps.redundant_pic_cnt_present_flag) h->redundant_pic_cnt = bits_ue(r);

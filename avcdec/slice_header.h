@@ -24,6 +24,8 @@ struct AvcSliceHeader {
     uint8_t all_slices_same_type;
     uint16_t pic_parameter_set_id;
     uint32_t frame_num;
+    uint8_t field_pic_flag;  // 0 unless fields are allowed
+    uint8_t bottom_field_flag;
     uint32_t idr_pic_id;
     uint32_t pic_order_cnt_lsb;
     int32_t delta_pic_order_cnt_bottom;

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "avcdec/intra_modes.h"
+#include "avcdec/quant_tables.h"
 #include "avcdec/transform.h"
 #include "runtime/owned.h"
 
@@ -71,8 +72,33 @@ static void set_chroma_dc(AvcSliceReader* s, int c, const int16_t* levels) {
     mb->coded_mask |= kCbMask >> 4 * c;
 }
 
+template <size_t kSize>
+static void reorder(int16_t* coefficients, const std::array<uint8_t, kSize>& from,
+                    const std::array<uint8_t, kSize>& to) {
+    int16_t old[kSize];
+    memcpy(old, coefficients, sizeof old);
+    for (size_t i = 0; i < kSize; ++i) coefficients[to[i]] = old[from[i]];
+}
+
+[[gnu::cold]] static void order_as_field(AvcMacroblock* mb) {
+    const int luma_step = mb->kind == MbKind::kIntra8x8 ? 4 : 1;
+    for (int block = 0; block <= kDcBlock; block += block < 16 ? luma_step : 1) {
+        if (!(mb->coded_mask & block_bit(block))) continue;
+        int16_t* const at = mb->coefficients + block * 16;
+        if (block == kDcBlock) {
+            reorder(at, kZigzag4x4, kFieldRaster4x4);
+        } else if (block < 16 && luma_step == 4) {
+            reorder(at, kScan8x8, kFieldScan8x8);
+        } else {
+            reorder(at, kScan4x4, kFieldScan4x4);
+        }
+    }
+}
+
 void mb_set_dc(AvcSliceReader* s) {
     AvcMacroblock* const mb = &s->mb;
+    if (s->header.field_pic_flag) [[unlikely]]
+        order_as_field(mb);
     int16_t* const levels = mb->coefficients + kDcBlock * 16;
     if (mb->coded_mask & block_bit(kDcBlock)) {
         set_luma_dc(s, levels);

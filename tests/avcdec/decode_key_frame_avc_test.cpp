@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 #include <tuple>
 #include <vector>
@@ -243,10 +244,40 @@ TEST(DecodeKeyFrameAvc, TakesFramesOfInterlacedStreamsIfAllowed) {
     EXPECT_EQ(d.picture.crop_top, 4u);
     EXPECT_EQ(d.picture.crop_bottom, 8u);
     EXPECT_EQ(d.picture.crop_right, 2u);
-    const std::string field = run_of({pcm_slice_nal({.field = "10"}, {kPcmA})});
-    EXPECT_EQ(decode(sets_of(interlaced), field, 4, true).refused.reason, AvcRefusal::kInterlaced);
     const SpsSpec pairs = {.frame_mbs_only_flag = 0, .mb_adaptive = 1};
     EXPECT_EQ(decode(sets_of(pairs), frame, 4, true).refused.reason, AvcRefusal::kInterlaced);
+}
+
+TEST(DecodeKeyFrameAvc, FillsTheLinesBetweenThoseOfAField) {
+    const SpsSpec interlaced = {.frame_mbs_only_flag = 0, .mb_adaptive = 1};
+    std::string pcm;  // line y of luma is 10 * y, that of chroma 20 * y
+    for (int y = 0; y < 16; ++y) pcm += std::string(16, static_cast<char>(10 * y));
+    for (int y = 0; y < 16; ++y) pcm += std::string(8, static_cast<char>(20 * (y % 8)));
+    const auto decode_field = [&](const std::vector<std::string>& slices) {
+        return decode(sets_of(interlaced), run_of(slices), 4, true);
+    };
+    for (int is_bottom = 0; is_bottom < 2; ++is_bottom) {
+        std::string expected;
+        for (const auto& [height, step] : {std::pair(32, 5), {16, 10}, {16, 10}}) {
+            for (int y = 0; y < height; ++y) {
+                const int value = std::clamp(y - is_bottom, 0, height - 2) * step;
+                expected += std::string(static_cast<size_t>(height / 2), static_cast<char>(value));
+            }
+        }
+        const char* const field = is_bottom ? "11" : "10";
+        EXPECT_EQ(decode_field({pcm_slice_nal({.field = field}, {pcm})}).planes, expected);
+        const std::string behind = pcm_slice_nal({.first_mb = 1, .field = field}, {pcm});
+        EXPECT_EQ(decode_field({behind}).refused.reason, AvcRefusal::kSliceHeader);
+    }
+}
+
+TEST(DecodeKeyFrameAvc, RefusesSlicesOfTheOtherFieldOrTheFrameInAField) {
+    const std::string sets = sets_of({.width_mbs = 2, .frame_mbs_only_flag = 0});
+    for (const char* other : {"11", "0"}) {
+        const std::string second = pcm_slice_nal({.first_mb = 1, .field = other}, {kPcmA});
+        const std::string run = run_of({pcm_slice_nal({.field = "10"}, {kPcmA}), second});
+        EXPECT_EQ(decode(sets, run, 4, true).refused.reason, AvcRefusal::kSliceOverlap);
+    }
 }
 
 // Adds an Intra 16x16 macroblock, predicted from the mean of what is there. Its luma DC block is

@@ -13,7 +13,7 @@ TEST(Quantiser, FlatFactorsWithUnequalChromaOffsetsAreSixteenths) {
     const AvcSps sps = {};
     AvcPps pps = {};
     pps.second_chroma_qp_index_offset = 4;
-    quantiser_apply_parameter_sets(q.get(), &sps, &pps);
+    quantiser_apply_parameter_sets(q.get(), &sps, &pps, false);
     quantiser_set_qp(q.get(), 14);            // normAdjust 13 << 14 / 6,
     const int factors[] = {52, 52, 10 << 3};  // and 10 << 18 / 6 for Cr
     for (int c = 0; c < 3; ++c) {

@@ -11,6 +11,7 @@
 #include "tests/support/memory_source.h"
 #include "tests/support/program_run.h"
 #include "tests/support/temp_folder.h"
+#include "thumbnailer/decode_frame.h"
 #include "thumbnailer/inflate.h"
 #include "thumbnailer/picture_check.h"
 
@@ -44,6 +45,24 @@ TEST(DrawThumbnail, TriesOtherKeyFramesWhenTheChosenOneIsDamaged) {
         std::fill_n(damaged.begin() + static_cast<ptrdiff_t>(frame.offset), frame.size, '\xff');
     }
     EXPECT_EQ(draw(damaged, options), Verdict::kNoPicture);
+}
+
+// What ffmpeg decodes of the field has this sum.
+TEST(DecodeFrame, DecodesTheFirstFieldOfAPair) {
+    MemorySource source(read_file(std::string(KEYSTILL_MEDIA) + "fields.mp4"));
+    Movie movie(&source);
+    DecodedFrame frame;
+    ASSERT_EQ(decode_frame(&movie, movie.key_frames_from(0, 1)[0], &frame).verdict, Verdict::kDone);
+    const DecodedPicture& picture = frame.picture;
+    uint32_t sum = 0;
+    for (uint32_t line = 1; line < picture.height * 2; line += 2) {
+        const bool is_luma = line < picture.height;
+        const uint32_t size = is_luma ? picture.stride : picture.stride / 2;
+        const uint32_t at =
+            is_luma ? line * size : picture.u_offset + (line - picture.height) * size;
+        for (uint32_t x = 0; x < size; ++x) sum = sum * 31 + frame.planes.get()[at + x];
+    }
+    EXPECT_EQ(sum, 0xa116f694U);
 }
 
 TEST(DrawThumbnail, ReplacesABlankPictureUnlessItWasAskedFor) {
