@@ -49,7 +49,7 @@ static std::string absolute(const std::string& path) {
     return whole ? whole.get() : path;
 }
 
-// The longest side, as such programs take it; 0 is the video's own.
+// The longest side, as thumbnailers take it; 0 is the video's own.
 static int longest_side(const SizeLimit& size) {
     const int shorter = std::min(size.width, size.height);
     return shorter > 0 ? shorter : std::max(size.width, size.height);
@@ -64,6 +64,14 @@ static std::string start_text(const StartTime& start) {
     return text;
 }
 
+// A side of the picture as the converter's expression.
+static std::string side_text(int limit, const char* own, const SizeLimit& size) {
+    if (limit == 0) return own;
+    const std::string text = std::to_string(limit);
+    const bool is_exact = size.ignores_shape || size.may_enlarge;
+    return is_exact ? text : std::string("'min(") + own + ',' + text + ")'";
+}
+
 // The converter that many have who have no thumbnailer. It knows no per cent: then it looks for a
 // frame that stands for others.
 static Words converter_command(const Options& options) {
@@ -71,9 +79,11 @@ static Words converter_command(const Options& options) {
     std::string filters = "scale=iw*sar:ih,setsar=1";
     if (options.start.time_us >= 0) words.insert(words.end(), {"-ss", start_text(options.start)});
     if (options.start.time_us < 0 && options.start.percent > 0) filters = "thumbnail," + filters;
-    if (longest_side(options.size) > 0) {
-        filters += options.size.ignores_shape ? ",scale=%s:%s"
-                                              : ",scale=%s:%s:force_original_aspect_ratio=decrease";
+    const SizeLimit& size = options.size;
+    if (longest_side(size) > 0) {
+        filters += ",scale=" + side_text(size.width, "iw", size) + ':' +
+                   side_text(size.height, "ih", size);
+        if (!size.ignores_shape) filters += ":force_original_aspect_ratio=decrease";
     }
     words.insert(words.end(),
                  {"-i", "file:%i", "-vf", filters, "-frames:v", "1", "-update", "1", "%o"});
@@ -101,7 +111,9 @@ static std::vector<Words> known_programs(const Options& options) {
     if (is_png && longest_side(options.size) > 0) {
         programs.push_back({"totem-video-thumbnailer", "-s", "%s", "%i", "%o"});
     }
-    programs.push_back(converter_command(options));
+    // Thumbnailers know squares, of which only one in the box that is asked for would fit.
+    const bool is_square = options.size.width == options.size.height;
+    programs.insert(is_square ? programs.end() : programs.begin(), converter_command(options));
     return programs;
 }
 

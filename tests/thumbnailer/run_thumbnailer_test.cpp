@@ -223,4 +223,17 @@ TEST_F(RunThumbnailer, HandsOnlyOtherKindsOfFilesToOtherPrograms) {
     const std::string broken = folder_.path("broken.mp4");
     write_file(broken, read_file(kMedia + "sample.mp4").substr(0, 500));
     EXPECT_EQ(draw(broken, png_, {"-s", "64", "--fallback", other}), 1);
+    // The last one that is asked is named: a box that is no square is for the converter first.
+    const std::string path = getenv("PATH");
+    for (const char* name : {"bin/ffmpeg", "bin/ffmpegthumbnailer"}) {
+        std::filesystem::create_directory(folder_.path("bin"));
+        write_file(folder_.path(name), "#!/bin/sh\n");
+        chmod(folder_.path(name).c_str(), 0700);
+    }
+    setenv("PATH", folder_.path("bin").c_str(), 1);
+    EXPECT_EQ(draw(matroska, png_, {"-s", "64", "--fallback", "auto"}), 1);
+    EXPECT_NE(said_.find(" ffmpeg makes no picture"), std::string::npos) << said_;
+    EXPECT_EQ(draw(matroska, png_, {"-s", "64x48", "--fallback", "auto"}), 1);
+    EXPECT_NE(said_.find(" ffmpegthumbnailer makes no picture"), std::string::npos) << said_;
+    setenv("PATH", path.c_str(), 1);
 }
