@@ -54,6 +54,17 @@ static bool is_first_box(uint32_t type) {
     return std::find(std::begin(kTypes), std::end(kTypes), type) != std::end(kTypes);
 }
 
+// The length of a tag of music players in front of the first box (ID3v2.4 3.1): seven bits of each
+// of four bytes, after six.
+static uint64_t tag_length(SourceReader* reader) {
+    constexpr uint64_t kHeader = 10;
+    const uint8_t* const tag = reader->at(0, kHeader);
+    if (!tag || tag[0] != 'I' || tag[1] != 'D' || tag[2] != '3') return 0;
+    uint64_t length = 0;
+    for (size_t i = 6; i < kHeader; ++i) length = length << 7 | (tag[i] & 0x7f);
+    return kHeader + length;
+}
+
 // QuickTime's compressed movie box: the method, then the size and the bytes of what the box is.
 // That stands after the end of the source from then on.
 bool Movie::Parts::inflate_header(const Box& moov, Box* inflated) {
@@ -118,7 +129,7 @@ void Movie::Parts::search_header() {
 }
 
 void Movie::Parts::open() {
-    BoxWalk walk(&reader, 0, source.size());
+    BoxWalk walk(&reader, tag_length(&reader), source.size());
     Box box;
     if (!walk.next(&box)) return;
     const bool is_known = is_first_box(box.type);

@@ -386,6 +386,9 @@ TEST(Movie, FindsTheMovieBoxWhereverItIs) {
         EXPECT_EQ(OpenedMovie(all + box("moov", compressed)).samples(),
                   more ? std::vector<std::string>() : sync_bytes(track));
     }
+    const std::string tag = "ID3\4" + zeros(4) + "\1\2" + zeros(130);
+    expect_movie("after a tag",
+                 tag + film_header(udta + film_track(track, tag.size() + header + 8)) + all);
     expect_movie("open data last", movie + u32(0) + "mdat" + data);
     expect_movie("data too long", movie + u32(99999) + "mdat" + data);
 }
