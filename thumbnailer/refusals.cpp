@@ -37,5 +37,10 @@ Outcome outcome_of(VideoCodec codec, const KeyFrameRefusal& refusal) {
     const Wording wording =
         codec == VideoCodec::kAvc ? wording_of(refusal.avc) : wording_of(refusal.m4v);
     const bool is_unsupported = wording.kind == RefusalKind::kUnsupported;
+    // keystill refuses more of interlaced streams.
+    if (codec == VideoCodec::kAvc && refusal.avc.reason == AvcRefusal::kInterlaced) {
+        return {Verdict::kNotForUs,
+                "The H.264 stream is interlaced by macroblocks (MBAFF), which is not decoded."};
+    }
     return {is_unsupported ? Verdict::kNotForUs : Verdict::kNoPicture, wording.sentence};
 }
