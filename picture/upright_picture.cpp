@@ -130,7 +130,7 @@ static double choose_aspect(const StreamPresentation& stream, const ShowingHints
 void prepare_to_make_upright() { libyuv::InitCpuFlags(); }
 
 UprightStatus make_upright(const DecodedPicture& decoded, const ShowingHints& hints,
-                           const SizeLimit& limit, UprightPicture* upright) {
+                           const SizeLimit& limit, ChromaSize chroma, UprightPicture* upright) {
     const std::optional<VisibleArea> area = visible_area(decoded, hints.stated_size);
     if (!area) return UprightStatus::kNothingVisible;
     const Turn turn = hints.turn;
@@ -138,6 +138,7 @@ UprightStatus make_upright(const DecodedPicture& decoded, const ShowingHints& hi
                                                   choose_aspect(decoded.presentation, hints));
     const DisplaySize result = limited_size(display, limit);
     const DisplaySize coded = turned_size(turn, result);
+    const DisplaySize half = {(coded.width + 1) / 2, (coded.height + 1) / 2};
 
     const int pitch = static_cast<int>(decoded.stride);
     const size_t luma_at =
@@ -153,19 +154,26 @@ UprightStatus make_upright(const DecodedPicture& decoded, const ShowingHints& hi
         {planes + decoded.v_offset + chroma_at, pitch / 2, chroma_width, chroma_height}};
     PlaneView* const views[3] = {&upright->y, &upright->u, &upright->v};
     for (int i = 0; i < 3; ++i) {
-        UprightStatus status = scale(sources[i], coded, views[i], &upright->blocks[i]);
+        const DisplaySize size = i == 0 || chroma == ChromaSize::kFull ? coded : half;
+        UprightStatus status = scale(sources[i], size, views[i], &upright->blocks[i]);
         if (status != UprightStatus::kDone) return status;
-        status = turn_plane(turn, coded, views[i], &upright->blocks[i]);
+        status = turn_plane(turn, size, views[i], &upright->blocks[i]);
         if (status != UprightStatus::kDone) return status;
     }
     upright->width = result.width;
     upright->height = result.height;
+    upright->chroma = chroma;
     upright->conversion = choose_conversion(decoded.presentation, hints);
     return UprightStatus::kDone;
 }
 
 void upright_row_rgb(const UprightPicture& picture, int32_t y, uint8_t* rgb) {
-    const auto row = [&](const PlaneView& plane) { return plane.samples + y * plane.pitch; };
-    libyuv::I444ToRGB24Matrix(row(picture.y), 0, row(picture.v), 0, row(picture.u), 0, rgb, 0,
-                              picture.conversion->factors, picture.width, 1);
+    const bool is_half = picture.chroma == ChromaSize::kHalf;
+    const int32_t chroma_y = is_half ? y / 2 : y;
+    const auto row = [](const PlaneView& plane, int32_t at) {
+        return plane.samples + at * plane.pitch;
+    };
+    const auto convert = is_half ? libyuv::I422ToRGB24Matrix : libyuv::I444ToRGB24Matrix;
+    convert(row(picture.y, y), 0, row(picture.v, chroma_y), 0, row(picture.u, chroma_y), 0, rgb, 0,
+            picture.conversion->factors, picture.width, 1);
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // From a decoded picture to what a player shows: cropped, with square pixels, scaled, upright. It
-// stays YCbCr, with chroma of full size, until its rows are asked for as RGB.
+// stays YCbCr until its rows are asked for as RGB.
 #pragma once
 
 #include <stddef.h>
@@ -35,14 +35,21 @@ struct PlaneView {
 
 struct ColourConversion;  // how samples become RGB
 
+// How many samples the planes of chroma have.
+enum class ChromaSize : uint8_t {
+    kFull,  // those of luma
+    kHalf,  // half of them in either direction, rounded up, as in a JPEG file
+};
+
 struct UprightPicture {
     int32_t width = 0;
     int32_t height = 0;
-    PlaneView y, u, v;    // all of that size
+    ChromaSize chroma = ChromaSize::kFull;
+    PlaneView y, u, v;
     ByteBlock blocks[3];  // what they lie in, unless it is the decoded picture
 
     // Whether the decoded picture has to stay as long as this one.
-    // At half the size chroma is as it was decoded, while luma is not.
+    // At half the size full chroma is as it was decoded, while luma is not.
     bool is_borrowing() const { return !blocks[0] || !blocks[1] || !blocks[2]; }
     const ColourConversion* conversion = nullptr;
 };
@@ -55,7 +62,7 @@ void prepare_to_make_upright();
 
 // Makes the picture of at most that size. The decoded planes are only read.
 UprightStatus make_upright(const DecodedPicture& decoded, const ShowingHints& hints,
-                           const SizeLimit& limit, UprightPicture* upright);
+                           const SizeLimit& limit, ChromaSize chroma, UprightPicture* upright);
 
 // The row y, 0 to height - 1, as width triples R, G, B.
 void upright_row_rgb(const UprightPicture& picture, int32_t y, uint8_t* rgb);

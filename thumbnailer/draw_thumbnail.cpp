@@ -80,8 +80,10 @@ struct ShownFrame {
 };
 
 static Outcome make_visible(const Movie& movie, const Options& options, ShownFrame* shown) {
+    const ChromaSize chroma =
+        options.format == PictureFormat::kJpeg ? ChromaSize::kHalf : ChromaSize::kFull;
     switch (make_upright(shown->decoded.picture, hints_of(movie, shown->frame, options),
-                         options.size, &shown->upright)) {
+                         options.size, chroma, &shown->upright)) {
         case UprightStatus::kNothingVisible:
             return {Verdict::kNoPicture, "The video's cropping leaves no picture."};
         case UprightStatus::kNoMemory:

@@ -45,7 +45,7 @@ TEST(PictureFile, PngGivesTheSameSamplesBack) {
 
 TEST(PictureFile, JpegShowsThePicture) {
     const TestPicture slope(250, 37, [](uint32_t x, uint32_t) { return x * 255 / 250; });
-    const UprightPicture upright = upright_of(slope);
+    const UprightPicture upright = upright_of(slope, hints_of(1), {}, ChromaSize::kHalf);
     const JpegImage image =
         read_jpeg(written_by([&](FILE* f) { EXPECT_TRUE(write_jpeg(upright, 90, f)); }));
     ASSERT_EQ(image.width, 250);

@@ -40,8 +40,9 @@ inline ShowingHints hints_of(int full_range, int orientation = 1) {
 }
 
 inline UprightPicture upright_of(const TestPicture& source, const ShowingHints& hints,
-                                 const SizeLimit& limit = {}) {
+                                 const SizeLimit& limit = {},
+                                 ChromaSize chroma = ChromaSize::kFull) {
     UprightPicture upright;
-    EXPECT_EQ(make_upright(source.decoded, hints, limit, &upright), UprightStatus::kDone);
+    EXPECT_EQ(make_upright(source.decoded, hints, limit, chroma, &upright), UprightStatus::kDone);
     return upright;
 }
