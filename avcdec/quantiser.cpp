@@ -4,8 +4,6 @@
 #include <assert.h>
 #include <string.h>
 
-#include <algorithm>
-
 #include "avcdec/parameter_sets.h"
 #include "avcdec/quant_tables.h"
 
@@ -55,34 +53,36 @@ static IntraWeights intra_weights(const AvcSps* sps, const AvcPps* pps) {
     return w;
 }
 
-// Where the frame's scan has what stands at places of another one: lists and normAdjust come in the
-// order of the frame's, whatever the picture is.
-template <size_t kSize>
-static void find_order(const std::array<uint8_t, kSize>& frame,
-                       const std::array<uint8_t, kSize>& scan, uint8_t* order) {
-    for (size_t i = 0; i < kSize; ++i) {
-        const auto* const found = std::find(frame.begin(), frame.end(), scan[i]);
-        order[i] = static_cast<uint8_t>(found - frame.begin());
-    }
-}
-
 static void fill_level_scale(AvcQuantiser* q, const IntraWeights& w) {
-    uint8_t order4x4[16], order8x8[64];
-    find_order(kScan4x4, q->is_field ? kFieldScan4x4 : kScan4x4, order4x4);
-    find_order(kScan8x8, q->is_field ? kFieldScan8x8 : kScan8x8, order8x8);
     for (int m = 0; m < 6; ++m) {
         for (int c = 0; c < 3; ++c) {
             for (int i = 0; i < 16; ++i) {
-                const int at = order4x4[i];
-                const int weight = q->is_flat ? 1 : w.list4x4[c][at];
-                q->level_scale4x4[c][m][i] = static_cast<uint16_t>(kNormAdjust4x4[m][at] * weight);
+                const int weight = q->is_flat ? 1 : w.list4x4[c][i];
+                q->level_scale4x4[c][m][i] = static_cast<uint16_t>(kNormAdjust4x4[m][i] * weight);
             }
         }
         for (int i = 0; i < 64; ++i) {
-            const int at = order8x8[i];
-            const int weight = q->is_flat ? 1 : w.list8x8[at];
-            q->level_scale8x8[m][i] = static_cast<uint16_t>(kNormAdjust8x8[m][at] * weight);
+            const int weight = q->is_flat ? 1 : w.list8x8[i];
+            q->level_scale8x8[m][i] = static_cast<uint16_t>(kNormAdjust8x8[m][i] * weight);
         }
+    }
+}
+
+// Lists and normAdjust come in the order of the frame's scan, whatever the picture is.
+template <size_t kSize>
+static void order_as_field(uint16_t (&level_scale)[kSize], const std::array<uint8_t, kSize>& frame,
+                           const std::array<uint8_t, kSize>& field) {
+    uint16_t by_place[kSize];
+    for (size_t i = 0; i < kSize; ++i) by_place[frame[i]] = level_scale[i];
+    for (size_t i = 0; i < kSize; ++i) level_scale[i] = by_place[field[i]];
+}
+
+[[gnu::cold]] static void order_as_field(AvcQuantiser* q) {
+    for (int m = 0; m < 6; ++m) {
+        for (int c = 0; c < 3; ++c) {
+            order_as_field(q->level_scale4x4[c][m], kScan4x4, kFieldScan4x4);
+        }
+        order_as_field(q->level_scale8x8[m], kScan8x8, kFieldScan8x8);
     }
 }
 
@@ -99,6 +99,7 @@ void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const Av
     q->has_8x8 = pps->transform_8x8_mode_flag;
     q->is_interleaved = !pps->entropy_coding_mode_flag;
     fill_level_scale(q, intra_weights(sps, pps));
+    if (is_field) order_as_field(q);
     memset(q->built4x4, 0, sizeof q->built4x4);
     q->built8x8 = 0;
 }
