@@ -5,6 +5,8 @@
 
 #include <stdint.h>
 
+struct AvcDcScale;
+
 enum class MbKind : uint8_t {
     kIntra4x4,
     kIntra8x8,  // I_NxN with transform_size_8x8_flag
@@ -89,22 +91,26 @@ struct AvcMacroblock {
     uint8_t has_error;       // the syntax cannot be decoded any further
     uint8_t qp_delta_coded;  // mb_qp_delta of the previous macroblock was not 0 (CABAC)
     uint8_t modes[16];       // table indices of the 4x4 (8x8: 4 of them) predictors
-    // Blocks with coefficients: bits 31 to 16 luma in decoding order, 15 to 12 Cb, 11 to 8 Cr;
-    // while the residual is read also bits 7 to 5, the DC blocks. Of these, the ones in ac_mask
-    // have more than a DC coefficient.
+    // For the levels of the DC blocks, by component.
+    const AvcDcScale* dc_scales;
+    // Blocks with coefficients: bits 31 to 16 luma in decoding order, 15 to 12 Cb, 11 to 8 Cr, 7 to
+    // 5 the DC blocks. Of these, the ones in ac_mask have more than a DC coefficient.
     uint32_t coded_mask;
     uint32_t ac_mask;
     // 16 luma, 4 Cb and 4 Cr blocks of 16 in decoding order, each stored column by column; an 8x8
-    // block takes the place of four. After them the levels of the DC blocks, in raster order. All
-    // zero between macroblocks: the kernels clear what they use.
+    // block takes the place of four. After them the levels of the DC blocks, in raster order, which
+    // reconstruction puts into the blocks. All zero between macroblocks: the kernels clear what
+    // they use.
     alignas(32) int16_t coefficients[(24 + 3) * 16];
 };
 
 constexpr uint32_t kLumaMask = 0xffff0000;
 constexpr uint32_t kCbMask = 0x0000f000;
+constexpr uint32_t kChromaMask = 0x0000ff00;
 
 // The bit of a block in the masks, by its place in the coefficients.
 constexpr uint32_t block_bit(int block) { return 0x80000000U >> block; }
+constexpr uint32_t kChromaDcMask = block_bit(kDcBlock + 1) | block_bit(kDcBlock + 2);
 
 // Column and row of luma 4x4 block b, in 4x4 blocks (H.264 6.4.3).
 constexpr int block_x(int b) { return (b & 1) + (b >> 1 & 2); }

@@ -138,13 +138,12 @@ static AvcScale make_scale8x8(AvcQuantiser* q, int qp) {
 static void set_dc_scales(AvcQuantiser* q) {
     const int luma_shift = q->is_flat ? q->qp / 6 + 4 : q->qp / 6;
     const bool is_rounded = luma_shift < 6;
-    q->dc_factors[kCompY] = q->level_scale4x4[kCompY][q->qp % 6][0]
-                            << (is_rounded ? luma_shift : luma_shift - 6);
-    q->luma_dc = {&q->dc_factors[kCompY], is_rounded ? 32 : 0, is_rounded ? 6 : 0};
+    q->dc[kCompY] = {
+        q->level_scale4x4[kCompY][q->qp % 6][0] << (is_rounded ? luma_shift : luma_shift - 6),
+        is_rounded ? 32 : 0, is_rounded ? 6 : 0};
     for (int c = 0; c < 2; ++c) {
         const int shift = q->chroma_qp[c] / 6 + (q->is_flat ? 4 : 0);
-        q->dc_factors[1 + c] = q->level_scale4x4[1 + c][q->chroma_qp[c] % 6][0] << shift;
-        q->chroma_dc[c] = {&q->dc_factors[1 + c], 0, 5};
+        q->dc[1 + c] = {q->level_scale4x4[1 + c][q->chroma_qp[c] % 6][0] << shift, 0, 5};
     }
 }
 

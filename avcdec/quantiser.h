@@ -25,6 +25,17 @@ inline int16_t scale_level(int32_t level, int32_t factor, const AvcScale& scale)
                                 scale.shift);
 }
 
+// The same for what the transform of a component's DC levels gives.
+struct AvcDcScale {
+    int32_t factor;
+    int32_t add;
+    int32_t shift;
+};
+
+inline int16_t scale_dc(int32_t value, const AvcDcScale& s) {
+    return scale_level(value, s.factor, {nullptr, s.add, s.shift});
+}
+
 struct AvcQuantiser {
     uint8_t qp;  // luma, 0 to 51
     uint8_t chroma_qp[2];
@@ -34,16 +45,14 @@ struct AvcQuantiser {
     uint8_t is_interleaved;  // 8x8 factors in the order of four interleaved lists (CAVLC)
     uint8_t is_field;        // of the picture: factors are in the order of the field scan
     int8_t chroma_offset[2];
-    AvcScale scale4x4[3];   // by component, at the current QP
-    AvcScale scale8x8;      // luma
-    AvcScale luma_dc;       // one factor
-    AvcScale chroma_dc[2];  // one factor each, for Cb and Cr
+    AvcScale scale4x4[3];  // by component, at the current QP
+    AvcScale scale8x8;     // luma
+    AvcDcScale dc[3];      // by component
 
     uint16_t level_scale4x4[3][6][16];  // LevelScale; normAdjust alone when flat
     uint16_t level_scale8x8[6][64];
     uint64_t built4x4[3];  // bit q: the factors of QP q are made
     uint64_t built8x8;
-    int32_t dc_factors[3];
     int32_t factors4x4[3][52][16];
     int32_t factors8x8[52][64];
 };

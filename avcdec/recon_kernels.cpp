@@ -9,6 +9,7 @@ ReconKernels recon_kernels_scalar() {
     add_block_use_scalar(&k);
     deblock_use_scalar(&k);
     intra_nxn_use_scalar(&k);
+    intra_whole_use_scalar(&k);
     return k;
 }
 
@@ -24,6 +25,8 @@ ReconKernels recon_kernels_best() {
     if (!processor_has_avx2()) return k;
     deblock_use_avx2(&k);
     intra_4x4_use_avx2(&k);
+    intra_16x16_use_avx2(&k);
+    intra_chroma_use_avx2(&k);
 #endif
     return k;
 }

@@ -79,6 +79,10 @@ struct ReconKernels;
 using IntraNxNFn = void (*)(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst,
                             ptrdiff_t pitch);
 
+// The same for chroma, whose first samples are at plane.
+using IntraChromaFn = void (*)(const ReconKernels& k, AvcMacroblock* mb, uint8_t* const plane[2],
+                               ptrdiff_t pitch);
+
 struct ReconKernels {
     IntraPredFn pred4x4[16];  // by IntraNxNMode
     Pred8x8Fn pred8x8[16];
@@ -91,6 +95,8 @@ struct ReconKernels {
     AddBlockFn add_8x8;
     AddBlockFn add_8x8_dc;
     IntraNxNFn intra_4x4;
+    IntraNxNFn intra_16x16;
+    IntraChromaFn intra_chroma;
     DeblockKernels deblock;
     DeblockKernels deblock_two;  // two macroblocks at once; null where one at a time is as good
 };
@@ -101,8 +107,13 @@ ReconKernels recon_kernels_scalar();
 // The fastest kernels of this build for this processor.
 ReconKernels recon_kernels_best();
 
+// Add the residual to the prediction, for variants of intra_16x16 and intra_chroma.
+void add_16x16(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst, ptrdiff_t pitch);
+void add_chroma(const ReconKernels& k, AvcMacroblock* mb, uint8_t* const plane[2], ptrdiff_t pitch);
+
 // Parts of the reference, each beside its functions.
 void intra_nxn_use_scalar(ReconKernels* k);
+void intra_whole_use_scalar(ReconKernels* k);
 void intra_pred_use_scalar(ReconKernels* k);
 void add_block_use_scalar(ReconKernels* k);
 void deblock_use_scalar(ReconKernels* k);
@@ -114,4 +125,6 @@ void deblock_use_simd(ReconKernels* k);
 
 // For AVX2.
 void intra_4x4_use_avx2(ReconKernels* k);
+void intra_16x16_use_avx2(ReconKernels* k);
+void intra_chroma_use_avx2(ReconKernels* k);
 void deblock_use_avx2(ReconKernels* k);

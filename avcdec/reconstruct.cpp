@@ -31,32 +31,6 @@ static void predict_add_8x8(const ReconKernels& k, AvcMacroblock* mb, uint8_t* d
     }
 }
 
-// Adds the four 4x4 blocks of an 8x8 square. The masks have the bits of the four at the bottom.
-static void add_square(const ReconKernels& k, uint32_t coded, uint32_t ac, uint8_t* dst,
-                       ptrdiff_t pitch, int16_t* coefficients) {
-    if ((coded & 15) == 0) return;
-    (ac & 15 ? k.add_four_4x4 : k.add_four_4x4_dc)(dst, pitch, coefficients);
-}
-
-static void predict_add_16x16(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst,
-                              ptrdiff_t pitch) {
-    k.pred16x16[mb->intra16_mode](dst, pitch);
-    for (int quadrant = 0; quadrant < 4; ++quadrant) {
-        const int shift = 28 - 4 * quadrant;
-        add_square(k, mb->coded_mask >> shift, mb->ac_mask >> shift,
-                   dst + (quadrant >> 1) * 8 * pitch + (quadrant & 1) * 8, pitch,
-                   mb->coefficients + quadrant * 64);
-    }
-}
-
-static void predict_add_chroma(const ReconKernels& k, AvcMacroblock* mb, int c, uint8_t* dst,
-                               ptrdiff_t pitch) {
-    k.pred_chroma[mb->chroma_mode](dst, pitch);
-    const int shift = 12 - 4 * c;
-    add_square(k, mb->coded_mask >> shift, mb->ac_mask >> shift, dst, pitch,
-               mb->coefficients + (4 + c) * 64);
-}
-
 static void predict_add(const ReconKernels& k, AvcMacroblock* mb, const MbSamples& to) {
     switch (mb->kind) {
         case MbKind::kIntra4x4:
@@ -66,12 +40,10 @@ static void predict_add(const ReconKernels& k, AvcMacroblock* mb, const MbSample
             predict_add_8x8(k, mb, to.plane[0], to.luma_pitch);
             break;
         default:
-            predict_add_16x16(k, mb, to.plane[0], to.luma_pitch);
+            k.intra_16x16(k, mb, to.plane[0], to.luma_pitch);
             break;
     }
-    for (int c = 0; c < 2; ++c) {
-        predict_add_chroma(k, mb, c, to.plane[1 + c], to.chroma_pitch);
-    }
+    k.intra_chroma(k, mb, to.plane + 1, to.chroma_pitch);
 }
 
 // A macroblock at the border of its slice is made here, among neighbours of which the missing ones

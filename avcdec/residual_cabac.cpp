@@ -325,5 +325,4 @@ void cabac_read_residual(AvcSliceReader* s) {
     grid = read_blocks(s, blocks_of_pattern(pattern, mb->kind == MbKind::kIntra16x16), grid);
     s->left.coded = grid_for_right(grid);
     s->top->coded = grid_for_below(grid);
-    mb_set_dc(s);
 }

@@ -345,5 +345,4 @@ void cavlc_read_residual(AvcSliceReader* s) {
     const int32_t mb_qp_delta = bits_se(&s->bits);
     if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
     read_blocks(s, blocks_of_pattern(s->mb.cbp, s->mb.kind == MbKind::kIntra16x16));
-    mb_set_dc(s);
 }

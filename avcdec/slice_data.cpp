@@ -72,6 +72,8 @@ static void read_macroblock(AvcSliceReader* s, const AvcPictureInProgress& pictu
         reconstruct_macroblock(picture, mb);
     } else {
         (s->is_cabac ? cabac_read_residual : cavlc_read_residual)(s);
+        if (s->header.field_pic_flag) [[unlikely]]
+            mb_order_as_field(mb);
         reconstruct_macroblock(picture, mb);
     }
     if (mb->kind == MbKind::kIntra16x16 || mb->kind == MbKind::kPcm) mb->flags |= kNotINxN;
@@ -165,6 +167,7 @@ static AvcRefused decode_macroblocks(AvcSliceReader* s, AvcPictureInProgress* pi
 
 AvcRefused avc_decode_slice_data(AvcSliceReader* s, AvcPictureInProgress* picture) {
     picture_skip_to(picture, s->header.first_mb_in_slice);
+    s->mb.dc_scales = s->quantiser.dc;
     s->mb.has_error = 0;
     s->mb.qp_delta_coded = 0;
     const AvcRefused refused = decode_macroblocks(s, picture);

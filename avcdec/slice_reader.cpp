@@ -6,7 +6,6 @@
 
 #include "avcdec/intra_modes.h"
 #include "avcdec/quant_tables.h"
-#include "avcdec/transform.h"
 #include "runtime/owned.h"
 
 int slice_reader_allocate(AvcSliceReader* s, uint32_t width_mbs) {
@@ -49,29 +48,6 @@ void mb_set_intra16(AvcSliceReader* s, uint32_t mb_type) {
     memset(s->left.modes, kIntraDc, 4);
 }
 
-static void set_luma_dc(AvcSliceReader* s, const int16_t* levels) {
-    AvcMacroblock* const mb = &s->mb;
-    int32_t dc[16];
-    transform_luma_dc(levels, dc);
-    const AvcScale& scale = s->quantiser.luma_dc;
-    for (int b = 0; b < 16; ++b) {
-        const int32_t value = dc[block_y(b) * 4 + block_x(b)];
-        mb->coefficients[b * 16] = scale_level(value, scale.factors[0], scale);
-    }
-    mb->coded_mask |= kLumaMask;
-}
-
-static void set_chroma_dc(AvcSliceReader* s, int c, const int16_t* levels) {
-    AvcMacroblock* const mb = &s->mb;
-    int32_t dc[4];
-    transform_chroma_dc(levels, dc);
-    const AvcScale& scale = s->quantiser.chroma_dc[c];
-    for (int b = 0; b < 4; ++b) {
-        mb->coefficients[(16 + 4 * c + b) * 16] = scale_level(dc[b], scale.factors[0], scale);
-    }
-    mb->coded_mask |= kCbMask >> 4 * c;
-}
-
 template <size_t kSize>
 static void reorder(int16_t* coefficients, const std::array<uint8_t, kSize>& from,
                     const std::array<uint8_t, kSize>& to) {
@@ -80,7 +56,7 @@ static void reorder(int16_t* coefficients, const std::array<uint8_t, kSize>& fro
     for (size_t i = 0; i < kSize; ++i) coefficients[to[i]] = old[from[i]];
 }
 
-[[gnu::cold]] static void order_as_field(AvcMacroblock* mb) {
+[[gnu::cold]] void mb_order_as_field(AvcMacroblock* mb) {
     const int luma_step = mb->kind == MbKind::kIntra8x8 ? 4 : 1;
     for (int block = 0; block <= kDcBlock; block += block < 16 ? luma_step : 1) {
         if (!(mb->coded_mask & block_bit(block))) continue;
@@ -92,22 +68,5 @@ static void reorder(int16_t* coefficients, const std::array<uint8_t, kSize>& fro
         } else {
             reorder(at, kScan4x4, kFieldScan4x4);
         }
-    }
-}
-
-void mb_set_dc(AvcSliceReader* s) {
-    AvcMacroblock* const mb = &s->mb;
-    if (s->header.field_pic_flag) [[unlikely]]
-        order_as_field(mb);
-    int16_t* const levels = mb->coefficients + kDcBlock * 16;
-    if (mb->coded_mask & block_bit(kDcBlock)) {
-        set_luma_dc(s, levels);
-        memset(levels, 0, 16 * sizeof *levels);
-    }
-    for (int c = 0; c < 2; ++c) {
-        if (!(mb->coded_mask & block_bit(kDcBlock + 1 + c))) continue;
-        int16_t* const chroma_levels = levels + 16 * (1 + c);
-        set_chroma_dc(s, c, chroma_levels);
-        memset(chroma_levels, 0, 4 * sizeof *levels);
     }
 }

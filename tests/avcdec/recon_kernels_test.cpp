@@ -11,6 +11,7 @@
 
 #include "avcdec/intra_modes.h"
 #include "avcdec/macroblock.h"
+#include "avcdec/quantiser.h"
 
 // Samples with a block in the middle whose neighbours are all there.
 struct Samples {
@@ -111,6 +112,42 @@ TEST_F(ReconKernelSets, PutMacroblocksTogetherAsTheReferenceDoes) {
         AvcMacroblock mbs[2] = {mb, mb};
         compare([&](const ReconKernels& k, uint8_t* p, int i) {
             k.intra_4x4(k, &mbs[i], p, Samples::kPitch);
+        });
+        for (const int16_t left : mbs[0].coefficients) ASSERT_EQ(left, 0);
+    }
+}
+
+// Intra 16x16 and chroma, whose DC coefficients come as levels, with and without others.
+TEST_F(ReconKernelSets, MakeWholeMacroblocksAsTheReferenceDoes) {
+    for (int round = 0; round < 4000; ++round) {
+        SCOPED_TRACE(round);
+        const auto number = [&](unsigned count) { return static_cast<int>(rng() % count); };
+        const unsigned shift = rng() % 16;
+        const auto value = [&] {
+            return static_cast<int16_t>(static_cast<int16_t>(rng()) >> shift);
+        };
+        const AvcDcScale scales[3] = {
+            {number(9000), 32, 6}, {number(9000), 0, 5}, {number(9000), 0, 5}};
+        AvcMacroblock mb = {};
+        mb.dc_scales = scales;
+        mb.intra16_mode = static_cast<uint8_t>(number(kIntra16DcTop + 1));
+        mb.chroma_mode = static_cast<uint8_t>(number(kIntraChromaNone + 1));
+        mb.ac_mask =
+            static_cast<uint32_t>(round % 2 ? 0 : rng() & rng()) & (kLumaMask | kChromaMask);
+        mb.coded_mask = mb.ac_mask | static_cast<uint32_t>(rng() & 7) * block_bit(kBlocks - 1);
+        for (int b = 0; b < kBlocks; ++b) {
+            if (!(mb.coded_mask & block_bit(b))) continue;
+            const bool is_dc = b >= kDcBlock;
+            for (int i = !is_dc; i < (b > kDcBlock ? 4 : 16); ++i)
+                mb.coefficients[16 * b + i] = value();
+        }
+        AvcMacroblock mbs[2] = {mb, mb};
+        compare([&](const ReconKernels& k, uint8_t* p, int i) {
+            k.intra_16x16(k, &mbs[i], p, Samples::kPitch);
+        });
+        compare([&](const ReconKernels& k, uint8_t* p, int i) {
+            uint8_t* const planes[2] = {p, p + 16};
+            k.intra_chroma(k, &mbs[i], planes, Samples::kPitch);
         });
         for (const int16_t left : mbs[0].coefficients) ASSERT_EQ(left, 0);
     }
