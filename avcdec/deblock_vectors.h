@@ -185,26 +185,42 @@ static inline bool luma_normal(const Lines& lines, const Limits<Samples>& t) {
     return true;
 }
 
-// One side of the strong filter: the side's samples from the edge away. Also with 16 bits a sample.
-template <typename Vector>
+// One side of the strong filter: the side's samples from the edge away.
+template <typename Samples>
 struct Side {
-    Vector s0, s1, s2;
+    Samples s0, s1, s2;
 };
 
-template <typename Wide>
-static inline Side<Wide> smooth_half(Wide s0, Wide s1, Wide s2, Wide s3, Wide b0, Wide b1) {
-    const Wide sum = s2 + s1 + s0 + b0;
-    return {(2 * sum - s2 + b1 + 4) >> 3, (sum + 2) >> 2, (2 * (s3 + s2) + sum + 4) >> 3};
+// Half a sum of two samples, and of what is 1 when that is not whole.
+template <typename Samples>
+struct Halved {
+    Samples half, odd;
+
+    Halved(Samples a, Samples b) : half(average_down(a, b)), odd((a ^ b) & 1) {}
+};
+
+// The half of another sum with all that both sums have, so that (s + 2) >> 2 of the sum of all four
+// samples is an average of this and the first half.
+template <typename Samples>
+static inline Samples half_with(const Halved<Samples>& a, const Halved<Samples>& b) {
+    return b.half + (a.odd & b.odd);
 }
 
+// (a + b + c + d + 2) >> 2
+template <typename Samples>
+static inline Samples mean_4(const Halved<Samples>& a, const Halved<Samples>& b) {
+    return average(a.half, half_with(a, b));
+}
+
+// The samples of a side that is flat: of each sum of eight, halves are taken first.
 template <typename Samples>
 static inline Side<Samples> smooth_side(const Side<Samples>& s, Samples s3, Samples b0,
                                         Samples b1) {
-    const auto low = smooth_half(widen_low(s.s0), widen_low(s.s1), widen_low(s.s2), widen_low(s3),
-                                 widen_low(b0), widen_low(b1));
-    const auto high = smooth_half(widen_high(s.s0), widen_high(s.s1), widen_high(s.s2),
-                                  widen_high(s3), widen_high(b0), widen_high(b1));
-    return {clip_to_u8(low.s0, high.s0), clip_to_u8(low.s1, high.s1), clip_to_u8(low.s2, high.s2)};
+    const Halved<Samples> far(s.s2, s.s1), near(s.s0, b0);
+    const Samples rest = half_with(far, near);
+    const Samples around = average_down(s.s2, b1);
+    return {mean_4(Halved<Samples>(around, s.s1), near), average(far.half, rest),
+            mean_4(Halved<Samples>(s3, s.s2), Halved<Samples>(far.half, rest))};
 }
 
 // (2 * b + a + c + 2) >> 2
