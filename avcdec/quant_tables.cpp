@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/quant_tables.h"
 
+#include <stddef.h>
+
 // Raster positions of an N x N block along the frame zig-zag scan (H.264 8.5.6, 8.5.7).
 template <int N>
 static constexpr std::array<uint8_t, N * N> zigzag() {
@@ -28,14 +30,26 @@ static constexpr std::array<uint8_t, N * N> zigzag() {
 }
 
 template <int N>
-static constexpr std::array<uint8_t, N * N> stored_scan(bool is_interleaved) {
+static constexpr std::array<uint8_t, N * N> stored_scan() {
     std::array<uint8_t, N * N> scan{};
     for (int i = 0; i < N * N; ++i) {
         const int raster = zigzag<N>()[i];
-        const int entry = is_interleaved ? i % 4 * 16 + i / 4 : i;
-        scan[entry] = static_cast<uint8_t>(raster % N * N + raster / N);
+        scan[i] = static_cast<uint8_t>(raster % N * N + raster / N);
     }
     return scan;
+}
+
+static constexpr Table64 interleaved(const Table64& scan) {
+    Table64 lists{};
+    for (int i = 0; i < 64; ++i) lists[i % 4 * 16 + i / 4] = scan[i];
+    return lists;
+}
+
+template <size_t kCount>
+static constexpr auto unit_scale(const std::array<uint8_t, kCount>& elements) {
+    std::array<AvcScaleEntry, kCount> scale{};
+    for (size_t i = 0; i < kCount; ++i) scale[i] = {1U << kScaleShift, elements[i]};
+    return scale;
 }
 
 static constexpr uint8_t kNormWeights4x4[6][3] = {
@@ -92,12 +106,15 @@ static constexpr Table16 field_raster() {
     }
     return raster;
 }
-constexpr Table16 kFieldRaster4x4 = field_raster();
 
-constexpr Table16 kZigzag4x4 = zigzag<4>();
-constexpr Table16 kScan4x4 = stored_scan<4>(false);
-constexpr Table64 kScan8x8 = stored_scan<8>(false);
-constexpr Table64 kScan8x8Interleaved = stored_scan<8>(true);
+constexpr Table16 kScan4x4 = stored_scan<4>();
+constexpr Table64 kScan8x8 = stored_scan<8>();
+constexpr Table64 kScan8x8Interleaved = interleaved(kScan8x8);
+constexpr Table64 kFieldScan8x8Interleaved = interleaved(kFieldScan8x8);
+constexpr std::array<AvcScaleEntry, 16> kLumaDcScale = unit_scale(zigzag<4>());
+constexpr std::array<AvcScaleEntry, 16> kFieldLumaDcScale = unit_scale(field_raster());
+constexpr std::array<AvcScaleEntry, 4> kChromaDcScale =
+    unit_scale(std::array<uint8_t, 4>{0, 1, 2, 3});
 constexpr std::array<Table16, 6> kNormAdjust4x4 = norm_adjust<4>();
 constexpr std::array<Table64, 6> kNormAdjust8x8 = norm_adjust<8>();
 

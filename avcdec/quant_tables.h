@@ -7,6 +7,8 @@
 
 #include <array>
 
+#include "avcdec/residual_target.h"
+
 using Table16 = std::array<uint8_t, 16>;
 using Table64 = std::array<uint8_t, 64>;
 
@@ -18,13 +20,15 @@ extern const Table64 kScan8x8;
 // 4 * i + k.
 extern const Table64 kScan8x8Interleaved;
 
-// Luma DC list position to 4x4 block in raster order.
-extern const Table16 kZigzag4x4;
-
-// The same of fields: kScan4x4, kScan8x8 and kZigzag4x4 by the field scan.
+// The same of fields.
 extern const Table16 kFieldScan4x4;
 extern const Table64 kFieldScan8x8;
-extern const Table16 kFieldRaster4x4;
+extern const Table64 kFieldScan8x8Interleaved;
+
+// The scales of DC blocks: by list position, levels as they are in raster order.
+extern const std::array<AvcScaleEntry, 16> kLumaDcScale;
+extern const std::array<AvcScaleEntry, 16> kFieldLumaDcScale;
+extern const std::array<AvcScaleEntry, 4> kChromaDcScale;
 
 // normAdjust (H.264 8.5.9) per QP % 6, in scan order.
 extern const std::array<Table16, 6> kNormAdjust4x4;

@@ -2,6 +2,7 @@
 #include "avcdec/quantiser.h"
 
 #include <assert.h>
+#include <stddef.h>
 #include <string.h>
 
 #include "avcdec/parameter_sets.h"
@@ -63,7 +64,8 @@ static void fill_level_scale(AvcQuantiser* q, const IntraWeights& w) {
         }
         for (int i = 0; i < 64; ++i) {
             const int weight = q->is_flat ? 1 : w.list8x8[i];
-            q->level_scale8x8[m][i] = static_cast<uint16_t>(kNormAdjust8x8[m][i] * weight);
+            const int index = q->is_interleaved ? i % 4 * 16 + i / 4 : i;
+            q->level_scale8x8[m][index] = static_cast<uint16_t>(kNormAdjust8x8[m][i] * weight);
         }
     }
 }
@@ -77,12 +79,18 @@ static void order_as_field(uint16_t (&level_scale)[kSize], const std::array<uint
     for (size_t i = 0; i < kSize; ++i) level_scale[i] = by_place[field[i]];
 }
 
+static const Table64& scan8x8(bool is_field, bool is_interleaved) {
+    if (is_field) return is_interleaved ? kFieldScan8x8Interleaved : kFieldScan8x8;
+    return is_interleaved ? kScan8x8Interleaved : kScan8x8;
+}
+
 [[gnu::cold]] static void order_as_field(AvcQuantiser* q) {
     for (int m = 0; m < 6; ++m) {
         for (int c = 0; c < 3; ++c) {
             order_as_field(q->level_scale4x4[c][m], kScan4x4, kFieldScan4x4);
         }
-        order_as_field(q->level_scale8x8[m], kScan8x8, kFieldScan8x8);
+        order_as_field(q->level_scale8x8[m], scan8x8(false, q->is_interleaved),
+                       scan8x8(true, q->is_interleaved));
     }
 }
 
@@ -100,39 +108,40 @@ void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const Av
     q->is_interleaved = !pps->entropy_coding_mode_flag;
     fill_level_scale(q, intra_weights(sps, pps));
     if (is_field) order_as_field(q);
+    q->scales[kScaleLumaDc] = (is_field ? kFieldLumaDcScale : kLumaDcScale).data();
+    q->scales[kScaleChromaDc] = kChromaDcScale.data();
     memset(q->built4x4, 0, sizeof q->built4x4);
     q->built8x8 = 0;
 }
 
-static AvcScale make_scale4x4(AvcQuantiser* q, int component, int qp) {
-    assert(qp >= 0 && qp <= 51 && component >= kCompY && component <= kCompCr);
-    int32_t* const factors = q->factors4x4[component][qp];
-    const uint64_t bit = uint64_t{1} << qp;
-    if (!(q->built4x4[component] & bit)) {
-        q->built4x4[component] |= bit;
-        for (int i = 0; i < 16; ++i) {
-            factors[i] = q->level_scale4x4[component][qp % 6][i] << qp / 6;
-        }
+template <size_t kCount>
+static const AvcScaleEntry* fill_entries(AvcScaleEntry (*entries)[kCount],
+                                         const uint16_t (&level_scale)[kCount], int shift,
+                                         const std::array<uint8_t, kCount>& scan) {
+    for (size_t i = 0; i < kCount; ++i) {
+        (*entries)[i] = {static_cast<uint32_t>(level_scale[i]) << shift, scan[i]};
     }
-    return q->is_rounded ? AvcScale{factors, 8, 4} : AvcScale{factors, 0, 0};
+    return *entries;
 }
 
-static AvcScale make_scale8x8(AvcQuantiser* q, int qp) {
-    assert(qp >= 0 && qp <= 51);
-    int32_t* const factors = q->factors8x8[qp];
-    // The weight of 16 that flat tables leave out is four more shifts; six are the standard's
-    // rounding shift, taken out of the factor where it covers them.
-    const int shift = q->is_flat ? qp / 6 + 4 : qp / 6;
-    const bool is_rounded = shift < 6;
+static const AvcScaleEntry* make_scale4x4(AvcQuantiser* q, int component, int qp) {
+    assert(qp >= 0 && qp <= 51 && component >= kCompY && component <= kCompCr);
     const uint64_t bit = uint64_t{1} << qp;
-    if (!(q->built8x8 & bit)) {
-        q->built8x8 |= bit;
-        for (int i = 0; i < 64; ++i) {
-            const int entry = q->is_interleaved ? i % 4 * 16 + i / 4 : i;
-            factors[entry] = q->level_scale8x8[qp % 6][i] << (is_rounded ? shift : shift - 6);
-        }
-    }
-    return is_rounded ? AvcScale{factors, 32, 6} : AvcScale{factors, 0, 0};
+    if (q->built4x4[component] & bit) return q->entries4x4[component][qp];
+    q->built4x4[component] |= bit;
+    const int shift = qp / 6 + (q->is_rounded ? 2 : 6);
+    return fill_entries(&q->entries4x4[component][qp], q->level_scale4x4[component][qp % 6], shift,
+                        q->is_field ? kFieldScan4x4 : kScan4x4);
+}
+
+static const AvcScaleEntry* make_scale8x8(AvcQuantiser* q, int qp) {
+    assert(qp >= 0 && qp <= 51);
+    const uint64_t bit = uint64_t{1} << qp;
+    if (q->built8x8 & bit) return q->entries8x8[qp];
+    q->built8x8 |= bit;
+    const int shift = q->is_flat ? qp / 6 + 4 : qp / 6;  // the weight of 16 that flat tables omit
+    return fill_entries(&q->entries8x8[qp], q->level_scale8x8[qp % 6], shift,
+                        scan8x8(q->is_field, q->is_interleaved));
 }
 
 static void set_dc_scales(AvcQuantiser* q) {
@@ -158,10 +167,10 @@ void quantiser_set_qp(AvcQuantiser* q, int32_t qp) {
     if (qp > 51) qp -= 52;
     q->qp = static_cast<uint8_t>(qp < 0 ? 0 : qp > 51 ? 51 : qp);
     for (int c = 0; c < 2; ++c) q->chroma_qp[c] = quantiser_chroma_qp(q, q->qp, c);
-    q->scale4x4[kCompY] = make_scale4x4(q, kCompY, q->qp);
-    q->scale4x4[kCompCb] = make_scale4x4(q, kCompCb, q->chroma_qp[0]);
-    q->scale4x4[kCompCr] = make_scale4x4(q, kCompCr, q->chroma_qp[1]);
-    if (q->has_8x8) q->scale8x8 = make_scale8x8(q, q->qp);
+    q->scales[kCompY] = make_scale4x4(q, kCompY, q->qp);
+    q->scales[kCompCb] = make_scale4x4(q, kCompCb, q->chroma_qp[0]);
+    q->scales[kCompCr] = make_scale4x4(q, kCompCr, q->chroma_qp[1]);
+    if (q->has_8x8) q->scales[kScale8x8] = make_scale8x8(q, q->qp);
     set_dc_scales(q);
 }
 

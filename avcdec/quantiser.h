@@ -6,34 +6,29 @@
 
 #include <stdint.h>
 
+#include "avcdec/residual_target.h"
+
 struct AvcSps;
 struct AvcPps;
 
 enum AvcComponent { kCompY = 0, kCompCb = 1, kCompCr = 2 };
 
-// How the levels of one block become coefficients: (level * factors[scan index] + add) >> shift.
-struct AvcScale {
-    const int32_t* factors;
-    int32_t add;
-    int32_t shift;
-};
+// The scales of a macroblock's blocks: AvcComponent for 4x4 blocks, and these. Levels of DC blocks
+// are kept as they are coded until their own transform.
+enum AvcBlockScale { kScale8x8 = 3, kScaleLumaDc, kScaleChromaDc, kBlockScales };
 
-// The result is kept in 16 bits, as the transforms take it; products wrap.
-inline int16_t scale_level(int32_t level, int32_t factor, const AvcScale& scale) {
-    const uint32_t product = static_cast<uint32_t>(level) * static_cast<uint32_t>(factor);
-    return static_cast<int16_t>(static_cast<int32_t>(product + static_cast<uint32_t>(scale.add)) >>
-                                scale.shift);
-}
-
-// The same for what the transform of a component's DC levels gives.
+// How a value of a DC transform becomes a coefficient: (value * factor + add) >> shift.
 struct AvcDcScale {
     int32_t factor;
     int32_t add;
     int32_t shift;
 };
 
-inline int16_t scale_dc(int32_t value, const AvcDcScale& s) {
-    return scale_level(value, s.factor, {nullptr, s.add, s.shift});
+// The result is kept in 16 bits; products wrap.
+inline int16_t scale_dc(int32_t value, const AvcDcScale& scale) {
+    const uint32_t product = static_cast<uint32_t>(value) * static_cast<uint32_t>(scale.factor);
+    return static_cast<int16_t>(static_cast<int32_t>(product + static_cast<uint32_t>(scale.add)) >>
+                                scale.shift);
 }
 
 struct AvcQuantiser {
@@ -45,16 +40,15 @@ struct AvcQuantiser {
     uint8_t is_interleaved;  // 8x8 factors in the order of four interleaved lists (CAVLC)
     uint8_t is_field;        // of the picture: factors are in the order of the field scan
     int8_t chroma_offset[2];
-    AvcScale scale4x4[3];  // by component, at the current QP
-    AvcScale scale8x8;     // luma
-    AvcDcScale dc[3];      // by component
+    const AvcScaleEntry* scales[kBlockScales];  // at the current QP
+    AvcDcScale dc[3];                           // by component
 
     uint16_t level_scale4x4[3][6][16];  // LevelScale; normAdjust alone when flat
-    uint16_t level_scale8x8[6][64];
-    uint64_t built4x4[3];  // bit q: the factors of QP q are made
+    uint16_t level_scale8x8[6][64];     // in the order of the entries
+    uint64_t built4x4[3];               // bit q: the factors of QP q are made
     uint64_t built8x8;
-    int32_t factors4x4[3][52][16];
-    int32_t factors8x8[52][64];
+    AvcScaleEntry entries4x4[3][52][16];
+    AvcScaleEntry entries8x8[52][64];
 };
 
 // Takes over the matrices and offsets of the active parameter sets, for frames or fields, and drops

@@ -3,66 +3,54 @@
 
 #include <array>
 
-#include "avcdec/quant_tables.h"
 #include "avcdec/residual_target.h"
 
 // Each function reads many blocks, so that the engine is loaded once: whatever takes its address is
 // inlined.
 #define KS_INLINE [[gnu::always_inline]] static inline
 
-// ctxBlockCat (H.264 Table 9-42) of blocks with a coded_block_flag.
-enum BlockCategory : uint8_t {
-    kCatLumaDc = 0,
-    kCatLumaAc = 1,
-    kCatLuma4x4 = 2,
-    kCatChromaDc = 3,
-    kCatChromaAc = 4,
-};
-
-// Where a category has its contexts, and its places in the scan, which AC blocks begin with 1.
-struct CategoryLayout {
-    uint16_t significant;  // of place 0
-    uint16_t abs_level;
+// A block with a coded_block_flag: its places in the scan, which AC blocks begin with 1, and where
+// its category (ctxBlockCat, H.264 Table 9-42) has its contexts.
+struct CodedBlock {
+    BlockPlace place;
+    uint8_t scale;  // AvcComponent or AvcBlockScale
     uint8_t first;
     uint8_t final;
     uint8_t max_greater;  // the highest ctxIdxInc - 5 of the bins of a level after the first
-    bool is_dc;           // its levels are not scaled
-    const uint8_t* scan;
+    uint8_t coded_block_flag;
+    uint8_t significant;  // of place 0
+    uint8_t abs_level;
 };
 
-static constexpr CategoryLayout kLayouts[] = {
-    {kCtxSignificant + 0, kCtxAbsLevel + 0, 0, 15, 4, true, kZigzag4x4.data()},
-    {kCtxSignificant + 15 - 1, kCtxAbsLevel + 10, 1, 15, 4, false, kScan4x4.data()},
-    {kCtxSignificant + 29, kCtxAbsLevel + 20, 0, 15, 4, false, kScan4x4.data()},
-    {kCtxSignificant + 44, kCtxAbsLevel + 30, 0, 3, 3, true, kRasterScan},
-    {kCtxSignificant + 47 - 1, kCtxAbsLevel + 39, 1, 15, 4, false, kScan4x4.data()},
-};
+static constexpr CodedBlock coded_block(int i, bool is_16x16) {
+    const auto flag = [](int category) {
+        return static_cast<uint8_t>(kCtxCodedBlockFlag + 4 * category);
+    };
+    const BlockPlace place = block_place(i);
+    const auto component = static_cast<uint8_t>(i < 17 ? kCompY : i < 23 ? kCompCb : kCompCr);
+    if (i == 0) return {place, kScaleLumaDc, 0, 15, 4, flag(0), kCtxSignificant, kCtxAbsLevel};
+    if (i < 17 && is_16x16) {
+        return {place, component, 1, 15, 4, flag(1), kCtxSignificant + 15 - 1, kCtxAbsLevel + 10};
+    }
+    if (i < 17) {
+        return {place, component, 0, 15, 4, flag(2), kCtxSignificant + 29, kCtxAbsLevel + 20};
+    }
+    if (i < 19) {
+        return {place, kScaleChromaDc, 0, 3, 3, flag(3), kCtxSignificant + 44, kCtxAbsLevel + 30};
+    }
+    return {place, component, 1, 15, 4, flag(4), kCtxSignificant + 47 - 1, kCtxAbsLevel + 39};
+}
 
-// A block with a coded_block_flag, in the order of the syntax.
-struct CodedBlock {
-    BlockPlace place;
-    uint8_t category;
-    uint8_t component;
-    uint8_t flag;  // where its category has the contexts of coded_block_flag
-};
+// In the order of the syntax, of Intra 4x4 and Intra 16x16 macroblocks, with an end.
 struct CodedBlocks {
-    CodedBlock row[2][kBlocks + 1];  // of Intra 4x4 and Intra 16x16 macroblocks, with an end
+    CodedBlock row[2][kBlocks + 1];
 };
-
 static constexpr CodedBlocks coded_blocks() {
     CodedBlocks blocks{};
     for (int is_16x16 = 0; is_16x16 < 2; ++is_16x16) {
-        for (int i = 0; i < kBlocks; ++i) {
-            const BlockCategory luma = is_16x16 ? kCatLumaAc : kCatLuma4x4;
-            const BlockCategory chroma = i < 19 ? kCatChromaDc : kCatChromaAc;
-            const BlockCategory category = i == 0 ? kCatLumaDc : i < 17 ? luma : chroma;
-            const auto component = static_cast<uint8_t>(i < 17   ? kCompY
-                                                        : i < 23 ? kCompCb
-                                                                 : kCompCr);
-            blocks.row[is_16x16][i] = {block_place(i), category, component,
-                                       static_cast<uint8_t>(kCtxCodedBlockFlag + 4 * category)};
+        for (int i = 0; i <= kBlocks; ++i) {
+            blocks.row[is_16x16][i] = coded_block(i % kBlocks, is_16x16 == 1);
         }
-        blocks.row[is_16x16][kBlocks] = blocks.row[is_16x16][0];
     }
     return blocks;
 }
@@ -115,10 +103,10 @@ KS_INLINE void find_now(CabacContext*& context) {
 
 // Reads the significance map: the places of the coefficients that are not 0, in scan order. Returns
 // the end of the list, after 1 to 64 places.
-KS_INLINE uint8_t* read_map(CabacEngine* e, CabacContext* significant, const CategoryLayout& layout,
+KS_INLINE uint8_t* read_map(CabacEngine* e, CabacContext* significant, const CodedBlock& block,
                             uint8_t* places) {
-    const int final = layout.final;
-    for (int i = layout.first; i < final; ++i) {
+    const int final = block.final;
+    for (int i = block.first; i < final; ++i) {
         if (!cabac_decode_branch(e, significant + i)) continue;
         *places++ = static_cast<uint8_t>(i);
         if (cabac_decode_branch(e, significant + (kCtxLast - kCtxSignificant) + i)) return places;
@@ -160,30 +148,37 @@ KS_INLINE uint8_t* read_map_8x8(CabacEngine* e, CabacContext* contexts, uint8_t*
     return places;
 }
 
-// More bits than the level of any profile has: the stream is broken.
-static constexpr int kLevelTooLong = 1 << 21;
-
-// The suffix of coeff_abs_level_minus1, an Exp-Golomb code of order 0 (H.264 9.3.2.3).
-KS_INLINE int read_level_suffix(CabacEngine* e) {
-    int k = 0;
-    int value = 0;
-    while (cabac_decode_bypass(e)) {
-        value += 1 << k;
-        if (++k > 20) return kLevelTooLong;
+// The suffix of coeff_abs_level_minus1, an Exp-Golomb code of order 0 (H.264 9.3.2.3). One of more
+// bits than the level of any profile has sets has_error. A function of its own, since it is rare
+// and would take registers from its callers.
+[[gnu::noinline]] static int read_level_suffix(AvcSliceReader* s) {
+    CabacEngine e = s->cabac;
+    int length = 0;
+    while (cabac_decode_bypass(&e)) {
+        if (++length > 20) {
+            s->mb.has_error = 1;
+            length = 0;
+            break;
+        }
     }
-    while (k-- > 0) value += static_cast<int>(cabac_decode_bypass(e)) << k;
-    return value;
+    int value = 1;
+    while (length-- > 0) value = value * 2 + static_cast<int>(cabac_decode_bypass(&e));
+    s->cabac = e;
+    return value - 1;
 }
 
 // The absolute value of a level that is at least 2. Its bins share a context, which stays in a
 // register.
-KS_INLINE int read_large_level(CabacEngine* e, CabacContext* context) {
+KS_INLINE int read_large_level(CabacEngine* e, CabacContext* context, AvcSliceReader* s) {
     int level = 2;
     CabacContext variable = *context;
     while (cabac_decode_branch(e, &variable)) {
-        if (++level == 15) {
+        if (++level == 15) [[unlikely]] {
             *context = variable;
-            return 15 + read_level_suffix(e);
+            s->cabac = *e;
+            level += read_level_suffix(s);
+            *e = s->cabac;
+            return level;
         }
     }
     *context = variable;
@@ -191,18 +186,16 @@ KS_INLINE int read_large_level(CabacEngine* e, CabacContext* context) {
 }
 
 // Reads the levels of the coefficients at the given places, from the last to the first, and writes
-// them scaled. Returns false when one has more bits than any profile allows.
-KS_INLINE bool read_levels(CabacEngine* e, CabacContext* contexts, int max_greater,
-                           const uint8_t* places, const uint8_t* end,
+// them scaled.
+KS_INLINE void read_levels(CabacEngine* e, AvcSliceReader* s, CabacContext* contexts,
+                           int max_greater, const uint8_t* places, const uint8_t* end,
                            const ResidualTarget& target) {
     int ones = 1;     // ctxIdxInc of the first bin: 1 + levels of 1 so far, 0 after a larger one
     int greater = 0;  // larger levels so far
-    bool is_valid = true;
     do {
         int level = 1;
         if (cabac_decode_branch(e, contexts + ones)) {
-            level = read_large_level(e, contexts + 5 + greater);
-            is_valid &= level < kLevelTooLong;
+            level = read_large_level(e, contexts + 5 + greater, s);
             greater += greater < max_greater;
             ones = 0;
         } else {
@@ -210,22 +203,19 @@ KS_INLINE bool read_levels(CabacEngine* e, CabacContext* contexts, int max_great
         }
         const int sign = -static_cast<int>(cabac_decode_bypass(e));
         const int place = *--end;
-        target.coefficients[target.scan[place]] =
-            scale_level((level ^ sign) - sign, target.scale.factors[place], target.scale);
+        put_level((level ^ sign) - sign, target.scale[place], target.coefficients);
     } while (end != places);
-    return is_valid;
 }
 
-static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_valid) {
+static void note_block(AvcMacroblock* mb, int block, int highest_place) {
     mb->coded_mask |= block_bit(block);
-    mb->ac_mask |= (highest_place > 0) * block_bit(block);
-    mb->has_error |= !is_valid;
+    mb->ac_mask |= -static_cast<uint32_t>(highest_place > 0) & block_bit(block);
 }
 
 // Reads the quadrants in the pattern. An 8x8 block has no coded_block_flag; four are set. Returns
 // the grid.
 [[gnu::noinline]] static CodedGrid read_quadrants_8x8(AvcSliceReader* s, uint32_t pattern) {
-    ResidualTarget target = {kScan8x8.data(), s->quantiser.scale8x8, s->mb.coefficients};
+    ResidualTarget target = {s->quantiser.scales[kScale8x8], s->mb.coefficients};
     CodedGrid grid = 0;
     CabacEngine e = s->cabac;
     for (; pattern != 0; pattern &= pattern - 1) {
@@ -241,9 +231,8 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
             end = read_map_8x8(&e, s->contexts, places);
         }
         const int highest = end[-1];
-        const bool is_valid =
-            read_levels(&e, s->contexts + kCtxAbsLevel8x8, 4, places, end, target);
-        note_block(&s->mb, q * 4, highest, is_valid);
+        read_levels(&e, s, s->contexts + kCtxAbsLevel8x8, 4, places, end, target);
+        note_block(&s->mb, q * 4, highest);
         grid |= CodedGrid{0x303} << (kGridLuma + 2 * (q & 1) + 16 * (q >> 1));
     }
     s->cabac = e;
@@ -253,7 +242,7 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place, bool is_
 // The context of a block's coded_block_flag.
 KS_INLINE CabacContext* flag_of(CabacContext* contexts, const CodedBlock& coded, CodedGrid grid) {
     const auto neighbours = static_cast<uint32_t>(grid >> (coded.place.grid - 8));
-    return contexts + coded.flag + (neighbours >> 7 & 1) + 2 * (neighbours & 1);
+    return contexts + coded.coded_block_flag + (neighbours >> 7 & 1) + 2 * (neighbours & 1);
 }
 
 // Reads blocks (bits of blocks_of_pattern), each with its coded_block_flag. Returns the grid. The
@@ -277,16 +266,13 @@ KS_INLINE CabacContext* flag_of(CabacContext* contexts, const CodedBlock& coded,
         }
         grid |= CodedGrid{1} << coded.place.grid;
         next_flag = flag_of(s->contexts, *next, grid);
-        const CategoryLayout& layout = kLayouts[coded.category];
-        const ResidualTarget target = {
-            layout.scan, layout.is_dc ? kUnitScale : s->quantiser.scale4x4[coded.component],
-            s->mb.coefficients + coded.place.block * 16};
+        const ResidualTarget target = {s->quantiser.scales[coded.scale],
+                                       s->mb.coefficients + coded.place.block * 16};
         __attribute__((uninitialized)) uint8_t places[16];
-        const uint8_t* const end = read_map(&e, s->contexts + layout.significant, layout, places);
+        const uint8_t* const end = read_map(&e, s->contexts + coded.significant, coded, places);
         const int highest = end[-1];
-        const bool is_valid = read_levels(&e, s->contexts + layout.abs_level, layout.max_greater,
-                                          places, end, target);
-        note_block(&s->mb, coded.place.block, highest, is_valid);
+        read_levels(&e, s, s->contexts + coded.abs_level, coded.max_greater, places, end, target);
+        note_block(&s->mb, coded.place.block, highest);
     } while (next != list + kBlocks);
     s->cabac = e;
     return grid;

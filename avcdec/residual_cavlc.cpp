@@ -4,7 +4,6 @@
 #include <string.h>
 
 #include "avcdec/cavlc_tables.h"
-#include "avcdec/quant_tables.h"
 #include "avcdec/residual_target.h"
 
 // The window stays in registers while the blocks of a macroblock are read: whatever takes its
@@ -203,8 +202,7 @@ KS_INLINE int read_block(BlockReader* r, int nc, int max_coefficients, const Res
     *highest = total + zeros_left - 1;
     const auto put = [&](int coefficient, int zeros) {
         const int index = coefficient + zeros;
-        target.coefficients[target.scan[index]] =
-            scale_level(levels.value[2 + coefficient], target.scale.factors[index], target.scale);
+        put_level(levels.value[2 + coefficient], target.scale[index], target.coefficients);
     };
     int left = total - 1;
     put(left, zeros_left);
@@ -230,20 +228,12 @@ KS_INLINE int block_nc(uint32_t left, uint32_t top) {
     return static_cast<int>(sum < kCountMissing ? (sum + 1) >> 1 : sum & 31);
 }
 
-enum ListScan : uint8_t { kScanFrame, kScan8x8Lists, kScanLumaDc, kScanChromaDc };
-static constexpr const uint8_t* kListScans[] = {kScan4x4.data(), kScan8x8Interleaved.data(),
-                                                kZigzag4x4.data(), kRasterScan};
-
-// By which factors the levels of a block are scaled: AvcComponent, or one of these.
-enum ListScale : uint8_t { kScale8x8 = 3, kScaleNone, kListScales };
-
 // A list of coefficients, in the order of the syntax. An 8x8 block is four of them, interleaved.
 struct alignas(8) CodedList {
     uint8_t block;  // in AvcMacroblock.coefficients
     uint8_t grid;   // MbGridPlace
     uint8_t seen;   // the place whose neighbours it goes by
-    uint8_t scan;   // ListScan
-    uint8_t scale;  // ListScale
+    uint8_t scale;  // AvcComponent or AvcBlockScale
     uint8_t start;  // scan index of the first coefficient
     uint8_t max_coefficients;
 };
@@ -254,14 +244,14 @@ struct CodedLists {
 
 static constexpr CodedList coded_list(int row, int i) {
     const auto [block, grid] = block_place(i);
-    if (i == 0) return {block, grid, kGridLuma, kScanLumaDc, kScaleNone, 0, 16};
+    if (i == 0) return {block, grid, kGridLuma, kScaleLumaDc, 0, 16};
     const auto cb_or_cr = static_cast<uint8_t>(i < 23 ? kCompCb : kCompCr);
-    if (i >= 19) return {block, grid, grid, kScanFrame, cb_or_cr, 1, 15};
-    if (i >= 17) return {block, grid, grid, kScanChromaDc, kScaleNone, 0, 4};
-    if (row == kRow16x16) return {block, grid, grid, kScanFrame, kCompY, 1, 15};
-    if (row == kRow4x4) return {block, grid, grid, kScanFrame, kCompY, 0, 16};
+    if (i >= 19) return {block, grid, grid, cb_or_cr, 1, 15};
+    if (i >= 17) return {block, grid, grid, kScaleChromaDc, 0, 4};
+    if (row == kRow16x16) return {block, grid, grid, kCompY, 1, 15};
+    if (row == kRow4x4) return {block, grid, grid, kCompY, 0, 16};
     const auto start = static_cast<uint8_t>(block % 4 * 16);
-    return {static_cast<uint8_t>(block & 0xfc), grid, grid, kScan8x8Lists, kScale8x8, start, 16};
+    return {static_cast<uint8_t>(block & 0xfc), grid, grid, kScale8x8, start, 16};
 }
 
 static constexpr CodedLists coded_lists() {
@@ -304,10 +294,8 @@ KS_INLINE void take_counts(const CountGrid& grid, const uint8_t* places, uint8_t
 
 // Reads one list and puts its count into the grid.
 KS_INLINE void read_list(BlockReader* r, AvcMacroblock* mb, const CodedList& list,
-                         const AvcScale& scale, CountGrid* grid) {
-    const ResidualTarget target = {kListScans[list.scan] + list.start,
-                                   {scale.factors + list.start, scale.add, scale.shift},
-                                   mb->coefficients + list.block * 16};
+                         const AvcScaleEntry* scale, CountGrid* grid) {
+    const ResidualTarget target = {scale + list.start, mb->coefficients + list.block * 16};
     const int nc = list.max_coefficients == 4
                        ? kChromaDcNc
                        : block_nc(grid->at[list.seen - 1], grid->at[list.seen - 8]);
@@ -325,16 +313,13 @@ KS_INLINE void read_list(BlockReader* r, AvcMacroblock* mb, const CodedList& lis
 [[gnu::noinline]] static void read_blocks(AvcSliceReader* s, uint32_t blocks) {
     AvcMacroblock* const mb = &s->mb;
     const CodedList* const lists = lists_of(mb->kind);
-    const AvcQuantiser& q = s->quantiser;
-    const AvcScale* const scales[kListScales] = {&q.scale4x4[kCompY], &q.scale4x4[kCompCb],
-                                                 &q.scale4x4[kCompCr], &q.scale8x8, &kUnitScale};
     CountGrid grid = {};
     put_counts(&grid, kLeftColumn, s->left.counts);
     put_counts(&grid, kTopRow, s->top->counts);
     BlockReader r = {s->bits, &s->bits};
     for (; blocks != 0; blocks &= blocks - 1) {
         const CodedList& list = lists[__builtin_ctz(blocks)];
-        read_list(&r, mb, list, *scales[list.scale], &grid);
+        read_list(&r, mb, list, s->quantiser.scales[list.scale], &grid);
     }
     static_cast<BitWindow&>(s->bits) = r.window;
     take_counts(grid, kRightColumn, s->left.counts);

@@ -4,15 +4,21 @@
 
 #include <stdint.h>
 
-#include "avcdec/quantiser.h"
+// What becomes of a level of a block: (level * factor + 32) >> 6 goes to the element.
+struct AvcScaleEntry {
+    uint32_t factor;
+    uint32_t element;
+};
+constexpr int kScaleShift = 6;
+
+// The result is kept in 16 bits, as the transforms take it; products wrap.
+inline void put_level(int32_t level, const AvcScaleEntry& entry, int16_t* coefficients) {
+    const uint32_t product = static_cast<uint32_t>(level) * entry.factor;
+    coefficients[entry.element] =
+        static_cast<int16_t>((product + (1 << (kScaleShift - 1))) >> kScaleShift);
+}
 
 struct ResidualTarget {
-    const uint8_t* scan;  // scan index to element of coefficients
-    AvcScale scale;       // factors by scan index
+    const AvcScaleEntry* scale;  // by scan index
     int16_t* coefficients;
 };
-
-// DC levels are kept as they are coded until their own transform.
-inline constexpr int32_t kUnitFactors[16] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
-inline constexpr AvcScale kUnitScale = {kUnitFactors, 0, 0};
-inline constexpr uint8_t kRasterScan[4] = {0, 1, 2, 3};

@@ -72,8 +72,6 @@ static void read_macroblock(AvcSliceReader* s, const AvcPictureInProgress& pictu
         reconstruct_macroblock(picture, mb);
     } else {
         (s->is_cabac ? cabac_read_residual : cavlc_read_residual)(s);
-        if (s->header.field_pic_flag) [[unlikely]]
-            mb_order_as_field(mb);
         reconstruct_macroblock(picture, mb);
     }
     if (mb->kind == MbKind::kIntra16x16 || mb->kind == MbKind::kPcm) mb->flags |= kNotINxN;

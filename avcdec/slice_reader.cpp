@@ -5,7 +5,6 @@
 #include <string.h>
 
 #include "avcdec/intra_modes.h"
-#include "avcdec/quant_tables.h"
 #include "runtime/owned.h"
 
 int slice_reader_allocate(AvcSliceReader* s, uint32_t width_mbs) {
@@ -46,27 +45,4 @@ void mb_set_intra16(AvcSliceReader* s, uint32_t mb_type) {
     mb->cbp = static_cast<uint8_t>(chroma | (t < 12 ? 0 : 15));
     memset(s->top->modes, kIntraDc, 4);
     memset(s->left.modes, kIntraDc, 4);
-}
-
-template <size_t kSize>
-static void reorder(int16_t* coefficients, const std::array<uint8_t, kSize>& from,
-                    const std::array<uint8_t, kSize>& to) {
-    int16_t old[kSize];
-    memcpy(old, coefficients, sizeof old);
-    for (size_t i = 0; i < kSize; ++i) coefficients[to[i]] = old[from[i]];
-}
-
-[[gnu::cold]] void mb_order_as_field(AvcMacroblock* mb) {
-    const int luma_step = mb->kind == MbKind::kIntra8x8 ? 4 : 1;
-    for (int block = 0; block <= kDcBlock; block += block < 16 ? luma_step : 1) {
-        if (!(mb->coded_mask & block_bit(block))) continue;
-        int16_t* const at = mb->coefficients + block * 16;
-        if (block == kDcBlock) {
-            reorder(at, kZigzag4x4, kFieldRaster4x4);
-        } else if (block < 16 && luma_step == 4) {
-            reorder(at, kScan8x8, kFieldScan8x8);
-        } else {
-            reorder(at, kScan4x4, kFieldScan4x4);
-        }
-    }
 }

@@ -42,6 +42,3 @@ void slice_reader_start_cabac(AvcSliceReader* s);
 void mb_set_modes(AvcSliceReader* s, const int8_t* fields);
 // mb_type 1 to 24: prediction mode and coded block pattern of an Intra 16x16 macroblock.
 void mb_set_intra16(AvcSliceReader* s, uint32_t mb_type);
-// Brings the coefficients of a macroblock, which are where the scan of frames has them, to where
-// that of fields has them.
-void mb_order_as_field(AvcMacroblock* mb);

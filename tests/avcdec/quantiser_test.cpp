@@ -17,7 +17,8 @@ TEST(Quantiser, FlatFactorsWithUnequalChromaOffsetsAreSixteenths) {
     quantiser_set_qp(q.get(), 14);            // normAdjust 13 << 14 / 6,
     const int factors[] = {52, 52, 10 << 3};  // and 10 << 18 / 6 for Cr
     for (int c = 0; c < 3; ++c) {
-        const AvcScale& s = q->scale4x4[c];
-        EXPECT_EQ(scale_level(3, s.factors[0], s), (3 * factors[c] + 8) >> 4) << c;
+        int16_t coefficient = 0;
+        put_level(3, q->scales[c][0], &coefficient);
+        EXPECT_EQ(coefficient, (3 * factors[c] + 8) >> 4) << c;
     }
 }
