@@ -26,9 +26,11 @@ void cabac_init_contexts(const int8_t (*pairs)[2], CabacContext* contexts, int32
 }
 
 void cabac_start(CabacEngine* e, CabacBytes* bytes) {
+    // A refill away from the distance that codIOffset has to 0.
     *e = CabacEngine{BitWord{1} << (kBitWordSize - 1), BitWord{510} << kCabacUnit, bytes};
     cabac_keep_lookahead(e);
-    // No codIOffset may begin as 510 or 511 (H.264 9.3.1.2). Either makes every decision an LPS, so
-    // that an I_PCM macroblock comes first; but 511 would outgrow its 9 bits.
-    if (e->value >> kCabacUnit == 511) e->value -= BitWord{1} << kCabacUnit;
+    const BitWord offset = -e->distance;
+    // No codIOffset may begin as 510 or 511 (H.264 9.3.1.2). Either makes every decision an LPS, as
+    // next to no distance does, so that an I_PCM macroblock comes first.
+    e->distance = offset >> kCabacUnit < 510 ? e->range - offset : offset & -offset;
 }

@@ -32,14 +32,17 @@ static constexpr CabacContext context_of(int variable) {
     const int state = variable >> 1;
     const int mps = variable & 1;
     BitWord rows = 0;
+    CabacContext shifts = 0;
     for (int i = 0; i < 4; ++i) {
-        const BitWord range = BitWord{kRangeTabLps[state][i]} << kCabacUnit;
+        const uint8_t lps_range = kRangeTabLps[state][i];
+        const BitWord range = BitWord{lps_range} << kCabacUnit;
         rows |= kBitWordSize == 64 ? range >> 8 * i : std::rotl(range, 8 * i);
+        shifts |= static_cast<CabacContext>(std::countl_zero(lps_range) + 1) << 4 * i;
     }
     const int after_lps = kTransIdxLps[state] * 2 + (state == 0 ? 1 - mps : mps);
     const int after_mps = (state < 62 ? state + 1 : state) * 2 + mps;
     const auto states = static_cast<CabacContext>(after_lps << 8 | after_mps);
-    return states << kCabacStatesShift | rows;
+    return (shifts << 16 | states) << kCabacStatesShift | rows;
 }
 
 static constexpr std::array<CabacContext, 128> all_contexts() {
