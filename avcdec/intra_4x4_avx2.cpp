@@ -165,7 +165,11 @@ struct Macroblock {
     uint8_t* block(int b) const { return dst + 4 * block_y(b) * pitch + 4 * block_x(b); }
     // What make_line takes from outside the macroblock.
     U8x16 left(int b) const { return load_4x4(block(b) - 4, pitch); }
-    U8x16 right(int b) const { return (U8x16)U32x4{0, 0, 0, load_4(block(b) - pitch + 4)}; }
+    // To the right of the macroblock may be the other field, which has no samples yet.
+    U8x16 right(int b) const {
+        const bool is_there = b != 5 || mb->available & kHasTopRight;
+        return (U8x16)U32x4{0, 0, 0, load_4(block(b) - pitch + (is_there ? 4 : 0))};
+    }
 };
 
 // Makes two blocks, or one twice, and returns their samples.

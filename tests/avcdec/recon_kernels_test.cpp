@@ -93,6 +93,7 @@ TEST_F(ReconKernelSets, PutMacroblocksTogetherAsTheReferenceDoes) {
     for (int round = 0; round < 3000; ++round) {
         SCOPED_TRACE(round);
         AvcMacroblock mb = {};
+        mb.available = kHasTopRight;
         mb.coded_mask = static_cast<uint32_t>(rng() & (round % 4 == 0 ? 0 : rng())) & kLumaMask;
         mb.ac_mask = mb.coded_mask & static_cast<uint32_t>(rng());
         const unsigned bits = 1 + rng() % 16;
