@@ -209,7 +209,7 @@ TEST_F(Explain, EachRefusalHasItsReason) {
     mkdir(folder_.path("folder.mp4").c_str(), 0700);
     mkfifo(folder_.path("pipe.mp4").c_str(), 0600);
     const std::string mpeg4 = of_vop(layer()), sound = box("mdia", handler("soun"));
-    const std::string packet = "\x47" + std::string(187, '\xff');
+    const std::string packet = "\x47" + std::string(187, '\xff'), timed = zeros(4) + packet;
     const size_t last_data = fragmented.rfind("mdat") + 20;
     const size_t avcc = good.find("avcC") + 4;
     const size_t picture_sets = avcc + 8 + sps_nal({}).size();
@@ -223,6 +223,7 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"no-movie", std::string(64, 'x')},
         {"It is a file of another kind, Matroska or WebM;", "\x1a\x45\xdf\xa3" + zeros(60)},
         {"It is a file of another kind, an MPEG transport stream;", packet + packet + packet},
+        {"It is a file of another kind, an MPEG transport stream;", timed + timed + timed},
         {"boxes-broken", good + u32(1) + "free" + zeros(8)},
         {"no-index", box("ftyp", "isom" + zeros(4))},
         {"The file is cut off: it ends at 1000, its mdat box should go on", good.substr(0, 1000)},
@@ -255,7 +256,8 @@ TEST_F(Explain, EachRefusalHasItsReason) {
         {"no-tfra-of-video", with_number(fragmented, "tfra", 0, 2)},
         {"base-data-offset", renamed(fragmented, "tfhd" + u32(0x20000), "tfhd" + u32(0x20001))},
         {"all-empty", with_number(good, "stsz", 6, 0), 6, "100"},
-        {"The file is cut off: it ends at 2666, and the key", with_number(good, "stco", 1, 99000)},
+        {"The file is cut off: it ends at 2666, and the key frame to decode would go on to 100978.",
+         with_number(good, "stco", 1, 99000)},
 
         {"The file is cut off: it ends at " + std::to_string(last_data) + ", its mdat box should go",
          fragmented.substr(0, last_data)},
@@ -379,6 +381,10 @@ TEST_F(Explain, GoodFilesShowTheirKeyFramesAndThePick) {
          "pixels, from key frame 1.\n"});
     EXPECT_EQ(run({path_, "", "0", "0", "85", "1", "61", "0"}), 0);
     expect_report({"16x16 pixels, from key frame 2.\n"});
+    EXPECT_EQ(run_both(with_number(plain_film(movie()), "stsz", 2, 0), 6, "0"), 0);
+    expect_report({"         0     0:00:00.000           0  empty\n"});
+    EXPECT_EQ(run_both(with_number(plain_film(movie()), "mdhd", 3, ~0u), 6, "0"), 0);
+    expect_report({"duration     not stated\n"});
     EXPECT_EQ(run_both(fragmented_film(movie()), 7, "100"), 0);
     expect_report({"         2     0:00:02.000         402  collected, picked\n"});
     EXPECT_EQ(run_both(changed([](TrackSpec* m) { set_sample_durations(m, 40000); })), 0);
@@ -465,7 +471,7 @@ TEST_F(Explain, ManyFilesHaveALineEach) {
     write_file(other, renamed(plain_film(movie()), "avc1", "hv\"<"));
     std::string turned = with_inserted(plain_film(movie()), "");
     const size_t matrix = turned.find("tkhd") + 4 + 40;
-    turned.replace(matrix, 20, u32(0) + u32(0x10000) + u32(0) + u32(0xffff0000) + u32(0));
+    turned.replace(matrix, 20, u32(0) + u32(0x10000) + u32(0) + u32(0x10000) + u32(0));
     write_file(wide, turned);
     EXPECT_EQ(run({"--brief", path_, other}), 1);
     EXPECT_EQ(report_, path_ + ": 239x240, key frame 1 at 0:00:02.000\n" + folder_.path("") +
@@ -480,7 +486,7 @@ TEST_F(Explain, ManyFilesHaveALineEach) {
         "\"picked\":true},{\"index\":1,\"time_ms\":2000,\"bytes\":402,\"collected\":true,",
         "{\"index\":2,\"time_ms\":4000,\"bytes\":394,\"collected\":false,\"picked\":false}],"
         "\"thumbnail\":{\"width\":16,\"height\":16,\"key_frame\":0},\"reason\":null}\n",
-        "\"rotation\":90,",
+        "\"rotation\":90,\"mirrored\":true,",
     });
     EXPECT_EQ(run({"--json", other, "none.mp4"}), 1);
     expect_report({"a\\\\xff\\\"<b>\\\\\\\\.mp4\",\"bytes\":", "\"format\":\"hv\\\"<\"",
@@ -492,7 +498,8 @@ TEST_F(Explain, ManyFilesHaveALineEach) {
     report_ = read_file(page);
     expect_report({"a\\xff&quot;&lt;b&gt;\\\\.mp4</h2>", "(hv&quot;&lt;)",
                    "<figure class=\"collected\"><img alt=\"\" src=\"data:image/jpeg;base64,/9j/",
-                   "<figure class=\"picked\">", "402 bytes<br>picked, percentile 67 to 100"});
+                   "<figure class=\"picked\">",
+                   " (40 %)<br>402 bytes<br>picked, percentile 67 to 100"});
 }
 
 TEST_F(Explain, OptionsAndUsage) {

@@ -65,6 +65,10 @@ TEST(KeyFrames, CollectionStartsAtThePartOfTheClip) {
     collect(file, 51, 2, {"h", "jjjj"});  // an empty sample does not count
     collect(file, 100, 5, {"jjjj"});
     collect(fragmented_film(ten_seconds()), 45, 3, {"f", "h", "i"});  // 4.5 s; 6 s is empty
+    TrackSpec coarse = ten_seconds();
+    for (FilmSample& sample : coarse.samples) sample.duration = 1;
+    coarse.time_scale = 1, coarse.duration = 10;
+    collect(plain_film(coarse), 25, 1, {"eee"});  // 2.5 s is rounded
 }
 
 TEST(KeyFrames, SyncSampleNumber0IsAfterEveryTimeAndEmpty) {
