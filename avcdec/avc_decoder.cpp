@@ -36,7 +36,8 @@ void avcdec_create(const AvcDecoderOptions* options, AvcCreateResult* result) {
         return;
     }
     d->option_flags = options->flags;
-    d->sets.allows_interlaced = options->flags & kAvcInterlaced;
+    d->sets.allows_more_formats = options->flags & kAvcMoreFormats;
+    d->has_old_flags = options->flags & kAvcOldFlags;
     if (has_table) memcpy(d->option_table, options->table, options->table_length);
     d->picture.kernels = recon_kernels_best();
     result->decoder = d;
@@ -106,7 +107,8 @@ static bool is_target_of_active_sps(const AvcDecodeInput* in) {
 // In a larger target samples would stay unset.
 static bool is_target_of_active_size(const AvcDecodeInput* in) {
     const AvcSps* const sps = in->decoder->sets.active_sps;
-    const uint64_t size = uint64_t{sps->width} * sps->height * 3 / 2;
+    const uint64_t luma_size = uint64_t{sps->width} * sps->height;
+    const uint64_t size = sps->chroma_format_idc == 3 ? luma_size * 3 : luma_size * 3 / 2;
     return in->stride == sps->width && in->target_size == size;
 }
 
@@ -118,7 +120,8 @@ static void set_target(AvcDecoder* d, const AvcDecodeInput* in) {
     AvcPicture* const planes = &d->picture.planes;
     planes->plane[0] = in->target + lines * in->stride;
     planes->plane[1] = in->target + luma_size + lines * in->stride / 2;
-    planes->plane[2] = planes->plane[1] + luma_size / 4;
+    planes->is_444 = d->sets.active_sps->chroma_format_idc == 3;
+    planes->plane[2] = planes->plane[1] + (planes->is_444 ? luma_size : luma_size / 4);
     planes->stride = in->stride << header.field_pic_flag;
     planes->height_mbs =
         static_cast<uint16_t>(d->sets.active_sps->height_mbs >> header.field_pic_flag);

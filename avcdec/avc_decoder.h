@@ -28,9 +28,13 @@ enum AvcError : uint32_t {
 enum AvcOptionFlags : uint32_t {
     kAvcStartCodes = 1,
     kAvcOptionTable = 4,
-    // Interlaced streams, unless the macroblocks of a frame come in pairs (MbaffFrameFlag). A field
-    // is a picture by itself: the lines of the other one are made of those around them.
-    kAvcInterlaced = 8,
+    // Interlaced streams, unless the macroblocks of a frame come in pairs (MbaffFrameFlag), and
+    // 4:4:4, unless its planes are coded apart or have scaling lists of their own. A field is a
+    // picture by itself: the lines of the other one are made of those around them.
+    kAvcMoreFormats = 8,
+    // 4:4:4 with CABAC as x264 wrote it before its core 151 (2017): for the coded_block_flag of an
+    // 8x8 block a neighbour that has none counts as coded, not as what H.264 9.3.3.1.1.9 says.
+    kAvcOldFlags = 16,
 };
 enum AvcCallFlags : uint32_t { kAvcFlush = 1, kAvcOption64 = 2 };
 enum AvcEvents : uint32_t {

@@ -21,7 +21,7 @@ static int activate_sps(AvcDecoder* d, AvcSps* sps) {
     picture_begin(&d->picture);
     const auto width_mbs = static_cast<uint16_t>(sps->width_mbs);
     const auto height_mbs = static_cast<uint16_t>(sps->height_mbs);
-    if (slice_reader_allocate(&d->slice, width_mbs) != 0 ||
+    if (slice_reader_allocate(&d->slice, width_mbs, sps->chroma_format_idc == 3) != 0 ||
         picture_allocate(&d->picture, width_mbs, height_mbs) != 0) {
         avc_release_work(d);
         return refuse(d, {AvcRefusal::kNoMemory});
@@ -34,7 +34,7 @@ static void apply_pps(AvcDecoder* d) {
     const AvcPps* const pps = d->sets.active_pps;
     d->slice.is_cabac = pps->entropy_coding_mode_flag;
     d->slice.transform_8x8_mode = pps->transform_8x8_mode_flag;
-    d->slice.monochrome = d->sets.monochrome;
+    d->slice.monochrome = d->sets.monochrome || d->slice.chroma_444;
 }
 
 int avc_activate_pps(AvcDecoder* d, uint32_t pic_parameter_set_id) {
@@ -75,6 +75,10 @@ void cabac_init_slice(AvcDecoder* d) {
                             kCtxAbsLevel - kCtxSignificant);
         cabac_init_contexts(kCabacInitField8x8, s->contexts + kCtxSignificant8x8, s->slice_qp,
                             kCtxAbsLevel8x8 - kCtxSignificant8x8);
+    }
+    if (s->chroma_444) {
+        s->chroma_444->has_old_flags = d->has_old_flags;
+        chroma_444_start_contexts(s->chroma_444, s->contexts);
     }
     slice_reader_start_cabac(s);
 }

@@ -20,6 +20,7 @@ struct AvcDecoder {
     uint8_t option_byte;    // of the current call
     NalHeader nal;          // of the current unit
     uint32_t option_flags;
+    bool has_old_flags;  // kAvcOldFlags
     uint8_t option_table[32];
     AvcParameterSets sets;
     AvcRefused refused;  // why the last unit was

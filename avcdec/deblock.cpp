@@ -80,7 +80,7 @@ static void set_edges(DeblockRow* r, uint32_t x, int i, EdgesByDirection* e) {
         horizontal->outer = between(*t, above, q, c);
         vertical->inner = horizontal->inner = t->by_qp[q.qp[c]];
         vertical->inner_step = horizontal->inner_step =
-            c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;
+            c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;  // of 4:2:0
     }
 }
 
@@ -145,11 +145,26 @@ static DeblockPlace place_of(const DeblockRow& r, const AvcPicture& picture, uin
     filter<1>(k.horizontal, at, inside);
 }
 
+// Chroma of 4:4:4 is filtered as luma is, by its own thresholds.
+[[gnu::cold]] static void filter_444(const DeblockKernels& k, const DeblockRow& r,
+                                     const AvcPicture& picture, uint32_t x, EdgesByDirection* e) {
+    const auto pitch = static_cast<ptrdiff_t>(picture.stride);
+    for (int c = 0; c < 3; ++c) {
+        uint8_t* const at = picture.plane[c] + (r.plane[0] - picture.plane[0]) + 16 * x;
+        e->vertical[c].inner_step = e->vertical[0].inner_step;
+        e->horizontal[c].inner_step = e->horizontal[0].inner_step;
+        if (is_on(e->vertical[c])) k.vertical.luma(at, pitch, 0, &e->vertical[c]);
+        if (is_on(e->horizontal[c])) k.horizontal.luma(at, pitch, 0, &e->horizontal[c]);
+    }
+}
+
 static void filter_one(const ReconKernels& k, DeblockRow* r, const AvcPicture& picture,
                        uint32_t x) {
     __attribute__((uninitialized)) EdgesByDirection e;
     set_edges(r, x, 0, &e);
-    if (picture.is_field) {
+    if (picture.is_444) {
+        filter_444(k.deblock, *r, picture, x, &e);
+    } else if (picture.is_field) {
         filter_field(k.deblock, place_of(*r, picture, x), e);
     } else {
         filter<1>(k.deblock, place_of(*r, picture, x), e);

@@ -9,13 +9,14 @@
 
 #include "avcdec/recon_kernels.h"
 
-// The picture that is decoded into: planes of whole macroblocks, chroma pitch stride / 2.
+// The picture that is decoded into: planes of whole macroblocks, chroma pitch stride / 2 (4:2:0).
 struct AvcPicture {
     uint8_t* plane[3];
     uint32_t stride;  // luma pitch in bytes
     uint16_t width_mbs;
     uint16_t height_mbs;
     uint8_t is_field;  // every other line of a frame, of which stride leaves out one
+    uint8_t is_444;    // chroma is as luma, of its pitch
 };
 
 enum DeblockFlags : uint8_t {

@@ -30,7 +30,8 @@ static int make_picture(const AvcStreamInfo& info, DecodedPicture* picture, AvcD
     if (picture->planes) upnp_free(picture->planes);
     *picture = {};
     const uint64_t luma_size = uint64_t{info.width} * info.height;
-    picture->planes = owned_malloc<uint8_t>(luma_size * 3 / 2).release();
+    const uint64_t size = info.chroma_format == 3 ? luma_size * 3 : luma_size * 3 / 2;
+    picture->planes = owned_malloc<uint8_t>(size).release();
     if (!picture->planes) return 1;
     picture->width = info.width;
     picture->height = info.height;
@@ -45,7 +46,7 @@ static int make_picture(const AvcStreamInfo& info, DecodedPicture* picture, AvcD
     picture->crop_bottom = info.crop_bottom << shift;
     picture->presentation = info.presentation;
     in->target = picture->planes;
-    in->target_size = static_cast<uint32_t>(luma_size * 3 / 2);
+    in->target_size = static_cast<uint32_t>(size);
     in->stride = info.width;
     in->target_sps_id = static_cast<int32_t>(info.sps_id);
     return 0;
@@ -69,6 +70,19 @@ static AvcRefused update_picture(const AvcDecodeOutput& out, DecodedPicture* pic
     if (info.width == 0) return {AvcRefusal::kTooManyMacroblocks};
     if (make_picture(info, picture, in)) return {AvcRefusal::kNoMemory};
     return {};
+}
+
+// Chroma of the size of luma becomes 4:2:0 in place, each sample the mean of four.
+static void halve_chroma(const DecodedPicture& picture) {
+    const uint8_t* from = picture.planes + picture.u_offset;
+    uint8_t* to = picture.planes + picture.u_offset;
+    const uint32_t pitch = picture.stride;
+    for (uint32_t y = 0; y < 2 * picture.height; y += 2, from += 2 * pitch) {
+        for (uint32_t x = 0; x < pitch; x += 2) {
+            const int sum = from[x] + from[x + 1] + from[pitch + x] + from[pitch + x + 1];
+            *to++ = static_cast<uint8_t>((sum + 2) >> 2);
+        }
+    }
 }
 
 static bool is_slice(uint8_t nal_header) {
@@ -119,12 +133,15 @@ static AvcRefused decode(AvcDecoder* decoder, const AvcFrameRequest* request,
             is_sample = true;
         }
     }
+    const uint64_t luma_size = uint64_t{picture->stride} * picture->height;
+    if (in.target_size == luma_size * 3) halve_chroma(*picture);
     return {};
 }
 
 int DecodeKeyFrameAvc(const AvcFrameRequest* request, DecodedPicture* picture) {
     AvcDecoderOptions options = {};
-    if (request->allows_interlaced) options.flags = kAvcInterlaced;
+    if (request->allows_more_formats) options.flags |= kAvcMoreFormats;
+    if (request->has_old_flags) options.flags |= kAvcOldFlags;
     AvcCreateResult created;
     avcdec_create(&options, &created);
     AvcRefused refused = {AvcRefusal::kNoMemory};

@@ -13,10 +13,11 @@ struct AvcFrameRequest {
     uint32_t parameter_sets_length;
     // NAL units, each preceded by a big-endian length; unescaped in place.
     uint8_t* sample;
-    uint32_t sample_length;          // bytes
-    int32_t nal_length_size;         // width of the sample's length fields: 1, 2 or 4 bytes
-    bool allows_interlaced = false;  // streams, as far as kAvcInterlaced goes
-    AvcRefused* refused = nullptr;   // takes the reason of a failure; may be null
+    uint32_t sample_length;            // bytes
+    int32_t nal_length_size;           // width of the sample's length fields: 1, 2 or 4 bytes
+    bool allows_more_formats = false;  // as far as kAvcMoreFormats goes
+    bool has_old_flags = false;        // see kAvcOldFlags
+    AvcRefused* refused = nullptr;     // takes the reason of a failure; may be null
 };
 
 // Decodes one picture; the bytes of the request are changed by that (emulation prevention is

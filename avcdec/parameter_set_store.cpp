@@ -7,7 +7,7 @@
 
 AvcRefused avc_store_sps(AvcParameterSets* sets, AvcBitReader* r) {
     AvcSps sps;
-    if (const AvcRefused refused = avc_read_sps(r, &sps, sets->allows_interlaced)) return refused;
+    if (const AvcRefused refused = avc_read_sps(r, &sps, sets->allows_more_formats)) return refused;
     // The last parsed set of a profile that codes the chroma format decides, active or not.
     if (sps.high_profile_syntax) sets->monochrome = sps.chroma_format_idc == 0;
 
@@ -55,6 +55,9 @@ AvcRefused avc_refusal_of_pps(const AvcParameterSets& sets, uint32_t pic_paramet
     const AvcPps* const pps = sets.pps[pic_parameter_set_id];
     const AvcSps* const sps = pps ? sets.sps[pps->seq_parameter_set_id] : nullptr;
     if (!sps) return {AvcRefusal::kNoPictureSet, pic_parameter_set_id};
+    if (sps->chroma_format_idc == 3 && pps->has_chroma_8x8_lists) {
+        return {AvcRefusal::kChromaFormat, sps->chroma_format_idc};
+    }
     return avc_refusal_at_activation(*sps);
 }
 

@@ -12,7 +12,7 @@ struct AvcParameterSets {
     AvcPps* active_pps;  // into pps
     AvcSps* last_sps;    // into sps: the one parsed last
     uint8_t monochrome;  // of the last parsed SPS that coded a chroma format
-    bool allows_interlaced;
+    bool allows_more_formats;
     AvcSps* sps[kMaxSps];  // owned records, by id
     AvcPps* pps[kMaxPps];
 };

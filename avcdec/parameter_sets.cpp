@@ -20,19 +20,25 @@ int avc_parse_scaling_list(AvcBitReader* r, uint8_t* list, int size) {
     return 0;
 }
 
-// count is 6 to 12: lists after the eighth, which 4:4:4 has, are read over.
-static void parse_scaling_lists(AvcBitReader* r, ScalingLists* lists, int count) {
+// count is 6 to 12: lists after the eighth, which 4:4:4 has, are read over. Returns whether one
+// was.
+static bool parse_scaling_lists(AvcBitReader* r, ScalingLists* lists, int count) {
     assert(count >= 6 && count <= 12);
+    bool has_chroma_8x8 = false;
     uint8_t unused[64];
     for (int i = 0; i < count; ++i) {
         if (!bits_read_1(r)) continue;
         const int use_default =
             i < 6 ? avc_parse_scaling_list(r, lists->list4x4[i], 16)
                   : avc_parse_scaling_list(r, i < 8 ? lists->list8x8[i - 6] : unused, 64);
-        if (i >= 8) continue;
+        if (i >= 8) {
+            has_chroma_8x8 = true;
+            continue;
+        }
         lists->state |=
             static_cast<uint16_t>((use_default ? kListDefault : kListExplicit) << 2 * i);
     }
+    return has_chroma_8x8;
 }
 
 static bool has_high_profile_syntax(uint32_t profile_idc) {
@@ -45,13 +51,16 @@ static AvcRefused parse_high_profile_fields(AvcBitReader* r, AvcSps* sps) {
     const uint32_t chroma_format_idc = bits_ue(r);
     if (chroma_format_idc > 3) return kDamagedSps;
     sps->chroma_format_idc = static_cast<uint8_t>(chroma_format_idc);
-    if (chroma_format_idc == 3) bits_read_1(r);  // separate_colour_plane_flag
+    if (chroma_format_idc == 3) {
+        sps->separate_colour_plane_flag = static_cast<uint8_t>(bits_read_1(r));
+    }
     sps->bit_depth_luma = 8 + bits_ue(r);
     sps->bit_depth_chroma = 8 + bits_ue(r);
     sps->qpprime_y_zero_transform_bypass_flag = static_cast<uint8_t>(bits_read_1(r));
     sps->seq_scaling_matrix_present_flag = static_cast<uint8_t>(bits_read_1(r));
     if (sps->seq_scaling_matrix_present_flag) {
-        parse_scaling_lists(r, &sps->scaling, chroma_format_idc == 3 ? 12 : 8);
+        sps->has_chroma_8x8_lists =
+            parse_scaling_lists(r, &sps->scaling, chroma_format_idc == 3 ? 12 : 8);
     }
     return {};
 }
@@ -172,16 +181,20 @@ static void parse_vui(AvcBitReader* r, StreamPresentation* presentation) {
 }
 
 // What cannot be decoded, of a set that was read to its end.
-static AvcRefused format_refusal(const AvcSps& sps, bool allows_interlaced) {
-    if (sps.chroma_format_idc > 1) return {AvcRefusal::kChromaFormat, sps.chroma_format_idc};
+static AvcRefused format_refusal(const AvcSps& sps, bool allows_more_formats) {
+    const bool has_three_lumas = sps.chroma_format_idc == 3 && sps.frame_mbs_only_flag &&
+                                 !sps.separate_colour_plane_flag && !sps.has_chroma_8x8_lists;
+    if (sps.chroma_format_idc > 1 && !(allows_more_formats && has_three_lumas)) {
+        return {AvcRefusal::kChromaFormat, sps.chroma_format_idc};
+    }
     if (sps.bit_depth_luma != 8) return {AvcRefusal::kBitDepth, sps.bit_depth_luma};
     if (sps.bit_depth_chroma != 8) return {AvcRefusal::kBitDepth, sps.bit_depth_chroma};
     if (sps.qpprime_y_zero_transform_bypass_flag) return {AvcRefusal::kLossless};
-    if (!sps.frame_mbs_only_flag && !allows_interlaced) return {AvcRefusal::kInterlaced};
+    if (!sps.frame_mbs_only_flag && !allows_more_formats) return {AvcRefusal::kInterlaced};
     return {};
 }
 
-AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps, bool allows_interlaced) {
+AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps, bool allows_more_formats) {
     *sps = {};
     sps->profile_idc = static_cast<uint8_t>(bits_read(r, 8));
     sps->constraint_set_flags = static_cast<uint8_t>(bits_read(r, 4));
@@ -207,10 +220,10 @@ AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps, bool allows_interlaced) {
     sps->vui_parameters_present_flag = static_cast<uint8_t>(bits_read_1(r));
     if (sps->vui_parameters_present_flag) parse_vui(r, &sps->presentation);
     bits_skip_trailing(r);
-    return format_refusal(*sps, allows_interlaced);
+    return format_refusal(*sps, allows_more_formats);
 }
 
-static AvcRefused parse_pps_extension(AvcBitReader* r, AvcPps* pps) {
+static AvcRefused parse_pps_extension(AvcBitReader* r, bool is_444, AvcPps* pps) {
     int overrun = 0;
     const int more = bits_more_rbsp_data(r, &overrun);
     if (overrun) return kDamagedPps;
@@ -220,7 +233,8 @@ static AvcRefused parse_pps_extension(AvcBitReader* r, AvcPps* pps) {
     pps->transform_8x8_mode_flag = static_cast<uint8_t>(bits_read_1(r));
     pps->pic_scaling_matrix_present_flag = static_cast<uint8_t>(bits_read_1(r));
     if (pps->pic_scaling_matrix_present_flag) {
-        parse_scaling_lists(r, &pps->scaling, 6 + 2 * pps->transform_8x8_mode_flag);
+        const int count_8x8 = pps->transform_8x8_mode_flag ? is_444 ? 6 : 2 : 0;
+        pps->has_chroma_8x8_lists = parse_scaling_lists(r, &pps->scaling, 6 + count_8x8);
     }
     const int32_t second_chroma_qp_index_offset = bits_se(r);
     if (second_chroma_qp_index_offset < -12 || second_chroma_qp_index_offset > 12) {
@@ -263,7 +277,8 @@ AvcRefused avc_read_pps(AvcBitReader* r, const AvcSps* const* sps_table, AvcPps*
 
     const AvcSps* const sps = sps_table[sps_id];
     if (!sps || sps->high_profile_syntax) {
-        if (const AvcRefused refused = parse_pps_extension(r, pps)) return refused;
+        const bool is_444 = sps && sps->chroma_format_idc == 3;
+        if (const AvcRefused refused = parse_pps_extension(r, is_444, pps)) return refused;
     }
     bits_skip_trailing(r);
     return {};

@@ -30,11 +30,13 @@ struct AvcSps {
     uint8_t constraint_set_flags;  // set0 to set3 from bit 3 down
     uint8_t level_idc;
     uint16_t seq_parameter_set_id;
-    uint8_t chroma_format_idc;  // 0 or 1 in a set that is accepted
-    uint32_t bit_depth_luma;    // 8 in a set that is accepted
+    uint8_t chroma_format_idc;  // 0 or 1 in a set that is accepted, 3 where that is allowed
+    uint8_t separate_colour_plane_flag;
+    uint32_t bit_depth_luma;  // 8 in a set that is accepted
     uint32_t bit_depth_chroma;
     uint8_t qpprime_y_zero_transform_bypass_flag;  // 0 in a set that is accepted
     uint8_t seq_scaling_matrix_present_flag;
+    uint8_t has_chroma_8x8_lists;  // which only 4:4:4 has: they are read over
     ScalingLists scaling;
     uint32_t log2_max_frame_num;
     uint8_t pic_order_cnt_type;
@@ -80,16 +82,17 @@ struct AvcPps {
     uint8_t redundant_pic_cnt_present_flag;
     uint8_t transform_8x8_mode_flag;
     uint8_t pic_scaling_matrix_present_flag;
+    uint8_t has_chroma_8x8_lists;
     ScalingLists scaling;
     int8_t second_chroma_qp_index_offset;
     uint8_t changed;  // 1 when the tables derived from this record must be rebuilt
 };
 
 // Read the parameter set after the NAL header that the reader stands on. Return why it is refused,
-// if it is. A sequence parameter set of a format that is not decoded is filled all the same. One
-// of an interlaced stream may be allowed, for its fields, and its frames that are not coded in
-// pairs. sps_table has kMaxSps entries, null where no set is stored.
-AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps, bool allows_interlaced = false);
+// if it is. A sequence parameter set of a format that is not decoded is filled all the same. More
+// formats may be allowed: interlaced streams, for their fields and frames that are not coded in
+// pairs, and 4:4:4. sps_table has kMaxSps entries, null where no set is stored.
+AvcRefused avc_read_sps(AvcBitReader* r, AvcSps* sps, bool allows_more_formats = false);
 AvcRefused avc_read_pps(AvcBitReader* r, const AvcSps* const* sps_table, AvcPps* pps);
 
 // Why no picture of an accepted set can be decoded: its size, or the fields of its slice headers.

@@ -23,14 +23,15 @@ MbSamples picture_samples(const AvcPictureInProgress& p) {
     assert(p.planes.plane[0] && p.x < p.planes.width_mbs && p.y < p.planes.height_mbs);
     const AvcPicture& planes = p.planes;
     const ptrdiff_t luma_pitch = planes.stride;
-    const ptrdiff_t chroma_pitch = planes.stride / 2;
+    const ptrdiff_t chroma_pitch = planes.is_444 ? luma_pitch : luma_pitch / 2;
+    const ptrdiff_t chroma_size = planes.is_444 ? 16 : 8;
     const ptrdiff_t x = p.x;
     const ptrdiff_t y = p.y;
-    return {
-        {planes.plane[0] + (y * luma_pitch + x) * 16, planes.plane[1] + (y * chroma_pitch + x) * 8,
-         planes.plane[2] + (y * chroma_pitch + x) * 8},
-        luma_pitch,
-        chroma_pitch};
+    const ptrdiff_t chroma = (y * chroma_pitch + x) * chroma_size;
+    return {{planes.plane[0] + (y * luma_pitch + x) * 16, planes.plane[1] + chroma,
+             planes.plane[2] + chroma},
+            luma_pitch,
+            chroma_pitch};
 }
 
 void fill_block(uint8_t* dst, ptrdiff_t pitch, int size, uint8_t value) {
@@ -43,7 +44,8 @@ static DeblockRecord* deblock_ring(const AvcPictureInProgress* p, uint32_t row) 
 
 // Deblocks the rows before end, or leaves one to be filtered together with the next.
 static void deblock_up_to(AvcPictureInProgress* p, uint32_t end) {
-    const bool has_pairs = p->kernels.deblock_two.vertical.luma && !p->planes.is_field;
+    const bool has_pairs =
+        p->kernels.deblock_two.vertical.luma && !p->planes.is_field && !p->planes.is_444;
     while (p->deblocked_rows < end) {
         const uint32_t row = p->deblocked_rows;
         const DeblockRecord* const above = row == 0 ? nullptr : deblock_ring(p, row - 1);
@@ -88,8 +90,9 @@ void picture_skip_to(AvcPictureInProgress* p, uint32_t address) {
     while (p->next_mb < address) {
         const MbSamples to = picture_samples(*p);
         fill_block(to.plane[0], to.luma_pitch, 16, kMissingSample);
-        fill_block(to.plane[1], to.chroma_pitch, 8, kMissingSample);
-        fill_block(to.plane[2], to.chroma_pitch, 8, kMissingSample);
+        const int chroma_size = p->planes.is_444 ? 16 : 8;
+        fill_block(to.plane[1], to.chroma_pitch, chroma_size, kMissingSample);
+        fill_block(to.plane[2], to.chroma_pitch, chroma_size, kMissingSample);
         *picture_record(p) = {};
         picture_macroblock_done(p);
     }

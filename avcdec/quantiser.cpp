@@ -144,12 +144,17 @@ static const AvcScaleEntry* make_scale8x8(AvcQuantiser* q, int qp) {
                         scan8x8(q->is_field, q->is_interleaved));
 }
 
-static void set_dc_scales(AvcQuantiser* q) {
-    const int luma_shift = q->is_flat ? q->qp / 6 + 4 : q->qp / 6;
+// Of luma, or of a component that is coded like it.
+static void set_luma_dc_scale(AvcQuantiser* q, int component, int qp) {
+    const int luma_shift = q->is_flat ? qp / 6 + 4 : qp / 6;
     const bool is_rounded = luma_shift < 6;
     q->dc[kCompY] = {
-        q->level_scale4x4[kCompY][q->qp % 6][0] << (is_rounded ? luma_shift : luma_shift - 6),
+        q->level_scale4x4[component][qp % 6][0] << (is_rounded ? luma_shift : luma_shift - 6),
         is_rounded ? 32 : 0, is_rounded ? 6 : 0};
+}
+
+static void set_dc_scales(AvcQuantiser* q) {
+    set_luma_dc_scale(q, kCompY, q->qp);
     for (int c = 0; c < 2; ++c) {
         const int shift = q->chroma_qp[c] / 6 + (q->is_flat ? 4 : 0);
         q->dc[1 + c] = {q->level_scale4x4[1 + c][q->chroma_qp[c] % 6][0] << shift, 0, 5};
@@ -172,6 +177,13 @@ void quantiser_set_qp(AvcQuantiser* q, int32_t qp) {
     q->scales[kCompCr] = make_scale4x4(q, kCompCr, q->chroma_qp[1]);
     if (q->has_8x8) q->scales[kScale8x8] = make_scale8x8(q, q->qp);
     set_dc_scales(q);
+}
+
+void quantiser_use_plane(AvcQuantiser* q, int plane) {
+    const int qp = plane == 0 ? q->qp : q->chroma_qp[plane - 1];
+    q->scales[kCompY] = make_scale4x4(q, plane, qp);
+    if (q->has_8x8) q->scales[kScale8x8] = make_scale8x8(q, qp);
+    set_luma_dc_scale(q, plane, qp);
 }
 
 void quantiser_update(AvcQuantiser* q, int32_t mb_qp_delta) {

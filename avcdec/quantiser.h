@@ -62,5 +62,9 @@ void quantiser_set_qp(AvcQuantiser* q, int32_t qp);
 // mb_qp_delta: moves on from the current QP, with the same wrap.
 void quantiser_update(AvcQuantiser* q, int32_t mb_qp_delta);
 
+// Has blocks of luma scaled as those of Cb (1) and Cr (2) of 4:4:4 are, or as luma is (0) again, at
+// the current QP.
+void quantiser_use_plane(AvcQuantiser* q, int plane);
+
 // QPc of a luma QP for Cb (0) or Cr (1).
 uint8_t quantiser_chroma_qp(const AvcQuantiser* q, int qp, int cr);

@@ -31,18 +31,23 @@ static void predict_add_8x8(const ReconKernels& k, AvcMacroblock* mb, uint8_t* d
     }
 }
 
-static void predict_add(const ReconKernels& k, AvcMacroblock* mb, const MbSamples& to) {
+static void predict_add_luma(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst,
+                             ptrdiff_t pitch) {
     switch (mb->kind) {
         case MbKind::kIntra4x4:
-            k.intra_4x4(k, mb, to.plane[0], to.luma_pitch);
+            k.intra_4x4(k, mb, dst, pitch);
             break;
         case MbKind::kIntra8x8:
-            predict_add_8x8(k, mb, to.plane[0], to.luma_pitch);
+            predict_add_8x8(k, mb, dst, pitch);
             break;
         default:
-            k.intra_16x16(k, mb, to.plane[0], to.luma_pitch);
+            k.intra_16x16(k, mb, dst, pitch);
             break;
     }
+}
+
+static void predict_add(const ReconKernels& k, AvcMacroblock* mb, const MbSamples& to) {
+    predict_add_luma(k, mb, to.plane[0], to.luma_pitch);
     k.intra_chroma(k, mb, to.plane + 1, to.chroma_pitch);
 }
 
@@ -95,10 +100,28 @@ static void reconstruct_at_border(const ReconKernels& k, AvcMacroblock* mb, cons
     }
 }
 
-void reconstruct_macroblock(const AvcPictureInProgress& picture, AvcMacroblock* mb) {
-    static constexpr uint8_t kInside = kHasLeft | kHasTop | kHasTopLeft;
+static bool is_inside(const AvcMacroblock* mb) {
+    constexpr uint8_t kInside = kHasLeft | kHasTop | kHasTopLeft;
+    return (mb->available & kInside) == kInside;
+}
+
+void reconstruct_plane(const AvcPictureInProgress& picture, AvcMacroblock* mb, int plane) {
     const MbSamples to = picture_samples(picture);
-    if ((mb->available & kInside) == kInside) {
+    uint8_t* const dst = to.plane[plane];
+    if (is_inside(mb)) {
+        predict_add_luma(picture.kernels, mb, dst, to.luma_pitch);
+        return;
+    }
+    __attribute__((uninitialized)) BorderArea area;
+    uint8_t* const inside = area.block(0);
+    copy_neighbours<16>(dst, to.luma_pitch, mb->available, inside);
+    predict_add_luma(picture.kernels, mb, inside, BorderArea::kPitch);
+    copy_block<16>(inside, BorderArea::kPitch, dst, to.luma_pitch);
+}
+
+void reconstruct_macroblock(const AvcPictureInProgress& picture, AvcMacroblock* mb) {
+    const MbSamples to = picture_samples(picture);
+    if (is_inside(mb)) {
         predict_add(picture.kernels, mb, to);
     } else {
         reconstruct_at_border(picture.kernels, mb, to);
@@ -110,7 +133,9 @@ void reconstruct_pcm(const AvcPictureInProgress& picture, const uint8_t* samples
     const MbSamples to = picture_samples(picture);
     copy_block<16>(samples, 16, to.plane[0], to.luma_pitch);
     for (int c = 0; c < 2; ++c) {
-        if (is_monochrome) {
+        if (picture.planes.is_444) {
+            copy_block<16>(samples + 256 + 256 * c, 16, to.plane[1 + c], to.chroma_pitch);
+        } else if (is_monochrome) {
             fill_block(to.plane[1 + c], to.chroma_pitch, 8, kMissingSample);
         } else {
             copy_block<8>(samples + 256 + 64 * c, 8, to.plane[1 + c], to.chroma_pitch);

@@ -297,15 +297,44 @@ static int32_t read_qp_delta(AvcSliceReader* s) {
     return k & 1 ? (k + 1) >> 1 : -(k >> 1);
 }
 
+// Whether a block of a neighbouring macroblock counts for the flag of one that has 8x8 samples: it
+// has as many, or stands for what is missing or has no flags.
+static bool counts_for_8x8(const MbNeighbour& side) {
+    return side.flags & kTransform8x8 || side.coded == ~CodedGrid{0};
+}
+
+// Reads the quadrants in the pattern, each with the coded_block_flag that 4:4:4 has.
+[[gnu::cold]] static CodedGrid read_flagged_8x8(AvcSliceReader* s, uint32_t pattern) {
+    const CodedGrid other = s->chroma_444->has_old_flags ? ~CodedGrid{0} : 0;
+    CodedGrid seen = ((counts_for_8x8(s->left) ? s->left.coded : other) & kGridLeft) |
+                     ((counts_for_8x8(*s->top) ? s->top->coded : other) & kGridTop);
+    CabacContext* const flags = s->chroma_444->flags_8x8[s->chroma_444->plane];
+    for (; pattern != 0; pattern &= pattern - 1) {
+        const int q = __builtin_ctz(pattern);
+        const auto neighbours =
+            static_cast<uint32_t>(seen >> (kGridLuma + 2 * (q & 1) + 16 * (q >> 1) - 8));
+        const uint32_t increment = (neighbours >> 7 & 1) + 2 * (neighbours & 1);
+        if (cabac_decode_decision(&s->cabac, flags + increment)) {
+            seen |= read_quadrants_8x8(s, 1U << q);
+        }
+    }
+    return seen & ~(kGridLeft | kGridTop);
+}
+
 void cabac_read_residual(AvcSliceReader* s) {
     AvcMacroblock* const mb = &s->mb;
     const int32_t mb_qp_delta = read_qp_delta(s);
     mb->qp_delta_coded = mb_qp_delta != 0;
     if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
+    cabac_read_plane(s);
+}
+
+void cabac_read_plane(AvcSliceReader* s) {
+    AvcMacroblock* const mb = &s->mb;
     CodedGrid grid = (s->left.coded & kGridLeft) | (s->top->coded & kGridTop);
     uint32_t pattern = mb->cbp;
     if (mb->kind == MbKind::kIntra8x8) {
-        grid |= read_quadrants_8x8(s, pattern & 15);
+        grid |= (s->chroma_444 ? read_flagged_8x8 : read_quadrants_8x8)(s, pattern & 15);
         pattern &= 0x30;
     }
     grid = read_blocks(s, blocks_of_pattern(pattern, mb->kind == MbKind::kIntra16x16), grid);

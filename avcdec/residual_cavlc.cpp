@@ -329,5 +329,9 @@ KS_INLINE void read_list(BlockReader* r, AvcMacroblock* mb, const CodedList& lis
 void cavlc_read_residual(AvcSliceReader* s) {
     const int32_t mb_qp_delta = bits_se(&s->bits);
     if (mb_qp_delta != 0) quantiser_update(&s->quantiser, mb_qp_delta);
+    cavlc_read_plane(s);
+}
+
+void cavlc_read_plane(AvcSliceReader* s) {
     read_blocks(s, blocks_of_pattern(s->mb.cbp, s->mb.kind == MbKind::kIntra16x16));
 }

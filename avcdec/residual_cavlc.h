@@ -6,3 +6,6 @@
 
 // Fills masks and coefficients.
 void cavlc_read_residual(AvcSliceReader* s);
+
+// The same for a further plane of 4:4:4, which has no mb_qp_delta.
+void cavlc_read_plane(AvcSliceReader* s);

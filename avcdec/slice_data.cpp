@@ -35,19 +35,25 @@ static bool is_at_last(const AvcPictureInProgress& picture) {
     return picture.next_mb + 1 == picture_size(picture);
 }
 
+// The same for all planes of 4:4:4.
+static void set_blocks_of_planes(AvcSliceReader* s, uint32_t column) {
+    chroma_444_set_left(s->chroma_444, s->left);
+    chroma_444_set_top(s->chroma_444, column, *s->top);
+}
+
 // Copies the samples of an I_PCM macroblock from the stream and starts the entropy coder after
-// them. A monochrome macroblock has luma samples only.
+// them. A monochrome macroblock has luma samples only, one of 4:4:4 as many of chroma.
 static void read_pcm(AvcSliceReader* s, const AvcPictureInProgress& picture) {
     AvcMacroblock* const mb = &s->mb;
     const size_t position =
         s->is_cabac ? cabac_position(&s->cabac, s->bits.start) : bits_position(&s->bits);
     const size_t from = (position + 7) / 8;
     const size_t length = static_cast<size_t>(s->bits.end - s->bits.start);
-    const size_t size = s->monochrome ? 256 : 384;
+    const size_t size = s->chroma_444 ? 768 : s->monochrome ? 256 : 384;
     mb->kind = MbKind::kPcm;
     const size_t first = std::min(from, length);
     const size_t there = std::min(length - first, size);
-    uint8_t padded[384] = {};
+    uint8_t padded[768] = {};
     if (there < size) memcpy(padded, s->bits.start + first, there);
     reconstruct_pcm(picture, there < size ? padded : s->bits.start + first, s->monochrome);
     bits_seek(&s->bits, (first + there) * 8);
@@ -61,11 +67,48 @@ static void read_pcm(AvcSliceReader* s, const AvcPictureInProgress& picture) {
     mb->qp_delta_coded = 0;
 }
 
+// Cb (1) or Cr (2) of a macroblock of 4:4:4.
+static void read_chroma_plane(AvcSliceReader* s, const AvcPictureInProgress& picture, int plane,
+                              bool has_residual) {
+    const auto exchange = [&] {
+        chroma_444_exchange(s->chroma_444, plane - 1, picture.x, &s->left, s->top,
+                            s->is_cabac ? s->contexts : nullptr);
+    };
+    exchange();
+    s->chroma_444->plane = plane;
+    quantiser_use_plane(&s->quantiser, plane);
+    s->mb.coded_mask = 0;
+    s->mb.ac_mask = 0;
+    if (has_residual) (s->is_cabac ? cabac_read_plane : cavlc_read_plane)(s);
+    reconstruct_plane(picture, &s->mb, plane);
+    exchange();
+    s->chroma_444->plane = 0;
+    quantiser_use_plane(&s->quantiser, 0);
+}
+
+// The planes of a macroblock of 4:4:4 come one after the other.
+static void read_planes(AvcSliceReader* s, const AvcPictureInProgress& picture) {
+    AvcMacroblock* const mb = &s->mb;
+    const bool has_residual = mb->cbp != 0 || mb->kind == MbKind::kIntra16x16;
+    if (has_residual) {
+        (s->is_cabac ? cabac_read_residual : cavlc_read_residual)(s);
+    } else {
+        set_blocks(s, false, 0);
+        set_blocks_of_planes(s, picture.x);
+        mb->qp_delta_coded = 0;
+    }
+    reconstruct_plane(picture, mb, 0);
+    for (int plane = 1; plane < 3; ++plane) read_chroma_plane(s, picture, plane, has_residual);
+}
+
 static void read_macroblock(AvcSliceReader* s, const AvcPictureInProgress& picture) {
     AvcMacroblock* const mb = &s->mb;
     const uint32_t mb_type = (s->is_cabac ? cabac_read_prediction : cavlc_read_prediction)(s);
     if (mb_type == kMbTypePcm) {
         read_pcm(s, picture);
+        if (s->chroma_444) set_blocks_of_planes(s, picture.x);
+    } else if (s->chroma_444) {
+        read_planes(s, picture);
     } else if (mb->cbp == 0 && mb->kind != MbKind::kIntra16x16) {
         set_blocks(s, false, 0);
         mb->qp_delta_coded = 0;
@@ -104,6 +147,10 @@ static void begin_macroblock(AvcSliceReader* s, const AvcPictureInProgress& pict
     mb->ac_mask = 0;
     if (!(mb->available & kHasLeft)) s->left = kMissing;
     if (!(mb->available & kHasTop)) *s->top = kMissing;
+    if (s->chroma_444) [[unlikely]] {
+        if (!(mb->available & kHasLeft)) chroma_444_set_left(s->chroma_444, kMissing);
+        if (!(mb->available & kHasTop)) chroma_444_set_top(s->chroma_444, picture.x, kMissing);
+    }
 }
 
 static uint8_t deblock_flags(const AvcSliceReader* s) {
@@ -144,6 +191,15 @@ static bool has_more_macroblocks(AvcSliceReader* s, int* overrun) {
     return bits_more_rbsp_data(&s->bits, overrun);
 }
 
+// Two readings of 8x8 blocks of 4:4:4 are in use (kAvcOldFlags). The wrong one seldom meets what is
+// no syntax, but does not end where the data does.
+[[gnu::cold]] static bool is_misread(const AvcSliceReader* s) {
+    constexpr size_t kMostLeft = 32;  // bits: the terminating bin and what follows it
+    const size_t length = static_cast<size_t>(s->bits.end - s->bits.start);
+    const size_t position = cabac_position(&s->cabac, s->bits.start);
+    return position > length * 8 || position + kMostLeft < length * 8;
+}
+
 // Decodes macroblocks up to the end of the slice or of the picture.
 static AvcRefused decode_macroblocks(AvcSliceReader* s, AvcPictureInProgress* picture) {
     const uint32_t size = picture_size(*picture);
@@ -168,7 +224,10 @@ AvcRefused avc_decode_slice_data(AvcSliceReader* s, AvcPictureInProgress* pictur
     s->mb.dc_scales = s->quantiser.dc;
     s->mb.has_error = 0;
     s->mb.qp_delta_coded = 0;
-    const AvcRefused refused = decode_macroblocks(s, picture);
+    AvcRefused refused = decode_macroblocks(s, picture);
+    if (!refused && s->chroma_444 && s->is_cabac && s->transform_8x8_mode && is_misread(s)) {
+        refused = {AvcRefusal::kSliceData};
+    }
     // A bad block may have left some.
     if (refused) memset(s->mb.coefficients, 0, sizeof s->mb.coefficients);
     return refused;

@@ -7,15 +7,18 @@
 #include "avcdec/intra_modes.h"
 #include "runtime/owned.h"
 
-int slice_reader_allocate(AvcSliceReader* s, uint32_t width_mbs) {
-    assert(width_mbs != 0 && !s->columns);
+int slice_reader_allocate(AvcSliceReader* s, uint32_t width_mbs, bool is_444) {
+    assert(width_mbs != 0 && !s->columns && !s->chroma_444);
     s->columns = owned_calloc<MbNeighbour>(width_mbs).release();
-    return s->columns ? 0 : 1;
+    if (is_444) s->chroma_444 = chroma_444_create(width_mbs);
+    return s->columns && (!is_444 || s->chroma_444) ? 0 : 1;
 }
 
 void slice_reader_release(AvcSliceReader* s) {
     if (s->columns) upnp_free(s->columns);
     s->columns = nullptr;
+    if (s->chroma_444) upnp_free(s->chroma_444);
+    s->chroma_444 = nullptr;
 }
 
 void slice_reader_start_cabac(AvcSliceReader* s) {

@@ -7,6 +7,7 @@
 
 #include "avcdec/bit_reader.h"
 #include "avcdec/cabac_engine.h"
+#include "avcdec/chroma_444.h"
 #include "avcdec/macroblock.h"
 #include "avcdec/quantiser.h"
 #include "avcdec/slice_header.h"
@@ -18,19 +19,20 @@ struct AvcSliceReader {
     int32_t slice_qp;  // as coded, not brought into 0 to 51
     uint8_t is_cabac;  // of the active parameter sets, like the next two
     uint8_t transform_8x8_mode;
-    uint8_t monochrome;
+    uint8_t monochrome;  // also where chroma is coded as luma: the syntax is the same
     AvcQuantiser quantiser;
     CabacEngine cabac;
     CabacBytes cabac_bytes;  // the engine's
     CabacContext contexts[kCabacContexts];
     AvcMacroblock mb;
     MbNeighbour left;
-    MbNeighbour* top;      // into columns
-    MbNeighbour* columns;  // owned: what the row above left behind, one entry per column
+    MbNeighbour* top;          // into columns
+    MbNeighbour* columns;      // owned: what the row above left behind, one entry per column
+    AvcChroma444* chroma_444;  // owned; null but for 4:4:4
 };
 
 // The arrays for pictures of that width. Returns 1 without memory.
-int slice_reader_allocate(AvcSliceReader* s, uint32_t width_mbs);
+int slice_reader_allocate(AvcSliceReader* s, uint32_t width_mbs, bool is_444);
 void slice_reader_release(AvcSliceReader* s);
 
 // Starts the CABAC engine at the byte on which the bit reader stands, without moving it.

@@ -12,9 +12,10 @@ void run_target(Choices* c) {
     // Blocks of their exact sizes, so that the sanitizer sees one byte too many.
     std::vector<uint8_t> sets(set_bytes.begin(), set_bytes.end());
     std::vector<uint8_t> sample(sample_bytes.begin(), sample_bytes.end());
-    AvcFrameRequest request = {sets.data(),     static_cast<uint32_t>(sets.size()),
-                               sample.data(),   static_cast<uint32_t>(sample.size()),
-                               1 << choice % 3, choice / 3 % 2 == 1};
+    AvcFrameRequest request = {sets.data(),        static_cast<uint32_t>(sets.size()),
+                               sample.data(),      static_cast<uint32_t>(sample.size()),
+                               1 << choice % 3,    choice / 3 % 2 == 1,
+                               choice / 6 % 2 == 1};
     DecodedPicture picture = {};
     const int result = DecodeKeyFrameAvc(&request, &picture);
     note_result(result);

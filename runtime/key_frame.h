@@ -19,8 +19,9 @@ struct KeyFrame {
     int32_t bytes_read;          // bytes of the sample that were really read
     int32_t length_prefix_size;  // 1 to 4 for H.264, 0 for the other codecs
     int32_t sample_capacity;     // bytes asked for: sample size + length prefix size
-    // H.264: frames of interlaced streams, where they are coded as those of others.
-    bool allows_interlaced = false;
+    // H.264: see kAvcMoreFormats and kAvcOldFlags.
+    bool allows_more_formats = false;
+    bool has_old_flags = false;
 };
 
 // Releases both blocks and forgets them; the other fields stay.

@@ -29,7 +29,8 @@ static int decode_avc(const KeyFrame& frame, DecodedPicture* picture, AvcRefused
     request.sample = frame.sample;
     request.sample_length = static_cast<uint32_t>(frame.bytes_read);
     request.nal_length_size = frame.length_prefix_size;
-    request.allows_interlaced = frame.allows_interlaced;
+    request.allows_more_formats = frame.allows_more_formats;
+    request.has_old_flags = frame.has_old_flags;
     request.refused = refused;
     return DecodeKeyFrameAvc(&request, picture);
 }

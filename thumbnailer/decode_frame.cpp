@@ -62,6 +62,13 @@ static bool put_first(int id, std::vector<uint8_t>* configuration) {
     return false;
 }
 
+// Whether the first set of H.264, behind its length, is of High 4:4:4 Predictive, which
+// kAvcOldFlags is about.
+static bool may_have_old_flags(std::span<const uint8_t> configuration) {
+    constexpr uint8_t kHigh444Predictive = 244;
+    return configuration.size() > 3 && configuration[3] == kHigh444Predictive;
+}
+
 // Phones called MPEG-4 by the name of the older codec.
 static VideoCodec codec_of(const VideoDescription& description, std::span<const uint8_t> sample) {
     const bool is_misnamed = description.codec == VideoCodec::kH263 && begins_like_mpeg4(sample);
@@ -70,7 +77,7 @@ static VideoCodec codec_of(const VideoDescription& description, std::span<const 
 
 // Decodes with a copy of the configuration, since decoding changes it.
 static Outcome decode(Movie* movie, const MovieKeyFrame& key_frame,
-                      std::vector<uint8_t> configuration, DecodedFrame* decoded,
+                      std::vector<uint8_t> configuration, bool has_old_flags, DecodedFrame* decoded,
                       KeyFrameRefusal* refusal) {
     const VideoDescription& description = movie->descriptions()[key_frame.description];
     std::vector<uint8_t> sample;
@@ -88,7 +95,8 @@ static Outcome decode(Movie* movie, const MovieKeyFrame& key_frame,
     frame.bytes_read = static_cast<int32_t>(sample.size());
     frame.sample_capacity = frame.bytes_read;
     frame.length_prefix_size = static_cast<int32_t>(description.length_prefix_size);
-    frame.allows_interlaced = true;
+    frame.allows_more_formats = true;
+    frame.has_old_flags = has_old_flags;
     const HugePages huge_pages(uint64_t{description.width} * description.height * 3 / 2);
     if (decode_key_frame(frame, codec_kind(codec), &decoded->picture, refusal) != 0) {
         return outcome_of(codec, *refusal);
@@ -101,10 +109,15 @@ Outcome decode_frame(Movie* movie, const MovieKeyFrame& key_frame, DecodedFrame*
     std::vector<uint8_t> configuration =
         configuration_of(movie->descriptions()[key_frame.description]);
     KeyFrameRefusal refusal = {};
-    Outcome outcome = decode(movie, key_frame, configuration, decoded, &refusal);
+    Outcome outcome = decode(movie, key_frame, configuration, false, decoded, &refusal);
+    const bool is_damaged = refusal.avc.reason == AvcRefusal::kSliceData ||
+                            refusal.avc.reason == AvcRefusal::kSliceCutOff;
+    if (is_damaged && may_have_old_flags(configuration)) {
+        return decode(movie, key_frame, configuration, true, decoded, &refusal);
+    }
     const bool is_for_another_set = refusal.avc.reason == AvcRefusal::kOtherSequenceSet;
     if (!is_for_another_set || !put_first(static_cast<int>(refusal.avc.value), &configuration)) {
         return outcome;
     }
-    return decode(movie, key_frame, configuration, decoded, &refusal);
+    return decode(movie, key_frame, configuration, false, decoded, &refusal);
 }

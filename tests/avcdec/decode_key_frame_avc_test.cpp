@@ -21,13 +21,17 @@ struct Decoded {
 
 // Decodes from blocks of the exact size and checks that nothing is left behind.
 static Decoded decode(const std::string& sets, const std::string& sample, int length_size = 4,
-                      bool allows_interlaced = false) {
+                      bool allows_more_formats = false) {
     std::vector<uint8_t> set_block(sets.begin(), sets.end());
     std::vector<uint8_t> sample_block(sample.begin(), sample.end());
     Decoded d = {};
-    AvcFrameRequest request = {set_block.data(),    static_cast<uint32_t>(sets.size()),
-                               sample_block.data(), static_cast<uint32_t>(sample.size()),
-                               length_size,         allows_interlaced,
+    AvcFrameRequest request = {set_block.data(),
+                               static_cast<uint32_t>(sets.size()),
+                               sample_block.data(),
+                               static_cast<uint32_t>(sample.size()),
+                               length_size,
+                               allows_more_formats,
+                               false,
                                &d.refused};
     upnp_memory_init();
     d.result = DecodeKeyFrameAvc(&request, &d.picture);

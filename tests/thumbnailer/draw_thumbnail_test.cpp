@@ -47,22 +47,29 @@ TEST(DrawThumbnail, TriesOtherKeyFramesWhenTheChosenOneIsDamaged) {
     EXPECT_EQ(draw(damaged, options), Verdict::kNoPicture);
 }
 
-// What ffmpeg decodes of the field has this sum.
-TEST(DecodeFrame, DecodesTheFirstFieldOfAPair) {
-    MemorySource source(read_file(std::string(KEYSTILL_MEDIA) + "fields.mp4"));
+// Of every step-th line of the planes of a clip's first key frame.
+static uint32_t sum_of_lines(const char* clip, uint32_t first, uint32_t step) {
+    MemorySource source(read_file(std::string(KEYSTILL_MEDIA) + clip));
     Movie movie(&source);
     DecodedFrame frame;
-    ASSERT_EQ(decode_frame(&movie, movie.key_frames_from(0, 1)[0], &frame).verdict, Verdict::kDone);
+    const MovieKeyFrame key_frame = movie.key_frames_from(0, 1)[0];
+    if (decode_frame(&movie, key_frame, &frame).verdict != Verdict::kDone) return 0;
     const DecodedPicture& picture = frame.picture;
     uint32_t sum = 0;
-    for (uint32_t line = 1; line < picture.height * 2; line += 2) {
+    for (uint32_t line = first; line < picture.height * 2; line += step) {
         const bool is_luma = line < picture.height;
         const uint32_t size = is_luma ? picture.stride : picture.stride / 2;
         const uint32_t at =
             is_luma ? line * size : picture.u_offset + (line - picture.height) * size;
         for (uint32_t x = 0; x < size; ++x) sum = sum * 31 + frame.planes.get()[at + x];
     }
-    EXPECT_EQ(sum, 0xa116f694U);
+    return sum;
+}
+
+// Of what ffmpeg decodes: the bottom field, and planes of which chroma was made half as large.
+TEST(DecodeFrame, DecodesWhatOnlyThisProgramDoes) {
+    EXPECT_EQ(sum_of_lines("fields.mp4", 1, 2), 0xa116f694U);
+    EXPECT_EQ(sum_of_lines("yuv444.mp4", 0, 1), 0xe6e3dd1dU);
 }
 
 TEST(DrawThumbnail, ReplacesABlankPictureUnlessItWasAskedFor) {
