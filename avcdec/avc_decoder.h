@@ -65,7 +65,8 @@ struct AvcDecodeInput {
     uint8_t* target;  // the picture to decode into, null until the first SPS is known
     uint32_t nal_length;
     uint64_t time_stamp;
-    uint32_t stride;        // luma pitch of the target, its width; U follows after height rows
+    uint32_t stride;        // luma pitch of the target, its width; U follows after height rows,
+                            // of half the pitch but in 4:4:4
     uint32_t target_size;   // bytes at target; a slice of pictures of another size is refused
     int32_t target_sps_id;  // the SPS for which the target was sized, -1 = none yet
     uint32_t option_index;

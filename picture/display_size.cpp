@@ -39,7 +39,7 @@ static int32_t scaled(int64_t value, int64_t numerator, int64_t denominator) {
 
 DisplaySize square_pixel_size(DisplaySize size, double aspect) {
     if (!(aspect >= 1 / kUtmostAspect && aspect <= kUtmostAspect)) return size;
-    return {scaled(static_cast<int64_t>(size.width * aspect + 0.5), 1, 1), size.height};
+    return {scaled(static_cast<int64_t>(2 * size.width * aspect + 1) / 2, 1, 1), size.height};
 }
 
 DisplaySize limited_size(DisplaySize picture, const SizeLimit& limit) {
