@@ -33,14 +33,25 @@ Outcome outcome_of(MovieRefusal refusal, const std::string& refused_format) {
     return {};
 }
 
-Outcome outcome_of(VideoCodec codec, const KeyFrameRefusal& refusal) {
-    const Wording wording =
-        codec == VideoCodec::kAvc ? wording_of(refusal.avc) : wording_of(refusal.m4v);
-    const bool is_unsupported = wording.kind == RefusalKind::kUnsupported;
-    // keystill refuses more of interlaced streams.
-    if (codec == VideoCodec::kAvc && refusal.avc.reason == AvcRefusal::kInterlaced) {
-        return {Verdict::kNotForUs,
-                "The H.264 stream is interlaced by macroblocks (MBAFF), which is not decoded."};
+// What this program says of formats of which keystill, to whose words it keeps else, refuses more.
+static std::string sentence_of(const AvcRefused& refused) {
+    if (refused.reason == AvcRefusal::kInterlaced) {
+        return "The H.264 stream is interlaced by macroblocks (MBAFF), which is not decoded.";
     }
-    return {is_unsupported ? Verdict::kNotForUs : Verdict::kNoPicture, wording.sentence};
+    constexpr uint32_t k422 = 2;
+    if (refused.reason == AvcRefusal::kChromaFormat && refused.value == k422) {
+        return "The H.264 stream is 4:2:2; only 4:2:0, 4:4:4 and monochrome pictures are decoded.";
+    }
+    if (refused.reason == AvcRefusal::kChromaFormat) {
+        return "The H.264 stream is 4:4:4 with planes or scaling lists apart, which is not "
+               "decoded.";
+    }
+    return wording_of(refused).sentence;
+}
+
+Outcome outcome_of(VideoCodec codec, const KeyFrameRefusal& refusal) {
+    const bool is_avc = codec == VideoCodec::kAvc;
+    const RefusalKind kind = (is_avc ? wording_of(refusal.avc) : wording_of(refusal.m4v)).kind;
+    return {kind == RefusalKind::kUnsupported ? Verdict::kNotForUs : Verdict::kNoPicture,
+            is_avc ? sentence_of(refusal.avc) : wording_of(refusal.m4v).sentence};
 }
