@@ -35,7 +35,7 @@ static bool is_at_last(const AvcPictureInProgress& picture) {
     return picture.next_mb + 1 == picture_size(picture);
 }
 
-// The same for all planes of 4:4:4.
+// Both planes of chroma of 4:4:4 leave behind what luma has left.
 static void set_blocks_of_planes(AvcSliceReader* s, uint32_t column) {
     chroma_444_set_left(s->chroma_444, s->left);
     chroma_444_set_top(s->chroma_444, column, *s->top);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Decodes an H.264 key frame: a byte for the size of the NAL units' lengths and whether interlaced
-// streams are allowed, parameter sets behind their length, and the sample.
+// Decodes an H.264 key frame: a byte for the size of the NAL units' lengths, whether more formats
+// are allowed and how the flags of 4:4:4 are read, parameter sets behind their length, and the
+// sample.
 #include <vector>
 
 #include "avcdec/decode_key_frame_avc.h"
