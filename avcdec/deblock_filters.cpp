@@ -1,16 +1,19 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // The edge filters of deblocking (H.264 8.7.2.3, 8.7.2.4), scalar.
-#include <stdlib.h>
-
 #include "avcdec/recon_kernels.h"
 #include "runtime/byte_order.h"
 
+// Whether two samples differ by less than a limit that is not 0.
+static inline bool is_near(int a, int b, int limit) {
+    return static_cast<unsigned>(a - b + (limit - 1)) < static_cast<unsigned>(2 * limit - 1);
+}
+
 // p0 and q0 are the samples at the edge, across is the distance from one to the next across it.
-static bool is_filtered(const uint8_t* q0, ptrdiff_t across, int alpha, int beta) {
+static inline bool is_filtered(const uint8_t* q0, ptrdiff_t across, int alpha, int beta) {
     const int p1 = q0[-2 * across];
     const int p0 = q0[-across];
     const int q1 = q0[across];
-    return abs(p0 - q0[0]) < alpha && abs(p1 - p0) < beta && abs(q1 - q0[0]) < beta;
+    return is_near(p0, q0[0], alpha) && is_near(p1, p0, beta) && is_near(q1, q0[0], beta);
 }
 
 static void luma_normal(uint8_t* q, ptrdiff_t across, int beta, int tc0) {
@@ -21,12 +24,12 @@ static void luma_normal(uint8_t* q, ptrdiff_t across, int beta, int tc0) {
     const int q1 = q[across];
     const int q2 = q[2 * across];
     int tc = tc0;
-    if (abs(p2 - p0) < beta) {
+    if (is_near(p2, p0, beta)) {
         q[-2 * across] =
             static_cast<uint8_t>(p1 + clip3(-tc0, tc0, (p2 + ((p0 + q0 + 1) >> 1) - 2 * p1) >> 1));
         ++tc;
     }
-    if (abs(q2 - q0) < beta) {
+    if (is_near(q2, q0, beta)) {
         q[across] =
             static_cast<uint8_t>(q1 + clip3(-tc0, tc0, (q2 + ((p0 + q0 + 1) >> 1) - 2 * q1) >> 1));
         ++tc;
@@ -37,7 +40,7 @@ static void luma_normal(uint8_t* q, ptrdiff_t across, int beta, int tc0) {
 }
 
 // One side of the strong filter: a is the side's sample at the edge, b the one on the other side.
-static void luma_strong_side(uint8_t* a0, ptrdiff_t away, int b0, int b1, bool is_flat) {
+static inline void luma_strong_side(uint8_t* a0, ptrdiff_t away, int b0, int b1, bool is_flat) {
     const int s0 = a0[0];
     const int s1 = a0[away];
     const int s2 = a0[2 * away];
@@ -58,9 +61,9 @@ static void luma_strong(uint8_t* q, ptrdiff_t across, int beta, int flat) {
     const int q0 = q[0];
     const int q1 = q[across];
     const int q2 = q[2 * across];
-    const bool is_flat = abs(p0 - q0) < flat;
-    luma_strong_side(q - across, -across, q0, q1, is_flat && abs(p2 - p0) < beta);
-    luma_strong_side(q, across, p0, p1, is_flat && abs(q2 - q0) < beta);
+    const bool is_flat = is_near(p0, q0, flat);
+    luma_strong_side(q - across, -across, q0, q1, is_flat && is_near(p2, p0, beta));
+    luma_strong_side(q, across, p0, p1, is_flat && is_near(q2, q0, beta));
 }
 
 static void chroma_normal(uint8_t* q, ptrdiff_t across, int tc0) {
@@ -85,7 +88,7 @@ enum class FilterKind { kLumaNormal, kLumaStrong, kChromaNormal, kChromaStrong }
 enum class EdgeDirection { kVertical, kHorizontal };
 
 template <FilterKind kKind>
-static void filter_edge(uint8_t* q0, ptrdiff_t across, ptrdiff_t along, const EdgeThresholds& t) {
+static void filter_edge(uint8_t* q0, ptrdiff_t across, ptrdiff_t along, EdgeThresholds t) {
     constexpr int kCount =
         kKind == FilterKind::kLumaNormal || kKind == FilterKind::kLumaStrong ? 16 : 8;
     for (int i = 0; i < kCount; ++i) {

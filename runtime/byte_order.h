@@ -27,7 +27,12 @@ inline uint64_t load_be64(const uint8_t* p) {
 
 // Clamps to the range of an 8-bit sample.
 inline uint8_t clip_u8(int v) {
+#if defined(__arm__)
+    const int positive = v > 0 ? v : 0;  // both steps are one instruction
+    v = positive < 255 ? positive : 255;
+#else
     if (static_cast<unsigned>(v) > 255) v = v < 0 ? 0 : 255;
+#endif
     return static_cast<uint8_t>(v);
 }
 
