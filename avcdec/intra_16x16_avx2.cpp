@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Intra 16x16 luma with AVX2, where the blocks have no more than a DC coefficient: prediction and
-// residual are one, and no mode but the plane has code of its own.
+// Intra 16x16 luma with AVX2: prediction and residual are one, and no mode but the plane has code
+// of its own.
 #include "avcdec/intra_modes.h"
 #include "avcdec/macroblock.h"
 #include "avcdec/quantiser.h"
@@ -25,6 +25,10 @@ struct LumaRows {
 };
 
 static inline U8x32 twice(U8x16 v) { return join(v, v); }
+// Of the quarters, the first and the last stay.
+static inline U8x32 swap_quarters(U8x32 v) {
+    return (U8x32)_mm256_permute4x64_epi64((__m256i)v, 0xd8);
+}
 static inline U8x32 take(U8x32 source, U8x32 places) {
     return (U8x32)_mm256_shuffle_epi8((__m256i)source, (__m256i)places);
 }
@@ -51,6 +55,15 @@ static inline LumaRows predict(const uint8_t* dst, ptrdiff_t pitch, const Recipe
     LumaRows rows;
 #pragma GCC unroll 8
     for (int i = 0; i < 8; ++i, places += r.step) rows.v[i] = take(source, places);
+    return rows;
+}
+
+static inline LumaRows load(const uint8_t* dst, ptrdiff_t pitch) {
+    LumaRows rows;
+#pragma GCC unroll 8
+    for (int i = 0; i < 8; ++i, dst += 2 * pitch) {
+        rows.v[i] = join(load_16(dst), load_16(dst + pitch));
+    }
     return rows;
 }
 
@@ -85,8 +98,8 @@ static inline U16x16 dc_coefficients(const int16_t* levels, const AvcDcScale& sc
 }
 
 // Adds to each block what its DC coefficient makes.
-static inline void add_dc(LumaRows* rows, const int16_t* levels, const AvcDcScale& scale) {
-    const I16x16 residual = (I16x16)(dc_coefficients(levels, scale) + 32) >> 6;
+static inline void add_dc(LumaRows* rows, U16x16 dc) {
+    const I16x16 residual = (I16x16)(dc + 32) >> 6;
     const U8x32 up = clip_to_u8(residual, residual), down = clip_to_u8(-residual, -residual);
     const U8x32 of_row[4] = {twice(low_half(up)), twice(high_half(up)), twice(low_half(down)),
                              twice(high_half(down))};
@@ -102,33 +115,41 @@ static inline void add_dc(LumaRows* rows, const int16_t* levels, const AvcDcScal
     }
 }
 
-// Puts the coefficients into the blocks.
-static inline void scatter_dc(AvcMacroblock* mb, const int16_t* levels) {
-    alignas(32) int16_t dc[16];
-    store_16_values(dc, dc_coefficients(levels, mb->dc_scales[kCompY]));
-    for (int b = 0; b < 16; ++b) {
-        const int place = (block_y(b) & 1) * 8 + (block_y(b) >> 1) * 4 + block_x(b);
-        mb->coefficients[16 * b] = dc[place];
-    }
-    mb->coded_mask |= kLumaMask;
+// Adds what the coefficients make of the four blocks beside each other, whose DC ones come apart.
+static inline void add_row_of_blocks(U8x32* rows, int16_t* coefficients, __m128i dc) {
+    U8x32 halves[2] = {swap_quarters(rows[0]), swap_quarters(rows[1])};
+    add_four(halves, coefficients, coefficients + 64, (U16x16)_mm256_cvtepu16_epi64(dc));
+    rows[0] = swap_quarters(halves[0]);
+    rows[1] = swap_quarters(halves[1]);
+}
+
+static inline void add_blocks(LumaRows* rows, int16_t* coefficients, U16x16 dc) {
+    const __m128i rows02 = (__m128i)low_half((U8x32)dc), rows13 = (__m128i)high_half((U8x32)dc);
+    add_row_of_blocks(rows->v, coefficients, rows02);
+    add_row_of_blocks(rows->v + 2, coefficients + 32, rows13);
+    add_row_of_blocks(rows->v + 4, coefficients + 128, _mm_srli_si128(rows02, 8));
+    add_row_of_blocks(rows->v + 6, coefficients + 160, _mm_srli_si128(rows13, 8));
 }
 
 static void intra_16x16(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst, ptrdiff_t pitch) {
-    int16_t* const levels = mb->coefficients + kDcBlock * 16;
-    const bool has_dc = mb->coded_mask & block_bit(kDcBlock);
-    if (mb->intra16_mode == kIntra16Plane || mb->ac_mask & kLumaMask) {
-        k.pred16x16[mb->intra16_mode](dst, pitch);
-        if (has_dc) {
-            scatter_dc(mb, levels);
-            clear<16>(levels);
-        }
-        add_16x16(k, mb, dst, pitch);
-        return;
+    LumaRows rows;
+    if (mb->intra16_mode == kIntra16Plane) {
+        k.pred16x16[kIntra16Plane](dst, pitch);
+        rows = load(dst, pitch);
+    } else {
+        rows = predict(dst, pitch, kRecipes[mb->intra16_mode]);
     }
-    LumaRows rows = predict(dst, pitch, kRecipes[mb->intra16_mode]);
+    const bool has_dc = mb->coded_mask & block_bit(kDcBlock);
+    U16x16 dc = {};
     if (has_dc) {
-        add_dc(&rows, levels, mb->dc_scales[kCompY]);
+        int16_t* const levels = mb->coefficients + kDcBlock * 16;
+        dc = dc_coefficients(levels, mb->dc_scales[kCompY]);
         clear<16>(levels);
+    }
+    if (mb->ac_mask & kLumaMask) {
+        add_blocks(&rows, mb->coefficients, dc);
+    } else if (has_dc) {
+        add_dc(&rows, dc);
     }
 #pragma GCC unroll 8
     for (int i = 0; i < 8; ++i, dst += 2 * pitch) {

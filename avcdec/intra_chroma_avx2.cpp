@@ -105,8 +105,9 @@ static inline ChromaRows predict(U8x32 neighbours, const ChromaRecipe& r) {
     return rows;
 }
 
-// The levels of both components, transformed (H.264 8.5.11) and scaled, of 16 bits.
-static inline U16x16 dc_coefficients(const int16_t* levels, const AvcDcScale* scales) {
+// The levels of both components, transformed (H.264 8.5.11) and scaled, the upper halves of the
+// words 0.
+static inline __m256i dc_coefficients(const int16_t* levels, const AvcDcScale* scales) {
     const auto level = [&](int i) { return static_cast<uint16_t>(levels[i]); };
     const U16x8 words = {level(0),  level(1),  level(2),  level(3),
                          level(16), level(17), level(18), level(19)};
@@ -120,13 +121,12 @@ static inline U16x16 dc_coefficients(const int16_t* levels, const AvcDcScale* sc
     const __m256i factors = _mm256_setr_m128i(_mm_set1_epi32(scales[kCompCb].factor),
                                               _mm_set1_epi32(scales[kCompCr].factor));
     const __m256i scaled = _mm256_srai_epi32(_mm256_mullo_epi32(dc, factors), 5);
-    const __m256i wrapped = _mm256_and_si256(scaled, _mm256_set1_epi32(0xffff));
-    return (U16x16)_mm256_packus_epi32(wrapped, wrapped);
+    return _mm256_and_si256(scaled, _mm256_set1_epi32(0xffff));
 }
 
 // Adds to each block what its DC coefficient makes.
-static inline void add_dc(ChromaRows* rows, U16x16 dc) {
-    const I16x16 residual = (I16x16)(dc + 32) >> 6;
+static inline void add_dc(ChromaRows* rows, __m256i dc) {
+    const I16x16 residual = (I16x16)((U16x16)_mm256_packus_epi32(dc, dc) + 32) >> 6;
     const U8x32 up = clip_to_u8(residual, residual), down = clip_to_u8(-residual, -residual);
     alignas(16) static constexpr uint8_t kOfBlocks[2][16] = {
         {0, 0, 0, 0, 1, 1, 1, 1, 0, 0, 0, 0, 1, 1, 1, 1},
@@ -139,21 +139,21 @@ static inline void add_dc(ChromaRows* rows, U16x16 dc) {
     }
 }
 
-// Puts the coefficients into the blocks.
-static inline void scatter_dc(AvcMacroblock* mb, U16x16 dc) {
-    int16_t* const blocks = mb->coefficients + 16 * 16;
-    alignas(32) int16_t each[16];
-    store_16_values(each, dc);
-    for (int b = 0; b < 8; ++b) blocks[16 * b] = each[b + (b & 4)];
-    mb->coded_mask |= kChromaMask;
-}
-
 static inline void store(const ChromaRows& rows, uint8_t* cb, uint8_t* cr, ptrdiff_t pitch) {
 #pragma GCC unroll 4
     for (int i = 0; i < 4; ++i, cb += 2 * pitch, cr += 2 * pitch) {
         store_8_8(cb, cb + pitch, low_half(rows.v[i]));
         store_8_8(cr, cr + pitch, high_half(rows.v[i]));
     }
+}
+
+static inline ChromaRows load(const uint8_t* cb, const uint8_t* cr, ptrdiff_t pitch) {
+    ChromaRows rows;
+#pragma GCC unroll 4
+    for (int i = 0; i < 4; ++i, cb += 2 * pitch, cr += 2 * pitch) {
+        rows.v[i] = join(load_8_8(cb, cb + pitch), load_8_8(cr, cr + pitch));
+    }
+    return rows;
 }
 
 static bool is_recipe(uint8_t mode) {
@@ -163,26 +163,31 @@ static bool is_recipe(uint8_t mode) {
 static void intra_chroma(const ReconKernels& k, AvcMacroblock* mb, uint8_t* const plane[2],
                          ptrdiff_t pitch) {
     uint8_t *const cb = plane[0], *const cr = plane[1];
-    const bool has_recipe = is_recipe(mb->chroma_mode), has_dc = mb->coded_mask & kChromaDcMask;
-    const bool is_whole = has_recipe && !(mb->ac_mask & kChromaMask);
-    U16x16 dc = {};
-    if (has_dc) {
+    ChromaRows rows;
+    if (is_recipe(mb->chroma_mode)) {
+        rows = predict(load_neighbours(cb, cr, pitch), kRecipes[mb->chroma_mode]);
+    } else {
+        k.pred_chroma[mb->chroma_mode](cb, pitch);
+        k.pred_chroma[mb->chroma_mode](cr, pitch);
+        rows = load(cb, cr, pitch);
+    }
+    __m256i dc = _mm256_setzero_si256();
+    if (mb->coded_mask & kChromaDcMask) {
         int16_t* const levels = mb->coefficients + (kDcBlock + kCompCb) * 16;
         dc = dc_coefficients(levels, mb->dc_scales);
         memset(levels, 0, 4 * sizeof *levels);
         memset(levels + 16, 0, 4 * sizeof *levels);
     }
-    if (has_recipe) {
-        ChromaRows rows = predict(load_neighbours(cb, cr, pitch), kRecipes[mb->chroma_mode]);
-        if (is_whole && has_dc) add_dc(&rows, dc);
-        store(rows, cb, cr, pitch);
-    } else {
-        k.pred_chroma[mb->chroma_mode](cb, pitch);
-        k.pred_chroma[mb->chroma_mode](cr, pitch);
+    if (mb->ac_mask & kChromaMask) {
+        int16_t* const of_cb = mb->coefficients + 16 * 16;
+        int16_t* const of_cr = of_cb + 4 * 16;
+        const auto none = _mm256_setzero_si256();
+        add_four(rows.v, of_cb, of_cr, (U16x16)_mm256_unpacklo_epi32(dc, none));
+        add_four(rows.v + 2, of_cb + 32, of_cr + 32, (U16x16)_mm256_unpackhi_epi32(dc, none));
+    } else if (mb->coded_mask & kChromaDcMask) {
+        add_dc(&rows, dc);
     }
-    if (is_whole) return;
-    if (has_dc) scatter_dc(mb, dc);
-    add_chroma(k, mb, plane, pitch);
+    store(rows, cb, cr, pitch);
 }
 
 void intra_chroma_use_avx2(ReconKernels* k) { k->intra_chroma = intra_chroma; }

@@ -57,3 +57,27 @@ static inline void transform_pairs(Values (&x)[4]) {
     x[3] = high_halves(a_rows23, b_rows23);
     transform(x);
 }
+
+#if defined(__AVX2__)
+
+// Adds what two blocks beside each other in the low halves of the rows, and two in the high ones,
+// make of their coefficients. Rows come by twos, of eight samples in each half. The DC coefficients
+// come apart, each in the lowest word of a quarter of dc: a load would wait for small stores.
+static inline void add_four(U8x32* rows, int16_t* low, int16_t* high, U16x16 dc) {
+    const U16x16 low0 = load_16_values(low), low1 = load_16_values(low + 16);
+    const U16x16 high0 = load_16_values(high), high1 = load_16_values(high + 16);
+    const U16x16 low_even = low_halves(low0, low1), low_odd = high_halves(low0, low1);
+    const U16x16 high_even = low_halves(high0, high1), high_odd = high_halves(high0, high1);
+    U16x16 x[4] = {join_low(low_even, high_even) | dc, join_low(low_odd, high_odd),
+                   join_high(low_even, high_even), join_high(low_odd, high_odd)};
+    transform_pairs(x);
+#pragma GCC unroll 2
+    for (int i = 0; i < 2; ++i) {
+        const I16x16 even = (I16x16)x[2 * i] >> 6, odd = (I16x16)x[2 * i + 1] >> 6;
+        rows[i] = clip_to_u8(widen_low(rows[i]) + even, widen_high(rows[i]) + odd);
+    }
+    clear<32>(low);
+    clear<32>(high);
+}
+
+#endif
