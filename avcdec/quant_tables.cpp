@@ -79,8 +79,8 @@ static constexpr std::array<std::array<uint8_t, N * N>, 6> norm_adjust() {
     std::array<std::array<uint8_t, N * N>, 6> table{};
     for (int m = 0; m < 6; ++m) {
         for (int i = 0; i < N * N; ++i) {
-            const int x = zigzag<N>()[i] % N;
-            const int y = zigzag<N>()[i] / N;
+            const int x = i / N;
+            const int y = i % N;
             table[m][i] = N == 4 ? kNormWeights4x4[m][weight_class4x4(x, y)]
                                  : kNormWeights8x8[m][weight_class8x8(x, y)];
         }

@@ -30,7 +30,7 @@ extern const std::array<AvcScaleEntry, 16> kLumaDcScale;
 extern const std::array<AvcScaleEntry, 16> kFieldLumaDcScale;
 extern const std::array<AvcScaleEntry, 4> kChromaDcScale;
 
-// normAdjust (H.264 8.5.9) per QP % 6, in scan order.
+// normAdjust (H.264 8.5.9) per QP % 6, by place in the block.
 extern const std::array<Table16, 6> kNormAdjust4x4;
 extern const std::array<Table64, 6> kNormAdjust8x8;
 

@@ -54,44 +54,17 @@ static IntraWeights intra_weights(const AvcSps* sps, const AvcPps* pps) {
     return w;
 }
 
-static void fill_level_scale(AvcQuantiser* q, const IntraWeights& w) {
-    for (int m = 0; m < 6; ++m) {
-        for (int c = 0; c < 3; ++c) {
-            for (int i = 0; i < 16; ++i) {
-                const int weight = q->is_flat ? 1 : w.list4x4[c][i];
-                q->level_scale4x4[c][m][i] = static_cast<uint16_t>(kNormAdjust4x4[m][i] * weight);
-            }
-        }
-        for (int i = 0; i < 64; ++i) {
-            const int weight = q->is_flat ? 1 : w.list8x8[i];
-            const int index = q->is_interleaved ? i % 4 * 16 + i / 4 : i;
-            q->level_scale8x8[m][index] = static_cast<uint16_t>(kNormAdjust8x8[m][i] * weight);
-        }
+// Lists come in the order of the frame's scan, whatever the picture is.
+static void place_weights(AvcQuantiser* q, const IntraWeights& w) {
+    for (size_t i = 0; i < kScan4x4.size(); ++i) {
+        for (int c = 0; c < 3; ++c) q->weights4x4[c][kScan4x4[i]] = w.list4x4[c][i];
     }
-}
-
-// Lists and normAdjust come in the order of the frame's scan, whatever the picture is.
-template <size_t kSize>
-static void order_as_field(uint16_t (&level_scale)[kSize], const std::array<uint8_t, kSize>& frame,
-                           const std::array<uint8_t, kSize>& field) {
-    uint16_t by_place[kSize];
-    for (size_t i = 0; i < kSize; ++i) by_place[frame[i]] = level_scale[i];
-    for (size_t i = 0; i < kSize; ++i) level_scale[i] = by_place[field[i]];
+    for (size_t i = 0; i < kScan8x8.size(); ++i) q->weights8x8[kScan8x8[i]] = w.list8x8[i];
 }
 
 static const Table64& scan8x8(bool is_field, bool is_interleaved) {
     if (is_field) return is_interleaved ? kFieldScan8x8Interleaved : kFieldScan8x8;
     return is_interleaved ? kScan8x8Interleaved : kScan8x8;
-}
-
-[[gnu::cold]] static void order_as_field(AvcQuantiser* q) {
-    for (int m = 0; m < 6; ++m) {
-        for (int c = 0; c < 3; ++c) {
-            order_as_field(q->level_scale4x4[c][m], kScan4x4, kFieldScan4x4);
-        }
-        order_as_field(q->level_scale8x8[m], scan8x8(false, q->is_interleaved),
-                       scan8x8(true, q->is_interleaved));
-    }
 }
 
 void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const AvcPps* pps,
@@ -106,20 +79,28 @@ void quantiser_apply_parameter_sets(AvcQuantiser* q, const AvcSps* sps, const Av
     q->is_rounded = !q->is_flat || q->chroma_offset[0] != q->chroma_offset[1];
     q->has_8x8 = pps->transform_8x8_mode_flag;
     q->is_interleaved = !pps->entropy_coding_mode_flag;
-    fill_level_scale(q, intra_weights(sps, pps));
-    if (is_field) order_as_field(q);
+    if (q->is_flat) {
+        memset(q->weights4x4, 1, sizeof q->weights4x4);
+        memset(q->weights8x8, 1, sizeof q->weights8x8);
+    } else {
+        place_weights(q, intra_weights(sps, pps));
+    }
     q->scales[kScaleLumaDc] = (is_field ? kFieldLumaDcScale : kLumaDcScale).data();
     q->scales[kScaleChromaDc] = kChromaDcScale.data();
     memset(q->built4x4, 0, sizeof q->built4x4);
     q->built8x8 = 0;
 }
 
+// LevelScale of each place, shifted, in the order of the scan.
 template <size_t kCount>
 static const AvcScaleEntry* fill_entries(AvcScaleEntry (*entries)[kCount],
-                                         const uint16_t (&level_scale)[kCount], int shift,
+                                         const std::array<uint8_t, kCount>& norm_adjust,
+                                         const uint8_t (&weights)[kCount], int shift,
                                          const std::array<uint8_t, kCount>& scan) {
     for (size_t i = 0; i < kCount; ++i) {
-        (*entries)[i] = {static_cast<uint32_t>(level_scale[i]) << shift, scan[i]};
+        const uint32_t place = scan[i];
+        (*entries)[i] = {static_cast<uint32_t>(norm_adjust[place] * weights[place]) << shift,
+                         place};
     }
     return *entries;
 }
@@ -130,8 +111,8 @@ static const AvcScaleEntry* make_scale4x4(AvcQuantiser* q, int component, int qp
     if (q->built4x4[component] & bit) return q->entries4x4[component][qp];
     q->built4x4[component] |= bit;
     const int shift = qp / 6 + (q->is_rounded ? 2 : 6);
-    return fill_entries(&q->entries4x4[component][qp], q->level_scale4x4[component][qp % 6], shift,
-                        q->is_field ? kFieldScan4x4 : kScan4x4);
+    return fill_entries(&q->entries4x4[component][qp], kNormAdjust4x4[qp % 6],
+                        q->weights4x4[component], shift, q->is_field ? kFieldScan4x4 : kScan4x4);
 }
 
 static const AvcScaleEntry* make_scale8x8(AvcQuantiser* q, int qp) {
@@ -140,24 +121,28 @@ static const AvcScaleEntry* make_scale8x8(AvcQuantiser* q, int qp) {
     if (q->built8x8 & bit) return q->entries8x8[qp];
     q->built8x8 |= bit;
     const int shift = q->is_flat ? qp / 6 + 4 : qp / 6;  // the weight of 16 that flat tables omit
-    return fill_entries(&q->entries8x8[qp], q->level_scale8x8[qp % 6], shift,
+    return fill_entries(&q->entries8x8[qp], kNormAdjust8x8[qp % 6], q->weights8x8, shift,
                         scan8x8(q->is_field, q->is_interleaved));
+}
+
+static int dc_level_scale(const AvcQuantiser& q, int component, int qp) {
+    return kNormAdjust4x4[qp % 6][0] * q.weights4x4[component][0];
 }
 
 // Of luma, or of a component that is coded like it.
 static void set_luma_dc_scale(AvcQuantiser* q, int component, int qp) {
     const int luma_shift = q->is_flat ? qp / 6 + 4 : qp / 6;
     const bool is_rounded = luma_shift < 6;
-    q->dc[kCompY] = {
-        q->level_scale4x4[component][qp % 6][0] << (is_rounded ? luma_shift : luma_shift - 6),
-        is_rounded ? 32 : 0, is_rounded ? 6 : 0};
+    q->dc[kCompY] = {dc_level_scale(*q, component, qp)
+                         << (is_rounded ? luma_shift : luma_shift - 6),
+                     is_rounded ? 32 : 0, is_rounded ? 6 : 0};
 }
 
 static void set_dc_scales(AvcQuantiser* q) {
     set_luma_dc_scale(q, kCompY, q->qp);
     for (int c = 0; c < 2; ++c) {
         const int shift = q->chroma_qp[c] / 6 + (q->is_flat ? 4 : 0);
-        q->dc[1 + c] = {q->level_scale4x4[1 + c][q->chroma_qp[c] % 6][0] << shift, 0, 5};
+        q->dc[1 + c] = {dc_level_scale(*q, 1 + c, q->chroma_qp[c]) << shift, 0, 5};
     }
 }
 

@@ -43,9 +43,9 @@ struct AvcQuantiser {
     const AvcScaleEntry* scales[kBlockScales];  // at the current QP
     AvcDcScale dc[3];                           // by component
 
-    uint16_t level_scale4x4[3][6][16];  // LevelScale; normAdjust alone when flat
-    uint16_t level_scale8x8[6][64];     // in the order of the entries
-    uint64_t built4x4[3];               // bit q: the factors of QP q are made
+    uint8_t weights4x4[3][16];  // weightScale by place in the block; 1 when flat
+    uint8_t weights8x8[64];
+    uint64_t built4x4[3];  // bit q: the factors of QP q are made
     uint64_t built8x8;
     AvcScaleEntry entries4x4[3][52][16];
     AvcScaleEntry entries8x8[52][64];
