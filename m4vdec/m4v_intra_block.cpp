@@ -10,10 +10,9 @@
 
 // How a level becomes a coefficient, and what goes into the block's edge.
 enum class Method {
-    kH263,         // 14496-2 7.4.4.2; no edge
-    kMpeg4H263,    // the same, levels into the edge
-    kMpeg4Matrix,  // 14496-2 7.4.4.1, levels into the edge
-    kAic,          // H.263 I.3: 2 * quant * level, coefficients into the edge
+    kH263,    // 14496-2 7.4.4.2, levels into the edge
+    kMatrix,  // 14496-2 7.4.4.1, levels into the edge
+    kAic,     // H.263 I.3: 2 * quant * level, coefficients into the edge
 };
 
 static int clip_coef(int v) {
@@ -55,15 +54,14 @@ static Dequantiser make_dequantiser(const M4vBlockDecoder& d) {
 template <Method kMethod>
 static int dequantise(const Dequantiser& q, int level, unsigned position) {
     if (kMethod == Method::kAic) return level * q.scale;
-    if (kMethod == Method::kMpeg4Matrix)
-        return clip_coef(level * q.matrix[position] * q.scale / 16);
+    if (kMethod == Method::kMatrix) return clip_coef(level * q.matrix[position] * q.scale / 16);
     const int sign = level >> 31;
     return level * q.scale + ((q.offset ^ sign) - sign);
 }
 
 template <Method kMethod>
 static int dequantise_table_level(const Dequantiser& q, int level, unsigned position) {
-    if (kMethod == Method::kH263 || kMethod == Method::kMpeg4H263) return q.coefs[level];
+    if (kMethod == Method::kH263) return q.coefs[level];
     return dequantise<kMethod>(q, level, position);
 }
 
@@ -72,7 +70,6 @@ template <Method kMethod>
 static inline void store(M4vBlockDecoder* d, const M4vScan& scan, M4vBlockEdge* edge, int index,
                          int level, unsigned position, int coef) {
     d->coef[position] = static_cast<int16_t>(coef);
-    if (kMethod == Method::kH263) return;
     edge->slot[scan.edge_slot[index]] =
         static_cast<int16_t>(kMethod == Method::kAic ? coef : level);
 }
@@ -109,7 +106,7 @@ template <Method kMethod>
         store<kMethod>(d, scan, edge, i, event.level(), position, coef);
     };
     for (;;) {
-        bits_need(&bits, &d->bits, kTcoefPrimaryBits + kTcoefSecondaryBits);
+        bits_need(&bits, &d->bits, kTcoefMostBits);
         TcoefEntry event = primary[bits_cached(&bits, kTcoefPrimaryBits)];
         const int next = index + static_cast<int>(event.step());
         if (next <= 63) [[likely]] {  // neither the last event nor a special step is that short
@@ -117,7 +114,7 @@ template <Method kMethod>
             index = next;
             continue;
         }
-        event = m4v_whole_entry(bits.cache, *d->tcoef, event);
+        event = m4v_whole_entry<kTcoefPrimaryBits>(bits.cache, *d->tcoef, event);
         const bool is_escaped = event.step() >= kTcoefEscape;
         if (is_escaped) event = take_escaped_event(&bits, d, event);
         index += event.step() & (kTcoefLast - 1);
@@ -133,6 +130,49 @@ template <Method kMethod>
     }
     bits_return(&d->bits, bits);
     return index <= 63 ? index : -1;
+}
+
+// The same behind the DC of H.263 without advanced intra coding: by pairs, without an edge.
+[[gnu::noinline]] static int read_h263_events(M4vBlockDecoder* d) {
+    const M4vScan& scan = kScanZigzag;
+    const TcoefPair* const pairs = d->tcoef->pairs;
+    const Dequantiser q = make_dequantiser(*d);
+    BitWindow bits = bits_window(d->bits);
+    unsigned index = 0;
+    const auto take = [&](unsigned i, TcoefPair pair) {
+        bits_drop(&bits, pair.length());
+        // A single event is put twice: nobody can foretell whether there are two.
+        d->coef[scan.position[i]] = q.coefs[pair.second_level()];
+        d->coef[scan.position[i - pair.second_step()]] = q.coefs[pair.level()];
+    };
+    for (;;) {
+        bits_need(&bits, &d->bits, kTcoefMostBits);
+        const TcoefPair pair = pairs[bits_cached(&bits, kTcoefPairBits)];
+        const unsigned next = index + pair.step();
+        if (next <= 63) [[likely]] {  // as above
+            take(next, pair);
+            index = next;
+            continue;
+        }
+        if (pair.step() < kTcoefLong) {
+            index += pair.step() & (kTcoefLast - 1);
+            if (index <= 63) take(index, pair);
+            break;
+        }
+        TcoefEntry event = m4v_whole_entry<kTcoefPairBits>(bits.cache, *d->tcoef, pair.single());
+        if (event.step() >= kTcoefEscape) {
+            event = take_escaped_event(&bits, d, event);
+        } else {
+            bits_drop(&bits, event.length());
+        }
+        index += event.step() & (kTcoefLast - 1);
+        if (index > 63) break;
+        const int coef = clip_coef(dequantise<Method::kH263>(q, event.level(), 0));
+        d->coef[scan.position[index]] = static_cast<int16_t>(coef);
+        if (event.step() >= kTcoefLast) break;
+    }
+    bits_return(&d->bits, bits);
+    return index <= 63 ? static_cast<int>(index) : -1;
 }
 
 static void fill(int dc, M4vTarget target) {
@@ -266,7 +306,7 @@ static inline int decode_intra_block(M4vBlockDecoder* d, const M4vIntraMb& mb, u
         const int from_quant = is_inside ? d->quant : mb_from->quant;
         extent.include(predict_ac<kMethod>(d, from, from_quant, from_above, edge), from_above);
     }
-    if (kMethod == Method::kMpeg4Matrix && is_sum_even(*d, dc)) {
+    if (kMethod == Method::kMatrix && is_sum_even(*d, dc)) {
         d->coef[63] ^= 1;  // 14496-2 7.4.4.5, mismatch control
         extent = {8, 8};
     }
@@ -285,8 +325,8 @@ template <Method kMethod>
 
 int m4v_decode_intra_blocks(M4vBlockDecoder* d, const M4vIntraMb& mb, unsigned cbp,
                             const M4vTarget targets[6]) {
-    if (d->matrix) return decode_intra_blocks<Method::kMpeg4Matrix>(d, mb, cbp, targets);
-    return decode_intra_blocks<Method::kMpeg4H263>(d, mb, cbp, targets);
+    if (d->matrix) return decode_intra_blocks<Method::kMatrix>(d, mb, cbp, targets);
+    return decode_intra_blocks<Method::kH263>(d, mb, cbp, targets);
 }
 
 int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target) {
@@ -295,7 +335,7 @@ int m4v_decode_h263_block(M4vBlockDecoder* d, bool is_coded, M4vTarget target) {
     const int dc = static_cast<int>(code == 255 ? 128 : code) * 8;
     int last = 0;
     if (is_coded) {
-        last = read_events<Method::kH263>(d, kScanZigzag, 0, nullptr);
+        last = read_h263_events(d);
         if (last < 0) return 1;
     }
     reconstruct(d, dc, kScanZigzag.width[last], kScanZigzag.height[last], target);

@@ -33,8 +33,8 @@ enum class M4vDcCoding : uint8_t {
 // Why what the reader came upon is not valid. With fewer bits left than the longest code has, that
 // was cut off.
 inline M4vRefusal m4v_refusal_of_data(const BitReader& bits) {
-    const int bits_left_in_cache = bits.available - static_cast<int>(bits.padding_bits);
-    const bool is_near_end = bits.next == bits.end && bits_left_in_cache < kMostBitsRead;
+    const ptrdiff_t in_cache = bits.available - static_cast<ptrdiff_t>(bits.padding_bits);
+    const bool is_near_end = (bits.end - bits.next) * 8 + in_cache < kMostBitsRead;
     return is_near_end ? M4vRefusal::kCutOff : M4vRefusal::kDamagedData;
 }
 

@@ -31,8 +31,8 @@ static TcoefEntry mpeg4_escaped_event(BitWord bits, const TcoefTable& table) {
     const bool is_run_offset = field(bits, 0, 1);
     const unsigned kind_bits = is_run_offset ? 2 : 1;
     bits <<= kind_bits;
-    const TcoefEntry event =
-        m4v_whole_entry(bits, table, table.primary[field(bits, 0, kTcoefPrimaryBits)]);
+    const TcoefEntry event = m4v_whole_entry<kTcoefPrimaryBits>(
+        bits, table, table.primary[field(bits, 0, kTcoefPrimaryBits)]);
     const unsigned length = static_cast<unsigned>(event.length()) + kind_bits;
     if (event.step() >= kTcoefLong) return invalid_event(length);
     const bool last = event.step() >= kTcoefLast;

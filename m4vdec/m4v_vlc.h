@@ -27,13 +27,45 @@ class TcoefEntry {
     uint32_t word = 0;
 };
 constexpr unsigned kTcoefLast = 128;
-constexpr unsigned kTcoefLong = 253;     // longer than kTcoefPrimaryBits: see `secondary`
+constexpr unsigned kTcoefLong = 253;     // longer than the primary table's index: see `secondary`
 constexpr unsigned kTcoefEscape = 254;   // the escape code itself, without what follows; of length
                                          // 0 for any code beyond kTcoefPrimaryBits of kReversible
 constexpr unsigned kTcoefInvalid = 255;  // no such code
 
+// Two events whose codes follow each other, the first not being the last one, or a single entry.
+class TcoefPair {
+ public:
+    constexpr TcoefPair() = default;
+    constexpr explicit TcoefPair(TcoefEntry entry)
+        : word(entry.step() << 24 | low6(entry.level()) << 18 | low6(entry.level()) << 12 |
+               static_cast<unsigned>(entry.length())) {}
+    constexpr TcoefPair(TcoefEntry first, TcoefEntry second)
+        : word((first.step() + second.step()) << 24 | low6(first.level()) << 18 |
+               low6(second.level()) << 12 | (second.step() & kMostSecondStep) << 8 |
+               static_cast<unsigned>(first.length() + second.length())) {}
+
+    // As those of TcoefEntry, of both together.
+    constexpr unsigned step() const { return word >> 24; }
+    constexpr int length() const { return static_cast<int>(word & 255); }
+    // Signed, 6 bits, like that of the second.
+    constexpr int level() const { return static_cast<int>(word << 8) >> 26; }
+    // Of a single entry the same level, and a step of 0.
+    constexpr int second_level() const { return static_cast<int>(word << 14) >> 26; }
+    static constexpr unsigned kMostSecondStep = 15;  // besides kTcoefLast
+    constexpr unsigned second_step() const { return word >> 8 & kMostSecondStep; }
+
+    // The entry where it is single.
+    constexpr TcoefEntry single() const { return {level(), step(), word & 255}; }
+
+ private:
+    static constexpr unsigned low6(int level) { return static_cast<unsigned>(level) & 63; }
+
+    uint32_t word = 0;
+};
+
+constexpr unsigned kTcoefMostBits = 13;  // of a code
 constexpr unsigned kTcoefPrimaryBits = 10;
-constexpr unsigned kTcoefSecondaryBits = 3;
+constexpr unsigned kTcoefPairBits = 12;
 
 enum class TcoefEscapes : uint8_t {
     kMpeg4,        // three kinds: level offset, run offset, fixed length with 12-bit levels
@@ -44,7 +76,9 @@ enum class TcoefEscapes : uint8_t {
 
 struct TcoefTable {
     const TcoefEntry* primary;    // 1 << kTcoefPrimaryBits, indexed by the next bits
-    const TcoefEntry* secondary;  // groups of 1 << kTcoefSecondaryBits; null for kReversible
+    const TcoefPair* pairs;       // 1 << kTcoefPairBits, instead of `primary`; H.263 only
+    const TcoefEntry* secondary;  // groups, indexed by the rest of kTcoefMostBits; null for
+                                  // kReversible
     const uint8_t* max_level[2];  // [last][run]: the highest level that has a code; kMpeg4 only
     const uint8_t* max_run[2];    // [last][level]: the highest run that has a code; kMpeg4 only
     TcoefEscapes escapes;
@@ -58,12 +92,12 @@ extern const TcoefTable kTcoefAic;           // H.263 table I.2
 extern const TcoefTable kTcoefAicExtended;   // the same with Annex T escapes
 
 // The entry of the code that `bits`, the next ones from the top bit down, begin with, where the
-// primary table has `entry` for it.
+// table that kIndexBits of them index has `entry` for it.
+template <unsigned kIndexBits>
 inline TcoefEntry m4v_whole_entry(BitWord bits, const TcoefTable& table, TcoefEntry entry) {
     if (entry.step() != kTcoefLong) return entry;
-    constexpr unsigned kMask = (1u << kTcoefSecondaryBits) - 1;
-    const BitWord code =
-        bits >> (kBitWordSize - static_cast<int>(kTcoefPrimaryBits + kTcoefSecondaryBits));
+    constexpr unsigned kMask = (1u << (kTcoefMostBits - kIndexBits)) - 1;
+    const BitWord code = bits >> (kBitWordSize - static_cast<int>(kTcoefMostBits));
     return table.secondary[static_cast<unsigned>(entry.level()) + (code & kMask)];
 }
 

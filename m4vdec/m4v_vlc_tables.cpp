@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Code tables in the order of the standards, and the lookup tables that the compiler makes of them.
+#include <algorithm>
 #include <bit>
 #include <iterator>
 
@@ -37,11 +38,13 @@ constexpr RunLimits run_limits(const Levels& levels) {
     return limits;
 }
 
+// The entries of all codes, for a table that kIndexBits index and one of the longer codes.
+template <unsigned kIndexBits>
 struct Lookup {
-    static constexpr unsigned kMaxBits = kTcoefPrimaryBits + kTcoefSecondaryBits;
-    static constexpr unsigned kGroups = 24;
-    TcoefEntry primary[1 << kTcoefPrimaryBits];
-    TcoefEntry secondary[kGroups << kTcoefSecondaryBits];
+    static constexpr unsigned kRestBits = kTcoefMostBits - kIndexBits;
+    static constexpr unsigned kGroups = kIndexBits == kTcoefPairBits ? 16 : 24;
+    TcoefEntry primary[1 << kIndexBits];
+    TcoefEntry secondary[kGroups << kRestBits];
     unsigned groups;
 
     constexpr Lookup() : primary(), secondary(), groups(0) {
@@ -51,18 +54,18 @@ struct Lookup {
 
     constexpr void add(unsigned code, unsigned length, int level, unsigned step) {
         const TcoefEntry entry(level, step, length);
-        if (length <= kTcoefPrimaryBits) {
-            const unsigned spare = kTcoefPrimaryBits - length;
+        if (length <= kIndexBits) {
+            const unsigned spare = kIndexBits - length;
             for (unsigned i = 0; i < 1u << spare; ++i) primary[code << spare | i] = entry;
             return;
         }
-        TcoefEntry& link = primary[code >> (length - kTcoefPrimaryBits)];
+        TcoefEntry& link = primary[code >> (length - kIndexBits)];
         if (link.step() != kTcoefLong) {
-            link = {static_cast<int>(groups << kTcoefSecondaryBits), kTcoefLong, 0};
+            link = {static_cast<int>(groups << kRestBits), kTcoefLong, 0};
             ++groups;  // more than kGroups does not compile: the write below leaves the array
         }
-        const unsigned spare = kMaxBits - length;
-        const unsigned low = (code << spare) & ((1u << kTcoefSecondaryBits) - 1);
+        const unsigned spare = kTcoefMostBits - length;
+        const unsigned low = (code << spare) & ((1u << kRestBits) - 1);
         for (unsigned i = 0; i < 1u << spare; ++i) {
             secondary[static_cast<unsigned>(link.level()) + low + i] = entry;
         }
@@ -76,8 +79,9 @@ struct Lookup {
     }
 };
 
-constexpr Lookup build(const Levels& levels, const Code* codes) {
-    Lookup lookup;
+template <unsigned kIndexBits>
+constexpr Lookup<kIndexBits> build(const Levels& levels, const Code* codes) {
+    Lookup<kIndexBits> lookup;
     for (unsigned last = 0; last < 2; ++last) {
         for (unsigned run = 0; run < kRuns; ++run) {
             for (unsigned level = 1; level <= levels.of[last][run]; ++level) {
@@ -88,6 +92,28 @@ constexpr Lookup build(const Levels& levels, const Code* codes) {
     lookup.add(3, 7, 0, kTcoefEscape);
     return lookup;
 }
+
+// The same with two events in an entry where both codes fit.
+struct PairLookup {
+    TcoefPair pairs[1 << kTcoefPairBits];
+    TcoefEntry secondary[std::size(Lookup<kTcoefPairBits>().secondary)];
+
+    constexpr explicit PairLookup(const Lookup<kTcoefPairBits>& lookup) : pairs(), secondary() {
+        for (unsigned bits = 0; bits < std::size(pairs); ++bits) pairs[bits] = pair(lookup, bits);
+        std::copy(std::begin(lookup.secondary), std::end(lookup.secondary), secondary);
+    }
+
+    static constexpr TcoefPair pair(const Lookup<kTcoefPairBits>& lookup, unsigned bits) {
+        const TcoefEntry first = lookup.primary[bits];
+        if (first.step() >= kTcoefLast) return TcoefPair(first);
+        const unsigned behind = bits << first.length() & ((1u << kTcoefPairBits) - 1);
+        const TcoefEntry second = lookup.primary[behind];
+        const bool is_event = second.step() < kTcoefLong;
+        const bool is_near = (second.step() & (kTcoefLast - 1)) <= TcoefPair::kMostSecondStep;
+        const bool fits = first.length() + second.length() <= static_cast<int>(kTcoefPairBits);
+        return is_event && is_near && fits ? TcoefPair(first, second) : TcoefPair(first);
+    }
+};
 
 // clang-format off
 
@@ -271,30 +297,35 @@ struct ReversibleLookup {
     }
 };
 
-constexpr Lookup kIntraLookup = build(kIntraLevels, kIntraCodes);
-constexpr Lookup kH263Lookup = build(kH263Levels, kH263Codes);
-constexpr Lookup kAicLookup = build(kAicLevels, kAicCodes);
+constexpr auto kIntraLookup = build<kTcoefPrimaryBits>(kIntraLevels, kIntraCodes);
+constexpr auto kAicLookup = build<kTcoefPrimaryBits>(kAicLevels, kAicCodes);
+constexpr PairLookup kH263Lookup(build<kTcoefPairBits>(kH263Levels, kH263Codes));
 constexpr ReversibleLookup kReversibleLookup;
 
 constexpr RunLimits kIntraRuns = run_limits(kIntraLevels);
 
-constexpr TcoefTable plain_table(const Lookup& lookup, TcoefEscapes escapes) {
-    return {lookup.primary, lookup.secondary, {}, {}, escapes};
+constexpr TcoefTable h263_table(TcoefEscapes escapes) {
+    return {nullptr, kH263Lookup.pairs, kH263Lookup.secondary, {}, {}, escapes};
+}
+
+constexpr TcoefTable aic_table(TcoefEscapes escapes) {
+    return {kAicLookup.primary, nullptr, kAicLookup.secondary, {}, {}, escapes};
 }
 
 }  // namespace
 
 const TcoefTable kTcoefIntra = {kIntraLookup.primary,
+                                nullptr,
                                 kIntraLookup.secondary,
                                 {kIntraLevels.of[0], kIntraLevels.of[1]},
                                 {kIntraRuns.of[0], kIntraRuns.of[1]},
                                 TcoefEscapes::kMpeg4};
-const TcoefTable kTcoefReversible = {
-    kReversibleLookup.primary, nullptr, {}, {}, TcoefEscapes::kReversible};
-const TcoefTable kTcoefH263 = plain_table(kH263Lookup, TcoefEscapes::kH263);
-const TcoefTable kTcoefH263Extended = plain_table(kH263Lookup, TcoefEscapes::kH263Extended);
-const TcoefTable kTcoefAic = plain_table(kAicLookup, TcoefEscapes::kH263);
-const TcoefTable kTcoefAicExtended = plain_table(kAicLookup, TcoefEscapes::kH263Extended);
+const TcoefTable kTcoefReversible = {kReversibleLookup.primary, nullptr, nullptr, {}, {},
+                                     TcoefEscapes::kReversible};
+const TcoefTable kTcoefH263 = h263_table(TcoefEscapes::kH263);
+const TcoefTable kTcoefH263Extended = h263_table(TcoefEscapes::kH263Extended);
+const TcoefTable kTcoefAic = aic_table(TcoefEscapes::kH263);
+const TcoefTable kTcoefAicExtended = aic_table(TcoefEscapes::kH263Extended);
 
 TcoefEntry m4v_reversible_event(unsigned bits) { return reversible_event(bits); }
 
