@@ -40,6 +40,7 @@ void avcdec_create(const AvcDecoderOptions* options, AvcCreateResult* result) {
     d->has_old_flags = options->flags & kAvcOldFlags;
     if (has_table) memcpy(d->option_table, options->table, options->table_length);
     d->picture.kernels = recon_kernels_best();
+    d->slice.loops = block_loops_best();
     result->decoder = d;
 }
 

@@ -212,14 +212,13 @@ static void note_block(AvcMacroblock* mb, int block, int highest_place) {
     mb->ac_mask |= -static_cast<uint32_t>(highest_place > 0) & block_bit(block);
 }
 
-// Reads the quadrants in the pattern. An 8x8 block has no coded_block_flag; four are set. Returns
-// the grid.
-[[gnu::noinline]] static CodedGrid read_quadrants_8x8(AvcSliceReader* s, uint32_t pattern) {
+// An 8x8 block has no coded_block_flag; four are set.
+KS_INLINE CodedGrid read_8x8(AvcSliceReader* s, uint32_t quadrants) {
     ResidualTarget target = {s->quantiser.scales[kScale8x8], s->mb.coefficients};
     CodedGrid grid = 0;
     CabacEngine e = s->cabac;
-    for (; pattern != 0; pattern &= pattern - 1) {
-        const int q = __builtin_ctz(pattern);
+    for (; quadrants != 0; quadrants &= quadrants - 1) {
+        const int q = __builtin_ctz(quadrants);
         target.coefficients = s->mb.coefficients + q * 64;
         __attribute__((uninitialized)) uint8_t places[64];
         const uint8_t* end;
@@ -245,10 +244,9 @@ KS_INLINE CabacContext* flag_of(CabacContext* contexts, const CodedBlock& coded,
     return contexts + coded.coded_block_flag + (neighbours >> 7 & 1) + 2 * (neighbours & 1);
 }
 
-// Reads blocks (bits of blocks_of_pattern), each with its coded_block_flag. Returns the grid. The
-// context of the next flag is found before the block is read: after the misprediction that its end
-// costs there would be nothing else to do.
-[[gnu::noinline]] static CodedGrid read_blocks(AvcSliceReader* s, uint32_t blocks, CodedGrid grid) {
+// The context of the next flag is found before the block is read: after the misprediction that its
+// end costs there would be nothing else to do.
+KS_INLINE CodedGrid read_blocks(AvcSliceReader* s, uint32_t blocks, CodedGrid grid) {
     const CodedBlock* const list = kCodedBlocks.row[s->mb.kind == MbKind::kIntra16x16];
     if (blocks == 0) return grid;
     blocks |= 1U << kBlocks;
@@ -277,6 +275,30 @@ KS_INLINE CabacContext* flag_of(CabacContext* contexts, const CodedBlock& coded,
     s->cabac = e;
     return grid;
 }
+
+static CodedGrid read_blocks_any(AvcSliceReader* s, uint32_t blocks, CodedGrid grid) {
+    return read_blocks(s, blocks, grid);
+}
+static CodedGrid read_8x8_any(AvcSliceReader* s, uint32_t quadrants) {
+    return read_8x8(s, quadrants);
+}
+void cabac_use_any(BlockLoops* loops) {
+    loops->cabac = read_blocks_any;
+    loops->cabac_8x8 = read_8x8_any;
+}
+
+#if KEYSTILL_HAS_BMI2
+KS_BMI2 static CodedGrid read_blocks_bmi2(AvcSliceReader* s, uint32_t blocks, CodedGrid grid) {
+    return read_blocks(s, blocks, grid);
+}
+KS_BMI2 static CodedGrid read_8x8_bmi2(AvcSliceReader* s, uint32_t quadrants) {
+    return read_8x8(s, quadrants);
+}
+void cabac_use_bmi2(BlockLoops* loops) {
+    loops->cabac = read_blocks_bmi2;
+    loops->cabac_8x8 = read_8x8_bmi2;
+}
+#endif
 
 // H.264 9.3.2.7. A magnitude above 104 is far outside -26 to 25: the stream is broken, for which
 // the result is 0 and has_error is set.
@@ -315,7 +337,7 @@ static bool counts_for_8x8(const MbNeighbour& side) {
             static_cast<uint32_t>(seen >> (kGridLuma + 2 * (q & 1) + 16 * (q >> 1) - 8));
         const uint32_t increment = (neighbours >> 7 & 1) + 2 * (neighbours & 1);
         if (cabac_decode_decision(&s->cabac, flags + increment)) {
-            seen |= read_quadrants_8x8(s, 1U << q);
+            seen |= s->loops.cabac_8x8(s, 1U << q);
         }
     }
     return seen & ~(kGridLeft | kGridTop);
@@ -334,10 +356,11 @@ void cabac_read_plane(AvcSliceReader* s) {
     CodedGrid grid = (s->left.coded & kGridLeft) | (s->top->coded & kGridTop);
     uint32_t pattern = mb->cbp;
     if (mb->kind == MbKind::kIntra8x8) {
-        grid |= (s->chroma_444 ? read_flagged_8x8 : read_quadrants_8x8)(s, pattern & 15);
+        grid |= (s->chroma_444 ? read_flagged_8x8 : s->loops.cabac_8x8)(s, pattern & 15);
         pattern &= 0x30;
     }
-    grid = read_blocks(s, blocks_of_pattern(pattern, mb->kind == MbKind::kIntra16x16), grid);
+    const uint32_t blocks = blocks_of_pattern(pattern, mb->kind == MbKind::kIntra16x16);
+    grid = s->loops.cabac(s, blocks, grid);
     s->left.coded = grid_for_right(grid);
     s->top->coded = grid_for_below(grid);
 }

@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "avcdec/bit_reader.h"
+#include "avcdec/block_loops.h"
 #include "avcdec/cabac_engine.h"
 #include "avcdec/chroma_444.h"
 #include "avcdec/macroblock.h"
@@ -29,6 +30,7 @@ struct AvcSliceReader {
     MbNeighbour* top;          // into columns
     MbNeighbour* columns;      // owned: what the row above left behind, one entry per column
     AvcChroma444* chroma_444;  // owned; null but for 4:4:4
+    BlockLoops loops;
 };
 
 // The arrays for pictures of that width. Returns 1 without memory.

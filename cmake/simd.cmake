@@ -32,3 +32,11 @@ function(keystill_avx2_sources name)
     target_compile_definitions(${name} PRIVATE KEYSTILL_HAS_AVX2=1)
     set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -mavx2)
 endfunction()
+
+# keystill_bmi2_functions(NAME): a library with functions that ask for BMI2 in their source, where
+# KEYSTILL_HAS_BMI2 is 1 then.
+function(keystill_bmi2_functions name)
+    if(KEYSTILL_SIMD AND is_x86_64)
+        target_compile_definitions(${name} PRIVATE KEYSTILL_HAS_BMI2=1)
+    endif()
+endfunction()

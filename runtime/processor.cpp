@@ -14,8 +14,12 @@
 // The C library has asked the processor already. A virtual one takes a while for each answer, and
 // the compiler's own function asks for all of them, at the start of every run.
 bool processor_has_avx2() { return CPU_FEATURE_ACTIVE(AVX2); }
+bool processor_has_bmi2() { return CPU_FEATURE_ACTIVE(BMI1) && CPU_FEATURE_ACTIVE(BMI2); }
 #elif defined(__x86_64__)
 bool processor_has_avx2() { return __builtin_cpu_supports("avx2"); }
+bool processor_has_bmi2() {
+    return __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
+}
 #endif
 
 bool processor_has_simd() {

@@ -7,4 +7,5 @@ bool processor_has_simd();
 
 #if defined(__x86_64__)
 bool processor_has_avx2();
+bool processor_has_bmi2();  // and BMI1
 #endif
