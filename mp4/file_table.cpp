@@ -24,9 +24,9 @@ void file_table_declare(BufferedFile* file, FileTable* table, uint32_t count, ui
 
 void file_table_load(BufferedFile* file, FileTable* table, uint64_t index) {
     assert(index < table->stored_words);
-    table->window_start = index - index % kTableWindow;
+    table->window_start = index - index % kTableWindowWords;
     table->window_words = static_cast<uint32_t>(
-        std::min<uint64_t>(table->stored_words - table->window_start, kTableWindow));
+        std::min<uint64_t>(table->stored_words - table->window_start, kTableWindowWords));
     const int32_t length = static_cast<int32_t>(table->window_words * 4);
     int32_t count = 0;
     if (mp4_spend_read() && mp4_spend_work(table->window_words * kWordWork)) {

@@ -7,7 +7,8 @@
 
 #include "mp4/buffered_file.h"
 
-constexpr uint32_t kTableWindow = 1024;  // words
+constexpr uint32_t kTableWindowWords = 1024;
+using TableWindow = uint32_t[kTableWindowWords];
 
 struct FileTable {
     bool is_present;        // a box has declared the table
@@ -17,7 +18,7 @@ struct FileTable {
     uint64_t stored_words;  // words that the file holds; the others read as 0
     uint64_t window_start;  // index of the window's first word
     uint32_t window_words;  // words in the window
-    uint32_t window[kTableWindow];
+    uint32_t* window;       // a TableWindow, not owned; the rest of it holds anything
 };
 
 // Declares the table whose entries start at the file's tell, and reads the first window while the

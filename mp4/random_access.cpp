@@ -113,10 +113,11 @@ static uint64_t read_field(BufferedFile* file, RandomAccessTable* table, int64_t
         position + width > table->window_start + table->window_length) {
         table->window_start = position;
         table->window_length = 0;
-        if (!mp4_spend_read() || !mp4_spend_work(kRandomAccessWindow / 4 * kWordWork)) return 0;
+        if (!mp4_spend_read() || !mp4_spend_work(kRandomAccessWindowBytes / 4 * kWordWork))
+            return 0;
         upnp_file_seek_b(file, position, 0);
         table->window_length =
-            std::max(upnp_file_read_b(file, table->window, kRandomAccessWindow), 0);
+            std::max(upnp_file_read_b(file, table->window, kRandomAccessWindowBytes), 0);
         if (table->window_length < width) return 0;
     }
     const uint8_t* const bytes = table->window + (position - table->window_start);

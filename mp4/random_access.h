@@ -7,7 +7,8 @@
 
 #include "mp4/buffered_file.h"
 
-constexpr uint32_t kRandomAccessWindow = 4096;  // bytes
+constexpr uint32_t kRandomAccessWindowBytes = 4096;
+using RandomAccessWindow = uint8_t[kRandomAccessWindowBytes];
 
 struct RandomAccessTable {
     uint32_t count;             // entries, as declared
@@ -21,7 +22,7 @@ struct RandomAccessTable {
     uint32_t first_phase;   // of the bit reader in front of entry 0
     int64_t window_start;
     int32_t window_length;
-    uint8_t window[kRandomAccessWindow];
+    uint8_t* window;  // a RandomAccessWindow, not owned; the rest of it holds anything
 };
 
 struct RandomAccessEntry {

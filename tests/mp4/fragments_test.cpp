@@ -67,7 +67,9 @@ TEST(Fragments, TableIsTheSameInAnyOrderAndAfterTheEndOfTheFile) {
             for (uint32_t i = 0; i < round % 5; ++i) upnp_file_read_bits_b(f, 24);
         }
         mp4_grant_look_ups();
+        RandomAccessWindow window;
         RandomAccessTable table = {};
+        table.window = window;
         random_access_declare(file.get(), &table, count, size_codes, is_long);
         const auto want = read_in_order(twin.get(), count, size_codes, is_long);
         ASSERT_EQ(upnp_file_tell_b(file.get()), upnp_file_tell_b(twin.get())) << round;
