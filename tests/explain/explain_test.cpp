@@ -390,6 +390,13 @@ TEST_F(Explain, GoodFilesShowTheirKeyFramesAndThePick) {
     EXPECT_EQ(run_both(changed([](TrackSpec* m) { set_sample_durations(m, 40000); })), 0);
     expect_report(
         {"duration    0:03:20.000\n", "         1     0:01:20.000         402  collected"});
+    // Its track header has another size, for pixels that are no squares.
+    std::string odd = read_file(KEYSTILL_MEDIA "mpeg4_interlaced_odd.mp4");
+    odd = with_number(with_number(odd, "pasp", -1, 8), "pasp", 0, 4);
+    EXPECT_EQ(run_both(with_number(odd, "tkhd", 19, 48 << 16), 3, "0"), 0);
+    expect_report({"size        101x75\n", "thumbnail of 101x75", "by one sample.\n"});
+    EXPECT_EQ(run({"--json", path_}), 0);
+    expect_report({"\"width\":101,\"height\":75,", "\"pixel_aspect\":[2,1],"});
 }
 
 TEST_F(Explain, LongTablesAreCutUnlessAllIsAskedFor) {
@@ -407,6 +414,16 @@ TEST_F(Explain, LongTablesAreCutUnlessAllIsAskedFor) {
     // After a double dash it is the name of the output.
     EXPECT_EQ(run({"--", path_, "--all"}), 0);
     EXPECT_EQ(report_.find("        20     0:00:20.000"), std::string::npos);
+    const std::string page = folder_.path("page.html");
+    write_file(path_, changed([](TrackSpec* m) {
+                   m->samples.assign(203, m->samples[0]);
+                   set_sample_durations(m, 1000);
+               }));
+    EXPECT_EQ(run({"--html", page, path_, "16", "16", "85", "5", "100", "70"}), 0);
+    report_ = read_file(page);
+    size_t figures = 0, at = 0;
+    while ((at = report_.find("<figure", at) + 1) != 0) ++figures;
+    EXPECT_EQ(figures, 200u);
 }
 
 TEST_F(Explain, WhatComesFromTheFileOrItsNameIsEscaped) {
@@ -488,6 +505,9 @@ TEST_F(Explain, ManyFilesHaveALineEach) {
         "\"thumbnail\":{\"width\":16,\"height\":16,\"key_frame\":0},\"reason\":null}\n",
         "\"rotation\":90,\"mirrored\":true,",
     });
+    // Of seven numbers the first could be a file as well as the last.
+    EXPECT_EQ(run({"--brief", path_, "1", "16", "16", "85", "2", "0", "70"}), 1);
+    expect_report({"\n1: none", "\n70: none"});
     EXPECT_EQ(run({"--json", other, "none.mp4"}), 1);
     expect_report({"a\\\\xff\\\"<b>\\\\\\\\.mp4\",\"bytes\":", "\"format\":\"hv\\\"<\"",
                    "\"reason\":{\"code\":\"other-codec\",", "\"advice\":[\"One picture: ",
