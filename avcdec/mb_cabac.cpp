@@ -34,9 +34,9 @@ KS_INLINE void read_mode_fields(CabacEngine* e, CabacContext* contexts, ModeFiel
     for (int b = 0; b < count; ++b) {
         fields[b] = -1;
         if (cabac_decode_branch(e, &flag)) continue;
-        uint32_t rem = cabac_decode_decision(e, &remaining);
-        rem |= cabac_decode_decision(e, &remaining) << 1;
-        rem |= cabac_decode_decision(e, &remaining) << 2;
+        uint32_t rem = 0;
+#pragma GCC unroll 1
+        for (int i = 0; i < 3; ++i) rem |= cabac_decode_decision(e, &remaining) << i;
         fields[b] = static_cast<ModeField>(rem);
     }
     contexts[0] = flag;
