@@ -5,84 +5,8 @@
 // that are built for other processors.
 #pragma once
 
+#include "avcdec/deblock_lines.h"
 #include "avcdec/recon_kernels.h"
-#include "runtime/simd_vectors.h"
-
-// The macroblocks that a vector has positions of.
-template <typename Samples>
-constexpr int kMbs = sizeof(Samples) / 16;
-
-// of(i) is what the vector has of macroblock i.
-template <typename Samples, typename Of>
-static inline Samples of_each(const Of& of) {
-    if constexpr (kMbs<Samples> == 1) {
-        return of(0);
-    } else {
-        return join(of(0), of(1));
-    }
-}
-
-template <typename Samples, typename Take>
-static inline void to_each(Samples v, const Take& take) {
-    if constexpr (kMbs<Samples> == 1) {
-        take(0, v);
-    } else {
-        take(0, low_half(v));
-        take(1, high_half(v));
-    }
-}
-
-// Lines of samples along an edge, line 0 being the first after it: as they are in the picture, and
-// turned. The second macroblock is distance away from the first.
-template <typename Samples>
-struct Rows {
-    using Vector = Samples;
-    uint8_t* first;
-    ptrdiff_t pitch;
-    ptrdiff_t distance;
-
-    Rows moved(ptrdiff_t y) const { return {first + y * pitch, pitch, distance}; }
-    Samples load(ptrdiff_t y) const {
-        return of_each<Samples>([&](int i) { return load_16(first + y * pitch + i * distance); });
-    }
-    void store(ptrdiff_t y, Samples v) const {
-        to_each(v, [&](int i, U8x16 of) { store_16(first + y * pitch + i * distance, of); });
-    }
-};
-
-template <typename Samples>
-struct Columns {
-    using Vector = Samples;
-    Samples* first;
-
-    Columns moved(ptrdiff_t x) const { return {first + x}; }
-    Samples load(ptrdiff_t x) const { return first[x]; }
-    void store(ptrdiff_t x, Samples v) const { first[x] = v; }
-};
-
-// The rows of chroma: eight positions of Cb, then of Cr.
-template <typename Samples>
-struct ChromaRows {
-    using Vector = Samples;
-    uint8_t* cb;
-    uint8_t* cr;
-    ptrdiff_t pitch;
-    ptrdiff_t distance;
-
-    ChromaRows moved(ptrdiff_t y) const {
-        return {cb + y * pitch, cr + y * pitch, pitch, distance};
-    }
-    Samples load(ptrdiff_t y) const {
-        return of_each<Samples>([&](int i) {
-            return load_8_8(cb + y * pitch + i * distance, cr + y * pitch + i * distance);
-        });
-    }
-    void store(ptrdiff_t y, Samples v) const {
-        to_each(v, [&](int i, U8x16 of) {
-            store_8_8(cb + y * pitch + i * distance, cr + y * pitch + i * distance, of);
-        });
-    }
-};
 
 // EdgeThresholds, one per position.
 template <typename Samples>
@@ -163,15 +87,14 @@ static inline Samples second_sample(Samples p2, Samples p1, Samples middle, Samp
     return smaller(larger(wanted, sub_saturate(p1, tc0)), add_saturate(p1, tc0));
 }
 
-// H.264 8.7.2.3. Returns whether any sample was filtered.
+// H.264 8.7.2.3. Nearly always there is a sample to be filtered.
 template <typename Lines, typename Samples = typename Lines::Vector>
-static inline bool luma_normal(const Lines& lines, const Limits<Samples>& t) {
+static inline void luma_normal(const Lines& lines, const Limits<Samples>& t) {
     const Samples p1 = lines.load(-2);
     const Samples q1 = lines.load(1);
     Samples p0 = lines.load(-1);
     Samples q0 = lines.load(0);
     const Samples mask = is_filtered(p1, p0, q0, q1, t);
-    if (!is_any(mask)) return false;
     const Samples p2 = lines.load(-3);
     const Samples q2 = lines.load(2);
     const Samples p_smooth = is_below(distance(p2, p0), t.beta) & mask;
@@ -182,7 +105,6 @@ static inline bool luma_normal(const Lines& lines, const Limits<Samples>& t) {
     move_together(p1, &p0, &q0, q1, (t.tc0 & mask) - p_smooth - q_smooth);
     lines.store(-1, p0);
     lines.store(0, q0);
-    return true;
 }
 
 // One side of the strong filter: the side's samples from the edge away.
@@ -287,74 +209,27 @@ static inline unsigned filter_luma(const Lines& lines, const DeblockEdges* edges
     Lines edge = lines;
     for (int at = step; at < 16; at += step) {
         edge = edge.moved(step);
-        if (luma_normal(edge, at == 8 ? middle : between)) changed |= kChangedInner;
+        luma_normal(edge, at == 8 ? middle : between);
     }
-    return changed;
+    return changed | kChangedInner;
 }
 
 template <typename Samples>
 static void luma_horizontal(uint8_t* dst, ptrdiff_t pitch, ptrdiff_t distance,
                             const DeblockEdges* edges) {
-    filter_luma(Rows<Samples>{dst, pitch, distance}, edges);
-}
-
-// 16 rows of 4 samples from column x on to 4 columns, and back.
-template <typename Samples>
-static inline void load_turned_4(const Rows<Samples>& rows, ptrdiff_t x, Samples* columns) {
-    Samples v[4];
-#pragma GCC unroll 4
-    for (int y = 0; y < 4; ++y) {
-        v[y] = of_each<Samples>([&](int i) {
-            return load_4x4(rows.moved(4 * y).first + x + i * rows.distance, rows.pitch);
-        });
-    }
-    perfect_shuffle<4>(v);
-#pragma GCC unroll 4
-    for (int i = 0; i < 4; ++i) columns[i] = v[i];
-}
-
-template <typename Samples>
-static inline void store_turned_4(const Rows<Samples>& rows, ptrdiff_t x, const Samples* columns) {
-    Samples v[4] = {columns[0], columns[1], columns[2], columns[3]};
-    perfect_shuffle<2>(v);
-#pragma GCC unroll 4
-    for (int y = 0; y < 4; ++y) {
-        to_each(v[y], [&](int i, U8x16 of) {
-            store_4x4(rows.moved(4 * y).first + x + i * rows.distance, rows.pitch, of);
-        });
-    }
-}
-
-template <typename Samples>
-static inline void load_turned_16(const Rows<Samples>& rows, Samples* columns) {
-    Samples v[16];
-#pragma GCC unroll 16
-    for (int y = 0; y < 16; ++y) v[y] = rows.load(y);
-    perfect_shuffle<4>(v);
-#pragma GCC unroll 16
-    for (int i = 0; i < 16; ++i) columns[i] = v[i];
-}
-
-template <typename Samples>
-static inline void store_turned_16(const Rows<Samples>& rows, const Samples* columns) {
-    Samples v[16];
-#pragma GCC unroll 16
-    for (int i = 0; i < 16; ++i) v[i] = columns[i];
-    perfect_shuffle<4>(v);
-#pragma GCC unroll 16
-    for (int y = 0; y < 16; ++y) rows.store(y, v[y]);
+    filter_luma(Rows<Samples>{{dst, pitch, distance}}, edges);
 }
 
 template <typename Samples>
 static void luma_vertical(uint8_t* dst, ptrdiff_t pitch, ptrdiff_t distance,
                           const DeblockEdges* edges) {
-    const Rows<Samples> rows = {dst, pitch, distance};
+    const Rows<Samples> rows = {{dst, pitch, distance}};
     __attribute__((uninitialized)) Samples columns[4 + 16];
-    if (has_outer<Samples>(edges, 0)) load_turned_4(rows, -4, columns);
+    if (has_outer<Samples>(edges, 0)) load_turned_4(rows.at.moved(-4, 0), columns);
     load_turned_16(rows, columns + 4);
     const unsigned changed = filter_luma(Columns<Samples>{columns + 4}, edges);
-    if (changed & kChangedOuter) store_turned_4(rows, -4, columns);
-    if (changed) store_turned_16(rows, columns + 4);
+    if (changed & kChangedOuter) store_turned_4(rows.at.moved(-4, 0), columns);
+    if (changed) store_turned_16(rows.moved(0), columns + 4);
 }
 
 // H.264 8.7.2.3, 8.7.2.4 for chroma. Returns whether any sample was filtered.
@@ -383,10 +258,10 @@ static inline bool has_outer_chroma(const DeblockEdges* edges) {
 }
 
 template <typename Lines, typename Samples = typename Lines::Vector>
-static inline bool filter_chroma(const Lines& lines, const DeblockEdges* edges) {
+static inline bool filter_chroma(const Lines& lines, const DeblockEdges* edges, bool has_outer) {
     constexpr int kChroma[2] = {1, 2};
     bool changed = false;
-    if (has_outer_chroma<Samples>(edges)) {
+    if (has_outer) {
         changed = chroma_edge<true>(lines, spread<Samples>(edges, kChroma, outer_of));
     }
     const Limits<Samples> inner = spread<Samples>(edges, kChroma, inner_of);
@@ -396,40 +271,34 @@ static inline bool filter_chroma(const Lines& lines, const DeblockEdges* edges) 
 template <typename Samples>
 static void chroma_horizontal(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, ptrdiff_t distance,
                               const DeblockEdges* edges) {
-    filter_chroma(ChromaRows<Samples>{cb, cr, pitch, distance}, edges);
+    const ChromaRows<Samples> rows = {{cb, pitch, distance}, {cr, pitch, distance}};
+    filter_chroma(rows, edges, has_outer_chroma<Samples>(edges));
+}
+
+// Eight columns from kLead before the macroblock on hold all that is touched.
+template <int kLead, typename Samples>
+static inline void chroma_vertical_from(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch,
+                                        ptrdiff_t distance, const DeblockEdges* edges) {
+    const auto at = [&](uint8_t* first) {
+        return Plane<Samples>(fresh(first - kLead), pitch, distance);
+    };
+    Samples v[8];
+    load_by_twos(at(cb), v);
+    load_by_twos(at(cr), v + 4);
+    perfect_shuffle<4>(v);
+    if (!filter_chroma(Columns<Samples>{v + kLead}, edges, kLead != 0)) return;
+    perfect_shuffle<3>(v);
+    store_by_twos(at(cb), v);
+    store_by_twos(at(cr), v + 4);
 }
 
 template <typename Samples>
 static void chroma_vertical(uint8_t* cb, uint8_t* cr, ptrdiff_t pitch, ptrdiff_t distance,
                             const DeblockEdges* edges) {
-    // Eight columns hold all that both edges touch. Before the first there may be nothing to read.
-    const ptrdiff_t lead = has_outer_chroma<Samples>(edges) ? 2 : 0;
-    const auto load_two_rows = [&](const uint8_t* first) {
-        return of_each<Samples>([&](int i) {
-            const uint8_t* const row = first + i * distance;
-            return load_8_8(row, row + pitch);
-        });
-    };
-    const auto store_two_rows = [&](uint8_t* first, Samples v) {
-        to_each(v, [&](int i, U8x16 of) {
-            uint8_t* const row = first + i * distance;
-            store_8_8(row, row + pitch, of);
-        });
-    };
-    Samples v[8];
-#pragma GCC unroll 4
-    for (ptrdiff_t i = 0; i < 4; ++i) {
-        v[i] = load_two_rows(cb + 2 * i * pitch - lead);
-        v[i + 4] = load_two_rows(cr + 2 * i * pitch - lead);
-    }
-    perfect_shuffle<4>(v);
-    if (!filter_chroma(Columns<Samples>{v + lead}, edges)) return;
-    perfect_shuffle<3>(v);
-#pragma GCC unroll 4
-    for (ptrdiff_t i = 0; i < 4; ++i) {
-        store_two_rows(cb + 2 * i * pitch - lead, v[i]);
-        store_two_rows(cr + 2 * i * pitch - lead, v[i + 4]);
-    }
+    // Before the first column there may be nothing to read.
+    const auto filter = has_outer_chroma<Samples>(edges) ? chroma_vertical_from<2, Samples>
+                                                         : chroma_vertical_from<0, Samples>;
+    filter(cb, cr, pitch, distance, edges);
 }
 
 template <typename Samples>
