@@ -73,8 +73,7 @@ struct DeblockKernels {
 //   k    for kernels that go block by block
 //   mb   its modes, masks and coefficients, which are cleared
 //   dst  the macroblock; samples around it are read as IntraPredFn says, of those before it the
-//   four
-//        of each row next to it
+//        four of each row next to it
 struct ReconKernels;
 using IntraNxNFn = void (*)(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst,
                             ptrdiff_t pitch);
