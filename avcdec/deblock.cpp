@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: BSD-2-Clause
 #include "avcdec/deblock.h"
 
+#include <stddef.h>
+#include <string.h>
+
+#include <bit>
+
 #include "avcdec/deblock_tables.h"
 
 // Stands for the macroblock across an edge that is left alone: any mean with its QP is off.
@@ -59,9 +64,18 @@ static const DeblockRecord& across(const DeblockRecord* p, const DeblockRecord& 
     return q.flags & flag && p->flags & kDeblockDecoded ? *p : kNoNeighbour;
 }
 
-static const EdgeThresholds& between(const SliceThresholds& t, const DeblockRecord& p,
-                                     const DeblockRecord& q, int c) {
-    return t.by_qp[(p.qp[c] + q.qp[c] + 1) >> 1];
+// The mean QPs of two macroblocks, rounded up, in bytes as they are in memory: by plane, and one
+// that means nothing.
+static uint32_t mean_qps(const DeblockRecord& p, const DeblockRecord& q) {
+    static_assert(offsetof(DeblockRecord, qp) == 0 && offsetof(DeblockRecord, flags) == 3);
+    uint32_t a, b;
+    memcpy(&a, &p, sizeof a);
+    memcpy(&b, &q, sizeof b);
+    return (a | b) - ((a ^ b) >> 1 & 0x7f7f7f7f);
+}
+
+static const EdgeThresholds& thresholds_of(const SliceThresholds& t, uint32_t qps, int c) {
+    return t.by_qp[qps >> (std::endian::native == std::endian::little ? 8 * c : 24 - 8 * c) & 0xff];
 }
 
 // Sets the edges of the macroblock in column x, which are number i.
@@ -73,11 +87,13 @@ static void set_edges(DeblockRow* r, uint32_t x, int i, EdgesByDirection* e) {
     }
     const DeblockRecord& left = x > 0 ? across(&q - 1, q, kDeblockLeft) : kNoNeighbour;
     const DeblockRecord& above = r->above ? across(r->above + x, q, kDeblockTop) : kNoNeighbour;
+    const uint32_t left_qps = mean_qps(left, q), above_qps = mean_qps(above, q);
+#pragma GCC unroll 3
     for (int c = 0; c < 3; ++c) {
         DeblockEdges* const vertical = &e->vertical[3 * i + c];
         DeblockEdges* const horizontal = &e->horizontal[3 * i + c];
-        vertical->outer = between(*t, left, q, c);
-        horizontal->outer = between(*t, above, q, c);
+        vertical->outer = thresholds_of(*t, left_qps, c);
+        horizontal->outer = thresholds_of(*t, above_qps, c);
         vertical->inner = horizontal->inner = t->by_qp[q.qp[c]];
         vertical->inner_step = horizontal->inner_step =
             c == 0 && q.flags & kDeblockTransform8x8 ? 8 : 4;  // of 4:2:0
