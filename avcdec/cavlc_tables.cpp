@@ -120,88 +120,106 @@ static constexpr void put_code(Entry* table, int width, const char* code, Entry 
     for (uint32_t i = 0; i < 1U << spare; ++i) table[first + i] = entry;
 }
 
-template <int kRows, int kWidth>
-static constexpr CodeTable<kRows, kWidth> code_table(const char* const (*codes)[16], int count) {
-    CodeTable<kRows, kWidth> table{};
-    for (int row = 0; row < count; ++row) {
-        for (int value = 0; value < 16 && codes[row][value]; ++value) {
-            const char* const code = codes[row][value];
-            put_code(table.entry[row + 1], kWidth, code,
-                     static_cast<uint8_t>(code_length(code) << 4 | value));
+template <typename Table>
+static constexpr Table total_zeros_table(const char* const (*codes)[16], int count, int width) {
+    Table table{};
+    for (int total = 1; total <= count; ++total) {
+        for (int zeros = 0; zeros < 16 && codes[total - 1][zeros]; ++zeros) {
+            const char* const code = codes[total - 1][zeros];
+            const int length = code_length(code);
+            if (length > width) continue;
+            put_code(table.entry[total], width, code, static_cast<uint8_t>(length << 4 | zeros));
         }
     }
     return table;
 }
 
 // A code word without a 1 (chroma DC has one) counts as if a 1 followed its zeros.
-static constexpr void put_coeff_token(CoeffToken* table, const char* code, CoeffToken entry) {
+static constexpr void put_coeff_token(CoeffToken* row, const char* code, CoeffToken token) {
     int zeros = 0;
     while (code[zeros] == '0') ++zeros;
-    if (!code[zeros]) {
-        put_code(table + zeros * 8, 3, "", entry);
-    } else {
-        put_code(table + zeros * 8, 3, code + zeros + 1, entry);
-    }
+    CoeffToken* const group = row + (kCoeffTokenMostZeros + 1 - zeros) * 8;
+    put_code(group, 3, code[zeros] ? code + zeros + 1 : "", token);
 }
 
-static constexpr CoeffTokenTables coeff_token_tables() {
-    CoeffTokenTables t{};
+static constexpr CoeffTokenTable coeff_token_table() {
+    CoeffTokenTable t{};
     const CoeffTokenCodes* const sources[4] = {&kCodes0, &kCodes2, &kCodes4, &kCodesChromaDc};
     for (int nc = 0; nc < 4; ++nc) {
         for (int ones = 0; ones < 4; ++ones) {
             for (int total = ones; total < 17 && sources[nc]->codes[ones][total]; ++total) {
                 const char* const code = sources[nc]->codes[ones][total];
-                put_coeff_token(t.row[nc], code,
-                                {static_cast<uint8_t>(code_length(code)),
-                                 static_cast<uint8_t>(ones), static_cast<uint8_t>(total)});
+                put_coeff_token(t.entry + nc * kCoeffTokenEntries, code,
+                                CoeffToken::of(code_length(code), ones, total));
             }
         }
     }
     // "0000000" of chroma DC: whatever the number of zeros after it.
-    for (int zeros = 8; zeros < 16; ++zeros) {
-        for (int i = 0; i < 8; ++i) t.row[3][zeros * 8 + i] = t.row[3][7 * 8];
-    }
+    constexpr int kSeven = kCoeffTokenChromaDc + (kCoeffTokenMostZeros + 1 - 7) * 8;
+    for (int i = kCoeffTokenChromaDc; i < kSeven; ++i) t.entry[i] = t.entry[kSeven];
     // total_coeff - 1 and trailing ones; 000011 stands for none.
-    for (uint32_t code = 0; code < 1U << kCoeffTokenFixedBits; ++code) {
-        const auto ones = static_cast<uint8_t>(code & 3);
-        const auto total = static_cast<uint8_t>((code >> 2) + 1);
-        if (ones <= total) t.row[kCoeffToken8][code] = {kCoeffTokenFixedBits, ones, total};
+    for (int code = 0; code < 1 << kCoeffTokenFixedBits; ++code) {
+        const int ones = code & 3, total = (code >> 2) + 1;
+        if (ones > total) continue;
+        t.entry[kCoeffToken8 + code] = CoeffToken::of(kCoeffTokenFixedBits, ones, total);
     }
-    t.row[kCoeffToken8][3] = {kCoeffTokenFixedBits, 0, 0};
+    t.entry[kCoeffToken8 + 3] = CoeffToken::of(kCoeffTokenFixedBits, 0, 0);
     return t;
 }
 
-constexpr CoeffTokenTables kCoeffTokens = coeff_token_tables();
-constexpr CodeTable<16, kTotalZerosBits> kTotalZeros =
-    code_table<16, kTotalZerosBits>(kTotalZerosCodes, 15);
-constexpr CodeTable<4, kTotalZerosChromaBits> kTotalZerosChroma =
-    code_table<4, kTotalZerosChromaBits>(kTotalZerosChromaCodes, 3);
+// With both counts there nC is their rounded mean; else the one that is there, or 0.
+static constexpr CoeffTokenRows coeff_token_rows() {
+    CoeffTokenRows rows{};
+    for (int sum = 0; sum < kCountsOfChromaDc; ++sum) {
+        const int nc = sum < kCountMissing ? (sum + 1) >> 1 : sum & (kCountMissing - 1);
+        rows.of[sum] = nc < 2   ? kCoeffToken0
+                       : nc < 4 ? kCoeffToken2
+                       : nc < 8 ? kCoeffToken4
+                                : kCoeffToken8;
+    }
+    rows.of[kCountsOfChromaDc] = kCoeffTokenChromaDc;
+    return rows;
+}
+constexpr CoeffTokenRows kCoeffTokenRows = coeff_token_rows();
+
+constexpr CoeffTokenTable kCoeffTokens = coeff_token_table();
+constexpr TotalZerosTable kTotalZeros =
+    total_zeros_table<TotalZerosTable>(kTotalZerosCodes, 15, kTotalZerosBits);
+constexpr TotalZerosChromaTable kTotalZerosChroma =
+    total_zeros_table<TotalZerosChromaTable>(kTotalZerosChromaCodes, 3, kTotalZerosChromaBits);
+
 // The row of seven zeros serves all larger numbers, with the unary codes after 000.
-static constexpr CodeTable<16, kRunBeforeBits> run_before_table() {
-    CodeTable<16, kRunBeforeBits> table = code_table<16, kRunBeforeBits>(kRunBeforeCodes, 7);
-    table.entry[7][0] = kLongRun;
-    for (int zeros_left = 8; zeros_left < 16; ++zeros_left) {
-        for (int i = 0; i < 8; ++i) table.entry[zeros_left][i] = table.entry[7][i];
+static constexpr RunBeforeTable run_before_table() {
+    RunBeforeTable table{};
+    for (int row = 1; row < 16; ++row) {
+        const char* const* const codes = kRunBeforeCodes[row < 7 ? row - 1 : 6];
+        for (int run = 0; run < 16 && codes[run]; ++run) {
+            put_code(table.entry[row], kRunBeforeBits, codes[run],
+                     static_cast<uint8_t>(code_length(codes[run]) << 4 | run));
+        }
+        if (row >= 7) table.entry[row][0] = kLongRun;
     }
     return table;
 }
-constexpr CodeTable<16, kRunBeforeBits> kRunBefore = run_before_table();
+constexpr RunBeforeTable kRunBefore = run_before_table();
 
-static constexpr RunPair run_pair(int zeros_left, uint32_t bits) {
+static constexpr ZerosLeft run_pair(int zeros_left, uint32_t bits) {
     const uint32_t first = kRunBefore.entry[zeros_left][bits >> kRunBeforeBits];
-    if (first == kLongRun) return {kLongRuns};
-    const uint32_t run = first & 15, length = first >> 4;
-    const uint32_t rest = bits << length >> kRunBeforeBits & ((1U << kRunBeforeBits) - 1);
-    const uint32_t second = kRunBefore.entry[zeros_left - static_cast<int>(run)][rest];
-    if (second == kLongRun) return {kLongRuns};
-    return {static_cast<uint16_t>((length + (second >> 4)) << 8 | (second & 15) << 4 | run)};
+    if (first == kLongRun) return kLongRuns;
+    const int between = zeros_left - static_cast<int>(first & 15);
+    const uint32_t rest = bits << (first >> 4) >> kRunBeforeBits & ((1U << kRunBeforeBits) - 1);
+    const uint32_t second = kRunBefore.entry[between][rest];
+    if (second == kLongRun) return kLongRuns;
+    return ZerosLeft::of(static_cast<int>((first >> 4) + (second >> 4)), between,
+                         between - static_cast<int>(second & 15));
 }
 
 static constexpr RunPairTable run_pair_table() {
     RunPairTable table{};
     for (int zeros_left = 0; zeros_left < 16; ++zeros_left) {
         for (uint32_t bits = 0; bits < 1U << kRunPairBits; ++bits) {
-            table.entry[zeros_left][bits] = run_pair(zeros_left, bits);
+            table.entry[(zeros_left << kRunPairBits) + static_cast<int>(bits)] =
+                run_pair(zeros_left, bits);
         }
     }
     return table;
@@ -233,15 +251,15 @@ static constexpr LevelEntry level_entry(int row, uint32_t bits) {
     const LevelCode second = level_code(first.next_row, bits & ((1U << width) - 1), width);
     const bool has_two = second.length != 0;
     const int next_row = has_two ? second.next_row : first.next_row;
-    return {first.level * (1 << 24) | (second.level & 0xff) << 16 | (1 + has_two) << 12 |
-            next_row << 8 | first.length << 4 | (first.length + second.length)};
+    return {first.level * (1 << 24) | (second.level & 0xff) << 16 | first.length << 12 |
+            next_row << kLevelBits | (1 + has_two) << 6 | (first.length + second.length)};
 }
 
 static constexpr LevelTable level_table() {
     LevelTable table{};
     for (int row = 0; row < kLevelRows; ++row) {
         for (uint32_t bits = 0; bits < 1U << kLevelBits; ++bits) {
-            table.entry[row][bits] = level_entry(row, bits);
+            table.entry[(row << kLevelBits) + static_cast<int>(bits)] = level_entry(row, bits);
         }
     }
     return table;

@@ -10,9 +10,6 @@
 // address is inlined.
 #define KS_INLINE [[gnu::always_inline]] static inline
 
-// nC of a chroma DC block of 4:2:0.
-static constexpr int kChromaDcNc = -2;
-
 // The reader of a macroblock's blocks.
 struct BlockReader {
     BitWindow window;
@@ -29,23 +26,16 @@ KS_INLINE int leading_zeros(const BitWindow* w, int limit) {
     return __builtin_clz(static_cast<uint32_t>(w->cache | guard));
 }
 
-// By nC + 2: chroma DC, a value that does not occur, 0 to 7.
-static constexpr uint8_t kCoeffTokenRowOf[10] = {
-    kCoeffTokenChromaDc, kCoeffToken0, kCoeffToken0, kCoeffToken0, kCoeffToken2,
-    kCoeffToken2,        kCoeffToken4, kCoeffToken4, kCoeffToken4, kCoeffToken4,
-};
-
-KS_INLINE const CoeffToken& read_coeff_token(BitWindow* w, int nc) {
-    const CoeffToken* token;
-    if (nc >= 8) {
-        token = kCoeffTokens.row[kCoeffToken8] + bits_cached(w, kCoeffTokenFixedBits);
-    } else {
-        const int zeros = leading_zeros(w, 15);
-        const auto further = static_cast<int>(w->cache << zeros << 1 >> (kBitWordSize - 3));
-        token = kCoeffTokens.row[kCoeffTokenRowOf[nc + 2]] + zeros * 8 + further;
-    }
-    bits_drop(w, token->length);
-    return *token;
+KS_INLINE CoeffToken read_coeff_token(BitWindow* w, uint32_t counts) {
+    const uint32_t row = kCoeffTokenRows.of[counts];
+    const int zeros = leading_zeros(w, kCoeffTokenMostZeros);
+    const auto one_and_further = static_cast<uint32_t>(w->cache >> (kBitWordSize - 4 - zeros));
+    const uint32_t usual =
+        one_and_further + static_cast<uint32_t>(kCoeffTokenMostZeros - zeros) * 8;
+    const uint32_t fixed = bits_cached(w, kCoeffTokenFixedBits);
+    const CoeffToken token = kCoeffTokens.entry[row + (row == kCoeffToken8 ? fixed : usual)];
+    bits_drop(w, token.length());
+    return token;
 }
 
 // The level codes of long prefixes (H.264 9.2.2.1): 14 with suffix_length 0, 15, and the longer
@@ -83,12 +73,12 @@ static int32_t read_escape(AvcBitReader* r, int prefix, int suffix_length) {
     return level_of_code(code + rules.code_offset);
 }
 
-KS_INLINE int32_t read_long_level(BlockReader* r, int* row) {
+KS_INLINE int32_t read_long_level(BlockReader* r, uint32_t* row) {
     static_cast<BitWindow&>(*r->source) = r->window;
-    int in_memory = *row;
-    const int32_t level = read_long_level(r->source, &in_memory);
+    int index = static_cast<int>(*row >> kLevelBits);
+    const int32_t level = read_long_level(r->source, &index);
     r->window = *r->source;
-    *row = in_memory;
+    *row = static_cast<uint32_t>(index) << kLevelBits;
     return level;
 }
 
@@ -99,10 +89,10 @@ struct Levels {
     int32_t value[2 + 16];
 };
 
-KS_INLINE void read_levels(BlockReader* r, const CoeffToken& token, Levels* levels) {
+KS_INLINE void read_levels(BlockReader* r, CoeffToken token, Levels* levels) {
     BitWindow* const w = &r->window;
-    const int ones = token.trailing_ones;
-    const int total = token.total_coeff;
+    const int ones = token.trailing_ones();
+    const int total = static_cast<int>(token.total_coeff());
     const uint32_t signs = static_cast<uint32_t>(w->cache >> (kBitWordSize - 3));
     bits_drop(w, ones);
     int32_t* const at = levels->value + 2;
@@ -110,11 +100,14 @@ KS_INLINE void read_levels(BlockReader* r, const CoeffToken& token, Levels* leve
     last[2] = 1 - static_cast<int32_t>(signs >> 1 & 2);
     last[1] = 1 - static_cast<int32_t>(signs & 2);
     last[0] = 1 - static_cast<int32_t>(signs << 1 & 2);
-    int row = ones == 3 ? kFirstBehindOnes : total > 10 ? kFirstOfMany : kFirstLevel;
-    int i = total - ones - 1;
+    uint32_t row = (ones == 3    ? kFirstBehindOnes
+                    : total > 10 ? kFirstOfMany
+                                 : kFirstLevel)
+                   << kLevelBits;
+    ptrdiff_t i = total - ones - 1;
     while (i > 0) {
         need(r, kLevelBits);
-        const LevelEntry entry = kLevels.entry[row][bits_cached(w, kLevelBits)];
+        const LevelEntry entry = kLevels.entry[row + bits_cached(w, kLevelBits)];
         if (entry.packed != 0) [[likely]] {
             bits_drop(w, entry.length());
             row = entry.next_row();
@@ -127,7 +120,7 @@ KS_INLINE void read_levels(BlockReader* r, const CoeffToken& token, Levels* leve
     }
     if (i < 0) return;
     need(r, kLevelBits);
-    const LevelEntry entry = kLevels.entry[row][bits_cached(w, kLevelBits)];
+    const LevelEntry entry = kLevels.entry[row + bits_cached(w, kLevelBits)];
     if (entry.packed != 0) [[likely]] {
         bits_drop(w, entry.first_length());
         at[0] = entry.first();
@@ -136,18 +129,26 @@ KS_INLINE void read_levels(BlockReader* r, const CoeffToken& token, Levels* leve
     }
 }
 
-// For what is no code word: more zeros than any block has room for.
-static constexpr int kNoTotalZeros = 16;
+// By a code that is longer than the table's: some zeros, a 1, and a bit unless there are eight
+// zeros. For what is no code word, more than any block has room for.
+KS_INLINE uint32_t read_many_zeros(BitWindow* w) {
+    const int zeros = leading_zeros(w, 9);
+    if (zeros == 9) return 16;
+    const bool has_0 = zeros < 8 && (w->cache << zeros << 1 >> (kBitWordSize - 1)) == 0;
+    bits_drop(w, zeros < 8 ? zeros + 2 : 9);
+    return 2 * static_cast<uint32_t>(zeros) - 1 + has_0;
+}
 
-KS_INLINE int read_total_zeros(BlockReader* r, int total, int max_coefficients) {
+KS_INLINE uint32_t read_total_zeros(BlockReader* r, uint32_t total, bool is_chroma_dc) {
     BitWindow* const w = &r->window;
     refill(r);
     const uint32_t entry =
-        max_coefficients == 4
-            ? kTotalZerosChroma.entry[total][bits_cached(w, kTotalZerosChromaBits)]
-            : kTotalZeros.entry[total][bits_cached(w, kTotalZerosBits)];
+        is_chroma_dc ? kTotalZerosChroma.entry[total][bits_cached(w, kTotalZerosChromaBits)]
+                     : kTotalZeros.entry[total][bits_cached(w, kTotalZerosBits)];
+    if (entry == 0) [[unlikely]]
+        return read_many_zeros(w);
     bits_drop(w, static_cast<int>(entry >> 4));
-    return entry == 0 ? kNoTotalZeros : static_cast<int>(entry & 15);
+    return entry & 15;
 }
 
 KS_INLINE int read_run_before(BlockReader* r, int zeros_left) {
@@ -166,66 +167,59 @@ KS_INLINE int read_run_before(BlockReader* r, int zeros_left) {
     return static_cast<int>(entry & 15);
 }
 
-// The zeros left in front of the next coefficient and of the one after it.
-struct TwoZerosLeft {
-    int first;
-    int second;  // below 0 when a run is longer than the zeros that are left
-};
-
-KS_INLINE TwoZerosLeft read_two_runs(BlockReader* r, int zeros_left) {
-    BitWindow* const w = &r->window;
-    need(r, kRunPairBits);
-    const RunPair pair = kRunPairs.entry[zeros_left][bits_cached(w, kRunPairBits)];
-    if (pair.packed == kLongRuns) [[unlikely]] {
-        const int first = zeros_left - read_run_before(r, zeros_left);
-        return {first, first < 0 ? first : first - read_run_before(r, first)};
-    }
-    bits_drop(w, pair.length());
-    const int first = zeros_left - pair.first();
-    return {first, first - pair.second()};
+// Two runs, of which one is long. kLongRuns where they are longer than the zeros that are left.
+KS_INLINE ZerosLeft read_long_runs(BlockReader* r, int zeros_left) {
+    const int between = zeros_left - read_run_before(r, zeros_left);
+    if (between < 0) return kLongRuns;
+    const int zeros = between - read_run_before(r, between);
+    return zeros < 0 ? kLongRuns : ZerosLeft::of(0, between, zeros);
 }
 
 // Reads one block of at most max_coefficients (4, 15 or 16) and writes its scaled coefficients; the
-// others are left alone. nC is kChromaDcNc or 0 to 16. Returns the number of coefficients that are
-// not 0, or -1 for what is no code word; *highest is the scan index of the first one read.
-KS_INLINE int read_block(BlockReader* r, int nc, int max_coefficients, const ResidualTarget& target,
-                         int* highest) {
+// others are left alone. Returns the number of coefficients that are not 0, or -1 for what is no
+// code word; *highest is the scan index of the first one read.
+//   counts   the sum of those of the neighbours, or kCountsOfChromaDc
+KS_INLINE int read_block(BlockReader* r, uint32_t counts, uint32_t max_coefficients,
+                         const ResidualTarget& target, uint32_t* highest) {
     refill(r);
-    const CoeffToken& token = read_coeff_token(&r->window, nc);
-    const int total = token.total_coeff;
-    if (total == 0) return token.length == 0 ? -1 : 0;
+    const CoeffToken token = read_coeff_token(&r->window, counts);
+    const uint32_t total = token.total_coeff();
+    if (total == 0) return token.packed == 0 ? -1 : 0;
     if (total > max_coefficients) return -1;
     __attribute__((uninitialized)) Levels levels;
     read_levels(r, token, &levels);
-    int zeros_left = total < max_coefficients ? read_total_zeros(r, total, max_coefficients) : 0;
-    if (total + zeros_left > max_coefficients) return -1;
-    *highest = total + zeros_left - 1;
-    const auto put = [&](int coefficient, int zeros) {
-        const int index = coefficient + zeros;
-        put_level(levels.value[2 + coefficient], target.scale[index], target.coefficients);
+    const uint32_t total_zeros =
+        total < max_coefficients ? read_total_zeros(r, total, max_coefficients == 4) : 0;
+    if (total + total_zeros > max_coefficients) return -1;
+    *highest = total + total_zeros - 1;
+    const auto put = [&](size_t coefficient, size_t zeros_left) {
+        put_level(levels.value[2 + coefficient], target.scale[coefficient + zeros_left],
+                  target.coefficients);
     };
-    int left = total - 1;
-    put(left, zeros_left);
+    size_t left = total - 1;
+    put(left, total_zeros);
+    uint32_t row = total_zeros << kRunPairBits;
     while (left > 1) {
-        const TwoZerosLeft zeros = read_two_runs(r, zeros_left);
-        if (zeros.second < 0) return -1;
-        zeros_left = zeros.second;
-        put(left - 1, zeros.first);
+        need(r, kRunPairBits);
+        ZerosLeft zeros = kRunPairs.entry[row + bits_cached(&r->window, kRunPairBits)];
+        if (zeros.packed == kLongRuns.packed) [[unlikely]] {
+            zeros = read_long_runs(r, static_cast<int>(row >> kRunPairBits));
+            if (zeros.packed == kLongRuns.packed) return -1;
+        } else {
+            bits_drop(&r->window, zeros.length());
+        }
+        row = zeros.row();
+        put(left - 1, zeros.between());
         left -= 2;
-        put(left, zeros_left);
+        put(left, row >> kRunPairBits);
     }
-    if (left == 0) return total;
-    zeros_left -= read_run_before(r, zeros_left);
-    if (zeros_left < 0) return -1;
-    put(0, zeros_left);
-    return total;
-}
-
-// H.264 9.2.1. Each count is 0 to 16, or kCountMissing.
-KS_INLINE int block_nc(uint32_t left, uint32_t top) {
-    const uint32_t sum = left + top;
-    // With both there, the rounded mean; else the one that is there, or 0.
-    return static_cast<int>(sum < kCountMissing ? (sum + 1) >> 1 : sum & 31);
+    if (left != 0) {
+        const int zeros = static_cast<int>(row >> kRunPairBits);
+        const int zeros_left = zeros - read_run_before(r, zeros);
+        if (zeros_left < 0) return -1;
+        put(0, static_cast<size_t>(zeros_left));
+    }
+    return static_cast<int>(total);
 }
 
 // A list of coefficients, in the order of the syntax. An 8x8 block is four of them, interleaved.
@@ -242,12 +236,15 @@ struct CodedLists {
     CodedList row[kListRows][kBlocks];
 };
 
+// A place that no block has, nor has any its neighbours.
+static constexpr uint8_t kChromaDcSeen = 51;
+
 static constexpr CodedList coded_list(int row, int i) {
     const auto [block, grid] = block_place(i);
     if (i == 0) return {block, grid, kGridLuma, kScaleLumaDc, 0, 16};
     const auto cb_or_cr = static_cast<uint8_t>(i < 23 ? kCompCb : kCompCr);
     if (i >= 19) return {block, grid, grid, cb_or_cr, 1, 15};
-    if (i >= 17) return {block, grid, grid, kScaleChromaDc, 0, 4};
+    if (i >= 17) return {block, grid, kChromaDcSeen, kScaleChromaDc, 0, 4};
     if (row == kRow16x16) return {block, grid, grid, kCompY, 1, 15};
     if (row == kRow4x4) return {block, grid, grid, kCompY, 0, 16};
     const auto start = static_cast<uint8_t>(block % 4 * 16);
@@ -296,11 +293,9 @@ KS_INLINE void take_counts(const CountGrid& grid, const uint8_t* places, uint8_t
 KS_INLINE void read_list(BlockReader* r, AvcMacroblock* mb, const CodedList& list,
                          const AvcScaleEntry* scale, CountGrid* grid) {
     const ResidualTarget target = {scale + list.start, mb->coefficients + list.block * 16};
-    const int nc = list.max_coefficients == 4
-                       ? kChromaDcNc
-                       : block_nc(grid->at[list.seen - 1], grid->at[list.seen - 8]);
-    int highest;
-    const int total = read_block(r, nc, list.max_coefficients, target, &highest);
+    const uint32_t counts = uint32_t{grid->at[list.seen - 1]} + grid->at[list.seen - 8];
+    uint32_t highest;
+    const int total = read_block(r, counts, list.max_coefficients, target, &highest);
     if (total < 0) mb->has_error = 1;
     if (total <= 0) return;
     grid->at[list.grid] = static_cast<uint8_t>(total);
@@ -314,11 +309,16 @@ KS_INLINE void read_list(BlockReader* r, AvcMacroblock* mb, const CodedList& lis
     AvcMacroblock* const mb = &s->mb;
     const CodedList* const lists = lists_of(mb->kind);
     CountGrid grid = {};
+    grid.at[kChromaDcSeen - 8] = kCountsOfChromaDc;
     put_counts(&grid, kLeftColumn, s->left.counts);
     put_counts(&grid, kTopRow, s->top->counts);
     BlockReader r = {s->bits, &s->bits};
-    for (; blocks != 0; blocks &= blocks - 1) {
-        const CodedList& list = lists[__builtin_ctz(blocks)];
+    // The place of the next list, one behind the last if there is none, is there before a block ends.
+    const auto next_list = [&] { return lists + __builtin_ctz(blocks | 1U << kBlocks); };
+    for (const CodedList* next = next_list(); blocks != 0;) {
+        const CodedList& list = *next;
+        blocks &= blocks - 1;
+        next = next_list();
         read_list(&r, mb, list, s->quantiser.scales[list.scale], &grid);
     }
     static_cast<BitWindow&>(s->bits) = r.window;
