@@ -26,6 +26,13 @@ KS_INLINE uint32_t read_mb_type(CabacEngine* e, AvcSliceReader* s) {
     return mb_type + cabac_decode_decision(e, contexts + 7);
 }
 
+// Copies of the decision that reads a bit of rem_intra_pred_mode.
+#if defined(__x86_64__)
+constexpr int kRemCopies = 1;  // for size: more are not faster
+#else
+constexpr int kRemCopies = 3;
+#endif
+
 // The mode fields of a macroblock, which follow each other.
 KS_INLINE void read_mode_fields(CabacEngine* e, CabacContext* contexts, ModeField* fields,
                                 int count) {
@@ -35,7 +42,7 @@ KS_INLINE void read_mode_fields(CabacEngine* e, CabacContext* contexts, ModeFiel
         fields[b] = -1;
         if (cabac_decode_branch(e, &flag)) continue;
         uint32_t rem = 0;
-#pragma GCC unroll 1
+#pragma GCC unroll kRemCopies
         for (int i = 0; i < 3; ++i) rem |= cabac_decode_decision(e, &remaining) << i;
         fields[b] = static_cast<ModeField>(rem);
     }
