@@ -313,7 +313,8 @@ KS_INLINE void read_list(BlockReader* r, AvcMacroblock* mb, const CodedList& lis
     put_counts(&grid, kLeftColumn, s->left.counts);
     put_counts(&grid, kTopRow, s->top->counts);
     BlockReader r = {s->bits, &s->bits};
-    // The place of the next list, one behind the last if there is none, is there before a block ends.
+    // The place of the next list, one behind the last if there is none, is there before a block
+    // ends.
     const auto next_list = [&] { return lists + __builtin_ctz(blocks | 1U << kBlocks); };
     for (const CodedList* next = next_list(); blocks != 0;) {
         const CodedList& list = *next;
