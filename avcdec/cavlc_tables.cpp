@@ -134,6 +134,11 @@ static constexpr Table total_zeros_table(const char* const (*codes)[16], int cou
     return table;
 }
 
+static constexpr CoeffToken coeff_token(int length, int ones, int total) {
+    const int row = ones == 3 ? kFirstBehindOnes : total > 10 ? kFirstOfMany : kFirstLevel;
+    return {static_cast<uint32_t>(total << 16 | row << kLevelBits | ones << 6 | length)};
+}
+
 // A code word without a 1 (chroma DC has one) counts as if a 1 followed its zeros.
 static constexpr void put_coeff_token(CoeffToken* row, const char* code, CoeffToken token) {
     int zeros = 0;
@@ -150,7 +155,7 @@ static constexpr CoeffTokenTable coeff_token_table() {
             for (int total = ones; total < 17 && sources[nc]->codes[ones][total]; ++total) {
                 const char* const code = sources[nc]->codes[ones][total];
                 put_coeff_token(t.entry + nc * kCoeffTokenEntries, code,
-                                CoeffToken::of(code_length(code), ones, total));
+                                coeff_token(code_length(code), ones, total));
             }
         }
     }
@@ -161,9 +166,9 @@ static constexpr CoeffTokenTable coeff_token_table() {
     for (int code = 0; code < 1 << kCoeffTokenFixedBits; ++code) {
         const int ones = code & 3, total = (code >> 2) + 1;
         if (ones > total) continue;
-        t.entry[kCoeffToken8 + code] = CoeffToken::of(kCoeffTokenFixedBits, ones, total);
+        t.entry[kCoeffToken8 + code] = coeff_token(kCoeffTokenFixedBits, ones, total);
     }
-    t.entry[kCoeffToken8 + 3] = CoeffToken::of(kCoeffTokenFixedBits, 0, 0);
+    t.entry[kCoeffToken8 + 3] = coeff_token(kCoeffTokenFixedBits, 0, 0);
     return t;
 }
 

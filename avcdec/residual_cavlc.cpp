@@ -73,12 +73,12 @@ static int32_t read_escape(AvcBitReader* r, int prefix, int suffix_length) {
     return level_of_code(code + rules.code_offset);
 }
 
-KS_INLINE int32_t read_long_level(BlockReader* r, uint32_t* row) {
+KS_INLINE int32_t read_long_level(BlockReader* r, size_t* row) {
     static_cast<BitWindow&>(*r->source) = r->window;
     int index = static_cast<int>(*row >> kLevelBits);
     const int32_t level = read_long_level(r->source, &index);
     r->window = *r->source;
-    *row = static_cast<uint32_t>(index) << kLevelBits;
+    *row = static_cast<size_t>(index) << kLevelBits;
     return level;
 }
 
@@ -100,10 +100,7 @@ KS_INLINE void read_levels(BlockReader* r, CoeffToken token, Levels* levels) {
     last[2] = 1 - static_cast<int32_t>(signs >> 1 & 2);
     last[1] = 1 - static_cast<int32_t>(signs & 2);
     last[0] = 1 - static_cast<int32_t>(signs << 1 & 2);
-    uint32_t row = (ones == 3    ? kFirstBehindOnes
-                    : total > 10 ? kFirstOfMany
-                                 : kFirstLevel)
-                   << kLevelBits;
+    size_t row = token.level_row();
     ptrdiff_t i = total - ones - 1;
     while (i > 0) {
         need(r, kLevelBits);
@@ -142,9 +139,12 @@ KS_INLINE uint32_t read_many_zeros(BitWindow* w) {
 KS_INLINE uint32_t read_total_zeros(BlockReader* r, uint32_t total, bool is_chroma_dc) {
     BitWindow* const w = &r->window;
     refill(r);
-    const uint32_t entry =
-        is_chroma_dc ? kTotalZerosChroma.entry[total][bits_cached(w, kTotalZerosChromaBits)]
-                     : kTotalZeros.entry[total][bits_cached(w, kTotalZerosBits)];
+    uint32_t entry;
+    if (is_chroma_dc) [[unlikely]] {
+        entry = kTotalZerosChroma.entry[total][bits_cached(w, kTotalZerosChromaBits)];
+    } else {
+        entry = kTotalZeros.entry[total][bits_cached(w, kTotalZerosBits)];
+    }
     if (entry == 0) [[unlikely]]
         return read_many_zeros(w);
     bits_drop(w, static_cast<int>(entry >> 4));
@@ -173,53 +173,6 @@ KS_INLINE ZerosLeft read_long_runs(BlockReader* r, int zeros_left) {
     if (between < 0) return kLongRuns;
     const int zeros = between - read_run_before(r, between);
     return zeros < 0 ? kLongRuns : ZerosLeft::of(0, between, zeros);
-}
-
-// Reads one block of at most max_coefficients (4, 15 or 16) and writes its scaled coefficients; the
-// others are left alone. Returns the number of coefficients that are not 0, or -1 for what is no
-// code word; *highest is the scan index of the first one read.
-//   counts   the sum of those of the neighbours, or kCountsOfChromaDc
-KS_INLINE int read_block(BlockReader* r, uint32_t counts, uint32_t max_coefficients,
-                         const ResidualTarget& target, uint32_t* highest) {
-    refill(r);
-    const CoeffToken token = read_coeff_token(&r->window, counts);
-    const uint32_t total = token.total_coeff();
-    if (total == 0) return token.packed == 0 ? -1 : 0;
-    if (total > max_coefficients) return -1;
-    __attribute__((uninitialized)) Levels levels;
-    read_levels(r, token, &levels);
-    const uint32_t total_zeros =
-        total < max_coefficients ? read_total_zeros(r, total, max_coefficients == 4) : 0;
-    if (total + total_zeros > max_coefficients) return -1;
-    *highest = total + total_zeros - 1;
-    const auto put = [&](size_t coefficient, size_t zeros_left) {
-        put_level(levels.value[2 + coefficient], target.scale[coefficient + zeros_left],
-                  target.coefficients);
-    };
-    size_t left = total - 1;
-    put(left, total_zeros);
-    uint32_t row = total_zeros << kRunPairBits;
-    while (left > 1) {
-        need(r, kRunPairBits);
-        ZerosLeft zeros = kRunPairs.entry[row + bits_cached(&r->window, kRunPairBits)];
-        if (zeros.packed == kLongRuns.packed) [[unlikely]] {
-            zeros = read_long_runs(r, static_cast<int>(row >> kRunPairBits));
-            if (zeros.packed == kLongRuns.packed) return -1;
-        } else {
-            bits_drop(&r->window, zeros.length());
-        }
-        row = zeros.row();
-        put(left - 1, zeros.between());
-        left -= 2;
-        put(left, row >> kRunPairBits);
-    }
-    if (left != 0) {
-        const int zeros = static_cast<int>(row >> kRunPairBits);
-        const int zeros_left = zeros - read_run_before(r, zeros);
-        if (zeros_left < 0) return -1;
-        put(0, static_cast<size_t>(zeros_left));
-    }
-    return static_cast<int>(total);
 }
 
 // A list of coefficients, in the order of the syntax. An 8x8 block is four of them, interleaved.
@@ -267,6 +220,56 @@ static const CodedList* lists_of(MbKind kind) {
     return kCodedLists.row[row];
 }
 
+// Reads a list and writes its scaled coefficients; the others are left alone. Returns the number of
+// coefficients that are not 0, or -1 for what is no code word; *highest is the scan index of the
+// first one read.
+//   counts   the sum of those of the neighbours, or kCountsOfChromaDc
+KS_INLINE int read_coefficients(BlockReader* r, AvcSliceReader* s, const CodedList& list,
+                                uint32_t counts, uint32_t* highest) {
+    const uint32_t max_coefficients = list.max_coefficients;
+    refill(r);
+    const CoeffToken token = read_coeff_token(&r->window, counts);
+    const uint32_t total = token.total_coeff();
+    if (total == 0) return token.packed == 0 ? -1 : 0;
+    if (total > max_coefficients) return -1;
+    __attribute__((uninitialized)) Levels levels;
+    read_levels(r, token, &levels);
+    const uint32_t total_zeros =
+        total < max_coefficients ? read_total_zeros(r, total, max_coefficients == 4) : 0;
+    if (total + total_zeros > max_coefficients) return -1;
+    *highest = total + total_zeros - 1;
+    const ResidualTarget target = {s->quantiser.scales[list.scale] + list.start,
+                                   s->mb.coefficients + list.block * 16};
+    const auto put = [&](size_t coefficient, size_t zeros_left) {
+        put_level(levels.value[2 + coefficient], target.scale[coefficient + zeros_left],
+                  target.coefficients);
+    };
+    size_t left = total - 1;
+    put(left, total_zeros);
+    size_t row = size_t{total_zeros} << kRunPairBits;
+    while (left > 1) {
+        need(r, kRunPairBits);
+        ZerosLeft zeros = kRunPairs.entry[row + bits_cached(&r->window, kRunPairBits)];
+        if (zeros.packed == kLongRuns.packed) [[unlikely]] {
+            zeros = read_long_runs(r, static_cast<int>(row >> kRunPairBits));
+            if (zeros.packed == kLongRuns.packed) return -1;
+        } else {
+            bits_drop(&r->window, zeros.length());
+        }
+        row = zeros.row();
+        put(left - 1, zeros.between());
+        left -= 2;
+        put(left, row >> kRunPairBits);
+    }
+    if (left != 0) {
+        const int zeros = static_cast<int>(row >> kRunPairBits);
+        const int zeros_left = zeros - read_run_before(r, zeros);
+        if (zeros_left < 0) return -1;
+        put(0, static_cast<size_t>(zeros_left));
+    }
+    return static_cast<int>(total);
+}
+
 // The counts of coefficients by MbGridPlace. Nobody looks at those of DC blocks.
 struct CountGrid {
     uint8_t at[8 * 8];
@@ -290,12 +293,12 @@ KS_INLINE void take_counts(const CountGrid& grid, const uint8_t* places, uint8_t
 }
 
 // Reads one list and puts its count into the grid.
-KS_INLINE void read_list(BlockReader* r, AvcMacroblock* mb, const CodedList& list,
-                         const AvcScaleEntry* scale, CountGrid* grid) {
-    const ResidualTarget target = {scale + list.start, mb->coefficients + list.block * 16};
+KS_INLINE void read_list(BlockReader* r, AvcSliceReader* s, const CodedList& list,
+                         CountGrid* grid) {
+    AvcMacroblock* const mb = &s->mb;
     const uint32_t counts = uint32_t{grid->at[list.seen - 1]} + grid->at[list.seen - 8];
     uint32_t highest;
-    const int total = read_block(r, counts, list.max_coefficients, target, &highest);
+    const int total = read_coefficients(r, s, list, counts, &highest);
     if (total < 0) mb->has_error = 1;
     if (total <= 0) return;
     grid->at[list.grid] = static_cast<uint8_t>(total);
@@ -306,21 +309,19 @@ KS_INLINE void read_list(BlockReader* r, AvcMacroblock* mb, const CodedList& lis
 
 // Reads blocks (bits of blocks_of_pattern).
 [[gnu::noinline]] static void read_blocks(AvcSliceReader* s, uint32_t blocks) {
-    AvcMacroblock* const mb = &s->mb;
-    const CodedList* const lists = lists_of(mb->kind);
+    const CodedList* const lists = lists_of(s->mb.kind);
     CountGrid grid = {};
     grid.at[kChromaDcSeen - 8] = kCountsOfChromaDc;
     put_counts(&grid, kLeftColumn, s->left.counts);
     put_counts(&grid, kTopRow, s->top->counts);
     BlockReader r = {s->bits, &s->bits};
-    // The place of the next list, one behind the last if there is none, is there before a block
-    // ends.
+    // The place of the next list, or of none behind the last, is there before a block ends.
     const auto next_list = [&] { return lists + __builtin_ctz(blocks | 1U << kBlocks); };
     for (const CodedList* next = next_list(); blocks != 0;) {
         const CodedList& list = *next;
         blocks &= blocks - 1;
         next = next_list();
-        read_list(&r, mb, list, s->quantiser.scales[list.scale], &grid);
+        read_list(&r, s, list, &grid);
     }
     static_cast<BitWindow&>(s->bits) = r.window;
     take_counts(grid, kRightColumn, s->left.counts);
