@@ -134,7 +134,7 @@ template <Method kMethod>
 
 // The same behind the DC of H.263 without advanced intra coding: by pairs, without an edge.
 [[gnu::noinline]] static int read_h263_events(M4vBlockDecoder* d) {
-    const M4vScan& scan = kScanZigzag;
+    const uint8_t* const position = kScanZigzag.position;
     const TcoefPair* const pairs = d->tcoef->pairs;
     const Dequantiser q = make_dequantiser(*d);
     BitWindow bits = bits_window(d->bits);
@@ -142,8 +142,8 @@ template <Method kMethod>
     const auto take = [&](unsigned i, TcoefPair pair) {
         bits_drop(&bits, pair.length());
         // A single event is put twice: nobody can foretell whether there are two.
-        d->coef[scan.position[i]] = q.coefs[pair.second_level()];
-        d->coef[scan.position[i - pair.second_step()]] = q.coefs[pair.level()];
+        d->coef[position[i]] = q.coefs[pair.second_level()];
+        d->coef[position[i - pair.second_step()]] = q.coefs[pair.level()];
     };
     for (;;) {
         bits_need(&bits, &d->bits, kTcoefMostBits);
@@ -168,7 +168,7 @@ template <Method kMethod>
         index += event.step() & (kTcoefLast - 1);
         if (index > 63) break;
         const int coef = clip_coef(dequantise<Method::kH263>(q, event.level(), 0));
-        d->coef[scan.position[index]] = static_cast<int16_t>(coef);
+        d->coef[position[index]] = static_cast<int16_t>(coef);
         if (event.step() >= kTcoefLast) break;
     }
     bits_return(&d->bits, bits);
