@@ -55,7 +55,7 @@ static inline void add_square(const ReconKernels& k, uint32_t coded, uint32_t ac
     (ac >> 28 ? k.add_four_4x4 : k.add_four_4x4_dc)(dst, pitch, coefficients);
 }
 
-void add_16x16(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst, ptrdiff_t pitch) {
+static void add_16x16(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst, ptrdiff_t pitch) {
     const uint32_t coded = mb->coded_mask, ac = mb->ac_mask;
     int16_t* const c = mb->coefficients;
     uint8_t* const below = dst + 8 * pitch;
@@ -65,8 +65,8 @@ void add_16x16(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst, ptrdiff_t
     add_square(k, coded << 12, ac << 12, below + 8, pitch, c + 192);
 }
 
-void add_chroma(const ReconKernels& k, AvcMacroblock* mb, uint8_t* const plane[2],
-                ptrdiff_t pitch) {
+static void add_chroma(const ReconKernels& k, AvcMacroblock* mb, uint8_t* const plane[2],
+                       ptrdiff_t pitch) {
     const uint32_t coded = mb->coded_mask << 16, ac = mb->ac_mask << 16;
     int16_t* const c = mb->coefficients + 256;
     add_square(k, coded, ac, plane[0], pitch, c);

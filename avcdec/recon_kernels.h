@@ -106,10 +106,6 @@ ReconKernels recon_kernels_scalar();
 // The fastest kernels of this build for this processor.
 ReconKernels recon_kernels_best();
 
-// Add the residual to the prediction, for variants of intra_16x16 and intra_chroma.
-void add_16x16(const ReconKernels& k, AvcMacroblock* mb, uint8_t* dst, ptrdiff_t pitch);
-void add_chroma(const ReconKernels& k, AvcMacroblock* mb, uint8_t* const plane[2], ptrdiff_t pitch);
-
 // Parts of the reference, each beside its functions.
 void intra_nxn_use_scalar(ReconKernels* k);
 void intra_whole_use_scalar(ReconKernels* k);
